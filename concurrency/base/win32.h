@@ -1,0 +1,6 @@
+// The Win32 types of the public interface, without windows.h. windows.h repeats these typedefs unchanged, so both may
+// be included, in either order.
+#pragma once
+
+typedef unsigned long DWORD;  // NOLINT(modernize-use-using): must read as the platform's own declaration
+typedef void* HANDLE;         // NOLINT(modernize-use-using)

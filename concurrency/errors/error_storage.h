@@ -1,0 +1,85 @@
+// The error record that crosses threads and modules, and the base of every exception that carries one.
+//
+// Header only: the utilities library, which the concurrency library links, reads the record as well, and neither may
+// need the other's code for it.
+//
+// Threads: a record is a plain value; share it between threads only while nobody writes it.
+// Lifetime: in the named form `name` is borrowed, not copied: it must outlive every copy of the record.
+#pragma once
+
+#include <guiddef.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cwchar>
+#include <stdexcept>
+
+namespace Orvane {
+
+class ErrorStorage : public std::runtime_error {
+  public:
+    // Capacity of `message` in characters, the terminator included.
+    static constexpr std::size_t kMessageCapacity = 1024;
+
+    struct ComForm {
+        std::int32_t hresult;
+        GUID guid;
+    };
+    struct NamedForm {
+        const wchar_t* name;
+        std::uint32_t code;
+    };
+
+    // An empty record in the COM form, code 0.
+    ErrorStorage() : std::runtime_error("Message not specified"), isNamed(false), message{}, com{} {}
+
+    ErrorStorage(const ErrorStorage& other) : std::runtime_error(other), isNamed(other.isNamed) { CopyRecord(other); }
+
+    ErrorStorage& operator=(const ErrorStorage& other) {
+        if (this != &other) {
+            std::runtime_error::operator=(other);
+            isNamed = other.isNamed;
+            CopyRecord(other);
+        }
+        return *this;
+    }
+
+    ~ErrorStorage() override = default;
+
+    // Selects the form: false for `com`, true for `named`.
+    bool isNamed;
+
+    // The wide message, always terminated. May be truncated, and may be there when what() has none.
+    wchar_t message[kMessageCapacity];
+
+    union {
+        ComForm com;
+        NamedForm named;
+    };
+
+  private:
+    void CopyRecord(const ErrorStorage& other) noexcept {
+        std::size_t length = 0;
+        while (length + 1 < kMessageCapacity && other.message[length] != L'\0') {
+            ++length;
+        }
+        std::wmemcpy(message, other.message, length);
+        message[length] = L'\0';
+        if (isNamed) {
+            named = other.named;
+        } else {
+            com = other.com;
+        }
+    }
+};
+
+// The base to catch for any framework error, whichever form its record has.
+class ExceptionBase : public ErrorStorage {
+  public:
+    explicit ExceptionBase(const ErrorStorage& error) : ErrorStorage(error) {}
+
+  protected:
+    ExceptionBase() = default;
+};
+
+}  // namespace Orvane
