@@ -1,0 +1,70 @@
+// The exceptions that carry cancellation and task failure across threads.
+//
+// CancelRequestedException unwinds a running task whose cancellation was requested; CancelledException is what a
+// reader of a cancelled task's outcome receives.
+//
+// Threads: plain values. Errors: copying a message may throw std::bad_alloc, as std::exception's copy may.
+#pragma once
+
+#include <exception>
+#include <memory>
+
+#include "concurrency/base/export.h"
+#include "concurrency/cancellation/cloneable_exception.h"
+#include "concurrency/errors/error_storage.h"
+
+namespace Orvane {
+
+// Leaves every cancellation point of a task whose cancellation was requested. Let it go: the task's wrapper catches it
+// and confirms the cancellation. On purpose not a CloneableException: no future ever stores it.
+class ORVANE_CONCURRENCY_API CancelRequestedException : public std::exception {
+  public:
+    CancelRequestedException();
+    CancelRequestedException(const CancelRequestedException&);
+    CancelRequestedException& operator=(const CancelRequestedException&);
+    ~CancelRequestedException() override;
+
+    // "CancelRequestedException".
+    const char* what() const noexcept override;
+};
+
+// Base of what a reader of a task's outcome receives instead of the task's own exception.
+class ORVANE_CONCURRENCY_API ThreadException : public std::exception, public virtual CloneableException {
+  public:
+    ThreadException();
+    ThreadException(const ThreadException&);
+    ThreadException& operator=(const ThreadException&);
+    ~ThreadException() override;
+
+    std::shared_ptr<CloneableException> Clone() const override;
+    void Rethrow() const override;
+};
+
+// The task was cancelled: it has no outcome.
+class ORVANE_CONCURRENCY_API CancelledException : public ThreadException {
+  public:
+    CancelledException();
+    CancelledException(const CancelledException&);
+    CancelledException& operator=(const CancelledException&);
+    ~CancelledException() override;
+
+    std::shared_ptr<CloneableException> Clone() const override;
+    void Rethrow() const override;
+};
+
+// Carries any ExceptionBase through a future: Rethrow() hands the record to the exception factory, which throws the
+// kind that was registered for its code.
+class ORVANE_CONCURRENCY_API CloneableExceptionBase : public ExceptionBase, public virtual CloneableException {
+  public:
+    explicit CloneableExceptionBase(const ExceptionBase& error);
+    CloneableExceptionBase(const CloneableExceptionBase&);
+    CloneableExceptionBase& operator=(const CloneableExceptionBase&);
+    ~CloneableExceptionBase() override;
+
+    std::shared_ptr<CloneableException> Clone() const override;
+
+    // On purpose: returns without throwing when the record's code is zero.
+    void Rethrow() const override;
+};
+
+}  // namespace Orvane

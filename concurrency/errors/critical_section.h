@@ -1,0 +1,35 @@
+// A Win32 critical section as an object, for the two creation locks, and its scope guard.
+//
+// Threads: any. Recursion: yes, as the platform's. Errors: none.
+// Lifetime: nobody may hold or wait for it when it is destroyed.
+#pragma once
+
+#include "concurrency/base/windows_api.h"
+
+namespace Orvane {
+
+class CriticalSection {
+  public:
+    CriticalSection();
+    virtual ~CriticalSection();
+    CriticalSection(const CriticalSection&) = delete;
+    CriticalSection& operator=(const CriticalSection&) = delete;
+
+  private:
+    friend class CriticalSectionLock;
+    CRITICAL_SECTION m_section;
+};
+
+// Enters on construction, leaves on destruction.
+class CriticalSectionLock {
+  public:
+    explicit CriticalSectionLock(CriticalSection& section);
+    ~CriticalSectionLock();
+    CriticalSectionLock(const CriticalSectionLock&) = delete;
+    CriticalSectionLock& operator=(const CriticalSectionLock&) = delete;
+
+  private:
+    CriticalSection& m_owner;
+};
+
+}  // namespace Orvane

@@ -1,0 +1,121 @@
+// The framework's exception kinds: one class per common COM failure, and the internal error.
+//
+// Including this header inside the library also registers the kinds with the exception factory (see the end of the
+// file), so sources that need only a base to catch include errors/error_storage.h instead.
+//
+// Threads: exceptions are plain values. Cross threads by storing a clone in a future.
+// Errors: copying does not throw anything but what std::runtime_error's copy throws (nothing).
+#pragma once
+
+#include <guiddef.h>
+
+#include <cstdarg>
+#include <cstdint>
+
+#include "concurrency/base/export.h"
+#include "concurrency/errors/error_storage.h"
+
+namespace Orvane {
+
+// An error in the COM form: an HRESULT and the GUID of the interface or category it belongs to.
+class ORVANE_CONCURRENCY_API ExceptionCOM : public ExceptionBase {
+  public:
+    explicit ExceptionCOM(const ErrorStorage& error);
+
+    // Formats the message as wide printf does (%s is a wide string); a null format leaves it empty.
+    //
+    // On purpose: when the text does not fit (1023 characters), the wide message keeps what was written and what()
+    // stays "Message not specified".
+    ExceptionCOM(long hresult, const GUID& guid, const wchar_t* format, ...);
+
+    ~ExceptionCOM() override;
+
+  protected:
+    ExceptionCOM(long hresult, const GUID& guid);
+    void FormatText(const wchar_t* format, va_list arguments);
+};
+
+// E_ACCESSDENIED.
+class ORVANE_CONCURRENCY_API AccessDenied : public ExceptionCOM {
+  public:
+    explicit AccessDenied(const ErrorStorage& error);
+    ~AccessDenied() override;
+};
+
+// ERROR_ELEVATION_REQUIRED as an HRESULT (0x800702E4).
+class ORVANE_CONCURRENCY_API ElevationRequired : public ExceptionCOM {
+  public:
+    explicit ElevationRequired(const ErrorStorage& error);
+    ~ElevationRequired() override;
+};
+
+// A named error of the framework itself: null name, code 1. Not an ExceptionCOM.
+class ORVANE_CONCURRENCY_API InternalError : public ExceptionBase {
+  public:
+    explicit InternalError(const ErrorStorage& error);
+    ~InternalError() override;
+};
+
+// E_INVALIDARG.
+class ORVANE_CONCURRENCY_API InvalidArg : public ExceptionCOM {
+  public:
+    explicit InvalidArg(const ErrorStorage& error);
+    ~InvalidArg() override;
+};
+
+// E_NOINTERFACE.
+class ORVANE_CONCURRENCY_API NoInterface : public ExceptionCOM {
+  public:
+    explicit NoInterface(const ErrorStorage& error);
+    ~NoInterface() override;
+};
+
+// E_NOTIMPL.
+class ORVANE_CONCURRENCY_API NotImplemented : public ExceptionCOM {
+  public:
+    explicit NotImplemented(const ErrorStorage& error);
+    ~NotImplemented() override;
+};
+
+// E_OUTOFMEMORY.
+class ORVANE_CONCURRENCY_API OutOfMemory : public ExceptionCOM {
+  public:
+    explicit OutOfMemory(const ErrorStorage& error);
+    ~OutOfMemory() override;
+};
+
+// E_POINTER.
+class ORVANE_CONCURRENCY_API Pointer : public ExceptionCOM {
+  public:
+    explicit Pointer(const ErrorStorage& error);
+    ~Pointer() override;
+};
+
+// E_UNEXPECTED.
+class ORVANE_CONCURRENCY_API Unexpected : public ExceptionCOM {
+  public:
+    explicit Unexpected(const ErrorStorage& error);
+
+    // E_UNEXPECTED with the all-zero GUID and a formatted message, as ExceptionCOM formats it.
+    explicit Unexpected(const wchar_t* format, ...);
+
+    ~Unexpected() override;
+};
+
+}  // namespace Orvane
+
+#ifdef ORVANE_CONCURRENCY_EXPORTS
+namespace Orvane::Internal {
+
+// Tells the exception factory how to throw each of the nine concrete kinds. Ends the process if that fails: it runs
+// while the module loads, where nobody could catch.
+bool RegisterExceptionKinds() noexcept;
+
+namespace {
+// On purpose: internal linkage, so that every unit of the library that includes this header registers once more. The
+// factory takes a repeated registration as harmless, and the kinds are known whichever unit is initialised first.
+[[maybe_unused]] const bool g_exceptionKindsRegistered = RegisterExceptionKinds();
+}  // namespace
+
+}  // namespace Orvane::Internal
+#endif
