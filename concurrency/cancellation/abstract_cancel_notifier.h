@@ -1,0 +1,28 @@
+// What a cancellation request calls to wake a task out of the wait it is blocked in.
+//
+// Threads: Notify() runs on the thread that cancels.
+// Errors: unlocking a lock that owns nothing is std::system_error (operation not permitted).
+// Lifetime: the registration holds a notifier weakly; a request keeps it alive while it calls Notify().
+#pragma once
+
+#include <mutex>
+
+namespace Orvane::Internal {
+
+class AbstractCancelNotifier {
+  public:
+    AbstractCancelNotifier(const AbstractCancelNotifier&) noexcept {}
+    AbstractCancelNotifier& operator=(const AbstractCancelNotifier&) noexcept { return *this; }
+
+    // Entered with `lock` owning the cancellation object's mutex; `requested` is that object's flag. Unlock `lock`
+    // before taking any other lock: the waiter holds its own while it takes the cancellation object's. While holding a
+    // lock that Notify() takes, never call an operation of a task or future. Write `requested` through
+    // std::atomic_ref: it is read under the cancellation object's mutex, which is free by then.
+    virtual void Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) = 0;
+
+  protected:
+    AbstractCancelNotifier() = default;
+    virtual ~AbstractCancelNotifier() = default;
+};
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,49 @@
+// The cancellation record of one run of a task: whether cancellation was requested, and whom to wake when it is.
+//
+// Threads: any thread may ask and request. The constructing thread is the one that runs the task.
+// Errors: std::system_error if the mutex fails; RequestCancel() passes on what the notifier throws.
+// Lifetime: shared; the run's future holds it from start to end. It holds its notifier weakly.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "concurrency/base/export.h"
+#include "concurrency/base/win32.h"
+#include "concurrency/cancellation/abstract_cancel_notifier.h"
+
+namespace Orvane::Internal {
+
+class ORVANE_CONCURRENCY_API CancellationObject {
+  public:
+    CancellationObject();
+    ~CancellationObject();
+    CancellationObject(const CancellationObject&) = delete;
+    CancellationObject& operator=(const CancellationObject&) = delete;
+
+    bool IsRequested();
+
+    // Whether the task has declared that its thread may be killed if it does not respond.
+    bool GetKillable();
+    void SetKillable(bool killable);
+
+    // The Win32 id of the constructing thread.
+    DWORD GetThreadId();
+
+    // Replaces the notifier: there is one slot, not a list.
+    void RegisterNotifier(std::weak_ptr<AbstractCancelNotifier> notifier);
+
+    // Sets the flag for good and notifies the registered notifier if it is still alive. Repeatable.
+    void RequestCancel();
+
+  private:
+    friend struct FieldOrder;
+
+    std::recursive_mutex m_mutex;
+    std::weak_ptr<AbstractCancelNotifier> m_notifier;  // guarded by m_mutex
+    bool m_requested = false;  // written under m_mutex or by a notifier under its waiter's: access through atomic_ref
+    bool m_killable = false;   // guarded by m_mutex
+    const DWORD m_threadId;
+};
+
+}  // namespace Orvane::Internal

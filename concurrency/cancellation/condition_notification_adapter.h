@@ -1,0 +1,70 @@
+// Wakes a task out of a wait on a condition of its own, and the cancellable waits made of it.
+//
+// Threads: creation and waits on the task's thread; Notify() on the thread that cancels.
+// Cancellation: both waits are cancellation points, before and after they wait.
+// Errors: std::bad_alloc, std::system_error.
+// Lifetime: mutex and condition are the caller's. A request may still use them when the wait has long ended: where
+//     they can be destroyed by then, pass what keeps them alive.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "concurrency/base/time.h"
+#include "concurrency/cancellation/abstract_cancel_notifier.h"
+#include "concurrency/cancellation/cancellation_object.h"
+#include "concurrency/cancellation/current_task.h"
+
+namespace Orvane::Internal {
+
+template <typename Mutex>
+class ConditionNotificationAdapter : public AbstractCancelNotifier {
+  public:
+    // Registers with the calling thread's run, if there is one, in place of any other notifier.
+    static std::shared_ptr<AbstractCancelNotifier> CreateInstance(Mutex& mutex, std::condition_variable_any& condition,
+                                                                  std::shared_ptr<const void> keepAlive = nullptr) {
+        std::shared_ptr<AbstractCancelNotifier> notifier(
+            new ConditionNotificationAdapter(mutex, condition, std::move(keepAlive)));
+        if (const auto cancellation = GetCancellationObject()) {
+            cancellation->RegisterNotifier(notifier);
+        }
+        return notifier;
+    }
+
+    ConditionNotificationAdapter(Mutex& mutex, std::condition_variable_any& condition,
+                                 std::shared_ptr<const void> keepAlive = nullptr)
+        : m_mutex(&mutex), m_condition(&condition), m_keepAlive(std::move(keepAlive)) {}
+
+    ~ConditionNotificationAdapter() override = default;
+
+    void Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) override {
+        lock.unlock();
+        const std::lock_guard own(*m_mutex);
+        std::atomic_ref(requested).store(true);
+        m_condition->notify_all();
+    }
+
+  private:
+    Mutex* m_mutex;
+    std::condition_variable_any* m_condition;
+    std::shared_ptr<const void> m_keepAlive;
+};
+
+// One cancellable wait on `condition`: `wait` is called with the lock, which owns `mutex`, and its result is returned.
+// Any wake-up ends it; the caller loops around its own condition of progress.
+template <typename Mutex, typename Wait>
+auto CancellableConditionWait(Mutex& mutex, std::condition_variable_any& condition,
+                              std::shared_ptr<const void> keepAlive, Wait wait) {
+    // Registered before the flag is tested, and tested and waited under one hold of `mutex`: no request is missed.
+    const auto notifier =
+        ConditionNotificationAdapter<Mutex>::CreateInstance(mutex, condition, std::move(keepAlive));
+    CancellationPoint();
+    auto result = wait();
+    CancellationPoint();
+    return result;
+}
+
+}  // namespace Orvane::Internal

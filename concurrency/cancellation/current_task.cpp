@@ -1,0 +1,70 @@
+#include "concurrency/cancellation/current_task.h"
+
+#include <utility>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/cancellation_object.h"
+#include "concurrency/lifetime/initialization_state.h"
+#include "concurrency/tasks/future_state.h"
+
+namespace Orvane {
+
+namespace Internal {
+
+namespace {
+
+// What the slot points to. Weak: the slot never keeps a future alive.
+using Cell = std::weak_ptr<FutureState>;
+
+Cell* CurrentCell(DWORD slot) noexcept {
+    return static_cast<Cell*>(TlsGetValue(slot));
+}
+
+}  // namespace
+
+std::shared_ptr<FutureState> GetFutureObject() {
+    const Cell* const cell = CurrentCell(CurrentTaskSlot());
+    return cell != nullptr ? cell->lock() : nullptr;
+}
+
+std::weak_ptr<FutureState> ResetFutureObject(std::weak_ptr<FutureState> future) {
+    const DWORD slot = CurrentTaskSlot();
+    Cell* const cell = CurrentCell(slot);
+    const bool install = !future.expired();
+    if (cell == nullptr) {
+        if (install) {
+            auto fresh = std::make_unique<Cell>(std::move(future));
+            if (TlsSetValue(slot, fresh.get()) != FALSE) {
+                fresh.release();  // the slot's now
+            }
+        }
+        return {};
+    }
+    // Into the old cell rather than into a new one: this runs in a scope guard, where an allocation must not fail.
+    cell->swap(future);
+    if (!install && TlsSetValue(slot, nullptr) != FALSE) {
+        delete cell;
+    }
+    return future;
+}
+
+std::shared_ptr<CancellationObject> GetCancellationObject() {
+    const std::shared_ptr<FutureState> future = GetFutureObject();
+    return future ? future->GetCancellationObject() : nullptr;
+}
+
+}  // namespace Internal
+
+bool IsCancellationRequested() {
+    const auto cancellation = Internal::GetCancellationObject();
+    return cancellation && cancellation->IsRequested();
+}
+
+void CancellationPoint() {
+    if (IsCancellationRequested()) {
+        throw CancelRequestedException();
+    }
+}
+
+}  // namespace Orvane

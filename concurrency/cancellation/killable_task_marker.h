@@ -1,0 +1,21 @@
+// Marks the code during which a task accepts being killed instead of answering a cancellation request.
+//
+// Threads: create and destroy it on a thread that runs a task.
+// Recursion: markers do not nest: the inner one's end ends the outer one's effect.
+// Errors: undefined on a thread that runs no task. On purpose: no check, which would hide the caller's mistake.
+// Lifetime: nothing is kept; both ends look the current task up anew.
+#pragma once
+
+#include "concurrency/base/export.h"
+
+namespace Orvane {
+
+class ORVANE_CONCURRENCY_API KillableTaskMarker {
+  public:
+    KillableTaskMarker();
+    ~KillableTaskMarker();
+    KillableTaskMarker(const KillableTaskMarker&) = delete;
+    KillableTaskMarker& operator=(const KillableTaskMarker&) = delete;
+};
+
+}  // namespace Orvane

@@ -1,0 +1,47 @@
+#include "concurrency/cancellation/sleep_notification_adapter.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/current_task.h"
+#include "concurrency/cancellation/notifier_registration.h"
+
+namespace Orvane::Internal {
+
+namespace {
+
+constexpr std::chrono::milliseconds kLongestSleep{864'000'000};  // ten days
+
+}  // namespace
+
+std::shared_ptr<AbstractCancelNotifier> SleepNotificationAdapter::CreateInstance() {
+    return RegisterWithCurrentRun(std::shared_ptr<AbstractCancelNotifier>(new SleepNotificationAdapter()));
+}
+
+SleepNotificationAdapter::SleepNotificationAdapter() = default;
+
+SleepNotificationAdapter::~SleepNotificationAdapter() = default;
+
+void SleepNotificationAdapter::Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) {
+    lock.unlock();
+    // Under the sleeper's mutex: it tests the flag and begins to wait under one hold, so this broadcast cannot fall
+    // between the two.
+    const std::lock_guard own(m_mutex);
+    std::atomic_ref(requested).store(true);
+    m_condition.notify_all();
+}
+
+void SleepNotificationAdapter::Sleep(DWORD milliseconds) {
+    std::unique_lock lock(m_mutex);
+    CancellationPoint();
+    if (milliseconds == INFINITE) {
+        m_condition.wait(lock);
+    } else {
+        m_condition.wait_for(lock, std::min(std::chrono::milliseconds(milliseconds), kLongestSleep));
+    }
+    CancellationPoint();
+}
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,40 @@
+// A sleep that a cancellation request ends.
+//
+// Threads: CreateInstance() and Sleep() on the task's thread; Notify() on the thread that cancels.
+// Cancellation: Sleep() is a cancellation point, before and after it waits.
+// Errors: std::bad_alloc, std::system_error.
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+#include "concurrency/base/export.h"
+#include "concurrency/base/win32.h"
+#include "concurrency/cancellation/abstract_cancel_notifier.h"
+
+namespace Orvane::Internal {
+
+class ORVANE_CONCURRENCY_API SleepNotificationAdapter : public AbstractCancelNotifier {
+  public:
+    // A SleepNotificationAdapter, registered with the calling thread's run, if there is one, in place of any other
+    // notifier.
+    static std::shared_ptr<AbstractCancelNotifier> CreateInstance();
+
+    ~SleepNotificationAdapter() override;
+
+    void Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) override;
+
+    // Sleeps once: at most ten days, without limit for INFINITE, not at all for 0. Any wake-up ends it early.
+    //
+    // Units: milliseconds.
+    void Sleep(DWORD milliseconds);
+
+  private:
+    SleepNotificationAdapter();
+
+    std::recursive_mutex m_mutex;  // taken before the cancellation object's, never while holding that
+    std::condition_variable_any m_condition;
+};
+
+}  // namespace Orvane::Internal
