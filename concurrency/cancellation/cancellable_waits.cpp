@@ -59,7 +59,7 @@ WaitOutcome WaitForSeveral(DWORD count, const HANDLE* handles, DWORD millisecond
     const auto notifier = HandleNotificationAdapter::CreateInstance();
     CancellationPoint();
     // On purpose: the size does not wrap for the largest count, while the count passed on does and is refused there.
-    const auto all = std::make_unique<HANDLE[]>(static_cast<std::size_t>(count) + 1);
+    const auto all = std::make_unique_for_overwrite<HANDLE[]>(static_cast<std::size_t>(count) + 1);
     std::copy_n(handles, count, all.get());
     all[count] = EventOf(notifier);
     const WaitOutcome outcome = WaitForAny(count + 1, all.get(), milliseconds);

@@ -13,10 +13,9 @@
 #include <mutex>
 #include <utility>
 
-#include "concurrency/base/time.h"
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
-#include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
+#include "concurrency/cancellation/notifier_registration.h"
 
 namespace Orvane::Internal {
 
@@ -26,12 +25,8 @@ class ConditionNotificationAdapter : public AbstractCancelNotifier {
     // Registers with the calling thread's run, if there is one, in place of any other notifier.
     static std::shared_ptr<AbstractCancelNotifier> CreateInstance(Mutex& mutex, std::condition_variable_any& condition,
                                                                   std::shared_ptr<const void> keepAlive = nullptr) {
-        std::shared_ptr<AbstractCancelNotifier> notifier(
-            new ConditionNotificationAdapter(mutex, condition, std::move(keepAlive)));
-        if (const auto cancellation = GetCancellationObject()) {
-            cancellation->RegisterNotifier(notifier);
-        }
-        return notifier;
+        return RegisterWithCurrentRun(std::shared_ptr<AbstractCancelNotifier>(
+            new ConditionNotificationAdapter(mutex, condition, std::move(keepAlive))));
     }
 
     ConditionNotificationAdapter(Mutex& mutex, std::condition_variable_any& condition,

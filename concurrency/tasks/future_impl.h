@@ -1,0 +1,34 @@
+// The future that a task wrapper fulfils: FutureState plus the value side. Only void exists: the value is the bare fact
+// of normal completion.
+//
+// Threads: SetValue() belongs to the run's thread, GetValue() to any.
+// Cancellation: GetValue() waits as FutureState::Wait() does.
+// Errors: GetValue() throws the run's exception as its own type; CancelledException for a run that was cancelled;
+//     CancelRequestedException when the calling thread's own task is being cancelled; std::bad_alloc if there was no
+//     memory to keep the run's exception.
+// Lifetime: create it with new and own it through std::shared_ptr.
+#pragma once
+
+#include "concurrency/base/export.h"
+#include "concurrency/tasks/future_state.h"
+
+namespace Orvane::Internal {
+
+template <typename Result>
+class FutureImpl;
+
+template <>
+class ORVANE_CONCURRENCY_API FutureImpl<void> : public FutureState {
+  public:
+    FutureImpl();
+    ~FutureImpl() override;
+
+    // Ends the run as Normal, if it is under way.
+    void SetValue();
+
+    // Waits, then returns or throws what the run ended with. On purpose: a future that no task is attached to is not
+    // waited for, and while it has not ended there is nothing to throw.
+    void GetValue();
+};
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,204 @@
+#include "concurrency/tasks/future_state.h"
+
+#include <chrono>
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "concurrency/base/clock.h"
+#include "concurrency/base/report.h"
+#include "concurrency/base/wait.h"
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/cancellation_object.h"
+#include "concurrency/cancellation/current_task.h"
+
+namespace Orvane::Internal {
+
+namespace {
+
+// How long a run may take to confirm its cancellation while somebody waits for it.
+constexpr std::chrono::seconds kConfirmGrace{30};
+
+bool RunsOnThisThread(const std::shared_ptr<CancellationObject>& run) {
+    return run && run->GetThreadId() == ::GetCurrentThreadId();
+}
+
+}  // namespace
+
+FutureState::FutureState() = default;
+
+FutureState::~FutureState() = default;
+
+bool FutureState::Start() {
+    const std::lock_guard lock(m_mutex);
+    if (m_state == NotStarted) {
+        m_cancellationObject.store(std::shared_ptr<CancellationObject>(new CancellationObject()));
+        m_state = Busy;
+    }
+    return m_state != Cancelled;
+}
+
+void FutureState::SetException(const CloneableException& exception) {
+    std::shared_ptr<CloneableException> replaced;
+    std::shared_ptr<CancellationObject> run;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_state != Busy && m_state != Cancelling) {
+            return;
+        }
+        try {
+            replaced = std::exchange(m_exception, exception.Clone());
+        } catch (const std::bad_alloc&) {
+            // On purpose: the run has failed all the same. HandleErrors() says what is known, that memory ran out.
+        }
+        run = m_cancellationObject.exchange(nullptr);
+        m_state = Error;
+    }
+    m_condition.notify_all();
+}
+
+void FutureState::Complete() {
+    std::shared_ptr<CancellationObject> run;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_state != Busy && m_state != Cancelling) {
+            return;
+        }
+        run = m_cancellationObject.exchange(nullptr);
+        m_state = Normal;
+    }
+    m_condition.notify_all();
+}
+
+void FutureState::ConfirmCancel() {
+    std::shared_ptr<CancellationObject> run;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_state != Cancelling) {
+            return;
+        }
+        run = m_cancellationObject.exchange(nullptr);
+        m_state = Cancelled;
+    }
+    m_condition.notify_all();
+}
+
+void FutureState::RequestCancel() {
+    // Two futures may pass requests on to each other, from two threads, each holding its own mutex. Whoever comes
+    // second finds the state set here and turns back instead of waiting for the other.
+    if (m_state > Busy && !RunsOnThisThread(m_cancellationObject.load())) {
+        return;
+    }
+    std::unique_lock lock(m_mutex);
+    if (m_state == NotStarted) {
+        m_state = Cancelled;
+        lock.unlock();
+        m_condition.notify_all();
+        return;
+    }
+    if (m_state != Busy && m_state != Cancelling) {
+        return;
+    }
+    const std::shared_ptr<CancellationObject> run = m_cancellationObject.load();
+    const bool passedOn = m_state == Cancelling;
+    m_state = Cancelling;
+    if (RunsOnThisThread(run)) {
+        throw CancelRequestedException();
+    }
+    if (!passedOn) {
+        run->RequestCancel();
+    }
+}
+
+bool FutureState::IsBusy() const {
+    const std::lock_guard lock(m_mutex);
+    return m_state == Busy;
+}
+
+bool FutureState::IsReady() const {
+    const std::lock_guard lock(m_mutex);
+    return m_state > Busy;
+}
+
+bool FutureState::IsNormal() const {
+    const std::lock_guard lock(m_mutex);
+    return m_state == Normal;
+}
+
+bool FutureState::IsCancelling() const {
+    const std::lock_guard lock(m_mutex);
+    return m_state == Cancelling;
+}
+
+bool FutureState::IsCancelled() const {
+    const std::lock_guard lock(m_mutex);
+    return m_state == Cancelled;
+}
+
+void FutureState::Wait() {
+    std::unique_lock lock(m_mutex);
+    if (!m_attachedToTask) {
+        return;
+    }
+    if (m_state == Cancelling) {
+        // On purpose: not a cancellation point. The run has been told; somebody must see it end.
+        const auto deadline = MonotonicClock::now() + kConfirmGrace;
+        if (!WaitUntil<MonotonicClock>(m_condition, lock, deadline, [this] { return m_state != Cancelling; })) {
+            ReportNoThrow(8, 16, L"FutureState", L"Thread did not respond to cancellation");
+            std::terminate();
+        }
+        return;
+    }
+    if (m_state == NotStarted || m_state == Busy) {
+        CancellationPoint();
+        // On purpose: a run that becomes Cancelling meanwhile keeps the caller waiting, without the limit above.
+        m_condition.wait(lock, [this] { return m_state > Busy && m_state != Cancelling; });
+        CancellationPoint();
+    }
+}
+
+bool FutureState::TimedWait(const TimePoint& deadline) {
+    std::unique_lock lock(m_mutex);
+    if (!m_attachedToTask) {
+        return false;
+    }
+    if (m_state == Cancelling) {
+        return WaitUntil<WallClock>(m_condition, lock, deadline, [this] { return m_state != Cancelling; });
+    }
+    if (m_state == NotStarted || m_state == Busy) {
+        CancellationPoint();
+        const bool ended = WaitUntil<WallClock>(m_condition, lock, deadline,
+                                                [this] { return m_state > Busy && m_state != Cancelling; });
+        CancellationPoint();
+        return ended;
+    }
+    return true;
+}
+
+std::shared_ptr<CancellationObject> FutureState::GetCancellationObject() {
+    return m_cancellationObject.load();
+}
+
+void FutureState::HandleErrors() {
+    switch (m_state) {
+        case Error:
+            if (!m_exception) {
+                throw std::bad_alloc();
+            }
+            m_exception->Rethrow();
+            break;
+        case Cancelling:
+        case Cancelled:
+            throw CancelledException();
+        default:
+            break;
+    }
+}
+
+void FutureState::MarkAsAttachedToTask() {
+    const std::lock_guard lock(m_mutex);
+    m_attachedToTask = true;
+}
+
+}  // namespace Orvane::Internal

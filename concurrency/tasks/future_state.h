@@ -1,0 +1,112 @@
+// The state machine through which every run of a task reports.
+//
+//   operation        from                   to          also
+//   ---------------  ---------------------  ----------  --------------------------------------------------------
+//   Start            NotStarted             Busy        creates the run's cancellation object; true
+//                    Cancelled              -           false: must not run
+//                    any other              -           true
+//   SetValue         Busy, Cancelling       Normal      wakes the waiters        (FutureImpl<void>)
+//   SetException     Busy, Cancelling       Error       keeps a clone; wakes the waiters
+//   RequestCancel    NotStarted             Cancelled   wakes the waiters
+//                    Busy, Cancelling       Cancelling  on the run's own thread: throws CancelRequestedException
+//                    Busy                   Cancelling  on another thread: passes the request to the run
+//   ConfirmCancel    Cancelling             Cancelled   wakes the waiters
+//   anything else                           -           nothing
+//
+// On purpose: the outcome is what the run reports first. A run that returns after a request ends Normal, one that
+// throws ends Error; only a run that confirms ends Cancelled.
+//
+// Threads: any thread may ask, wait and request. Start() and the final transitions belong to the run's thread.
+// Cancellation: Wait() and TimedWait() are cancellation points of the calling thread's own task, except when they find
+//     the state Cancelling. They test, they are not woken: a task that waits for another hears its own cancellation
+//     when the wait is over, unless it has a FutureNotificationAdapter.
+// Errors: std::system_error if a lock fails (nothing changed); std::bad_alloc from Start() (still NotStarted).
+// Lifetime: shared. Whoever ends a run, or cancels one that has not started, must hold a reference meanwhile.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "concurrency/base/export.h"
+#include "concurrency/base/time.h"
+#include "concurrency/tasks/ifuture_state.h"
+
+namespace Orvane::Internal {
+
+class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
+  public:
+    FutureState();
+    ~FutureState() override;
+    FutureState(const FutureState&) = delete;
+    FutureState& operator=(const FutureState&) = delete;
+
+    bool Start() override;
+
+    // Keeps a clone of `exception`. If there is no memory for one, the run still ends Error and reading its outcome
+    // throws std::bad_alloc; anything else that Clone() throws is passed on and leaves the state as it was.
+    void SetException(const CloneableException& exception) override;
+
+    bool IsBusy() const override;
+    // True from Cancelling on, although the run may not have ended yet.
+    bool IsReady() const override;
+    bool IsNormal() const override;
+    bool IsCancelling() const override;
+    bool IsCancelled() const override;
+
+    // Blocks until the run has ended; returns at once if no task is attached. If it finds the state Cancelling, it
+    // waits 30 s for the run to end and then logs a record and ends the process.
+    void Wait() override;
+
+    // Returns whether the run has ended (for a state that is Cancelling: has left it) by `deadline`; false at once if
+    // no task is attached.
+    bool TimedWait(const TimePoint& deadline) override;
+
+    void RequestCancel() override;
+    void ConfirmCancel() override;
+
+    // The cancellation record of the run that is under way; empty otherwise. Takes no lock, see docs/locks.md.
+    std::shared_ptr<CancellationObject> GetCancellationObject() override;
+
+    // Throws what the run ended with: its exception, or CancelledException once cancellation was requested and the
+    // run has not ended otherwise. Returns in every other state. Call it after a wait.
+    void HandleErrors();
+
+    // From now on waits are real waits: something will run and report here.
+    void MarkAsAttachedToTask();
+
+  protected:
+    // Ends a run that is under way as Normal; nothing in any other state.
+    void Complete();
+
+  private:
+    friend struct FieldOrder;
+
+    enum StateCode : std::uint32_t {
+        NotStarted = 0,
+        Busy = 1,
+        Normal = 2,
+        Cancelling = 3,
+        Cancelled = 4,
+        Error = 5,
+    };
+
+    mutable std::recursive_mutex m_mutex;
+    std::condition_variable_any m_condition;  // notified at every step into Normal, Cancelled and Error
+
+    // Written under m_mutex. HandleErrors() and the first test of RequestCancel() read it without.
+    std::atomic<std::uint32_t> m_state{NotStarted};
+
+    // Written under m_mutex before the state becomes Error, never again after that.
+    std::shared_ptr<CloneableException> m_exception;
+
+    // Written under m_mutex. Read without: a waiter asks for it while it holds its own mutex, which a request takes
+    // while it holds m_mutex.
+    std::atomic<std::shared_ptr<CancellationObject>> m_cancellationObject;
+
+    bool m_attachedToTask = false;  // guarded by m_mutex
+};
+
+}  // namespace Orvane::Internal

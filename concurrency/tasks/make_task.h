@@ -1,0 +1,47 @@
+// The short way to a task.
+//
+//     Task task = Orvane::MakeTask(L"Read index", [&index] { index.Read(); });
+//     GlobalThreadPool::Queue(task);
+//     task.Wait();
+//
+// Threads: any. The callable runs on whatever thread runs the task.
+// Cancellation: inside the callable, CancellationPoint() and the cancellable waits leave when the task is cancelled.
+// Errors: std::bad_alloc, and what copying the callable throws.
+// Lifetime: the callable is copied, also by Task::Reset(), and destroyed before its run counts as ended. What it refers
+//     to must live until then, or until the last handle of a task that never runs is gone. Its destructor must not
+//     block.
+#pragma once
+
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+#include "concurrency/tasks/future_impl.h"
+#include "concurrency/tasks/policies.h"
+#include "concurrency/tasks/task.h"
+#include "concurrency/tasks/task_wrapper.h"
+
+namespace Orvane {
+
+// Also hands out the future, which keeps the outcome when the task has been waited for: future->GetValue() returns, or
+// throws what the run ended with.
+template <typename ThreadPolicy = Internal::NullPolicy, typename Callable>
+Internal::Task MakeTask(const wchar_t* name, Callable&& callable, std::shared_ptr<Internal::FutureImpl<void>>& future) {
+    using F = std::decay_t<Callable>;
+    static_assert(std::is_copy_constructible_v<F>, "a task copies its callable: hold what cannot be copied by pointer");
+    static_assert(std::is_invocable_v<F&>, "a task calls its callable without arguments");
+    std::shared_ptr<Internal::FutureImpl<void>> fresh(new Internal::FutureImpl<void>());
+    std::shared_ptr<Internal::ITaskState> wrapper(
+        new Internal::TaskWrapper<void, F, ThreadPolicy>(std::forward<Callable>(callable), fresh));
+    Internal::Task task(name, std::move(wrapper));
+    future = std::move(fresh);
+    return task;
+}
+
+template <typename ThreadPolicy = Internal::NullPolicy, typename Callable>
+Internal::Task MakeTask(const wchar_t* name, Callable&& callable) {
+    std::shared_ptr<Internal::FutureImpl<void>> future;
+    return MakeTask<ThreadPolicy>(name, std::forward<Callable>(callable), future);
+}
+
+}  // namespace Orvane

@@ -1,0 +1,69 @@
+// A named unit of work. Copies of a handle share one task; two handles built alike are two tasks.
+//
+// Threads: every member may be called from any thread. The work runs, and Wait() blocks, outside the task's lock.
+// Cancellation: Cancel() is cooperative: it wakes the run out of the cancellable wait it is blocked in, and the run
+//     ends when it lets CancelRequestedException go. On the run's own thread Cancel() throws that exception itself.
+//     Wait() is a cancellation point of the calling thread's own task.
+// Errors: std::system_error if a lock fails; std::bad_alloc.
+// Lifetime: the task lives as long as its last handle. Once it has been waited for it lets go of the callable and the
+//     future; keep the future (MakeTask's second form) to read the outcome.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "concurrency/base/export.h"
+#include "concurrency/tasks/itask_state.h"
+
+namespace Orvane::Internal {
+
+class TaskImpl;
+
+class ORVANE_CONCURRENCY_API Task {
+  public:
+    // An empty handle: as a task it is cancelled, not busy, has the name L"", and running it does nothing.
+    Task();
+
+    // At most 29 characters of `name` are kept; null is an empty name. A null `wrapper` makes an empty task.
+    Task(const wchar_t* name, std::shared_ptr<ITaskState> wrapper);
+
+    Task(const Task&);
+    Task(Task&&) noexcept;
+    Task& operator=(const Task&);
+    Task& operator=(Task&&) noexcept;
+    ~Task();
+
+    // Whether both handles share one task.
+    bool operator==(const Task& other) const;
+
+    // Runs the work on the calling thread and logs that it started and stopped; nothing if it was cancelled before.
+    // What the wrapper lets pass leaves here, without a stop record.
+    void operator()();
+
+    // Requests cancellation. A task that has not started will not run.
+    void Cancel();
+
+    // Lives as long as the task: keep a handle while using it.
+    const wchar_t* GetName() const;
+
+    std::shared_ptr<ITaskState> GetWrapper();
+
+    // Whether the run is under way and not being cancelled.
+    bool IsBusy() const;
+
+    // Whether cancellation was requested, or the task was waited for.
+    bool IsCancelled() const;
+
+    // Makes the task runnable once more, with a new future. Nothing for a cancelled task, or if the work is gone.
+    void Reset();
+
+    // Waits until the run has ended, then lets go of the callable and the future: from then on the task is cancelled.
+    // A run that was asked to cancel has 30 s to end; after that the process is ended. Neither the task's exception
+    // nor its cancellation is thrown here.
+    void Wait();
+
+  private:
+    std::shared_ptr<TaskImpl> m_impl;
+};
+
+}  // namespace Orvane::Internal

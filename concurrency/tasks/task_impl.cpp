@@ -1,0 +1,126 @@
+#include "concurrency/tasks/task_impl.h"
+
+#include <cwchar>
+#include <utility>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/tasks/null_task_wrapper.h"
+#include "zarvo_orvane_logging/orvane_logging.h"
+
+namespace Orvane::Internal {
+
+namespace {
+
+std::shared_ptr<ITaskState> EmptyState() {
+    return std::make_shared<NullTaskWrapper>();
+}
+
+// Thread and process ids stand twice in both records: hexadecimal and decimal.
+void ReportRun(const wchar_t* format, const wchar_t* name) {
+    const unsigned process = ::GetCurrentProcessId();
+    const unsigned thread = ::GetCurrentThreadId();
+    g_OrvaneLogging.Report(1, 16, L"Concurrency.Task", format, name, thread, thread, process, process);
+}
+
+}  // namespace
+
+TaskImpl::TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper)
+    : m_wrapper(wrapper ? std::move(wrapper) : EmptyState()) {
+    if (name != nullptr) {
+        std::wcsncpy(m_name.data(), name, m_name.size() - 1);
+    }
+}
+
+// Needs m_mutex.
+bool TaskImpl::IsCancelledLocked() const {
+    if (m_cancelled) {
+        return true;
+    }
+    const auto future = m_wrapper->GetFuture();
+    return future->IsCancelling() || future->IsCancelled();
+}
+
+void TaskImpl::Run() {
+    std::shared_ptr<ITaskState> wrapper;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (IsCancelledLocked()) {
+            return;
+        }
+        wrapper = m_wrapper;
+    }
+    ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
+    (*wrapper)();
+    ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
+}
+
+void TaskImpl::Cancel() {
+    std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
+    const std::lock_guard lock(m_mutex);
+    try {
+        m_wrapper->GetFuture()->RequestCancel();
+        m_cancelled = true;
+    } catch (const CancelRequestedException&) {
+        // The task cancels itself: this handle is done with it, the run goes on through its own reference.
+        released = std::exchange(m_wrapper, EmptyState());
+        throw;
+    }
+}
+
+const wchar_t* TaskImpl::GetName() const {
+    const std::lock_guard lock(m_mutex);
+    return m_name.data();
+}
+
+std::shared_ptr<ITaskState> TaskImpl::GetWrapper() const {
+    const std::lock_guard lock(m_mutex);
+    return m_wrapper;
+}
+
+bool TaskImpl::IsBusy() const {
+    const std::lock_guard lock(m_mutex);
+    return m_wrapper->GetFuture()->IsBusy();
+}
+
+bool TaskImpl::IsCancelled() const {
+    const std::lock_guard lock(m_mutex);
+    return IsCancelledLocked();
+}
+
+void TaskImpl::Reset() {
+    std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
+    const std::lock_guard lock(m_mutex);
+    if (IsCancelledLocked()) {
+        return;
+    }
+    if (auto fresh = m_wrapper->Recreate()) {
+        released = std::exchange(m_wrapper, std::move(fresh));
+    }
+}
+
+// Puts the empty state in place and returns nothing, unless a reset came in between and its run is under way: then
+// returns that run's state, to be waited for first, or its handle would call a running task idle.
+std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited) {
+    std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
+    auto empty = EmptyState();
+    const std::lock_guard lock(m_mutex);
+    if (m_wrapper != awaited) {
+        const auto future = m_wrapper->GetFuture();
+        if (future->IsBusy() || future->IsCancelling()) {
+            return m_wrapper;
+        }
+    }
+    released = std::exchange(m_wrapper, std::move(empty));
+    return nullptr;
+}
+
+void TaskImpl::Wait() {
+    std::shared_ptr<ITaskState> awaited = GetWrapper();
+    while (awaited) {
+        awaited->GetFuture()->Wait();
+        awaited = EmptyUnlessRunning(awaited);
+    }
+}
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,42 @@
+// What the handles of one task share.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+
+#include "concurrency/tasks/itask_state.h"
+
+namespace Orvane::Internal {
+
+class TaskImpl {
+  public:
+    static constexpr std::size_t kNameCapacity = 30;  // characters, the terminator included
+
+    TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper);
+    TaskImpl(const TaskImpl&) = delete;
+    TaskImpl& operator=(const TaskImpl&) = delete;
+
+    void Run();
+    void Cancel();
+    const wchar_t* GetName() const;
+    std::shared_ptr<ITaskState> GetWrapper() const;
+    bool IsBusy() const;
+    bool IsCancelled() const;
+    void Reset();
+    void Wait();
+
+  private:
+    friend struct FieldOrder;
+
+    bool IsCancelledLocked() const;
+    std::shared_ptr<ITaskState> EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited);
+
+    mutable std::recursive_mutex m_mutex;  // taken before the future's mutex
+    std::array<wchar_t, kNameCapacity> m_name{};  // constant after construction
+    std::shared_ptr<ITaskState> m_wrapper;        // guarded by m_mutex; never empty
+    bool m_cancelled = false;                     // guarded by m_mutex; never cleared
+};
+
+}  // namespace Orvane::Internal
