@@ -4,6 +4,11 @@
 
 namespace Orvane::Internal {
 
+std::shared_ptr<ITaskState> NullTaskWrapper::Instance() {
+    static const std::shared_ptr<ITaskState> instance = std::make_shared<NullTaskWrapper>();
+    return instance;
+}
+
 NullTaskWrapper::NullTaskWrapper() = default;
 
 NullTaskWrapper::~NullTaskWrapper() = default;

@@ -12,6 +12,9 @@ namespace Orvane::Internal {
 
 class ORVANE_CONCURRENCY_API NullTaskWrapper : public ITaskState {
   public:
+    // One for all: it has no state, and emptying a task must not fail.
+    static std::shared_ptr<ITaskState> Instance();
+
     NullTaskWrapper();
     ~NullTaskWrapper() override;
 

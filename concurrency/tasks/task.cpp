@@ -40,7 +40,7 @@ const wchar_t* Task::GetName() const {
 }
 
 std::shared_ptr<ITaskState> Task::GetWrapper() {
-    return m_impl ? m_impl->GetWrapper() : std::make_shared<NullTaskWrapper>();
+    return m_impl ? m_impl->GetWrapper() : NullTaskWrapper::Instance();
 }
 
 bool Task::IsBusy() const {

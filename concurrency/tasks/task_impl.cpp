@@ -1,6 +1,8 @@
 #include "concurrency/tasks/task_impl.h"
 
-#include <cwchar>
+#include <wchar.h>
+
+#include <algorithm>
 #include <utility>
 
 #include "concurrency/base/windows_api.h"
@@ -12,10 +14,6 @@ namespace Orvane::Internal {
 
 namespace {
 
-std::shared_ptr<ITaskState> EmptyState() {
-    return std::make_shared<NullTaskWrapper>();
-}
-
 // Thread and process ids stand twice in both records: hexadecimal and decimal.
 void ReportRun(const wchar_t* format, const wchar_t* name) {
     const unsigned process = ::GetCurrentProcessId();
@@ -26,9 +24,9 @@ void ReportRun(const wchar_t* format, const wchar_t* name) {
 }  // namespace
 
 TaskImpl::TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper)
-    : m_wrapper(wrapper ? std::move(wrapper) : EmptyState()) {
+    : m_wrapper(wrapper ? std::move(wrapper) : NullTaskWrapper::Instance()) {
     if (name != nullptr) {
-        std::wcsncpy(m_name.data(), name, m_name.size() - 1);
+        std::copy_n(name, ::wcsnlen(name, kNameCapacity - 1), m_name.begin());
     }
 }
 
@@ -63,7 +61,7 @@ void TaskImpl::Cancel() {
         m_cancelled = true;
     } catch (const CancelRequestedException&) {
         // The task cancels itself: this handle is done with it, the run goes on through its own reference.
-        released = std::exchange(m_wrapper, EmptyState());
+        released = std::exchange(m_wrapper, NullTaskWrapper::Instance());
         throw;
     }
 }
@@ -103,7 +101,6 @@ void TaskImpl::Reset() {
 // returns that run's state, to be waited for first, or its handle would call a running task idle.
 std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited) {
     std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
-    auto empty = EmptyState();
     const std::lock_guard lock(m_mutex);
     if (m_wrapper != awaited) {
         const auto future = m_wrapper->GetFuture();
@@ -111,7 +108,7 @@ std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<I
             return m_wrapper;
         }
     }
-    released = std::exchange(m_wrapper, std::move(empty));
+    released = std::exchange(m_wrapper, NullTaskWrapper::Instance());
     return nullptr;
 }
 

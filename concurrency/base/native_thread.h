@@ -1,0 +1,64 @@
+// One thread of the library: its handle and Win32 id.
+//
+// Not std::thread: its destructor ends the process when nobody has joined, and its start cannot be told apart from the
+// standard library's own.
+//
+// Threads: one thread at a time uses a record.
+// Lifetime: the destructor closes the handle and never waits; the thread itself goes on.
+#pragma once
+
+#include <memory>
+#include <utility>
+
+#include "concurrency/base/win32.h"
+
+namespace Orvane::Internal {
+
+class NativeThread {
+  public:
+    // A record of no thread.
+    NativeThread() = default;
+    ~NativeThread();
+    NativeThread(NativeThread&& other) noexcept;
+    NativeThread& operator=(NativeThread&& other) noexcept;
+
+    // Starts a thread that calls `body` once and destroys it. An exception that leaves `body` ends the process.
+    //
+    // Errors: std::system_error (resource_unavailable_try_again) if the thread cannot be started, std::bad_alloc; then
+    //     `body` has not been called.
+    template <typename Body>
+    static NativeThread Start(Body body) {
+        auto block = std::make_unique<Body>(std::move(body));
+        NativeThread thread = StartRaw(&Entry<Body>, block.get());
+        block.release();  // the thread's now
+        return thread;
+    }
+
+    bool IsJoinable() const noexcept { return m_handle != nullptr; }
+    bool IsCurrentThread() const noexcept;
+    DWORD GetId() const noexcept { return m_id; }
+    HANDLE GetHandle() const noexcept { return m_handle; }
+
+    // Waits until the thread has ended and closes the handle.
+    //
+    // Errors: std::system_error: resource_deadlock_would_occur on the thread itself, no_such_process if the wait fails.
+    void Join();
+
+  private:
+    using RawEntry = unsigned(__stdcall*)(void*);
+
+    template <typename Body>
+    static unsigned __stdcall Entry(void* argument) noexcept {
+        const std::unique_ptr<Body> block(static_cast<Body*>(argument));
+        (*block)();
+        return 0;
+    }
+
+    static NativeThread StartRaw(RawEntry entry, void* argument);
+    void Close() noexcept;
+
+    HANDLE m_handle = nullptr;
+    DWORD m_id = 0;
+};
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,65 @@
+#include "concurrency/threadpool/global_thread_pool.h"
+
+#include <atomic>
+#include <memory>
+
+#include "concurrency/errors/exceptions.h"
+#include "concurrency/threadpool/thread_pool.h"
+#include "concurrency/threadpool/thread_pool_instance.h"
+
+namespace Orvane::Internal {
+
+namespace {
+
+using ProcessPool = ThreadPool<ComPolicyMTA>;
+
+// On purpose without a destructor: a client that never uninitialises keeps its threads until the process ends, and
+// nothing could be stopped then.
+ProcessPool* g_pool = nullptr;  // guarded by ThreadPoolLock()
+
+// The same pool for callers, who take no lock. A caller that comes too late holds the stopped body.
+constinit std::atomic<std::shared_ptr<ThreadPoolCore>> g_core;
+
+std::shared_ptr<ThreadPoolCore> GetOrCreate() {
+    if (auto core = g_core.load()) {
+        return core;
+    }
+    const CriticalSectionLock lock(ThreadPoolLock());
+    if (g_pool == nullptr) {
+        g_pool = new ProcessPool(0);
+        g_core.store(g_pool->Core());
+    }
+    return g_pool->Core();
+}
+
+}  // namespace
+
+CriticalSection& ThreadPoolLock() {
+    static CriticalSection lock;
+    return lock;
+}
+
+void DestroyThreadPool() noexcept {
+    const CriticalSectionLock lock(ThreadPoolLock());
+    delete g_pool;
+    g_pool = nullptr;
+    g_core.store(nullptr);
+}
+
+void GlobalThreadPool::Queue(const Task& task) {
+    GetOrCreate()->Queue(task);
+}
+
+void GlobalThreadPool::LaunchInNewThread(const Task& task) {
+    GetOrCreate()->LaunchInNewThread(task);
+}
+
+bool GlobalThreadPool::IsPresent(const Task& task) {
+    return GetOrCreate()->IsPresent(task);
+}
+
+void GlobalThreadPool::IncreaseKilledThreadCount() {
+    GetOrCreate()->IncreaseKilledThreadCount();
+}
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,35 @@
+// The process-wide thread pool. Created on first use, with 8 workers; grows by 8 when fewer than 3 are spare; destroyed
+// by the last ConcurrencyUninitialize(). Every worker lives in the COM multithreaded apartment.
+//
+// Threads: any.
+// Errors: std::runtime_error "Failed to spawn thread, resource error" if the pool cannot be created; the next call tries
+//     again. std::system_error if a lock fails; std::bad_alloc.
+// Lifetime: do not use it while the last uninitialisation runs: a task queued then may never run.
+#pragma once
+
+#include "concurrency/base/export.h"
+#include "concurrency/tasks/task.h"
+
+namespace Orvane::Internal {
+
+class ORVANE_CONCURRENCY_API GlobalThreadPool {
+  public:
+    // Queues the task: first in, first out. Blocks while workers are being added (at most one batch per 250 ms).
+    //
+    // Cancellation: a cancellation point when it must wait before it adds workers; the task is not queued then.
+    static void Queue(const Task& task);
+
+    // Runs the task on a thread of its own that carries the task's name. The thread enters no COM apartment; give the
+    // task a threading policy if it needs one. Shutdown waits for it without limit and does not cancel it.
+    //
+    // Errors: also std::system_error (resource_unavailable_try_again) if the thread cannot be started.
+    static void LaunchInNewThread(const Task& task);
+
+    // Whether the task is queued or running on a worker.
+    static bool IsPresent(const Task& task);
+
+    // For clients that forcibly ended a pool worker, once for each: shutdown does not wait for it then.
+    static void IncreaseKilledThreadCount();
+};
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,159 @@
+// The pool of worker threads, and the dedicated threads beside it.
+//
+// The pool's body, ThreadPoolCore, is shared: every thread and every caller inside an operation holds it, so a late
+// caller or a thread that was never joined meets a stopped pool, not freed memory. ThreadPool is the one owner: it
+// starts the workers and stops them.
+//
+//   room                         thread_pool.cpp           queue, workers, stop
+//                                thread_pool_growth.cpp    when and how workers are added
+//                                thread_pool_dedicated.cpp threads of their own for single tasks
+//
+// Locks: launchMutex -> spawnMutex -> mutex; launchMutex -> exitMutex. None is held while a task runs or is destroyed.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <future>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "concurrency/base/native_thread.h"
+#include "concurrency/base/win32.h"
+#include "concurrency/tasks/policies.h"
+#include "concurrency/tasks/task.h"
+
+namespace Orvane::Internal {
+
+inline constexpr std::uint64_t kGrowthBatch = 8;
+
+class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
+  public:
+    // What a worker thread does: sets the thread up and calls RunWorker().
+    struct WorkerBatch;
+    using WorkerBody = void (*)(ThreadPoolCore& core, const WorkerBatch& batch);
+
+    // The workers that one SpawnThreads() started. They count only once all of them exist.
+    struct WorkerBatch {
+        bool counted = false;  // guarded by the pool's mutex
+    };
+
+    ThreadPoolCore(bool growable, WorkerBody workerBody);
+    ~ThreadPoolCore();
+    ThreadPoolCore(const ThreadPoolCore&) = delete;
+    ThreadPoolCore& operator=(const ThreadPoolCore&) = delete;
+
+    // Appends the task; adds workers first if few are spare. Blocks while workers are being added.
+    //
+    // Cancellation: may sleep up to 250 ms before it grows: then a cancellation point, and the task is not queued.
+    // Errors: std::bad_alloc, std::system_error; the task is not queued.
+    void Queue(const Task& task);
+
+    // Runs the task on a new thread that carries its name.
+    //
+    // Errors: std::system_error (resource_unavailable_try_again) if the thread cannot be started, std::bad_alloc;
+    //     nothing is changed.
+    void LaunchInNewThread(const Task& task);
+
+    // Whether the task is queued or running on a worker.
+    bool IsPresent(const Task& task);
+
+    // For clients that forcibly ended a worker: shutdown does not wait for it.
+    void IncreaseKilledThreadCount();
+
+    // Starts `count` workers. Errors: std::runtime_error "Failed to spawn thread, resource error".
+    void SpawnThreads(std::uint64_t count);
+
+    // Shuts down: lets the workers finish what is queued for 30 s, then cancels, and joins every thread.
+    //
+    // Threads: not on a thread of this pool: std::runtime_error, nothing is changed.
+    void Stop();
+
+    // Lets workers leave when nobody will call Stop().
+    void Abandon();
+
+    void RunWorker(const WorkerBatch& batch);
+
+  private:
+    friend struct FieldOrder;
+
+    using ThreadList = std::list<NativeThread>;
+    using PromiseMap = std::map<DWORD, std::promise<int>>;
+
+    enum class Reap { kIfEnded, kWait };
+
+    bool IsFull() const;
+    bool StaysFull(std::unique_lock<std::recursive_mutex>& lock);
+    void RequestGrowth(std::unique_lock<std::recursive_mutex>& spawnLock);
+    void StartBatch(std::uint64_t count);
+
+    void RunDedicated(std::uint32_t number, Task task, PromiseMap::node_type promise) noexcept;
+    void MarkFinished(std::uint32_t number);
+    void ReapFinished(Reap mode);
+    bool HasEnded(const NativeThread& thread);
+
+    void RefuseOwnThreads();
+    void CancelAll(std::list<Task>& removed);
+    void JoinThreads();
+
+    std::recursive_mutex m_mutex;
+    std::recursive_mutex m_exitMutex;
+    std::condition_variable_any m_workAvailable;  // with m_mutex: the queue is not empty, or stopping
+    std::condition_variable_any m_workerExited;   // with m_mutex: threadCount has sunk
+    const bool m_growable;
+    std::list<Task> m_queue;             // guarded by m_mutex
+    std::list<Task> m_running;           // guarded by m_mutex
+    std::recursive_mutex m_launchMutex;  // one launch, one end of a dedicated thread or one reaping at a time
+    std::map<std::uint32_t, ThreadList::iterator> m_dedicatedThreads;  // guarded by m_launchMutex
+    ThreadList m_finishedThreads;                             // changed under m_launchMutex and m_mutex, read under one
+    std::uint32_t m_nextDedicatedNumber = 0;                  // guarded by m_launchMutex
+    std::atomic<bool> m_stopping = false;                     // written under m_mutex
+    ThreadList m_threads;                                     // guarded by m_mutex
+    std::map<DWORD, std::future<int>> m_completionFutures;    // guarded by m_launchMutex
+    PromiseMap m_exitedPromises;                              // guarded by m_exitMutex
+    std::uint64_t m_threadCount = 0;                          // guarded by m_mutex
+    DWORD m_lastSpawnTick = 0;                                // guarded by m_spawnMutex
+    std::uint64_t m_killedCount = 0;                          // guarded by m_mutex
+    std::recursive_mutex m_spawnMutex;
+    std::condition_variable_any m_spawnDone;  // with m_spawnMutex: a growth has ended, or stopping
+    bool m_spawnInProgress = false;           // guarded by m_spawnMutex
+    const WorkerBody m_workerBody;
+};
+
+// Owns a pool: constructing it starts the workers, destroying it stops them.
+//
+// Threads: destroy it on a thread that is not the pool's; a failed shutdown ends the process.
+// Errors: std::runtime_error "Failed to spawn thread, resource error" from the constructor.
+template <typename ThreadPolicy>
+class ThreadPool {
+  public:
+    // `threadCount` workers, or 8 and more as needed for 0.
+    explicit ThreadPool(std::uint64_t threadCount)
+        : m_core(std::make_shared<ThreadPoolCore>(threadCount == 0, &RunWorker)) {
+        try {
+            m_core->SpawnThreads(threadCount == 0 ? kGrowthBatch : threadCount);
+        } catch (...) {
+            m_core->Abandon();
+            throw;
+        }
+    }
+
+    ~ThreadPool() noexcept { m_core->Stop(); }
+
+    ThreadPool(const ThreadPool&) = delete;
+    ThreadPool& operator=(const ThreadPool&) = delete;
+
+    const std::shared_ptr<ThreadPoolCore>& Core() const { return m_core; }
+
+  private:
+    static void RunWorker(ThreadPoolCore& core, const ThreadPoolCore::WorkerBatch& batch) {
+        const PolicyScope<ThreadPolicy> threadPolicy;
+        core.RunWorker(batch);
+    }
+
+    const std::shared_ptr<ThreadPoolCore> m_core;
+};
+
+}  // namespace Orvane::Internal

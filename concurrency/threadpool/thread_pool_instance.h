@@ -1,0 +1,14 @@
+// The one pool of the process: created on first use by the facade, destroyed by the library's teardown.
+#pragma once
+
+#include "concurrency/errors/critical_section.h"
+
+namespace Orvane::Internal {
+
+// Serialises creation and destruction of the pool. Constructed on first use.
+CriticalSection& ThreadPoolLock();
+
+// Stops and destroys the pool, if there is one. A failed shutdown ends the process.
+void DestroyThreadPool() noexcept;
+
+}  // namespace Orvane::Internal
