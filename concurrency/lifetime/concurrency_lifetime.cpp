@@ -1,0 +1,49 @@
+#include "concurrency/lifetime/concurrency_lifetime.h"
+
+#include <mutex>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/errors/exceptions.h"
+#include "concurrency/lifetime/initialization_state.h"
+#include "concurrency/scheduler/scheduler_instance.h"
+#include "concurrency/threadpool/thread_pool_instance.h"
+
+namespace Orvane {
+
+using Internal::g_initializationState;
+using Internal::LifetimeMutex;
+
+void ConcurrencyInitialize() {
+    const std::lock_guard lock(LifetimeMutex());
+    auto& state = g_initializationState;
+    if (state.initCount == 0) {
+        state.currentTaskTlsIndex = TlsAlloc();
+        state.slotIsLive = true;
+    }
+    ++state.initCount;
+    state.publishedCount = state.initCount;
+}
+
+void ConcurrencyUninitialize() {
+    const std::lock_guard lock(LifetimeMutex());
+    auto& state = g_initializationState;
+    --state.initCount;
+    if (state.initCount == 0) {
+        // The scheduler first: it queues into the pool.
+        Internal::DestroyScheduler();
+        Internal::DestroyThreadPool();
+        state.slotIsLive = false;
+        TlsFree(state.currentTaskTlsIndex);
+    }
+    state.publishedCount = state.initCount;
+}
+
+ConcurrencyLifetime::ConcurrencyLifetime() {
+    ConcurrencyInitialize();
+}
+
+ConcurrencyLifetime::~ConcurrencyLifetime() noexcept {
+    ConcurrencyUninitialize();
+}
+
+}  // namespace Orvane

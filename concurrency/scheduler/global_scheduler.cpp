@@ -1,0 +1,52 @@
+#include "concurrency/scheduler/global_scheduler.h"
+
+#include <atomic>
+#include <memory>
+
+#include "concurrency/errors/exceptions.h"
+#include "concurrency/scheduler/scheduler.h"
+#include "concurrency/scheduler/scheduler_instance.h"
+
+namespace Orvane::Internal {
+
+namespace {
+
+// On purpose without a destructor: a client that never uninitialises keeps its threads until the process ends, and
+// nothing could be stopped then.
+Scheduler* g_scheduler = nullptr;  // guarded by SchedulerLock()
+
+// The same scheduler's queue for callers, who take no lock.
+constinit std::atomic<std::shared_ptr<ScheduledTaskQueue>> g_queue;
+
+std::shared_ptr<ScheduledTaskQueue> GetOrCreateQueue() {
+    if (auto queue = g_queue.load()) {
+        return queue;
+    }
+    const CriticalSectionLock lock(SchedulerLock());
+    if (g_scheduler == nullptr) {
+        g_scheduler = new Scheduler();
+        g_queue.store(g_scheduler->Queue());
+    }
+    return g_scheduler->Queue();
+}
+
+}  // namespace
+
+CriticalSection& SchedulerLock() {
+    static CriticalSection lock;
+    return lock;
+}
+
+void DestroyScheduler() noexcept {
+    const CriticalSectionLock lock(SchedulerLock());
+    // Out of the callers' reach when the scheduler goes, so that it reports what was left in its queue.
+    const auto queue = g_queue.exchange(nullptr);
+    delete g_scheduler;
+    g_scheduler = nullptr;
+}
+
+void GlobalScheduler::Insert(ScheduledTask task) {
+    GetOrCreateQueue()->Push(task);
+}
+
+}  // namespace Orvane::Internal

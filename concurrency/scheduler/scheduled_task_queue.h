@@ -1,0 +1,42 @@
+// The scheduler's queue: a heap of scheduled tasks, the earliest start on top, and the condition its thread sleeps on.
+//
+// Threads: Push() and Stop() from any; PopExpired() and WaitForNextStart() on the scheduler's thread.
+// Errors: std::system_error, std::bad_alloc from Push() (nothing inserted).
+// Lifetime: shared with callers inside Push(); entries left at the end are reported, neither cancelled nor run.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+#include "concurrency/scheduler/scheduled_task.h"
+
+namespace Orvane::Internal {
+
+class ScheduledTaskQueue {
+  public:
+    ScheduledTaskQueue();
+    ~ScheduledTaskQueue();
+    ScheduledTaskQueue(const ScheduledTaskQueue&) = delete;
+    ScheduledTaskQueue& operator=(const ScheduledTaskQueue&) = delete;
+
+    void Push(const ScheduledTask& task);
+
+    // Takes the earliest task out if it is due. `due` must be empty: what it held would be destroyed under the lock.
+    bool PopExpired(ScheduledTask& due);
+
+    // Sleeps until the earliest start, an insert or Stop(), or until woken for no reason. Returns false once stopped.
+    bool WaitForNextStart();
+
+    void Stop();
+
+  private:
+    ScheduledTask TakeTop();
+
+    std::mutex m_lock;  // never held while something is signalled, queued on the pool or destroyed
+    std::condition_variable_any m_wake;
+    std::vector<ScheduledTask> m_heap;  // guarded by m_lock; heap order by operator>
+    bool m_stop = false;                // guarded by m_lock
+};
+
+}  // namespace Orvane::Internal
