@@ -13,5 +13,5 @@ else()
     )
 endif()
 target_compile_definitions(zarvo_own_code INTERFACE
-    UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00
+    UNICODE _UNICODE _WIN32_WINNT=0x0A00
 )

@@ -99,6 +99,27 @@ bench() {
     finish "bench: done"
 }
 
+abi() {
+    configure debug
+    compile debug ZarvoConcurrency
+    step "list the exports" cmake -D DLL=build/debug/bin/ZarvoConcurrency.dll -D LIST=abi/exports.txt -D UPDATE=ON \
+        -D OBJDUMP=x86_64-w64-mingw32-objdump -P tools/check_exports.cmake
+    finish "abi: abi/exports.txt is written, review it with git diff"
+}
+
+build_example() {
+    configure release
+    compile release "$1"
+}
+
+# run_example NAME [ARGUMENTS]: its standard output is the verb's, nothing else is printed there.
+run_example() {
+    local name=$1
+    shift
+    start_wine
+    wine "build/release/bin/$name.exe" "$@"
+}
+
 shell() {
     start_wine
     if [ $# = 0 ]; then bash; else "$@"; fi
