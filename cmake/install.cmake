@@ -1,0 +1,30 @@
+# Installs the package ZarvoConcurrency: find_package(ZarvoConcurrency) gives Zarvo::Concurrency and its siblings.
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ZarvoConcurrency)
+
+install(TARGETS ZarvoConcurrency ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLogging
+    EXPORT ZarvoConcurrencyTargets
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+)
+# The compiler's own runtime, in the very version the library was built with.
+install(FILES ${ZARVO_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+install(EXPORT ZarvoConcurrencyTargets NAMESPACE Zarvo:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/ZarvoConcurrencyConfig.cmake.in
+    ${CMAKE_CURRENT_BINARY_DIR}/ZarvoConcurrencyConfig.cmake
+    INSTALL_DESTINATION ${package_dir}
+)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/ZarvoConcurrencyConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion
+)
+install(
+    FILES
+        ${CMAKE_CURRENT_BINARY_DIR}/ZarvoConcurrencyConfig.cmake
+        ${CMAKE_CURRENT_BINARY_DIR}/ZarvoConcurrencyConfigVersion.cmake
+    DESTINATION ${package_dir}
+)
+install(FILES LICENSE README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency OPTIONAL)

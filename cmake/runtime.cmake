@@ -1,0 +1,26 @@
+# Where programs and DLLs go: one folder, so that every program finds its DLLs beside itself.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_SHARED_LIBRARY_PREFIX "")
+set(CMAKE_SHARED_MODULE_PREFIX "")
+
+# The C++ runtime stays shared between all modules: one heap, one set of standard globals, exceptions that cross.
+set(ZARVO_RUNTIME_DLLS "")
+if(MINGW AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    foreach(name IN ITEMS libstdc++-6.dll libgcc_s_seh-1.dll)
+        execute_process(
+            COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${name}
+            OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY
+        )
+        # A compiler that does not ship the file answers with the bare name: then it must be on the user's PATH.
+        if(IS_ABSOLUTE "${path}")
+            list(APPEND ZARVO_RUNTIME_DLLS "${path}")
+            file(COPY "${path}" DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+        endif()
+    endforeach()
+endif()
+
+if(MINGW)
+    # The same sources give the same file: no time stamp, no folder of this machine.
+    add_link_options(-Wl,--no-insert-timestamp)
+    add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.")
+endif()

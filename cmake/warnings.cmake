@@ -1,0 +1,17 @@
+# What the project's own code is compiled with; never a requirement of its users.
+option(ZARVO_WARNINGS_AS_ERRORS "Treat warnings in the project's own code as errors" OFF)
+
+add_library(zarvo_own_code INTERFACE)
+target_compile_features(zarvo_own_code INTERFACE cxx_std_20)
+
+if(MSVC)
+    target_compile_options(zarvo_own_code INTERFACE /W4 /permissive- /utf-8 $<$<BOOL:${ZARVO_WARNINGS_AS_ERRORS}>:/WX>)
+else()
+    target_compile_options(zarvo_own_code INTERFACE
+        -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+        $<$<BOOL:${ZARVO_WARNINGS_AS_ERRORS}>:-Werror>
+    )
+endif()
+target_compile_definitions(zarvo_own_code INTERFACE
+    UNICODE _UNICODE _WIN32_WINNT=0x0A00
+)

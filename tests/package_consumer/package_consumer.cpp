@@ -1,0 +1,2 @@
+#include "concurrency/base/export.h"
+int main() { return Foo() == 4 ? 0 : 1; }

@@ -1,0 +1,38 @@
+# Compares the names that a DLL exports with the list under review, or writes the list:
+#   cmake -D DLL=file -D OBJDUMP=program -D LIST=abi/exports.txt [-D UPDATE=ON] -P check_exports.cmake
+execute_process(COMMAND ${OBJDUMP} -p ${DLL} OUTPUT_VARIABLE dump COMMAND_ERROR_IS_FATAL ANY)
+
+string(FIND "${dump}" "[Ordinal/Name Pointer] Table" begin)
+if(begin EQUAL -1)
+    message(FATAL_ERROR "${DLL} exports nothing")
+endif()
+string(SUBSTRING "${dump}" ${begin} -1 dump)
+string(FIND "${dump}" "\n\n" end)
+string(SUBSTRING "${dump}" 0 ${end} dump)
+# One line per name: "[ 12] +base[ 13]  000c _ZN6Orvane..."
+string(REGEX MATCHALL "[0-9a-f][0-9a-f][0-9a-f][0-9a-f] [^\n]+" exported "${dump}")
+list(TRANSFORM exported REPLACE "^[0-9a-f]+ +" "")
+list(SORT exported)
+
+if(UPDATE)
+    list(JOIN exported "\n" text)
+    file(WRITE ${LIST} "${text}\n")
+    list(LENGTH exported count)
+    message(STATUS "${LIST} now names ${count} exports")
+    return()
+endif()
+
+file(STRINGS ${LIST} reviewed)
+set(added ${exported})
+list(REMOVE_ITEM added ${reviewed})
+set(gone ${reviewed})
+list(REMOVE_ITEM gone ${exported})
+foreach(name IN LISTS added)
+    message(NOTICE "exported, but not in the list: ${name}")
+endforeach()
+foreach(name IN LISTS gone)
+    message(NOTICE "in the list, but not exported: ${name}")
+endforeach()
+if(added OR gone)
+    message(FATAL_ERROR "The exports changed. If that is meant: ./dev abi, and have the change reviewed.")
+endif()

@@ -1,0 +1,44 @@
+# Enters a toolchain root with bubblewrap: the root read-only, this checkout at its own path, no network.
+
+# Set by a verb that needs more than the checkout: further options for bubblewrap.
+sandbox_options=()
+
+require_sandbox() {
+    local reason
+    reason=$(bwrap --ro-bind / / true 2>&1) && return
+    cat >&2 <<TEXT
+dev: bubblewrap cannot make a namespace here: $reason
+Where ordinary users may not (Ubuntu 23.10 and later, some containers), either run ./dev as root, or allow it:
+    sudo sysctl -w kernel.apparmor_restrict_unprivileged_userns=0     (Ubuntu)
+    sudo sysctl -w kernel.unprivileged_userns_clone=1                 (older Debian)
+A container must be started with the right to make namespaces.
+TEXT
+    fail "enter a sandbox" 3
+}
+
+# in_toolchain ROOT COMMAND...
+in_toolchain() {
+    local root=$1
+    shift
+    mkdir -p "$cache/ccache"
+    bwrap --ro-bind "$root/usr" /usr --ro-bind "$root/etc" /etc \
+        --symlink usr/bin /bin --symlink usr/sbin /sbin --symlink usr/lib /lib --symlink usr/lib64 /lib64 \
+        --dev /dev --proc /proc --ro-bind /sys /sys --tmpfs /tmp --tmpfs /run --dir /var/tmp \
+        --bind "$cache/ccache" /ccache --ro-bind-try "$root/wine-prefix" /wine-prefix \
+        --bind "$project" "$project" "${sandbox_options[@]}" \
+        --unshare-pid --unshare-net --unshare-ipc --die-with-parent --chdir "$project" --clearenv \
+        --setenv PATH /usr/bin:/usr/sbin --setenv HOME /tmp --setenv LC_ALL C.UTF-8 --setenv TERM "${TERM:-dumb}" \
+        --setenv XDG_RUNTIME_DIR /tmp --setenv DEV_ROOT "${root##*/}" \
+        --setenv WINEPREFIX "$project/build/wine" --setenv WINEDEBUG -all \
+        --setenv WINEDLLOVERRIDES 'mscoree,mshtml=;winemenubuilder.exe=d' \
+        --setenv CCACHE_DIR /ccache --setenv CCACHE_MAXSIZE 2G \
+        --setenv CCACHE_BASEDIR "$project" --setenv CCACHE_NOHASHDIR 1 \
+        "$@"
+}
+
+# One ./dev at a time works in a checkout: build/ and the Wine prefix belong to it.
+claim_checkout() {
+    mkdir -p "$project/build"
+    exec 8>"$project/build/.lock"
+    flock --nonblock 8 || { say "wait: another ./dev is working in this checkout"; flock 8; }
+}

@@ -1,0 +1,30 @@
+# How every verb speaks: one line per step, the failing step by name, one closing line.
+
+say() { printf '\n> %s\n' "$*"; }
+
+# step NAME COMMAND...: announces, runs, and ends the verb when the command fails.
+step() {
+    local name=$1
+    shift
+    say "$name: $*"
+    "$@" || fail "$name" $?
+}
+
+# quiet_step NAME LOG COMMAND...: the same, but the output is shown only when the command fails.
+quiet_step() {
+    local name=$1 log=$2
+    shift 2
+    say "$name: $*"
+    mkdir -p "$(dirname "$log")"
+    "$@" >"$log" 2>&1 && return
+    local code=$?
+    cat "$log" >&2
+    fail "$name" "$code"
+}
+
+fail() {
+    printf '\ndev: FAILED: %s (exit code %s)\n' "$1" "${2:-1}" >&2
+    exit "${2:-1}"
+}
+
+finish() { printf '\ndev: %s\n' "$*"; }

@@ -1,0 +1,144 @@
+# Makes the toolchain roots: small Debian trees, unpacked once into the cache and never run as a system.
+
+suite=trixie
+recipe=1 # raise it when what is done to the unpacked packages changes
+cache=${DEV_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/zarvo-dev}
+
+packages_common=base-files,bash,coreutils,dash,sed,grep,findutils,gawk,diffutils,libc-bin
+packages_build=g++-mingw-w64-x86-64-win32,mingw-w64-tools,cmake,ninja-build,ccache,googletest
+packages_run=wine
+packages_lint=clang-format-19,clang-tidy-19,python3-minimal
+packages_docs=doxygen,graphviz
+
+# Sets toolchain_root: cross compiler, CMake and Wine.
+ensure_toolchain() {
+    ensure_root toolchain "$packages_common,$packages_build,$packages_run"
+    toolchain_root=$made_root
+}
+
+# Sets lint_root: the same compiler beside clang's tools.
+ensure_lint_root() {
+    ensure_root lint "$packages_common,$packages_build,$packages_lint"
+    lint_root=$made_root
+}
+
+# Sets docs_root.
+ensure_docs_root() {
+    ensure_root docs "$packages_common,$packages_docs"
+    docs_root=$made_root
+}
+
+# The root's name holds a hash of all that decides its contents, so that a change makes a new one.
+root_key() { echo "$suite $recipe $1" | sha256sum | cut -c1-12; }
+
+# ensure_root KIND PACKAGES: sets made_root, made first when it is missing.
+ensure_root() {
+    made_root=$cache/$1-$(root_key "$2")
+    [ -e "$made_root/.complete" ] && { require_sandbox; return; }
+    ensure_host_packages
+    require_sandbox
+    mkdir -p "$cache"
+    exec 9>"$made_root.lock"
+    flock --nonblock 9 || { say "wait: another ./dev is making $made_root"; flock 9; }
+    [ -e "$made_root/.complete" ] || make_root "$1" "$2"
+    exec 9>&-
+}
+
+make_root() {
+    say "make the $1 root (once): Debian $suite in $made_root"
+    local new=$made_root.new
+    rm -rf "$new" "$made_root"
+    unpack_packages "$2" "$new" || fail "unpack the packages of the $1 root" $?
+    finish_root "$new" || fail "finish the $1 root" $?
+    mv "$new" "$made_root"
+    if [ "$1" = toolchain ]; then prepare_wine "$made_root" || fail "prepare Wine" $?; fi
+    touch "$made_root/.complete"
+}
+
+# On purpose: packages are only unpacked. No maintainer script runs, so this works without privileges
+# and finish_root does by hand the few things those scripts would have done.
+unpack_packages() {
+    local packages=$1 target=$2 mirror as_root=()
+    mirror=$(debian_mirror)
+    [ "$(id -u)" = 0 ] || as_root=(unshare --user --map-root-user)
+    local sources=()
+    if [ -n "$mirror" ]; then sources=("deb $mirror $suite main" "deb-src $mirror $suite main"); fi
+    TMPDIR=$cache TAR_OPTIONS=--no-same-owner "${as_root[@]}" mmdebstrap --quiet \
+        --mode=root --variant=extract --skip=chroot/mount \
+        --aptopt='APT::Sandbox::User "root"' --aptopt='Apt::Install-Recommends "false"' \
+        --extract-hook='cd "$1/var/cache/apt/archives" && ls *.deb | sort > "$1/etc/toolchain-versions"' \
+        --include="$packages" "$suite" "$target" "${sources[@]}"
+}
+
+finish_root() (
+    set -e
+    cd "$1"
+    rm -rf usr/share/{doc,man,locale,info} etc/apt
+    printf 'root:x:0:0:root:/tmp:/bin/bash\nuser:x:%s:%s::/tmp:/bin/bash\n' "$(id -u)" "$(id -g)" |
+        awk -F: '!seen[$3]++' >etc/passwd
+    printf 'root:x:0:\nuser:x:%s:\n' "$(id -g)" | awk -F: '!seen[$3]++' >etc/group
+    ln -sf gawk usr/bin/awk
+    if [ -e usr/bin/x86_64-w64-mingw32-gcc-win32 ]; then link_compiler; fi
+    if [ -d usr/lib/wine ]; then finish_wine; fi
+)
+
+link_compiler() {
+    local tool
+    for tool in gcc g++ c++ cpp gcov gcc-ar gcc-ranlib gcc-nm; do
+        if [ -e usr/bin/x86_64-w64-mingw32-$tool-win32 ]; then
+            ln -sf x86_64-w64-mingw32-$tool-win32 usr/bin/x86_64-w64-mingw32-$tool
+        fi
+    done
+}
+
+# Wine refuses to start a program without its zlib1.dll, which Debian's maintainer script derives from MinGW's:
+# the same file with a mark at byte 64 that tells Wine it is one of its own.
+finish_wine() {
+    local pair mingw folder tool
+    for pair in x86_64:x86_64 i686:i386; do
+        mingw=usr/${pair%:*}-w64-mingw32/lib/zlib1.dll
+        folder=usr/lib/x86_64-linux-gnu/wine/${pair#*:}-windows
+        if [ -d "$folder" ] && [ -e "$mingw" ]; then
+            { head -c 64 "$mingw"; printf 'Wine builtin DLL'; head -c 16 /dev/zero; tail -c +97 "$mingw"; } \
+                >"$folder/zlib1.dll"
+        fi
+    done
+    for tool in wine:wine64 wineserver:wineserver64; do
+        printf '#!/bin/sh\nexec /usr/lib/wine/%s "$@"\n' "${tool#*:}" >"usr/bin/${tool%:*}"
+        chmod 755 "usr/bin/${tool%:*}"
+    done
+}
+
+# Every checkout copies this prefix: making one takes far longer than copying it.
+prepare_wine() {
+    mkdir "$1/wine-prefix"
+    local sandbox_options=(--bind "$1/usr" /usr --bind "$1/wine-prefix" /wine-prefix)
+    in_toolchain "$1" bash tools/dev/first_prefix.sh
+}
+
+# The mirror this machine itself uses, if it is a Debian; empty means mmdebstrap's default.
+debian_mirror() {
+    if [ -n "${DEV_MIRROR:-}" ]; then echo "$DEV_MIRROR"; return; fi
+    [ "$(. /etc/os-release && echo "${ID:-}")" = debian ] || return 0
+    local lists=()
+    mapfile -t lists < <(find /etc/apt/sources.list /etc/apt/sources.list.d -name '*.sources' -o -name '*.list' 2>/dev/null)
+    [ ${#lists[@]} = 0 ] || awk -f "$project/tools/dev/debian_mirror.awk" "${lists[@]}"
+}
+
+ensure_host_packages() {
+    local missing=()
+    command -v mmdebstrap >/dev/null || missing+=(mmdebstrap)
+    command -v bwrap >/dev/null || missing+=(bubblewrap)
+    [ -e /usr/share/keyrings/debian-archive-keyring.gpg ] || missing+=(debian-archive-keyring)
+    [ ${#missing[@]} != 0 ] || return 0
+    local install=(apt-get install --yes --no-install-recommends "${missing[@]}")
+    if [ "$(id -u)" != 0 ] || ! command -v apt-get >/dev/null; then
+        printf 'dev: this machine lacks %s. Run this once, then try again:\n\n    sudo %s\n' \
+            "${missing[*]}" "${install[*]}" >&2
+        fail "find the host packages" 3
+    fi
+    say "install the host packages: ${install[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    "${install[@]}" </dev/null || { apt-get update && "${install[@]}" </dev/null; } ||
+        fail "install the host packages" $?
+}
