@@ -1,0 +1,91 @@
+// The short way to a scheduled task.
+//
+//     Tracker heartbeat = Orvane::Schedule(L"Heartbeat", 0s, 10s, [&monitor] { monitor.Beat(); });
+//     ...
+//     heartbeat.Cancel();   // or Wait(), or let it go: the destructor cancels and waits
+//
+// Threads: any. The callable runs on the pool's workers, one run at a time.
+// Cancellation: inside the callable, CancellationPoint() and the cancellable waits leave when the tracker cancels.
+// Errors: std::bad_alloc, std::system_error, what copying the callable throws; nothing is scheduled then.
+// Lifetime: the callable is copied for every run. What it refers to must live until the last copy of the returned
+//     Tracker is gone. It must not hold that Tracker, nor let its last copy go.
+// Units: any durations and system-clock time points; rounded to 100 ns, saturated at the ends of time.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <limits>
+#include <type_traits>
+#include <utility>
+
+#include "concurrency/base/time.h"
+#include "concurrency/scheduler/global_scheduler.h"
+#include "concurrency/scheduler/scheduled_task.h"
+#include "concurrency/scheduler/tracker.h"
+#include "concurrency/scheduler/tracker_impl.h"
+#include "concurrency/tasks/make_task.h"
+
+namespace Orvane {
+
+// What Schedule() needs of a Tracker: not for callers.
+class ScheduleAccess {
+    template <typename Rep, typename Period>
+    static Duration ToTicks(const std::chrono::duration<Rep, Period>& duration) {
+        using Seconds = std::chrono::duration<long double>;
+        if (Seconds(duration) >= Seconds(Duration::max())) {
+            return Duration::max();
+        }
+        if (Seconds(duration) <= Seconds(Duration::min())) {
+            return Duration::min();
+        }
+        return std::chrono::duration_cast<Duration>(duration);
+    }
+
+    static TimePoint After(const Duration& delay) {
+        const auto now = std::chrono::time_point_cast<Duration>(std::chrono::system_clock::now());
+        return delay > TimePoint::max() - now ? TimePoint::max() : now + delay;
+    }
+
+    template <typename Callable>
+    static Tracker Start(const wchar_t* name, const TimePoint& start, const Duration& interval, Callable&& callable) {
+        Tracker tracker;
+        // By plain pointer: a shared one would keep the tracker for ever. The tracker ends no earlier than the run.
+        Internal::TrackerImpl* const impl = tracker.m_impl.get();
+        const Internal::ScheduledTask task(
+            MakeTask(name, [impl, work = std::function<void()>(std::forward<Callable>(callable))] {
+                impl->UpdateWrapper(work);
+            }),
+            start, interval);
+        tracker.SetTask(task);
+        Internal::GlobalScheduler::Insert(task);
+        return tracker;
+    }
+
+    template <typename ClockDuration, typename Rep, typename Period, typename Callable>
+    friend Tracker Schedule(const wchar_t* name,
+                            const std::chrono::time_point<std::chrono::system_clock, ClockDuration>& start,
+                            const std::chrono::duration<Rep, Period>& interval, Callable&& callable);
+
+    template <typename DelayRep, typename DelayPeriod, typename Rep, typename Period, typename Callable>
+    friend Tracker Schedule(const wchar_t* name, const std::chrono::duration<DelayRep, DelayPeriod>& delay,
+                            const std::chrono::duration<Rep, Period>& interval, Callable&& callable);
+};
+
+// Runs the callable at `start` and then after every `interval`; once for interval 0.
+template <typename ClockDuration, typename Rep, typename Period, typename Callable>
+[[nodiscard]] Tracker Schedule(const wchar_t* name,
+                               const std::chrono::time_point<std::chrono::system_clock, ClockDuration>& start,
+                               const std::chrono::duration<Rep, Period>& interval, Callable&& callable) {
+    return ScheduleAccess::Start(name, TimePoint(ScheduleAccess::ToTicks(start.time_since_epoch())),
+                                 ScheduleAccess::ToTicks(interval), std::forward<Callable>(callable));
+}
+
+// Runs the callable after `delay` and then after every `interval`; once for interval 0.
+template <typename DelayRep, typename DelayPeriod, typename Rep, typename Period, typename Callable>
+[[nodiscard]] Tracker Schedule(const wchar_t* name, const std::chrono::duration<DelayRep, DelayPeriod>& delay,
+                               const std::chrono::duration<Rep, Period>& interval, Callable&& callable) {
+    return ScheduleAccess::Start(name, ScheduleAccess::After(ScheduleAccess::ToTicks(delay)),
+                                 ScheduleAccess::ToTicks(interval), std::forward<Callable>(callable));
+}
+
+}  // namespace Orvane
