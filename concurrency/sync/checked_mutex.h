@@ -1,0 +1,53 @@
+// An exclusive mutex that says in the log when it was waited for suspiciously long, or destroyed while locked.
+//
+// Threads: any thread may call any operation. Waiters are not served in order.
+// Recursion: none: a second lock() by the holder is reported after 3 s and then waits for ever.
+// Cancellation: no cancellation points.
+// Errors: std::system_error if a lock fails. On purpose nothing else: a long wait and misuse are reported, not thrown.
+//     unlock() does not check that the caller holds the mutex.
+// Lifetime: must outlive every waiter.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+#include "concurrency/base/export.h"
+#include "concurrency/base/time.h"
+
+namespace Orvane {
+
+class ORVANE_CONCURRENCY_API checked_mutex {
+  public:
+    checked_mutex();
+    virtual ~checked_mutex();
+    checked_mutex(const checked_mutex&) = delete;
+    checked_mutex& operator=(const checked_mutex&) = delete;
+
+    // Blocks until the mutex is held. Reports once when that took 3 s, and goes on waiting.
+    void lock();
+    bool try_lock();
+
+    // Waits until `deadline` at most; returns whether the mutex is held now. A free mutex is taken even if the deadline
+    // has passed.
+    bool timed_lock(const TimePoint& deadline);
+    void unlock();
+
+  private:
+    friend struct FieldOrder;
+
+    struct TimedMutex {
+        std::mutex mutex;
+        std::condition_variable condition;  // notified when the word becomes free
+        std::uint32_t held = 0;             // guarded by mutex; 0 or all ones
+    };
+
+    TimedMutex m_lock;
+
+    // The outcome of the last attempt through this object, for the destructor's report. On purpose written after the
+    // lock is free, and cleared by a failed attempt: a diagnostic aid, not an ownership record.
+    std::atomic<bool> m_locked = false;
+};
+
+}  // namespace Orvane

@@ -1,0 +1,62 @@
+// An exclusive mutex that serves its waiters strictly in order of arrival.
+//
+// Threads: every member may be called from any thread; only the owner may call unlock(), which does not check it.
+// Recursion: the owner may lock again; each lock needs its own unlock.
+// Cancellation: lock() and the timed locks are cancellation points while they must wait: they throw
+//     CancelRequestedException when the caller's task is cancelled. The place in the line is given up, the others keep
+//     theirs. A free or own mutex is taken without asking.
+// Errors: std::system_error if the guard fails; std::length_error or std::bad_alloc if the line cannot grow. On purpose:
+//     memory that runs out while waiting leaves the caller's place in the line, and nobody behind it is served.
+// Lifetime: must outlive every owner and every waiter; this is not checked.
+#pragma once
+
+#include <chrono>
+#include <memory>
+
+#include "concurrency/base/export.h"
+#include "concurrency/base/time.h"
+
+namespace Orvane {
+
+class ORVANE_CONCURRENCY_API fifo_mutex {
+  public:
+    fifo_mutex();
+    ~fifo_mutex();
+    fifo_mutex(const fifo_mutex&) = delete;
+    fifo_mutex& operator=(const fifo_mutex&) = delete;
+
+    // Blocks until the caller owns the mutex.
+    void lock();
+
+    // Never waits, and never overtakes a waiter.
+    bool try_lock();
+
+    // Waits until `deadline` (system clock, 100 ns ticks) at most. Returns false on time-out, even if the turn came at
+    // that very moment.
+    bool try_lock_until(const TimePoint& deadline);
+
+    // The same for any clock and duration, measured once, at the call.
+    template <typename Clock, typename ClockDuration>
+    bool try_lock_until(const std::chrono::time_point<Clock, ClockDuration>& deadline) {
+        return try_lock_for(deadline - Clock::now());
+    }
+    template <typename Rep, typename Period>
+    bool try_lock_for(const std::chrono::duration<Rep, Period>& duration) {
+        const auto now = std::chrono::time_point_cast<Duration>(std::chrono::system_clock::now());
+        using Seconds = std::chrono::duration<long double>;
+        if (Seconds(duration) >= Seconds(TimePoint::max() - now)) {
+            return try_lock_until(TimePoint::max());
+        }
+        return try_lock_until(duration > duration.zero() ? now + std::chrono::ceil<Duration>(duration) : now);
+    }
+
+    void unlock();
+
+  private:
+    class Line;
+
+    // Shared with whoever still wakes the waiters when the next owner has already destroyed the mutex.
+    const std::shared_ptr<Line> m_line;
+};
+
+}  // namespace Orvane

@@ -1,0 +1,48 @@
+// An exclusive mutex that processes share through its name: a Win32 kernel mutex.
+//
+// Threads: the thread that locked must unlock. Recursion: the owner may lock again; each lock needs its own unlock.
+// Cancellation: lock() is a cancellation point.
+// Errors: LockException from lock() and unlock(), with a report; std::runtime_error if the mutex cannot be created.
+//     On purpose a mutex whose owner died is a failed lock(): LockException, although the caller owns the mutex then.
+//     To go on: catch, unlock(), repair what the owner left, lock() again.
+// Lifetime: destroying it while locked is reported; the platform's mutex is then abandoned or stays with its owner.
+#pragma once
+
+#include <atomic>
+#include <string>
+
+#include "concurrency/base/export.h"
+#include "concurrency/base/win32.h"
+
+namespace Orvane {
+
+class ORVANE_CONCURRENCY_API interprocess_mutex {
+  public:
+    // Without a name, private to this object.
+    interprocess_mutex();
+
+    // A name without a backslash is placed in the framework's namespace of kernel objects, one with a backslash is used
+    // as it is. Null: no name. An existing mutex of that name is opened.
+    explicit interprocess_mutex(const wchar_t* name);
+
+    ~interprocess_mutex();
+    interprocess_mutex(const interprocess_mutex&) = delete;
+    interprocess_mutex& operator=(const interprocess_mutex&) = delete;
+
+    void lock();
+    void unlock();
+
+    // The rule for names.
+    std::wstring CheckAndPrependZarvoObjectsNamespace(const wchar_t* name);
+
+  private:
+    friend struct FieldOrder;
+
+    HANDLE m_handle;
+
+    // For diagnosis; written by the thread that locks or unlocks, the latter after the mutex is free.
+    std::atomic<bool> m_locked = false;
+    std::atomic<DWORD> m_owner = 0;
+};
+
+}  // namespace Orvane

@@ -1,0 +1,34 @@
+// What the mutexes throw when the platform fails them.
+//
+// Threads: a plain value. Thrown inside a task, it reaches the reader of the task's outcome as a LockException.
+#pragma once
+
+#include <exception>
+#include <memory>
+#include <stdexcept>
+
+#include "concurrency/base/export.h"
+#include "concurrency/cancellation/cloneable_exception.h"
+
+namespace Orvane {
+
+class ORVANE_CONCURRENCY_API LockException : public std::exception, public virtual CloneableException {
+  public:
+    // Keeps a copy of `message`. Errors: std::bad_alloc.
+    explicit LockException(const char* message);
+    LockException(const LockException&) noexcept;
+    LockException& operator=(const LockException&) noexcept;
+    ~LockException() override;
+
+    const char* what() const noexcept override;
+
+    std::shared_ptr<CloneableException> Clone() const override;
+    void Rethrow() const override;
+
+  private:
+    // Only a place for the message: its copies share one text and cannot fail. On purpose not a base, or handlers for
+    // std::runtime_error would catch this.
+    std::runtime_error m_message;
+};
+
+}  // namespace Orvane
