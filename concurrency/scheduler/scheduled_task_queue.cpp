@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "concurrency/base/clock.h"
+#include "concurrency/base/precise_wait.h"
 #include "concurrency/base/report.h"
 #include "concurrency/base/wait.h"
 
@@ -59,7 +60,7 @@ bool ScheduledTaskQueue::WaitForNextStart() {
     }
     const auto slice = NextSlice<WallClock>(m_heap.front().GetStartTime());
     if (slice > Duration::zero()) {
-        m_wake.wait_for(lock, slice);
+        PreciseWaitFor(m_wake, lock, slice);
     }
     return true;
 }

@@ -34,7 +34,7 @@ class ScheduledTaskQueue {
     ScheduledTask TakeTop();
 
     std::mutex m_lock;  // never held while something is signalled, queued on the pool or destroyed
-    std::condition_variable_any m_wake;
+    std::condition_variable m_wake;  // with m_lock: an entry was inserted, or stopped
     std::vector<ScheduledTask> m_heap;  // guarded by m_lock; heap order by operator>
     bool m_stop = false;                // guarded by m_lock
 };

@@ -1,0 +1,48 @@
+#include "concurrency/base/precise_wait.h"
+
+// Only where the toolchain's condition and mutex are the platform's own, and so are their native handles.
+#ifdef GCC_GTHR_WIN32_H
+
+#include "concurrency/base/windows_api.h"
+
+namespace Orvane::Internal {
+
+namespace {
+
+// What SleepConditionVariableCS is made of, with the time-out in ticks: negative for a relative one.
+using SleepInTicks = LONG(NTAPI*)(PCONDITION_VARIABLE, PCRITICAL_SECTION, const LARGE_INTEGER*);
+
+SleepInTicks FindSleepInTicks() noexcept {
+    const HMODULE system = GetModuleHandleW(L"ntdll");
+    return system == nullptr ? nullptr
+                             : reinterpret_cast<SleepInTicks>(
+                                   reinterpret_cast<void*>(GetProcAddress(system, "RtlSleepConditionVariableCS")));
+}
+
+}  // namespace
+
+void PreciseWaitFor(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, const Duration& timeout) {
+    static const SleepInTicks sleep = FindSleepInTicks();
+    if (sleep == nullptr) {
+        condition.wait_for(lock, timeout);
+        return;
+    }
+    LARGE_INTEGER relative;
+    relative.QuadPart = -timeout.count();
+    sleep(reinterpret_cast<PCONDITION_VARIABLE>(condition.native_handle()),
+          reinterpret_cast<PCRITICAL_SECTION>(lock.mutex()->native_handle()), &relative);
+}
+
+}  // namespace Orvane::Internal
+
+#else
+
+namespace Orvane::Internal {
+
+void PreciseWaitFor(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, const Duration& timeout) {
+    condition.wait_for(lock, timeout);
+}
+
+}  // namespace Orvane::Internal
+
+#endif
