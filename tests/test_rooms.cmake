@@ -1,4 +1,4 @@
-# test_room(ROOM [LIBRARIES library...] FILES file...)
+# test_room(ROOM [LIBRARIES library...] [WHITEBOX_LIBRARIES library...] FILES file...)
 #
 # Turns the files of tests/<room>/ into test programs. What a file becomes is said by the end of its name:
 #
@@ -10,11 +10,15 @@
 #   *_test_dll.cpp         a DLL of its own         loaded by the test it is named for
 #
 # "whitebox" goes with the others: *_whitebox_slow_test.cpp, *_whitebox_test_child.cpp. Every TEST runs in a process of
-# its own under the label <room>. LIBRARIES replaces what the tests that are not white-box see (default: the DLL).
+# its own under the label <room>. LIBRARIES replaces what the tests link (the DLL and test_support), WHITEBOX_LIBRARIES
+# what the white-box tests link (the library's objects and test_support_whitebox, the same support built for them).
 function(test_room room)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LIBRARIES;FILES")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LIBRARIES;WHITEBOX_LIBRARIES;FILES")
     if(NOT arg_LIBRARIES)
-        set(arg_LIBRARIES Zarvo::Concurrency)
+        set(arg_LIBRARIES Zarvo::Concurrency $<TARGET_NAME_IF_EXISTS:test_support>)
+    endif()
+    if(NOT arg_WHITEBOX_LIBRARIES)
+        set(arg_WHITEBOX_LIBRARIES concurrency_objects $<TARGET_NAME_IF_EXISTS:test_support_whitebox>)
     endif()
     foreach(file IN LISTS arg_FILES)
         if(file MATCHES "_test_(child|dll)\\.cpp$")
@@ -77,14 +81,9 @@ endfunction()
 function(zarvo_link_test target)
     target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
     if(target MATCHES "_whitebox_")
-        target_link_libraries(${target} PRIVATE concurrency_objects)
-        set(support test_support_whitebox)
+        target_link_libraries(${target} PRIVATE ${arg_WHITEBOX_LIBRARIES})
     else()
         target_link_libraries(${target} PRIVATE ${arg_LIBRARIES})
-        set(support test_support)
-    endif()
-    if(TARGET ${support})
-        target_link_libraries(${target} PRIVATE ${support})
     endif()
     target_link_libraries(${target} PRIVATE zarvo_own_code)
 endfunction()

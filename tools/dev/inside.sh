@@ -107,6 +107,24 @@ abi() {
     finish "abi: abi/exports.txt is written, review it with git diff"
 }
 
+package() {
+    local version name
+    start_wine
+    configure release
+    compile release
+    version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/release/CMakeCache.txt)
+    name=ZarvoConcurrency-$version-mingw-w64
+    rm -rf build/package
+    step "install, then build and run a consumer" cmake -D BUILD="$PWD/build/release" \
+        -D INSTALL="$PWD/build/package/$name" -D INSTALL_OPTIONS=--strip -D RUN_WITH=wine \
+        -D CONSUMER_OPTIONS="-GNinja;--toolchain;$PWD/cmake/toolchain-mingw-w64.cmake;-DCMAKE_BUILD_TYPE=Release" \
+        -P tests/package_consumer/check.cmake
+    cd build/package
+    step "zip the package" cmake -E tar cf "$name.zip" --format=zip "$name"
+    cd ../..
+    finish "package: build/package/$name.zip ($(du -h "build/package/$name.zip" | cut -f1))"
+}
+
 build_example() {
     configure release
     compile release "$1"

@@ -7,12 +7,13 @@ cache=${DEV_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/zarvo-dev}
 packages_common=base-files,bash,coreutils,dash,sed,grep,findutils,gawk,diffutils,libc-bin
 packages_build=g++-mingw-w64-x86-64-win32,mingw-w64-tools,cmake,ninja-build,ccache,googletest
 packages_run=wine
+sources_build=benchmark # only as sources: it is built for Windows, like googletest
 packages_lint=clang-format-19,clang-tidy-19,python3-minimal
 packages_docs=doxygen,graphviz
 
 # Sets toolchain_root: cross compiler, CMake and Wine.
 ensure_toolchain() {
-    ensure_root toolchain "$packages_common,$packages_build,$packages_run"
+    ensure_root toolchain "$packages_common,$packages_build,$packages_run" "$sources_build"
     toolchain_root=$made_root
 }
 
@@ -29,18 +30,18 @@ ensure_docs_root() {
 }
 
 # The root's name holds a hash of all that decides its contents, so that a change makes a new one.
-root_key() { echo "$suite $recipe $1" | sha256sum | cut -c1-12; }
+root_key() { echo "$suite $recipe $*" | sha256sum | cut -c1-12; }
 
-# ensure_root KIND PACKAGES: sets made_root, made first when it is missing.
+# ensure_root KIND PACKAGES [SOURCE]: sets made_root, made first when it is missing.
 ensure_root() {
-    made_root=$cache/$1-$(root_key "$2")
+    made_root=$cache/$1-$(root_key "${@:2}")
     [ -e "$made_root/.complete" ] && { require_sandbox; return; }
     ensure_host_packages
     require_sandbox
     mkdir -p "$cache"
     exec 9>"$made_root.lock"
     flock --nonblock 9 || { say "wait: another ./dev is making $made_root"; flock 9; }
-    [ -e "$made_root/.complete" ] || make_root "$1" "$2"
+    [ -e "$made_root/.complete" ] || make_root "$@"
     exec 9>&-
 }
 
@@ -48,7 +49,7 @@ make_root() {
     say "make the $1 root (once): Debian $suite in $made_root"
     local new=$made_root.new
     rm -rf "$new" "$made_root"
-    unpack_packages "$2" "$new" || fail "unpack the packages of the $1 root" $?
+    unpack_packages "$new" "${@:2}" || fail "unpack the packages of the $1 root" $?
     finish_root "$new" || fail "finish the $1 root" $?
     mv "$new" "$made_root"
     if [ "$1" = toolchain ]; then prepare_wine "$made_root" || fail "prepare Wine" $?; fi
@@ -58,22 +59,24 @@ make_root() {
 # On purpose: packages are only unpacked. No maintainer script runs, so this works without privileges
 # and finish_root does by hand the few things those scripts would have done.
 unpack_packages() {
-    local packages=$1 target=$2 mirror as_root=()
+    local target=$1 packages=$2 source=${3:-} mirror as_root=() hooks=()
     mirror=$(debian_mirror)
     [ "$(id -u)" = 0 ] || as_root=(unshare --user --map-root-user)
-    local sources=()
-    if [ -n "$mirror" ]; then sources=("deb $mirror $suite main" "deb-src $mirror $suite main"); fi
+    hooks=(--extract-hook='cd "$1/var/cache/apt/archives" && ls *.deb | sort >"$1/etc/toolchain-versions"')
+    if [ -n "$source" ]; then
+        hooks+=(--setup-hook='sed "s/^deb /deb-src /" "$1/etc/apt/sources.list" >"$1/etc/apt/sources.list.d/sources.list"')
+        hooks+=(--extract-hook="cd \"\$1/usr/src\" && sh '$project/tools/dev/unpack_source.sh' $source")
+    fi
     TMPDIR=$cache TAR_OPTIONS=--no-same-owner "${as_root[@]}" mmdebstrap --quiet \
         --mode=root --variant=extract --skip=chroot/mount \
-        --aptopt='APT::Sandbox::User "root"' --aptopt='Apt::Install-Recommends "false"' \
-        --extract-hook='cd "$1/var/cache/apt/archives" && ls *.deb | sort > "$1/etc/toolchain-versions"' \
-        --include="$packages" "$suite" "$target" "${sources[@]}"
+        --aptopt='APT::Sandbox::User "root"' --aptopt='Apt::Install-Recommends "false"' "${hooks[@]}" \
+        --include="$packages" "$suite" "$target" ${mirror:+"deb $mirror $suite main"}
 }
 
 finish_root() (
     set -e
     cd "$1"
-    rm -rf usr/share/{doc,man,locale,info} etc/apt
+    rm -rf usr/share/{doc,man,locale,info} etc/{apt,hostname,resolv.conf}
     printf 'root:x:0:0:root:/tmp:/bin/bash\nuser:x:%s:%s::/tmp:/bin/bash\n' "$(id -u)" "$(id -g)" |
         awk -F: '!seen[$3]++' >etc/passwd
     printf 'root:x:0:\nuser:x:%s:\n' "$(id -g)" | awk -F: '!seen[$3]++' >etc/group
