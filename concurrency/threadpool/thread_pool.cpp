@@ -50,7 +50,7 @@ void ThreadPoolCore::IncreaseKilledThreadCount() {
     ++m_killedCount;
 }
 
-void ThreadPoolCore::RunWorker(const WorkerBatch& batch) {
+void ThreadPoolCore::RunWorker(WorkerBatch& batch) {
     std::list<Task> done;
     std::unique_lock lock(m_mutex);
     for (;;) {
@@ -58,6 +58,8 @@ void ThreadPoolCore::RunWorker(const WorkerBatch& batch) {
             if (m_stopping) {
                 if (batch.counted) {
                     --m_threadCount;
+                } else {
+                    ++batch.leftEarly;
                 }
                 lock.unlock();
                 m_workerExited.notify_one();

@@ -33,11 +33,12 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
   public:
     // What a worker thread does: sets the thread up and calls RunWorker().
     struct WorkerBatch;
-    using WorkerBody = void (*)(ThreadPoolCore& core, const WorkerBatch& batch);
+    using WorkerBody = void (*)(ThreadPoolCore& core, WorkerBatch& batch);
 
-    // The workers that one SpawnThreads() started. They count only once all of them exist.
+    // The workers that one SpawnThreads() started. They count only once all of them exist. Guarded by the pool's mutex.
     struct WorkerBatch {
-        bool counted = false;  // guarded by the pool's mutex
+        bool counted = false;
+        std::uint64_t leftEarly = 0;  // workers that left a stopping pool before they were counted
     };
 
     ThreadPoolCore(bool growable, WorkerBody workerBody);
@@ -74,7 +75,7 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     // Lets workers leave when nobody will call Stop().
     void Abandon();
 
-    void RunWorker(const WorkerBatch& batch);
+    void RunWorker(WorkerBatch& batch);
 
   private:
     friend struct FieldOrder;
@@ -148,7 +149,7 @@ class ThreadPool {
     const std::shared_ptr<ThreadPoolCore>& Core() const { return m_core; }
 
   private:
-    static void RunWorker(ThreadPoolCore& core, const ThreadPoolCore::WorkerBatch& batch) {
+    static void RunWorker(ThreadPoolCore& core, ThreadPoolCore::WorkerBatch& batch) {
         const PolicyScope<ThreadPolicy> threadPolicy;
         core.RunWorker(batch);
     }

@@ -101,7 +101,7 @@ void ThreadPoolCore::StartBatch(std::uint64_t count) {
     {
         const std::lock_guard lock(m_mutex);
         m_threads.splice(m_threads.end(), started);
-        m_threadCount += count;
+        m_threadCount += count - batch->leftEarly;
         batch->counted = true;
     }
     m_spawnInProgress = false;
