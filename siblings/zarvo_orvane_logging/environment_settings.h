@@ -1,0 +1,21 @@
+// What the environment asks the log to do.
+#pragma once
+
+#include <limits>
+
+#include "zarvo_orvane_logging/line_output.h"
+#include "zarvo_orvane_logging/orvane_logging.h"
+
+namespace Orvane::Reports {
+
+struct EnvironmentSettings {
+    OrvaneLogging::Sink sink = OrvaneLogging::Sink::None;
+    LineFile file;  // when open, it is the sink
+    int minimumLevel = std::numeric_limits<int>::min();
+};
+
+// Reads ZARVO_LOG and ZARVO_LOG_LEVEL.
+// Errors: none; never throws. A value that cannot be honoured is explained on standard error and left out.
+EnvironmentSettings ReadEnvironmentSettings() noexcept;
+
+}  // namespace Orvane::Reports

@@ -1,0 +1,126 @@
+#include "zarvo_orvane_logging/report_dispatcher.h"
+
+#include <cstdarg>
+#include <mutex>
+
+#include <windows.h>
+
+#include "zarvo_orvane_logging/environment_settings.h"
+#include "zarvo_orvane_logging/recording_store.h"
+#include "zarvo_orvane_logging/report_format.h"
+#include "zarvo_orvane_logging/report_line.h"
+
+namespace Orvane::Reports {
+
+namespace {
+
+// Callers ask for the last error after they have reported a failure.
+class LastErrorKeeper {
+  public:
+    LastErrorKeeper() noexcept : m_error(GetLastError()) {}
+    ~LastErrorKeeper() { SetLastError(m_error); }
+    LastErrorKeeper(const LastErrorKeeper&) = delete;
+    LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
+
+  private:
+    DWORD m_error;
+};
+
+unsigned long long Now() noexcept {
+    FILETIME now;
+    GetSystemTimePreciseAsFileTime(&now);
+    return (static_cast<unsigned long long>(now.dwHighDateTime) << 32U) | now.dwLowDateTime;
+}
+
+void SendToDebugger(WideText& line) noexcept {
+    line.Close({L"\0", 1});
+    OutputDebugStringW(line.Text().data());
+}
+
+}  // namespace
+
+void ReportDispatcher::Dispatch(int severity, int kind, const wchar_t* category, const wchar_t* format,
+                                va_list arguments) noexcept {
+    const LastErrorKeeper lastError;
+    ReadEnvironmentOnce();
+    if (!Wants(severity)) {
+        return;
+    }
+    const unsigned long long time = Now();
+    const wchar_t* const shownFormat = format != nullptr ? format : L"(null)";
+    WideText text;
+    AppendMessage(shownFormat, arguments, text);
+    text.Close(L"");
+    Deliver({.time = time,
+             .threadId = GetCurrentThreadId(),
+             .severity = severity,
+             .kind = kind,
+             .category = category != nullptr ? category : L"(null)",
+             .format = shownFormat,
+             .text = text.Text()},
+            arguments);
+}
+
+void ReportDispatcher::Deliver(const PendingReport& report, va_list arguments) noexcept {
+    WideText line;
+    ComposeLine(report, line);
+    std::unique_lock lock(m_lock);
+    if (m_file.IsOpen()) {
+        if (!m_file.Append(line.Text())) {
+            WriteToStandardError(line.Text());
+        }
+        return;
+    }
+    switch (m_sink) {
+        case OrvaneLogging::Sink::None: return;
+        case OrvaneLogging::Sink::StandardError: return WriteToStandardError(line.Text());
+        case OrvaneLogging::Sink::Recording:
+            if (!KeepRecord(report, arguments)) {
+                WriteToStandardError(line.Text());
+            }
+            return;
+        case OrvaneLogging::Sink::Debugger:
+            // An exception handler that sees the text go by may report something itself.
+            lock.unlock();
+            return SendToDebugger(line);
+    }
+}
+
+void ReportDispatcher::SetSink(OrvaneLogging::Sink sink, LineFile file) noexcept {
+    ReadEnvironmentOnce();
+    const std::lock_guard lock(m_lock);
+    m_file.Close();
+    m_file = file;
+    m_sink = sink;
+    UpdateLowestWanted();
+}
+
+void ReportDispatcher::SetMinimumLevel(int severity) noexcept {
+    ReadEnvironmentOnce();
+    const std::lock_guard lock(m_lock);
+    m_minimumLevel = severity;
+    UpdateLowestWanted();
+}
+
+void ReportDispatcher::ReadEnvironmentOnce() noexcept {
+    if (m_environmentRead.load(std::memory_order_acquire)) {
+        return;
+    }
+    const std::lock_guard lock(m_lock);
+    if (m_environmentRead.load(std::memory_order_relaxed)) {
+        return;
+    }
+    const EnvironmentSettings settings = ReadEnvironmentSettings();
+    m_sink = settings.sink;
+    m_file = settings.file;
+    m_minimumLevel = settings.minimumLevel;
+    UpdateLowestWanted();
+    m_environmentRead.store(true, std::memory_order_release);
+}
+
+void ReportDispatcher::UpdateLowestWanted() noexcept {
+    const bool nowhere = m_sink == OrvaneLogging::Sink::None && !m_file.IsOpen();
+    m_lowestWanted.store(nowhere ? std::numeric_limits<int>::max() : m_minimumLevel, std::memory_order_relaxed);
+}
+
+}  // namespace Orvane::Reports

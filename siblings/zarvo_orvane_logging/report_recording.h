@@ -1,0 +1,40 @@
+// For tests only: what the recording sink has kept (OrvaneLogging::Sink::Recording).
+//
+// Records are kept in the order in which they were reported, across changes of the sink, until they are cleared.
+//
+// Threads: every function may be called from any thread.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "zarvo_orvane_logging/export.h"
+
+namespace Orvane::Reports {
+
+// A value behind a conversion: %d, %i and %c give long long; %u, %x, %X and %o unsigned long long; %f, %e and %g
+// double; every kind of %s a text, "(null)" for a null pointer; %p the pointer. A width or precision given as `*` is
+// not a value.
+using ReportArgument = std::variant<long long, unsigned long long, double, std::wstring, const void*>;
+
+struct RecordedReport {
+    int severity;
+    int kind;
+    std::wstring category;
+    std::wstring format;
+    std::vector<ReportArgument> arguments;
+    std::wstring text;  // the formatted message
+    unsigned long threadId;
+};
+
+// Errors: std::bad_alloc.
+ZARVO_ORVANE_LOGGING_API std::vector<RecordedReport> Recorded();
+
+ZARVO_ORVANE_LOGGING_API void ClearRecorded() noexcept;
+
+// How many records of this category, and of this format if one is given, have been kept.
+ZARVO_ORVANE_LOGGING_API std::size_t CountRecorded(const wchar_t* category, const wchar_t* format = nullptr) noexcept;
+
+}  // namespace Orvane::Reports

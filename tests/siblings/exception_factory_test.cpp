@@ -1,0 +1,223 @@
+#include "zarvo_orvane_utils/exception_factory.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cwchar>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include "concurrency/errors/error_storage.h"
+
+using Orvane::ErrorStorage;
+using Orvane::ExceptionBase;
+using Orvane::ExceptionFactory;
+using testing::SizeIs;
+
+namespace {
+
+constexpr GUID kZeroGuid{};
+constexpr GUID kOtherGuid{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
+
+template <int kNumber>
+struct Numbered : ExceptionBase {
+    using ExceptionBase::ExceptionBase;
+};
+
+template <int kNumber>
+void ThrowNumbered(const ErrorStorage& error) {
+    throw Numbered<kNumber>(error);
+}
+
+void ThrowNothing(const ErrorStorage&) {}
+
+ErrorStorage ComError(const GUID& guid, std::int32_t hresult) {
+    ErrorStorage error;
+    error.isNamed = false;
+    error.com = {hresult, guid};
+    return error;
+}
+
+ErrorStorage NamedError(const wchar_t* name, std::uint32_t code) {
+    ErrorStorage error;
+    error.isNamed = true;
+    error.named = {name, code};
+    return error;
+}
+
+}  // namespace
+
+TEST(ExceptionFactory, ThrowsWhatIsRegisteredForGuidAndHresult) {
+    ExceptionFactory::Register(kZeroGuid, E_POINTER, ThrowNumbered<1>);
+    ExceptionFactory::Register(kZeroGuid, E_FAIL, ThrowNumbered<2>);
+    ExceptionFactory::Register(kOtherGuid, E_POINTER, ThrowNumbered<3>);
+    EXPECT_THROW(ExceptionFactory::Throw(ComError(kZeroGuid, E_POINTER)), Numbered<1>);
+    EXPECT_THROW(ExceptionFactory::Throw(ComError(kZeroGuid, E_FAIL)), Numbered<2>);
+    EXPECT_THROW(ExceptionFactory::Throw(ComError(kOtherGuid, E_POINTER)), Numbered<3>);
+}
+
+TEST(ExceptionFactory, GuidsThatDifferAnywhereAreDifferentKeys) {
+    ExceptionFactory::Register(kOtherGuid, E_FAIL, ThrowNumbered<1>);
+    for (std::size_t i = 0; i < sizeof(GUID); ++i) {
+        GUID guid = kOtherGuid;
+        reinterpret_cast<unsigned char*>(&guid)[i] ^= 0x80U;
+        EXPECT_THROW(
+            {
+                try {
+                    ExceptionFactory::Throw(ComError(guid, E_FAIL));
+                } catch (const Numbered<1>&) {
+                    ADD_FAILURE() << "byte " << i;
+                }
+            },
+            ExceptionBase);
+    }
+}
+
+TEST(ExceptionFactory, ThrowsWhatIsRegisteredForNameAndCode) {
+    ExceptionFactory::Register(L"one", 1, ThrowNumbered<1>);
+    ExceptionFactory::Register(L"one", 2, ThrowNumbered<2>);
+    ExceptionFactory::Register(L"other", 1, ThrowNumbered<3>);
+    EXPECT_THROW(ExceptionFactory::Throw(NamedError(L"one", 1)), Numbered<1>);
+    EXPECT_THROW(ExceptionFactory::Throw(NamedError(L"one", 2)), Numbered<2>);
+    EXPECT_THROW(ExceptionFactory::Throw(NamedError(L"other", 1)), Numbered<3>);
+}
+
+TEST(ExceptionFactory, NamesAreComparedByTheirTextAndCopied) {
+    wchar_t name[] = L"name";
+    ExceptionFactory::Register(name, 1, ThrowNumbered<1>);
+    std::wmemset(name, L'x', 4);
+    EXPECT_THROW(ExceptionFactory::Throw(NamedError(std::wstring(L"name").c_str(), 1)), Numbered<1>);
+}
+
+TEST(ExceptionFactory, NullNameIsANameOfItsOwn) {
+    ExceptionFactory::Register(nullptr, 1, ThrowNumbered<1>);
+    ExceptionFactory::Register(L"", 1, ThrowNumbered<2>);
+    EXPECT_THROW(ExceptionFactory::Throw(NamedError(nullptr, 1)), Numbered<1>);
+    EXPECT_THROW(ExceptionFactory::Throw(NamedError(L"", 1)), Numbered<2>);
+}
+
+TEST(ExceptionFactory, FormsAreKeptApart) {
+    ExceptionFactory::Register(kZeroGuid, 1, ThrowNumbered<1>);
+    ExceptionFactory::Register(nullptr, 1, ThrowNumbered<2>);
+    EXPECT_THROW(ExceptionFactory::Throw(ComError(kZeroGuid, 1)), Numbered<1>);
+    EXPECT_THROW(ExceptionFactory::Throw(NamedError(nullptr, 1)), Numbered<2>);
+}
+
+TEST(ExceptionFactory, ThrowerGetsTheWholeRecord) {
+    ExceptionFactory::Register(kZeroGuid, E_FAIL, ThrowNumbered<1>);
+    ErrorStorage error = ComError(kZeroGuid, E_FAIL);
+    std::wcscpy(error.message, L"what happened");
+    try {
+        ExceptionFactory::Throw(error);
+    } catch (const ExceptionBase& caught) {
+        EXPECT_STREQ(caught.message, L"what happened");
+        EXPECT_EQ(caught.com.hresult, E_FAIL);
+    }
+}
+
+TEST(ExceptionFactory, UnknownKeyThrowsTheRecordItself) {
+    ErrorStorage error = NamedError(L"nobody knows", 7);
+    std::wcscpy(error.message, L"what happened");
+    try {
+        ExceptionFactory::Throw(error);
+    } catch (const ExceptionBase& caught) {
+        EXPECT_EQ(typeid(caught), typeid(ExceptionBase));
+        EXPECT_TRUE(caught.isNamed);
+        EXPECT_STREQ(caught.named.name, L"nobody knows");
+        EXPECT_EQ(caught.named.code, 7u);
+        EXPECT_STREQ(caught.message, L"what happened");
+    }
+    EXPECT_THROW(ExceptionFactory::Throw(ComError(kOtherGuid, E_ABORT)), ExceptionBase);
+}
+
+TEST(ExceptionFactory, ZeroIsACodeLikeAnyOther) {
+    EXPECT_THROW(ExceptionFactory::Throw(ComError(kZeroGuid, 0)), ExceptionBase);
+    ExceptionFactory::Register(kZeroGuid, 0, ThrowNumbered<1>);
+    EXPECT_THROW(ExceptionFactory::Throw(ComError(kZeroGuid, 0)), Numbered<1>);
+}
+
+TEST(ExceptionFactory, ThrowerThatDoesNothingOrIsNullThrowsTheRecordItself) {
+    ExceptionFactory::Register(kZeroGuid, E_FAIL, ThrowNothing);
+    EXPECT_THROW(ExceptionFactory::Throw(ComError(kZeroGuid, E_FAIL)), ExceptionBase);
+    ExceptionFactory::Register(kZeroGuid, E_FAIL, nullptr);
+    EXPECT_THROW(ExceptionFactory::Throw(ComError(kZeroGuid, E_FAIL)), ExceptionBase);
+}
+
+TEST(ExceptionFactory, RegisteringTheSameAgainIsHarmlessButCounted) {
+    const std::size_t before = ExceptionFactory::Registrations().size();
+    for (int i = 0; i < 9; ++i) {
+        ExceptionFactory::Register(nullptr, 1, ThrowNumbered<1>);
+    }
+    EXPECT_THROW(ExceptionFactory::Throw(NamedError(nullptr, 1)), Numbered<1>);
+    EXPECT_THAT(ExceptionFactory::Registrations(), SizeIs(before + 9));
+}
+
+TEST(ExceptionFactory, LaterThrowerForAKeyWins) {
+    ExceptionFactory::Register(nullptr, 1, ThrowNumbered<1>);
+    ExceptionFactory::Register(nullptr, 1, ThrowNumbered<2>);
+    EXPECT_THROW(ExceptionFactory::Throw(NamedError(nullptr, 1)), Numbered<2>);
+}
+
+TEST(ExceptionFactory, CallsAreListedInOrder) {
+    const auto before = static_cast<std::ptrdiff_t>(ExceptionFactory::Registrations().size());
+    ExceptionFactory::Register(kOtherGuid, E_FAIL, ThrowNumbered<1>);
+    ExceptionFactory::Register(nullptr, 1, ThrowNumbered<2>);
+    ExceptionFactory::Register(L"name", 0x80000000, ThrowNumbered<3>);
+
+    std::vector<ExceptionFactory::Registration> calls = ExceptionFactory::Registrations();
+    calls.erase(calls.begin(), calls.begin() + before);
+    ASSERT_THAT(calls, SizeIs(3));
+    EXPECT_FALSE(calls[0].isNamed);
+    EXPECT_EQ(calls[0].guid, kOtherGuid);
+    EXPECT_EQ(static_cast<long>(calls[0].code), E_FAIL);
+    EXPECT_EQ(calls[0].thrower, ThrowNumbered<1>);
+    EXPECT_TRUE(calls[1].isNamed);
+    EXPECT_EQ(calls[1].name, std::nullopt);
+    EXPECT_EQ(calls[1].code, 1u);
+    EXPECT_TRUE(calls[2].isNamed);
+    EXPECT_EQ(calls[2].name, L"name");
+    EXPECT_EQ(calls[2].code, 0x80000000u);
+    EXPECT_EQ(calls[2].thrower, ThrowNumbered<3>);
+}
+
+TEST(ExceptionFactory, AnotherDllRegistersAndThrowsInItsStaticConstructor) {
+    HMODULE const dll = LoadLibraryW(L"exception_factory_test_dll.dll");
+    ASSERT_NE(dll, nullptr);
+    using ThrownAtLoad = unsigned (*)();
+    const auto thrownAtLoad =
+        reinterpret_cast<ThrownAtLoad>(reinterpret_cast<void*>(GetProcAddress(dll, "ThrownAtLoad")));
+    EXPECT_EQ(thrownAtLoad(), 3u);
+    EXPECT_THROW(ExceptionFactory::Throw(NamedError(L"registered at load", 3)), unsigned);
+}
+
+// A lock held around the thrower would end this thread's or the other's progress here.
+TEST(ExceptionFactory, ThrowerRunsWithoutALock) {
+    ExceptionFactory::Register(nullptr, 1, [](const ErrorStorage& error) {
+        std::thread([] { ExceptionFactory::Register(nullptr, 2, ThrowNumbered<2>); }).join();
+        ExceptionFactory::Throw(NamedError(nullptr, error.named.code + 1));
+    });
+    EXPECT_THROW(ExceptionFactory::Throw(NamedError(nullptr, 1)), Numbered<2>);
+}
+
+TEST(ExceptionFactory, ThreadsRegisterAndThrowAtTheSameTime) {
+    const std::size_t before = ExceptionFactory::Registrations().size();
+    std::vector<std::thread> threads;
+    for (unsigned thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([thread] {
+            for (unsigned i = 0; i < 200; ++i) {
+                const std::wstring name = L"thread " + std::to_wstring(thread);
+                ExceptionFactory::Register(name.c_str(), i, ThrowNumbered<1>);
+                EXPECT_THROW(ExceptionFactory::Throw(NamedError(name.c_str(), i)), Numbered<1>);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(ExceptionFactory::Registrations(), SizeIs(before + 4 * 200));
+}

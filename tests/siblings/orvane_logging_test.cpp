@@ -1,0 +1,287 @@
+#include "zarvo_orvane_logging/orvane_logging.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <regex>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include "tests/siblings/scratch_folder.h"
+#include "tests/siblings/standard_error_into.h"
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::SizeIs;
+using Zarvo::Test::ReadLines;
+using Zarvo::Test::ScratchFolder;
+using Zarvo::Test::StandardErrorInto;
+
+namespace {
+
+using Sink = OrvaneLogging::Sink;
+
+// The log of this process goes to a file of the test's own, and nowhere afterwards.
+class OrvaneLoggingTest : public testing::Test {
+  protected:
+    OrvaneLoggingTest() { g_OrvaneLogging.SetFileSink(File().c_str()); }
+    ~OrvaneLoggingTest() override {
+        g_OrvaneLogging.SetSink(Sink::None);
+        g_OrvaneLogging.SetMinimumLevel(0);
+    }
+
+    [[nodiscard]] std::filesystem::path File() const { return m_folder.File(L"log.txt"); }
+    [[nodiscard]] std::vector<std::string> Lines() const { return ReadLines(File()); }
+
+    // The message of the only line.
+    [[nodiscard]] std::string Message() const {
+        const std::vector<std::string> lines = Lines();
+        const std::string head = "[test] ";
+        if (lines.size() != 1 || lines[0].find(head) == std::string::npos) {
+            return "<not one line of category test>";
+        }
+        return lines[0].substr(lines[0].find(head) + head.size());
+    }
+
+    ScratchFolder m_folder;
+};
+
+std::string NowInUtc() {
+    SYSTEMTIME now;
+    GetSystemTime(&now);
+    char text[32];
+    std::snprintf(text, sizeof(text), "%04u-%02u-%02uT%02u:%02u:%02u.%03u", now.wYear, now.wMonth, now.wDay, now.wHour,
+                  now.wMinute, now.wSecond, now.wMilliseconds);
+    return text;
+}
+
+}  // namespace
+
+TEST_F(OrvaneLoggingTest, LineHasTimeSeverityKindIdsCategoryAndMessage) {
+    const std::string before = NowInUtc();
+    g_OrvaneLogging.Report(4, 16, L"Some.Category", L"taking %d turns with %s", 3, L"wide text");
+    const std::string after = NowInUtc();
+
+    ASSERT_THAT(Lines(), SizeIs(1));
+    const std::string line = Lines()[0];
+    std::smatch parts;
+    ASSERT_TRUE(std::regex_match(line, parts,
+                                 std::regex(R"((\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{7})Z 4 16 (\d+):(\d+) )"
+                                            R"(\[Some\.Category\] taking 3 turns with wide text)")))
+        << line;
+    EXPECT_LE(before, parts[1].str().substr(0, before.size()));
+    EXPECT_GE(after, parts[1].str().substr(0, after.size()));
+    EXPECT_EQ(parts[2].str(), std::to_string(GetCurrentProcessId()));
+    EXPECT_EQ(parts[3].str(), std::to_string(GetCurrentThreadId()));
+}
+
+TEST_F(OrvaneLoggingTest, RecordIsInTheFileWhenReportReturns) {
+    g_OrvaneLogging.Report(1, 16, L"test", L"here");
+    EXPECT_EQ(Message(), "here");
+}
+
+TEST_F(OrvaneLoggingTest, MessageOfAnyLengthIsWhole) {
+    const std::wstring text(100'000, L'x');
+    g_OrvaneLogging.Report(1, 16, L"test", L"<%s>", text.c_str());
+    EXPECT_EQ(Message(), "<" + std::string(100'000, 'x') + ">");
+}
+
+TEST_F(OrvaneLoggingTest, TextIsWrittenInUtf8) {
+    g_OrvaneLogging.Report(1, 16, L"test", L"%s", L"\u00E9 \u20AC \U0001F600");
+    EXPECT_EQ(Message(), "\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80");
+}
+
+TEST_F(OrvaneLoggingTest, HalfACharacterIsReplaced) {
+    const wchar_t halves[] = {0xD83D, L'a', 0xDE00, L'\0'};
+    g_OrvaneLogging.Report(1, 16, L"test", L"%s", halves);
+    EXPECT_EQ(Message(),
+              "\xEF\xBF\xBD"
+              "a"
+              "\xEF\xBF\xBD");
+}
+
+TEST_F(OrvaneLoggingTest, ControlCharactersDoNotBreakTheLine) {
+    g_OrvaneLogging.Report(1, 16, L"te\nst", L"a\r\nb\tc%sd%se", L"\x1B", L"\x85");
+    EXPECT_THAT(Lines(), ElementsAre(EndsWith("[te\\nst] a\\r\\nb\\tc\\x1bd\\x85e")));
+}
+
+TEST_F(OrvaneLoggingTest, NullTextsAreShownAsSuch) {
+    g_OrvaneLogging.Report(1, 16, nullptr, L"%s %hs", nullptr, nullptr);
+    g_OrvaneLogging.Report(1, 16, L"test", nullptr);
+    EXPECT_THAT(Lines(), ElementsAre(EndsWith("[(null)] (null) (null)"), EndsWith("[test] (null)")));
+}
+
+TEST_F(OrvaneLoggingTest, NarrowTextOfTheFailedRescheduleIsShown) {
+    g_OrvaneLogging.Report(4, 16, L"test", L"Task reschedule failed in thread [0x%x (%d)] of process [0x%x (%d)]. %s",
+                           26u, 26, 11u, 11, "a narrow reason");
+    EXPECT_EQ(Message(), "Task reschedule failed in thread [0x1a (26)] of process [0xb (11)]. a narrow reason");
+}
+
+TEST_F(OrvaneLoggingTest, RecordsBelowTheMinimumAreDropped) {
+    g_OrvaneLogging.SetMinimumLevel(4);
+    g_OrvaneLogging.Report(1, 16, L"test", L"one");
+    g_OrvaneLogging.Report(4, 16, L"test", L"four");
+    g_OrvaneLogging.Report(8, 16, L"test", L"eight");
+    EXPECT_THAT(Lines(), ElementsAre(EndsWith("four"), EndsWith("eight")));
+}
+
+TEST_F(OrvaneLoggingTest, MinimumOutlastsAChangeOfTheSink) {
+    g_OrvaneLogging.SetMinimumLevel(4);
+    g_OrvaneLogging.SetSink(Sink::None);
+    g_OrvaneLogging.SetFileSink(File().c_str());
+    g_OrvaneLogging.Report(1, 16, L"test", L"one");
+    g_OrvaneLogging.Report(4, 16, L"test", L"four");
+    EXPECT_THAT(Lines(), ElementsAre(EndsWith("four")));
+}
+
+TEST_F(OrvaneLoggingTest, FileIsAppendedTo) {
+    g_OrvaneLogging.Report(1, 16, L"test", L"first");
+    g_OrvaneLogging.SetSink(Sink::None);
+    g_OrvaneLogging.SetFileSink(File().c_str());
+    g_OrvaneLogging.Report(1, 16, L"test", L"second");
+    EXPECT_THAT(Lines(), ElementsAre(EndsWith("first"), EndsWith("second")));
+}
+
+TEST_F(OrvaneLoggingTest, FileIsLetGoWhenAnotherSinkTakesOver) {
+    g_OrvaneLogging.SetSink(Sink::None);
+    HANDLE const alone = CreateFileW(File().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_NE(alone, INVALID_HANDLE_VALUE) << GetLastError();
+    CloseHandle(alone);
+}
+
+TEST_F(OrvaneLoggingTest, RecordsGoToTheNewestSinkOnly) {
+    const std::filesystem::path other = m_folder.File(L"other.txt");
+    g_OrvaneLogging.SetFileSink(other.c_str());
+    g_OrvaneLogging.Report(1, 16, L"test", L"moved");
+    EXPECT_THAT(Lines(), SizeIs(0));
+    EXPECT_THAT(ReadLines(other), ElementsAre(EndsWith("moved")));
+}
+
+TEST_F(OrvaneLoggingTest, FileThatCannotBeOpenedThrowsAndTheSinkStays) {
+    const std::filesystem::path nowhere = m_folder.File(L"missing folder") / L"log.txt";
+    try {
+        g_OrvaneLogging.SetFileSink(nowhere.c_str());
+        FAIL() << "nothing was thrown";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code(), std::error_code(ERROR_PATH_NOT_FOUND, std::system_category()));
+        EXPECT_THAT(error.what(), HasSubstr("missing folder"));
+    }
+    g_OrvaneLogging.Report(1, 16, L"test", L"still here");
+    EXPECT_EQ(Message(), "still here");
+}
+
+TEST_F(OrvaneLoggingTest, NullPathIsRefusedAndTheSinkStays) {
+    EXPECT_THROW(g_OrvaneLogging.SetFileSink(nullptr), std::invalid_argument);
+    g_OrvaneLogging.Report(1, 16, L"test", L"still here");
+    EXPECT_EQ(Message(), "still here");
+}
+
+TEST_F(OrvaneLoggingTest, LastErrorIsLeftAsItWas) {
+    SetLastError(4711);
+    g_OrvaneLogging.Report(1, 16, L"test", L"%s", L"anything");
+    EXPECT_EQ(GetLastError(), 4711u);
+}
+
+TEST_F(OrvaneLoggingTest, ThreadsWriteWholeLinesAndLoseNone) {
+    constexpr int kThreads = 8;
+    constexpr int kRecords = 10'000;
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([thread] {
+            for (int i = 0; i < kRecords; ++i) {
+                g_OrvaneLogging.Report(1, 16, L"test", L"%d %d %s end", thread, i, L"some text to tear");
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    std::map<int, int> next;  // each thread's records come in its own order
+    for (const std::string& line : Lines()) {
+        int thread = -1;
+        int number = -1;
+        int length = 0;
+        const std::size_t message = std::min(line.find("] "), line.size());
+        std::sscanf(line.c_str() + message, "] %d %d some text to tear end%n", &thread, &number, &length);
+        ASSERT_EQ(message + static_cast<std::size_t>(length), line.size()) << line;
+        ASSERT_TRUE(line.starts_with("20")) << line;
+        ASSERT_EQ(number, next[thread]++);
+    }
+    EXPECT_THAT(next, SizeIs(kThreads));
+    for (const auto& [thread, count] : next) {
+        EXPECT_EQ(count, kRecords) << thread;
+    }
+}
+
+TEST_F(OrvaneLoggingTest, AnotherDllReportsFromItsStaticConstructorAndDestructor) {
+    HMODULE const dll = LoadLibraryW(L"orvane_logging_test_dll.dll");
+    ASSERT_NE(dll, nullptr);
+    FreeLibrary(dll);
+    EXPECT_THAT(Lines(), ElementsAre(EndsWith("[dll] static constructor"), EndsWith("[dll] static destructor")));
+}
+
+// A process that is stopped while it writes must not stop the others.
+TEST_F(OrvaneLoggingTest, FileThatAnotherProcessNeverLetsGoIsWrittenToAllTheSame) {
+    constexpr DWORD kTurnHigh = 0x7FFFFFFF;
+    HANDLE const other =
+        CreateFileW(File().c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                    OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(LockFile(other, 0, kTurnHigh, 1, 0), FALSE) << GetLastError();
+    g_OrvaneLogging.Report(1, 16, L"test", L"in spite of it");
+    CloseHandle(other);
+    EXPECT_EQ(Message(), "in spite of it");
+}
+
+// Stands in for a debugger: sees every text that goes to one.
+namespace {
+
+std::vector<std::wstring> g_debuggerTexts;
+
+LONG CALLBACK SeeDebuggerText(EXCEPTION_POINTERS* exception) {
+    constexpr DWORD kWideDebuggerText = 0x4001000A;
+    const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
+    if (record.ExceptionCode != kWideDebuggerText) {
+        return EXCEPTION_CONTINUE_SEARCH;
+    }
+    g_debuggerTexts.emplace_back(reinterpret_cast<const wchar_t*>(record.ExceptionInformation[1]));
+    if (g_debuggerTexts.size() == 1) {
+        g_OrvaneLogging.Report(1, 16, L"test", L"reported on the way");
+    }
+    return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+}  // namespace
+
+TEST_F(OrvaneLoggingTest, DebuggerGetsTheLineAndMayHaveItsHandlerReport) {
+    void* const handler = AddVectoredExceptionHandler(1, SeeDebuggerText);
+    g_OrvaneLogging.SetSink(Sink::Debugger);
+    g_OrvaneLogging.Report(4, 16, L"test", L"to the debugger \u03A9");
+    RemoveVectoredExceptionHandler(handler);
+
+    EXPECT_THAT(g_debuggerTexts,
+                ElementsAre(EndsWith(L" [test] to the debugger \u03A9\n"), EndsWith(L" [test] reported on the way\n")));
+}
+
+// As on a full disk: the file is open, but writing to it fails.
+TEST_F(OrvaneLoggingTest, RecordThatTheFileDoesNotTakeGoesToStandardError) {
+    const std::wstring name = LR"(\\.\pipe\zarvo-test-)" + std::to_wstring(GetCurrentProcessId());
+    HANDLE const pipe = CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 0, 0, 0, nullptr);
+    g_OrvaneLogging.SetFileSink(name.c_str());
+    DisconnectNamedPipe(pipe);
+    {
+        const StandardErrorInto file(File());
+        g_OrvaneLogging.Report(8, 16, L"test", L"homeless");
+    }
+    CloseHandle(pipe);
+    EXPECT_EQ(Message(), "homeless");
+}
