@@ -20,7 +20,7 @@ start_wine() {
 configure() {
     local kind=$1
     shift
-    CMAKE_CXX_COMPILER_LAUNCHER=ccache quiet_step "configure $kind" "build/$kind/configure.log" \
+    quiet_step "configure $kind" "build/$kind/configure.log" \
         cmake --preset "cross-$kind" -DZARVO_WARNINGS_AS_ERRORS=ON "$@"
 }
 

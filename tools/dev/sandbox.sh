@@ -31,7 +31,7 @@ in_toolchain() {
         --setenv XDG_RUNTIME_DIR /tmp --setenv DEV_ROOT "${root##*/}" \
         --setenv WINEPREFIX "$project/build/wine" --setenv WINEDEBUG -all \
         --setenv WINEDLLOVERRIDES 'mscoree,mshtml=;winemenubuilder.exe=d' \
-        --setenv CCACHE_DIR /ccache --setenv CCACHE_MAXSIZE 2G \
+        --setenv CMAKE_CXX_COMPILER_LAUNCHER ccache --setenv CCACHE_DIR /ccache --setenv CCACHE_MAXSIZE 2G \
         --setenv CCACHE_BASEDIR "$project" --setenv CCACHE_NOHASHDIR 1 \
         "$@"
 }

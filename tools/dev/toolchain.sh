@@ -52,7 +52,10 @@ make_root() {
     unpack_packages "$new" "${@:2}" || fail "unpack the packages of the $1 root" $?
     finish_root "$new" || fail "finish the $1 root" $?
     mv "$new" "$made_root"
-    if [ "$1" = toolchain ]; then prepare_wine "$made_root" || fail "prepare Wine" $?; fi
+    case $1 in
+        toolchain) prepare_wine "$made_root" || fail "prepare Wine" $? ;;
+        docs) prepare_graphviz "$made_root" || fail "prepare graphviz" $? ;;
+    esac
     touch "$made_root/.complete"
 }
 
@@ -117,6 +120,12 @@ prepare_wine() {
     mkdir "$1/wine-prefix"
     local sandbox_options=(--bind "$1/usr" /usr --bind "$1/wine-prefix" /wine-prefix)
     in_toolchain "$1" bash tools/dev/first_prefix.sh
+}
+
+# Lists graphviz's plugins, without which it can draw nothing.
+prepare_graphviz() {
+    local sandbox_options=(--bind "$1/usr" /usr)
+    in_toolchain "$1" dot -c
 }
 
 # The mirror this machine itself uses, if it is a Debian; empty means mmdebstrap's default.
