@@ -65,6 +65,11 @@ HINSTANCE__* LibraryUnderTest() {
 #endif
 }
 
+void* ImportedFunction(HINSTANCE__* module, const char* function) {
+    const std::vector<void**> entries = EntriesOf(module, function);
+    return entries.empty() ? nullptr : *entries.front();
+}
+
 ImportPatch::ImportPatch(HINSTANCE__* module, const char* function, void* replacement)
     : m_entries(EntriesOf(module, function)) {
     if (m_entries.empty()) {

@@ -20,6 +20,9 @@ namespace Zarvo::Test {
 // The module that holds the library's code: the DLL, or this program when it is linked to the library's objects.
 HINSTANCE__* LibraryUnderTest();
 
+// What the module calls under that name at the moment; null if it imports no such function.
+void* ImportedFunction(HINSTANCE__* module, const char* function);
+
 class ImportPatch {
   public:
     template <typename Function>

@@ -1,12 +1,12 @@
 #include "tests/support/resource_probe.h"
 
-#include <iterator>
 #include <new>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 
 #include "concurrency/base/windows_api.h"
+#include "tests/support/allocation_count.h"
 
 // After windows.h, which they need.
 #include <tlhelp32.h>
@@ -110,42 +110,14 @@ std::int64_t CountThreads() {
     return count;
 }
 
-void CountBlocks(HANDLE heap, Resources& resources) {
-    if (HeapLock(heap) == FALSE) {
-        Fail("heap blocks");
-    }
-    PROCESS_HEAP_ENTRY entry{};
-    while (HeapWalk(heap, &entry) != FALSE) {
-        if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) {
-            ++resources.blocks;
-            resources.bytes += entry.cbData;
-        }
-    }
-    const bool whole = GetLastError() == ERROR_NO_MORE_ITEMS;
-    HeapUnlock(heap);
-    if (!whole) {
-        Fail("heap blocks");
-    }
-}
-
-void CountBlocks(Resources& resources) {
-    HANDLE heaps[64];
-    const DWORD count = GetProcessHeaps(static_cast<DWORD>(std::size(heaps)), heaps);
-    if (count == 0 || count > std::size(heaps)) {
-        Fail("heaps");
-    }
-    for (DWORD index = 0; index < count; ++index) {
-        CountBlocks(heaps[index], resources);
-    }
-}
-
 }  // namespace
 
 Resources Resources::Now() {
     Resources now;
     now.handles = CountHandles();
     now.threads = CountThreads();
-    CountBlocks(now);
+    now.blocks = LiveBlocks();
+    now.bytes = LiveBytes();
     return now;
 }
 
@@ -156,7 +128,7 @@ Resources operator-(const Resources& left, const Resources& right) {
 
 std::ostream& operator<<(std::ostream& stream, const Resources& resources) {
     return stream << resources.handles << " handles, " << resources.threads << " threads, " << resources.blocks
-                  << " heap blocks, " << resources.bytes << " bytes";
+                  << " blocks, " << resources.bytes << " bytes";
 }
 
 }  // namespace Zarvo::Test
