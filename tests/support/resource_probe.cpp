@@ -6,7 +6,7 @@
 #include <string>
 
 #include "concurrency/base/windows_api.h"
-#include "tests/support/allocation_count.h"
+#include "tests/support/allocations.h"
 
 // After windows.h, which they need.
 #include <tlhelp32.h>

@@ -18,7 +18,7 @@ namespace Zarvo::Test {
 struct Resources {
     std::int64_t handles = 0;
     std::int64_t threads = 0;
-    std::int64_t blocks = 0;  // of memory: see allocation_count.h
+    std::int64_t blocks = 0;  // of memory: see allocations.h
     std::int64_t bytes = 0;   // in these blocks
 
     // Errors: std::runtime_error if the system does not tell.

@@ -1,42 +1,26 @@
 #include "tests/support/task_thread.h"
 
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/tasks/make_task.h"
-#include "tests/support/eventually.h"
 
 namespace Zarvo::Test {
 
-namespace {
-
-constexpr std::chrono::seconds kLimit{60};
-
-}  // namespace
-
-TaskThread::TaskThread(std::function<void()> body, const wchar_t* name) : m_shared(std::make_shared<Shared>()) {
-    const auto work = [shared = m_shared, body = std::move(body)] {
-        shared->threadId = ::GetCurrentThreadId();
-        shared->entered.Open();
+TaskThread::TaskThread(std::function<void()> body, const wchar_t* name) : m_entry(std::make_shared<Entry>()) {
+    const auto work = [entry = m_entry, body = std::move(body)] {
+        entry->threadId = ::GetCurrentThreadId();
+        entry->passed.Open();
         body();
     };
     m_task = Orvane::MakeTask(name, work, m_future);
-    m_thread = std::thread([shared = m_shared, task = m_task]() mutable {
-        task();
-        task = {};
-        shared->ended.Open();
-    });
-    m_shared->entered.Wait();
-    m_threadId = m_shared->threadId;
+    m_thread = std::make_unique<PlainThread>([task = m_task]() mutable { task(); });
+    m_entry->passed.Wait();
 }
 
 TaskThread::~TaskThread() {
-    if (m_thread.joinable()) {
+    if (IsRunning()) {
         m_future->RequestCancel();
-        Join();
     }
 }
 
@@ -45,19 +29,7 @@ void TaskThread::Cancel() {
 }
 
 void TaskThread::Join() {
-    if (!m_thread.joinable()) {
-        return;
-    }
-    if (!Eventually([this] { return m_shared->ended.IsOpen(); }, kLimit)) {
-        std::fputs("TaskThread: the body has not ended within a minute\n", stderr);
-        std::fflush(stderr);
-        std::abort();
-    }
-    m_thread.join();
-}
-
-bool TaskThread::IsRunning() const {
-    return !m_shared->ended.IsOpen();
+    m_thread->Join();
 }
 
 bool TaskThread::EndedCancelled() {

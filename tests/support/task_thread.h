@@ -1,18 +1,17 @@
 // A task that runs on a thread of its own, without the pool.
 //
 // Threads: the members belong to the test's thread; the body runs on the new one.
-// Lifetime: the destructor cancels the task and joins the thread. A body that does not end within a minute ends the
-//     process, with a line on standard error: the test fails instead of hanging.
+// Lifetime: the destructor cancels the task and joins the thread, see PlainThread.
 #pragma once
 
 #include <functional>
 #include <memory>
-#include <thread>
 
 #include "concurrency/base/win32.h"
 #include "concurrency/tasks/future_impl.h"
 #include "concurrency/tasks/task.h"
 #include "tests/support/gate.h"
+#include "tests/support/plain_thread.h"
 
 namespace Zarvo::Test {
 
@@ -29,7 +28,7 @@ class TaskThread {
     // Waits until the thread has ended.
     void Join();
 
-    bool IsRunning() const;
+    bool IsRunning() const { return !m_thread->HasEnded(); }
 
     // How the body ended. Each joins first.
     bool EndedCancelled();
@@ -40,20 +39,18 @@ class TaskThread {
     const Orvane::Internal::Task& GetTask() const { return m_task; }
 
     // The Win32 id of the thread.
-    DWORD ThreadId() const { return m_threadId; }
+    DWORD ThreadId() const { return m_entry->threadId; }
 
   private:
-    struct Shared {
-        Gate entered;
-        Gate ended;
-        DWORD threadId = 0;  // written before `entered` opens
+    struct Entry {
+        Gate passed;
+        DWORD threadId = 0;  // written before `passed` opens
     };
 
-    std::shared_ptr<Shared> m_shared;
+    std::shared_ptr<Entry> m_entry;
     std::shared_ptr<Orvane::Internal::FutureImpl<void>> m_future;
     Orvane::Internal::Task m_task;
-    std::thread m_thread;
-    DWORD m_threadId = 0;
+    std::unique_ptr<PlainThread> m_thread;
 };
 
 }  // namespace Zarvo::Test

@@ -1,10 +1,11 @@
-#include "tests/support/allocation_count.h"
+#include "tests/support/allocations.h"
 
 #include <malloc.h>
 
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -40,15 +41,25 @@ void* Came(void* block) {
     return block;
 }
 
+// The thread that gets none; 0 is no thread's id. Not thread_local: that would allocate.
+std::atomic<DWORD> g_threadWithoutMemory = 0;
+
+bool Withheld() {
+    return g_threadWithoutMemory == ::GetCurrentThreadId();
+}
+
 void* CountedMalloc(std::size_t size) {
-    return Came(g_malloc(size));
+    return Withheld() ? nullptr : Came(g_malloc(size));
 }
 
 void* CountedCalloc(std::size_t count, std::size_t size) {
-    return Came(g_calloc(count, size));
+    return Withheld() ? nullptr : Came(g_calloc(count, size));
 }
 
 void* CountedRealloc(void* block, std::size_t size) {
+    if (Withheld() && size != 0) {
+        return nullptr;
+    }
     const std::int64_t sizeBefore = SizeOf(block);
     void* const moved = g_realloc(block, size);
     const bool keptForLackOfMemory = moved == nullptr && size != 0;
@@ -67,7 +78,7 @@ void CountedFree(void* block) {
 }
 
 void* CountedAlignedMalloc(std::size_t size, std::size_t alignment) {
-    void* const block = g_alignedMalloc(size, alignment);
+    void* const block = Withheld() ? nullptr : g_alignedMalloc(size, alignment);
     g_blocks += block != nullptr ? 1 : 0;
     return block;
 }
@@ -134,6 +145,19 @@ std::int64_t LiveBlocks() {
 std::int64_t LiveBytes() {
     CountFromNowOn();
     return g_bytes;
+}
+
+NoMemory::NoMemory() {
+    CountFromNowOn();
+    try {
+        throw std::bad_alloc();  // a thread's first exception needs memory of its own
+    } catch (const std::bad_alloc&) {
+    }
+    g_threadWithoutMemory = ::GetCurrentThreadId();
+}
+
+NoMemory::~NoMemory() {
+    g_threadWithoutMemory = 0;
 }
 
 }  // namespace Zarvo::Test
