@@ -1,0 +1,163 @@
+#include "tests/support/allocations.h"
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "concurrency/base/windows_api.h"
+#include "tests/support/import_patch.h"
+
+// After windows.h, which it needs.
+#include <psapi.h>
+
+namespace Zarvo::Test {
+
+namespace {
+
+std::atomic<std::int64_t> g_blocks = 0;
+std::atomic<std::int64_t> g_bytes = 0;
+
+// The C runtime's own functions. On purpose not called by their names: this program's imports are replaced as well.
+decltype(&std::malloc) g_malloc = nullptr;
+decltype(&std::calloc) g_calloc = nullptr;
+decltype(&std::realloc) g_realloc = nullptr;
+decltype(&std::free) g_free = nullptr;
+decltype(&_aligned_malloc) g_alignedMalloc = nullptr;
+decltype(&_aligned_free) g_alignedFree = nullptr;
+
+std::int64_t SizeOf(void* block) {
+    return block != nullptr ? static_cast<std::int64_t>(_msize(block)) : 0;
+}
+
+void* Came(void* block) {
+    g_blocks += block != nullptr ? 1 : 0;
+    g_bytes += SizeOf(block);
+    return block;
+}
+
+// The thread that gets none; 0 is no thread's id. Not thread_local: that would allocate.
+std::atomic<DWORD> g_threadWithoutMemory = 0;
+
+bool Withheld() {
+    return g_threadWithoutMemory == ::GetCurrentThreadId();
+}
+
+void* CountedMalloc(std::size_t size) {
+    return Withheld() ? nullptr : Came(g_malloc(size));
+}
+
+void* CountedCalloc(std::size_t count, std::size_t size) {
+    return Withheld() ? nullptr : Came(g_calloc(count, size));
+}
+
+void* CountedRealloc(void* block, std::size_t size) {
+    if (Withheld() && size != 0) {
+        return nullptr;
+    }
+    const std::int64_t sizeBefore = SizeOf(block);
+    void* const moved = g_realloc(block, size);
+    const bool keptForLackOfMemory = moved == nullptr && size != 0;
+    if (!keptForLackOfMemory) {
+        g_blocks -= block != nullptr ? 1 : 0;
+        g_bytes -= sizeBefore;
+        Came(moved);
+    }
+    return moved;
+}
+
+void CountedFree(void* block) {
+    g_blocks -= block != nullptr ? 1 : 0;
+    g_bytes -= SizeOf(block);
+    g_free(block);
+}
+
+void* CountedAlignedMalloc(std::size_t size, std::size_t alignment) {
+    void* const block = Withheld() ? nullptr : g_alignedMalloc(size, alignment);
+    g_blocks += block != nullptr ? 1 : 0;
+    return block;
+}
+
+void CountedAlignedFree(void* block) {
+    g_blocks -= block != nullptr ? 1 : 0;
+    g_alignedFree(block);
+}
+
+std::wstring FolderOf(HMODULE module) {
+    std::wstring path(32768, L'\0');
+    path.resize(GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size())));
+    path.resize(path.find_last_of(L"\\/") + 1);
+    return path;
+}
+
+// The program and what lies beside it; the system's own modules are none of our business.
+std::vector<HMODULE> OwnModules() {
+    std::vector<HMODULE> modules(1024);
+    DWORD size = 0;
+    if (K32EnumProcessModules(GetCurrentProcess(), modules.data(),
+                              static_cast<DWORD>(modules.size() * sizeof(HMODULE)), &size) == FALSE) {
+        throw std::runtime_error("ResourceProbe: cannot list the modules");
+    }
+    modules.resize(size / sizeof(HMODULE));
+    const std::wstring folder = FolderOf(nullptr);
+    std::erase_if(modules, [&](HMODULE module) { return FolderOf(module) != folder; });
+    return modules;
+}
+
+template <typename Function>
+void Count(const std::vector<HMODULE>& modules, const char* name, Function*& original, Function* counted) {
+    for (const HMODULE module : modules) {
+        if (void* const imported = ImportedFunction(module, name)) {
+            original = reinterpret_cast<Function*>(imported);
+            new ImportPatch(module, name, counted);  // for good: other threads may be inside at any time
+        }
+    }
+}
+
+bool StartCounting() {
+    const std::vector<HMODULE> modules = OwnModules();
+    Count(modules, "malloc", g_malloc, &CountedMalloc);
+    Count(modules, "calloc", g_calloc, &CountedCalloc);
+    Count(modules, "realloc", g_realloc, &CountedRealloc);
+    Count(modules, "free", g_free, &CountedFree);
+    Count(modules, "_aligned_malloc", g_alignedMalloc, &CountedAlignedMalloc);
+    Count(modules, "_aligned_free", g_alignedFree, &CountedAlignedFree);
+    return true;
+}
+
+// Modules that are loaded later are not counted; what they make through the C++ runtime is.
+void CountFromNowOn() {
+    [[maybe_unused]] static const bool started = StartCounting();
+}
+
+}  // namespace
+
+std::int64_t LiveBlocks() {
+    CountFromNowOn();
+    return g_blocks;
+}
+
+std::int64_t LiveBytes() {
+    CountFromNowOn();
+    return g_bytes;
+}
+
+NoMemory::NoMemory() {
+    CountFromNowOn();
+    try {
+        throw std::bad_alloc();  // a thread's first exception needs memory of its own
+    } catch (const std::bad_alloc&) {
+    }
+    g_threadWithoutMemory = ::GetCurrentThreadId();
+}
+
+NoMemory::~NoMemory() {
+    g_threadWithoutMemory = 0;
+}
+
+}  // namespace Zarvo::Test
