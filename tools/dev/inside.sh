@@ -138,7 +138,9 @@ run_example() {
     wine "build/release/bin/$name.exe" "$@"
 }
 
+# On purpose with a prefix of its own: a shell may stay open while another terminal runs the tests.
 shell() {
+    export WINEPREFIX=$WINEPREFIX-shell
     start_wine
     if [ $# = 0 ]; then bash; else "$@"; fi
 }
