@@ -47,7 +47,7 @@ run_tests() {
     local report=build/debug/test-report.xml code=0 total failed unrun
     rm -f "$report"
     say "run the tests: ctest --test-dir build/debug --parallel $(ctest_jobs) $*"
-    ctest --test-dir build/debug --parallel "$(ctest_jobs)" --output-on-failure --no-tests=error \
+    ctest --test-dir build/debug --parallel "$(ctest_jobs)" --output-on-failure --no-tests=error --no-label-summary \
         --output-junit "$PWD/$report" "$@" || code=$?
     total=$(report_count tests)
     failed=$(report_count failures)
