@@ -1,0 +1,29 @@
+// How much a program measures.
+//
+//   --shortest  every subject once, as little as possible: shows that the program still works, its figures mean nothing
+//   (nothing)   the usual tables, in seconds
+//   --all       also the long tables, and more rounds
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+
+namespace Zarvo::Bench {
+
+enum class Effort { kShortest, kUsual, kAll };
+
+// How many rounds a table is measured in. Each figure is the median of them.
+constexpr std::size_t Rounds(Effort effort) {
+    switch (effort) {
+        case Effort::kShortest: return 1;
+        case Effort::kUsual: return 5;
+        default: return 9;
+    }
+}
+
+// `usual`, or next to nothing.
+constexpr std::size_t Scaled(Effort effort, std::size_t usual) {
+    return effort == Effort::kShortest ? std::min<std::size_t>(usual, 16) : usual;
+}
+
+}  // namespace Zarvo::Bench

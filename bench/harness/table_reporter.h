@@ -1,0 +1,43 @@
+// Prints what was measured as tables of medians and ratios.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "bench/harness/question.h"
+#include "bench/harness/samples.h"
+#include "bench/harness/table.h"
+
+namespace Zarvo::Bench {
+
+class TableReporter : public benchmark::BenchmarkReporter {
+  public:
+    // Lifetime: `question` and `tables` must outlive the reporter.
+    TableReporter(const Question& question, const std::vector<Table>& tables, std::size_t rounds);
+
+    bool ReportContext(const Context& context) override;
+    void ReportRuns(const std::vector<Run>& runs) override;
+    void Finalize() override;
+
+    bool HasErrors() const { return m_hasErrors; }
+
+  private:
+    const Samples* Find(const Table& table, const Subject& subject, const Column& column) const;
+    bool WasMeasured(const Table& table) const;
+    std::string Cell(const Table& table, const Subject& subject, const Column& column) const;
+    std::string Ratio(const Table& table, const Subject& subject, const Subject& peer, const Column& column) const;
+    void PrintFigures(const Table& table);
+    void PrintRatios(const Table& table);
+
+    const Question& m_question;
+    const std::vector<Table>& m_tables;
+    const std::size_t m_rounds;
+    std::map<std::string, std::map<std::string, Samples>> m_figures;  // by "table/subject", then by heading
+    bool m_hasErrors = false;
+};
+
+}  // namespace Zarvo::Bench
