@@ -7,47 +7,34 @@
 #include "bench/harness/machine.h"
 #include "bench/harness/question.h"
 #include "bench/peers/bare_deque_pool.h"
-#include "bench/peers/system_pool.h"
+#include "bench/peers/empty_task.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
-#include "concurrency/tasks/make_task.h"
-#include "concurrency/threadpool/global_thread_pool.h"
 
 namespace Zarvo::Bench {
 
 namespace {
 
-using Orvane::Internal::GlobalThreadPool;
-
 constexpr std::size_t kWorkers = 8;  // what the global pool begins with
 constexpr const char* kCost = "ns per task";
 constexpr const char* kThreads = "threads";
 
-void Arrive(void* finish) {
-    static_cast<FinishLine*>(finish)->Arrive();
-}
-
-void QueueTask(FinishLine& finish) {
-    GlobalThreadPool::Queue(Orvane::MakeTask(L"Empty", [&finish] { finish.Arrive(); }));
-}
-
 Figures FloodGlobalPool(std::size_t tasks, std::size_t producers) {
     const ThreadIds before = ThreadsOfThisProcess();
     const Orvane::ConcurrencyLifetime lifetime;  // a fresh pool for each round
-    WarmUp(QueueTask);
-    const double cost = Flood(tasks, producers, QueueTask);
+    WarmUp(QueueEmptyTask);
+    const double cost = Flood(tasks, producers, QueueEmptyTask);
     return {{kCost, cost}, {kThreads, ThreadsSince(before)}};
 }
 
 Figures FloodSystemPool(std::size_t tasks, std::size_t producers, const ThreadIds& atStart) {
-    const auto submit = [](FinishLine& finish) { SubmitToSystemPool<Arrive>(&finish); };
-    WarmUp(submit);
-    const double cost = Flood(tasks, producers, submit);
+    WarmUp(TrySubmitEmptyTask);
+    const double cost = Flood(tasks, producers, TrySubmitEmptyTask);
     return {{kCost, cost}, {kThreads, ThreadsSince(atStart)}};
 }
 
 Figures FloodBareDeque(std::size_t tasks, std::size_t producers) {
     BareDequePool pool(kWorkers);
-    const auto submit = [&pool](FinishLine& finish) { pool.Submit(Arrive, &finish); };
+    const auto submit = [&pool](FinishLine& finish) { SubmitEmptyTask(pool, finish); };
     WarmUp(submit);
     return {{kCost, Flood(tasks, producers, submit)}, {kThreads, kWorkers}};
 }

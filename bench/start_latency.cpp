@@ -1,17 +1,17 @@
 // How long after it was submitted does a task start on an idle pool, and how long does a caller wait for it in all?
 #include <cstddef>
 #include <future>
-#include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
 
 #include "bench/harness/counter_clock.h"
 #include "bench/harness/finish_line.h"
+#include "bench/harness/flood.h"
 #include "bench/harness/question.h"
 #include "bench/harness/samples.h"
 #include "bench/peers/bare_deque_pool.h"
-#include "bench/peers/system_pool.h"
+#include "bench/peers/empty_task.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
@@ -27,10 +27,6 @@ constexpr std::size_t kWorkers = 8;  // what the global pool begins with
 constexpr const char* kMedian = "p50 us";
 constexpr const char* kTail = "p99 us";
 
-void Arrive(void* finish) {
-    static_cast<FinishLine*>(finish)->Arrive();
-}
-
 // Long enough for the workers to be asleep again.
 void LetThePoolFallIdle() {
     Sleep(1);
@@ -43,6 +39,7 @@ Figures Percentiles(const Samples& samples) {
 // `submit(start)` submits a task that calls start.Arrive().
 template <typename Submit>
 Figures SubmitToStart(std::size_t count, Submit submit) {
+    WarmUp(submit);
     Samples samples;
     for (std::size_t i = 0; i < count; ++i) {
         FinishLine start(1);
@@ -57,6 +54,7 @@ Figures SubmitToStart(std::size_t count, Submit submit) {
 // `submitAndWait()` submits an empty task and returns when it has run.
 template <typename SubmitAndWait>
 Figures SubmitToEnd(std::size_t count, SubmitAndWait submitAndWait) {
+    submitAndWait();  // the first one may create the pool
     Samples samples;
     for (std::size_t i = 0; i < count; ++i) {
         LetThePoolFallIdle();
@@ -69,18 +67,16 @@ Figures SubmitToEnd(std::size_t count, SubmitAndWait submitAndWait) {
 
 Figures StartOnGlobalPool(std::size_t count) {
     const Orvane::ConcurrencyLifetime lifetime;
-    return SubmitToStart(count, [](FinishLine& start) {
-        GlobalThreadPool::Queue(Orvane::MakeTask(L"Start", [&start] { start.Arrive(); }));
-    });
+    return SubmitToStart(count, QueueEmptyTask);
 }
 
 Figures StartOnSystemPool(std::size_t count) {
-    return SubmitToStart(count, [](FinishLine& start) { SubmitToSystemPool<Arrive>(&start); });
+    return SubmitToStart(count, TrySubmitEmptyTask);
 }
 
 Figures StartOnBareDeque(std::size_t count) {
     BareDequePool pool(kWorkers);
-    return SubmitToStart(count, [&pool](FinishLine& start) { pool.Submit(Arrive, &start); });
+    return SubmitToStart(count, [&pool](FinishLine& start) { SubmitEmptyTask(pool, start); });
 }
 
 Figures WaitOnGlobalPool(std::size_t count) {
@@ -107,7 +103,7 @@ Figures WaitForWorkObject(std::size_t count) {
 Figures WaitOnSystemPool(std::size_t count) {
     return SubmitToEnd(count, [] {
         FinishLine end(1);
-        SubmitToSystemPool<Arrive>(&end);
+        TrySubmitEmptyTask(end);
         end.WaitForLast();
     });
 }
@@ -116,7 +112,7 @@ Figures WaitOnBareDeque(std::size_t count) {
     BareDequePool pool(kWorkers);
     return SubmitToEnd(count, [&pool] {
         FinishLine end(1);
-        pool.Submit(Arrive, &end);
+        SubmitEmptyTask(pool, end);
         end.WaitForLast();
     });
 }

@@ -1,4 +1,4 @@
-// An auto-reset event of the platform.
+// An event of the platform, not signalled at first.
 //
 // Errors: std::system_error if it cannot be created.
 #pragma once
@@ -11,7 +11,10 @@ namespace Zarvo::Bench {
 
 class Event {
   public:
-    Event() : m_handle(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {
+    enum class Reset { kByOneWait, kNever };
+
+    Event() : Event(Reset::kByOneWait) {}
+    explicit Event(Reset reset) : m_handle(CreateEventW(nullptr, reset == Reset::kNever, FALSE, nullptr)) {
         if (m_handle == nullptr) {
             throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CreateEventW");
         }
