@@ -5,6 +5,7 @@
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bench/harness/counter_clock.h"
@@ -108,53 +109,51 @@ Figures CancelSleeps(std::size_t count) {
     return CancelTasks(count, [] { Orvane::CancellableSleep(INFINITE); });
 }
 
-// Runs `wait()` on a thread of its own and ends it with `request()`, again and again.
-template <typename Wait, typename Request>
-Figures WakeThread(std::size_t count, Wait wait, Request request) {
-    WakeUps wakeUps;
+// Runs `wait()` on a thread of its own and ends it with `request()`, after `prepare()`, again and again.
+template <typename Prepare, typename Wait, typename Request>
+Figures WakeThread(std::size_t count, Prepare prepare, Wait wait, Request request) {
     struct Round {
-        WakeUps* wakeUps;
-        Wait* wait;
-        Event ended;
-    } round{&wakeUps, &wait, {}};
+        Wait wait;
+        WakeUps wakeUps{};
+        Event ended{};
+    } round{std::move(wait)};
     const auto run = [](void* argument) {
         Round& own = *static_cast<Round*>(argument);
-        own.wakeUps->BeginsToWait();
-        (*own.wait)();
-        own.wakeUps->IsAwake();
+        own.wakeUps.BeginsToWait();
+        own.wait();
+        own.wakeUps.IsAwake();
         own.ended.Set();
     };
     BareDequePool thread(1);
+    const auto start = [&] {
+        prepare();
+        thread.Submit(run, &round);
+    };
     for (std::size_t i = 0; i < count; ++i) {
-        wakeUps.Measure([&] { thread.Submit(run, &round); }, request, [&] { round.ended.Wait(); });
+        round.wakeUps.Measure(start, request, [&round] { round.ended.Wait(); });
     }
-    return wakeUps.Result();
+    return round.wakeUps.Result();
 }
 
 Figures SetEvents(std::size_t count) {
     const Event never;
     Event cancel;
-    return WakeThread(
-        count,
-        [&] {
-            const HANDLE handles[] = {never.Handle(), cancel.Handle()};
-            WaitForMultipleObjects(2, handles, FALSE, INFINITE);
-        },
-        [&] { cancel.Set(); });
+    const auto wait = [&] {
+        const HANDLE handles[] = {never.Handle(), cancel.Handle()};
+        WaitForMultipleObjects(2, handles, FALSE, INFINITE);
+    };
+    return WakeThread(count, [] {}, wait, [&] { cancel.Set(); });
 }
 
 Figures RequestStops(std::size_t count) {
     std::mutex mutex;
     std::condition_variable_any condition;
     std::stop_source source;
-    return WakeThread(
-        count,
-        [&] {
-            std::unique_lock lock(mutex);
-            condition.wait(lock, source.get_token(), [] { return false; });
-            source = std::stop_source();
-        },
-        [&] { source.request_stop(); });
+    const auto wait = [&] {
+        std::unique_lock lock(mutex);
+        condition.wait(lock, source.get_token(), [] { return false; });
+    };
+    return WakeThread(count, [&] { source = std::stop_source(); }, wait, [&] { source.request_stop(); });
 }
 
 std::vector<Table> Tables(Effort effort) {
