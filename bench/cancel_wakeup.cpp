@@ -178,12 +178,14 @@ std::vector<Table> Tables(Effort effort) {
 
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
-    return Answer(argc, argv,
-                  {"How long after a cancellation request does a blocked task run again?",
-                   {"event wait: CancellableWaitForSingleObject; condition wait: ConditionNotificationAdapter; sleep: "
-                    "CancellableSleep. Their times include throwing CancelRequestedException and catching it.",
-                    "SetEvent: to a thread in WaitForMultipleObjects. stop_token: request_stop() to a thread in "
-                    "std::condition_variable_any::wait. Neither throws.",
-                    "request: how long the requesting thread is in Task::Cancel, SetEvent, request_stop()."}},
-                  Tables);
+    const Question question{
+        "How long after a cancellation request does a blocked task run again?",
+        {
+            "event wait: CancellableWaitForSingleObject. condition wait: ConditionNotificationAdapter. sleep: CancellableSleep.",
+            "Their times include throwing CancelRequestedException and catching it; the peers do not throw.",
+            "SetEvent: to a thread in WaitForMultipleObjects. stop_token: request_stop() to one in condition_variable_any::wait.",
+            "request: how long the requesting thread is in Task::Cancel, SetEvent, request_stop().",
+        },
+    };
+    return Answer(argc, argv, question, Tables);
 }

@@ -90,8 +90,11 @@ std::vector<Table> Tables(Effort effort) {
 
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
-    return Answer(argc, argv,
-                  {"What does an empty task cost on a pool that never grows?",
-                   {"fixed workers: the global pool's class with a fixed number of threads. The bare deque has as many."}},
-                  Tables);
+    const Question question{
+        "What does an empty task cost on a pool that never grows?",
+        {
+            "fixed workers: the global pool's class with a fixed number of threads. The bare deque has as many.",
+        },
+    };
+    return Answer(argc, argv, question, Tables);
 }

@@ -152,10 +152,13 @@ std::vector<Table> Tables(Effort effort) {
 
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
-    return Answer(argc, argv,
-                  {"What does it cost to split work into many short tasks and wait for all of them?",
-                   {"Every pool has run some tasks before. threads: those the pool has at the end.",
-                    "Task::Wait: the caller keeps all handles and waits for each; otherwise the last task sets an event."
-                    " no pool: the calling thread runs every task itself."}},
-                  Tables);
+    const Question question{
+        "What does it cost to split work into many short tasks and wait for all of them?",
+        {
+            "Every pool has run some tasks before. threads: those of the pool at the end.",
+            "Task::Wait: the caller keeps all handles and waits for each; otherwise the last task sets an event.",
+            "no pool: the calling thread runs every task itself.",
+        },
+    };
+    return Answer(argc, argv, question, Tables);
 }

@@ -73,10 +73,12 @@ std::vector<Table> Tables(Effort effort) {
 
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
-    return Answer(argc, argv,
-                  {"What does an empty task cost, from the first submit until the last one has run?",
-                   {"global pool: Task built, queued, run and destroyed; threads: those the pool has at the end.",
-                    "TrySubmit: TrySubmitThreadpoolCallback on the process's default pool. "
-                    "bare deque: function pointers, SRWLOCK, CONDITION_VARIABLE, 8 threads."}},
-                  Tables);
+    const Question question{
+        "What does an empty task cost, from the first submit until the last one has run?",
+        {
+            "global pool: Task built, queued, run and destroyed. TrySubmit: TrySubmitThreadpoolCallback, default pool.",
+            "bare deque: function pointers, SRWLOCK, CONDITION_VARIABLE, 8 threads. threads: of the pool, at the end.",
+        },
+    };
+    return Answer(argc, argv, question, Tables);
 }

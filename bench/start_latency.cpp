@@ -157,9 +157,12 @@ std::vector<Table> Tables(Effort effort) {
 
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
-    return Answer(argc, argv,
-                  {"How long after it was submitted does a task start on an idle pool, and until it has been waited for?",
-                   {"global pool: building the Task is part of the time; submit and wait is Queue and Task::Wait.",
-                    "work object: CreateThreadpoolWork, SubmitThreadpoolWork, WaitForThreadpoolWorkCallbacks."}},
-                  Tables);
+    const Question question{
+        "How long after it was submitted does a task start on an idle pool, and how long does a caller wait in all?",
+        {
+            "global pool: building the Task is part of the time; submit and wait is Queue and Task::Wait.",
+            "work object: CreateThreadpoolWork, SubmitThreadpoolWork, WaitForThreadpoolWorkCallbacks.",
+        },
+    };
+    return Answer(argc, argv, question, Tables);
 }

@@ -192,9 +192,11 @@ std::vector<Table> Tables(Effort effort) {
 
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
-    return Answer(argc, argv,
-                  {"What do the single steps of a task cost?",
-                   {"packaged_task: std::packaged_task<void()> with its future. recursive_mutex: one lock and unlock of "
-                    "std::recursive_mutex, for scale."}},
-                  Tables);
+    const Question question{
+        "What do the single steps of a task cost?",
+        {
+            "packaged_task: std::packaged_task<void()> with its future. recursive_mutex: lock and unlock, for scale.",
+        },
+    };
+    return Answer(argc, argv, question, Tables);
 }

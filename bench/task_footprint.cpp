@@ -133,11 +133,13 @@ std::vector<Table> Tables(Effort effort) {
 
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
-    return Answer(argc, argv,
-                  {"How many allocations, locks and wake-ups does a task need?",
-                   {"all: build, queue, run and destroy, the pool's own work included.",
-                    "Counted in this program, the library and the C++ runtime. The lock inside "
-                    "std::atomic<std::shared_ptr> spins and is not counted; what the platform's own locks and heap do is "
-                    "not either."}},
-                  Tables);
+    const Question question{
+        "How many allocations, locks and wake-ups does a task need?",
+        {
+            "all: build, queue, run and destroy, the pool's own work included.",
+            "Counted in this program, the library and the C++ runtime. Not counted: the lock inside std::atomic<std::shared_ptr>,",
+            "which spins, and what the platform's own locks and heap do.",
+        },
+    };
+    return Answer(argc, argv, question, Tables);
 }

@@ -1,7 +1,7 @@
 // The main function of a program that answers one question with tables.
 //
 //     int main(int argc, char** argv) {
-//         return Answer(argc, argv, {"What an empty task costs", {"..."}}, [](Effort effort) { return ...; });
+//         return Answer(argc, argv, {"What does an empty task cost?", {"remark"}}, [](Effort effort) { return ...; });
 //     }
 //
 // Options: --shortest or --all (effort.h), and those of Google Benchmark: --benchmark_filter=REGEX measures only the
@@ -22,7 +22,7 @@ namespace Zarvo::Bench {
 
 struct Question {
     std::string text;
-    std::vector<std::string> remarks;  // printed below the tables: what a reader must know
+    std::vector<std::string> remarks;  // lines printed below the tables: what a reader must know
 };
 
 // Measures and prints. Returns the exit code: not 0 if a measurement failed or nothing was measured.

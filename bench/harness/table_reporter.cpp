@@ -66,6 +66,7 @@ bool TableReporter::ReportContext(const Context&) {
     return true;
 }
 
+// Called once for each subject, with all its rounds.
 void TableReporter::ReportRuns(const std::vector<Run>& runs) {
     for (const Run& run : runs) {
         if (run.run_type != Run::RT_Iteration) {
@@ -77,24 +78,37 @@ void TableReporter::ReportRuns(const std::vector<Run>& runs) {
             GetErrorStream() << name << ": " << run.skip_message << "\n";
             continue;
         }
+        m_due.insert(name.substr(0, name.find('/')));
         for (const auto& [heading, counter] : run.counters) {
             m_figures[name][heading].Add(counter.value);
+        }
+    }
+    for (const Table& table : m_tables) {
+        if (m_figures.count(table.name + "/" + table.subjects.back().name) != 0) {
+            Print(table);
         }
     }
 }
 
 void TableReporter::Finalize() {
     for (const Table& table : m_tables) {
-        if (WasMeasured(table)) {
-            GetOutputStream() << "\n  " << table.title << "\n";
-            PrintFigures(table);
-            PrintRatios(table);
-        }
+        Print(table);
     }
+    GetOutputStream() << "\n";
     for (const std::string& remark : m_question.remarks) {
-        GetOutputStream() << "\n  " << remark << "\n";
+        GetOutputStream() << "  " << remark << "\n";
     }
     GetOutputStream() << std::endl;
+}
+
+// Nothing for a table that was printed before, or that nothing was measured of.
+void TableReporter::Print(const Table& table) {
+    if (m_due.erase(table.name) != 0) {
+        GetOutputStream() << "\n  " << table.title << "\n";
+        PrintFigures(table);
+        PrintRatios(table);
+        GetOutputStream() << std::flush;
+    }
 }
 
 const Samples* TableReporter::Find(const Table& table, const Subject& subject, const Column& column) const {
@@ -104,12 +118,6 @@ const Samples* TableReporter::Find(const Table& table, const Subject& subject, c
     }
     const auto figure = row->second.find(column.heading);
     return figure == row->second.end() ? nullptr : &figure->second;
-}
-
-bool TableReporter::WasMeasured(const Table& table) const {
-    return std::any_of(table.subjects.begin(), table.subjects.end(), [&](const Subject& subject) {
-        return m_figures.count(table.name + "/" + subject.name) != 0;
-    });
 }
 
 std::string TableReporter::Cell(const Table& table, const Subject& subject, const Column& column) const {

@@ -1,10 +1,11 @@
-// Prints what was measured as tables of medians and ratios.
+// Prints what was measured as tables of medians and ratios, each table as soon as it is complete.
 #pragma once
 
 #include <benchmark/benchmark.h>
 
 #include <cstddef>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,8 @@ class TableReporter : public benchmark::BenchmarkReporter {
     bool HasErrors() const { return m_hasErrors; }
 
   private:
+    void Print(const Table& table);
     const Samples* Find(const Table& table, const Subject& subject, const Column& column) const;
-    bool WasMeasured(const Table& table) const;
     std::string Cell(const Table& table, const Subject& subject, const Column& column) const;
     std::string Ratio(const Table& table, const Subject& subject, const Subject& peer, const Column& column) const;
     void PrintFigures(const Table& table);
@@ -37,6 +38,7 @@ class TableReporter : public benchmark::BenchmarkReporter {
     const std::vector<Table>& m_tables;
     const std::size_t m_rounds;
     std::map<std::string, std::map<std::string, Samples>> m_figures;  // by "table/subject", then by heading
+    std::set<std::string> m_due;                                       // tables with figures that are not printed yet
     bool m_hasErrors = false;
 };
 
