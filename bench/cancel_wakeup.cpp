@@ -181,9 +181,11 @@ int main(int argc, char** argv) {
     const Question question{
         "How long after a cancellation request does a blocked task run again?",
         {
-            "event wait: CancellableWaitForSingleObject. condition wait: ConditionNotificationAdapter. sleep: CancellableSleep.",
+            "event wait: CancellableWaitForSingleObject. condition wait: ConditionNotificationAdapter. sleep: "
+            "CancellableSleep.",
             "Their times include throwing CancelRequestedException and catching it; the peers do not throw.",
-            "SetEvent: to a thread in WaitForMultipleObjects. stop_token: request_stop() to one in condition_variable_any::wait.",
+            "SetEvent: to a thread in WaitForMultipleObjects. stop_token: request_stop() to one in "
+            "condition_variable_any::wait.",
             "request: how long the requesting thread is in Task::Cancel, SetEvent, request_stop().",
         },
     };

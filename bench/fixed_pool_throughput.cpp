@@ -62,12 +62,12 @@ Table PeersTable(const char* name, const Load& load) {
 }
 
 Table WorkersTable(std::size_t tasks) {
-    Table table{"workers", std::to_string(tasks) + " empty tasks, one producer, more and more workers",
-                {{kCost, 0, true}}, {}};
+    Table table{
+        "workers", std::to_string(tasks) + " empty tasks, one producer, more and more workers", {{kCost, 0, true}}, {}};
     for (const std::size_t workers : {8, 32, 128, 512}) {
         const Load load{tasks, 1, workers};
-        table.subjects.push_back({std::to_string(workers) + " fixed workers", [=] { return FloodFixedPool(load); },
-                                  workers == 8});
+        table.subjects.push_back(
+            {std::to_string(workers) + " fixed workers", [=] { return FloodFixedPool(load); }, workers == 8});
     }
     return table;
 }

@@ -88,9 +88,8 @@ Figures OnGlobalPool(const Job& job) {
     const ThreadIds before = ThreadsOfThisProcess();
     const Orvane::ConcurrencyLifetime lifetime;
     WarmUp(QueueEmptyTask);
-    const double time = Milliseconds(job, [](Fork& fork) {
-        GlobalThreadPool::Queue(Orvane::MakeTask(L"Fork", [&fork] { fork.RunTask(); }));
-    });
+    const double time = Milliseconds(
+        job, [](Fork& fork) { GlobalThreadPool::Queue(Orvane::MakeTask(L"Fork", [&fork] { fork.RunTask(); })); });
     return {{kTime, time}, {kThreads, ThreadsSince(before)}};
 }
 
@@ -121,8 +120,7 @@ Figures OnSystemPool(const Job& job, const ThreadIds& atStart) {
 Figures OnBareDeque(const Job& job) {
     BareDequePool pool(kWorkers);
     WarmUp([&pool](FinishLine& finish) { SubmitEmptyTask(pool, finish); });
-    return {{kTime, Milliseconds(job, [&pool](Fork& fork) { pool.Submit(RunTaskOf, &fork); })},
-            {kThreads, kWorkers}};
+    return {{kTime, Milliseconds(job, [&pool](Fork& fork) { pool.Submit(RunTaskOf, &fork); })}, {kThreads, kWorkers}};
 }
 
 Figures OnThisThread(const Job& job) {

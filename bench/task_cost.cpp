@@ -121,7 +121,8 @@ std::vector<Subject> CallSubjects(std::size_t count) {
         InsideOfTask("CancellationPoint", count, pass),
         OutsideOfTasks("CancellationPoint, no task", count, pass),
         OutsideOfTasks("ResetFutureObject, there and back", count, [future] { SwapCurrentFuture(future); }),
-        OutsideOfTasks("recursive_mutex", count, [mutex] { std::lock_guard lock(*mutex); }, true),
+        OutsideOfTasks(
+            "recursive_mutex", count, [mutex] { std::lock_guard lock(*mutex); }, true),
     };
 }
 
@@ -133,13 +134,15 @@ std::vector<Subject> WaitSubjects(std::size_t count) {
         InsideOfTask("CancellableWaitForSingleObject", count,
                      [signalled] { Orvane::CancellableWaitForSingleObject(signalled->Handle(), INFINITE); }),
         InsideOfTask("CancellableSleep(0)", count, [] { Orvane::CancellableSleep(0); }),
-        OutsideOfTasks("WaitForMultipleObjects", count,
-                       [signalled] {
-                           const HANDLE handle = signalled->Handle();
-                           WaitForMultipleObjects(1, &handle, FALSE, INFINITE);
-                       },
-                       true),
-        OutsideOfTasks("Sleep(0)", count, [] { Sleep(0); }, true),
+        OutsideOfTasks(
+            "WaitForMultipleObjects", count,
+            [signalled] {
+                const HANDLE handle = signalled->Handle();
+                WaitForMultipleObjects(1, &handle, FALSE, INFINITE);
+            },
+            true),
+        OutsideOfTasks(
+            "Sleep(0)", count, [] { Sleep(0); }, true),
     };
 }
 
@@ -174,7 +177,9 @@ std::vector<Table> Tables(Effort effort) {
     return {
         {"task", "an empty task, " + times, {{kCost, 0, true}}, TaskSubjects(count)},
         {"calls", "single calls, " + times, {{kCost, 0, true}}, CallSubjects(count)},
-        {"waits", "waits that are over at once, on a signalled event or of no time", {{kCost, 0, true}},
+        {"waits",
+         "waits that are over at once, on a signalled event or of no time",
+         {{kCost, 0, true}},
          WaitSubjects(count / 10 + 1)},
         {"reports",
          "the log reports of a run, with no sink",

@@ -137,7 +137,8 @@ int main(int argc, char** argv) {
         "How many allocations, locks and wake-ups does a task need?",
         {
             "all: build, queue, run and destroy, the pool's own work included.",
-            "Counted in this program, the library and the C++ runtime. Not counted: the lock inside std::atomic<std::shared_ptr>,",
+            "Counted in this program, the library and the C++ runtime. Not counted: the lock inside "
+            "std::atomic<std::shared_ptr>,",
             "which spins, and what the platform's own locks and heap do.",
         },
     };

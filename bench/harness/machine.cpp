@@ -16,7 +16,8 @@ namespace {
 std::string WineVersion() {
     using GetVersion = const char*(__cdecl*)();
     const HMODULE ntdll = GetModuleHandleW(L"ntdll");
-    void* const address = ntdll == nullptr ? nullptr : reinterpret_cast<void*>(GetProcAddress(ntdll, "wine_get_version"));
+    void* const address =
+        ntdll == nullptr ? nullptr : reinterpret_cast<void*>(GetProcAddress(ntdll, "wine_get_version"));
     return address == nullptr ? std::string() : reinterpret_cast<GetVersion>(address)();
 }
 
@@ -28,9 +29,8 @@ std::string System() {
 std::string Processor() {
     char name[128] = {};
     DWORD size = sizeof(name) - 1;
-    const LSTATUS status =
-        RegGetValueA(HKEY_LOCAL_MACHINE, "HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\0", "ProcessorNameString",
-                     RRF_RT_REG_SZ, nullptr, name, &size);
+    const LSTATUS status = RegGetValueA(HKEY_LOCAL_MACHINE, "HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\0",
+                                        "ProcessorNameString", RRF_RT_REG_SZ, nullptr, name, &size);
     SYSTEM_INFO info;
     GetSystemInfo(&info);
     return std::to_string(info.dwNumberOfProcessors) + " x " + (status == ERROR_SUCCESS ? name : "unknown processor");

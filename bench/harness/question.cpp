@@ -103,9 +103,11 @@ void Register(const Table& table, std::size_t rounds) {
     const auto measured = std::make_shared<RoundRobin>(table, rounds);
     for (std::size_t subject = 0; subject < table.subjects.size(); ++subject) {
         const std::string name = table.name + "/" + table.subjects[subject].name;
-        benchmark::RegisterBenchmark(name, [measured, subject](benchmark::State& state) {
-            HandOut(measured->Next(subject), state);
-        })->Iterations(1)->Repetitions(static_cast<int>(rounds))->UseManualTime();
+        benchmark::RegisterBenchmark(
+            name, [measured, subject](benchmark::State& state) { HandOut(measured->Next(subject), state); })
+            ->Iterations(1)
+            ->Repetitions(static_cast<int>(rounds))
+            ->UseManualTime();
     }
 }
 

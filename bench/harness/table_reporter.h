@@ -38,7 +38,7 @@ class TableReporter : public benchmark::BenchmarkReporter {
     const std::vector<Table>& m_tables;
     const std::size_t m_rounds;
     std::map<std::string, std::map<std::string, Samples>> m_figures;  // by "table/subject", then by heading
-    std::set<std::string> m_due;                                       // tables with figures that are not printed yet
+    std::set<std::string> m_due;  // tables with figures that are not printed yet
     bool m_hasErrors = false;
 };
 
