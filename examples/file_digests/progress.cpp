@@ -16,6 +16,9 @@ constexpr double kMemory = 3;
 // Opening a file costs about as much as digesting so many bytes: percent and time left count both.
 constexpr double kBytesPerFile = 128 * 1024;
 
+// In seconds: four days. What would take longer cannot be foretold.
+constexpr double kLongestTime = 4 * 24 * 3600;
+
 constexpr int kWidestBar = 40;
 constexpr int kNarrowestBar = 10;
 
@@ -33,7 +36,7 @@ std::string Bar(int width, double part) {
 }  // namespace
 
 std::string ShownBytes(double bytes) {
-    if (bytes < 1024) {
+    if (bytes < 1023.5) {
         return std::format("{:.0f} bytes", bytes);
     }
     constexpr std::array<std::string_view, 4> kUnits{"KiB", "MiB", "GiB", "TiB"};
@@ -53,19 +56,25 @@ void Progress::Update(Amount done, double seconds) {
     }
     // In the first seconds there is less to remember: then everything since the start counts alike.
     const double weight = std::max(1 - std::exp(-passed / kMemory), passed / seconds);
-    const auto blend = [&](double speed, std::uint64_t before, std::uint64_t now) {
-        return speed + weight * ((static_cast<double>(now) - static_cast<double>(before)) / passed - speed);
+    const auto learn = [&](double& speed, double before, double now) {
+        speed += weight * ((now - before) / passed - speed);
     };
-    m_filesPerSecond = blend(m_filesPerSecond, m_done.files, done.files);
-    m_bytesPerSecond = blend(m_bytesPerSecond, m_done.bytes, done.bytes);
+    learn(m_filesPerSecond, static_cast<double>(m_done.files), static_cast<double>(done.files));
+    learn(m_bytesPerSecond, static_cast<double>(m_done.bytes), static_cast<double>(done.bytes));
+    learn(m_workPerSecond, Work(m_done), Work(done));
     m_done = done;
     m_seconds = seconds;
 }
 
 std::string Progress::Line(int columns) const {
-    const double part = PartDone();
-    std::string line = std::format("{:3.0f} %  {} of {} files  {:.0f} files/s  {}/s{}", std::floor(part * 100), m_done.files,
-                                   m_total.files, m_filesPerSecond, ShownBytes(m_bytesPerSecond), TimeLeft());
+    // A file may have grown since it was listed.
+    const double total = Work(m_total);
+    const double part = total > 0 ? std::min(Work(m_done) / total, 1.0) : 1;
+    // Every number has its place: the line stays calm while they change.
+    const std::string files = std::to_string(m_total.files);
+    std::string line = std::format("{:3.0f} %  {:{}} of {} files  {:5.0f} files/s  {:>10}/s  {:>5} left",
+                                   std::floor(part * 100), m_done.files, files.size(), files, m_filesPerSecond,
+                                   ShownBytes(m_bytesPerSecond), TimeLeft());
     if (const int left = columns - static_cast<int>(line.size()) - 1; left >= kNarrowestBar) {
         line = Bar(left, part) + " " + line;
     }
@@ -73,21 +82,17 @@ std::string Progress::Line(int columns) const {
     return line;
 }
 
-double Progress::PartDone() const {
-    // A file may have grown since it was listed.
-    const double total = Work(m_total);
-    return total > 0 ? std::min(Work(m_done) / total, 1.0) : 1;
-}
-
+// "?" as long as nothing moves.
 std::string Progress::TimeLeft() const {
-    const double part = PartDone();
-    if (part <= 0) {
-        return "";
+    const double work = std::max(Work(m_total) - Work(m_done), 0.0);
+    const double seconds = std::ceil(work / m_workPerSecond);
+    if (!(seconds < kLongestTime)) {
+        return "?";
     }
-    const auto left = static_cast<std::uint64_t>(std::ceil(m_seconds * (1 - part) / part));
+    const auto left = static_cast<std::uint64_t>(seconds);
     const std::uint64_t minutes = left / 60;
-    return minutes < 60 ? std::format("  {}:{:02} left", minutes, left % 60)
-                        : std::format("  {}:{:02}:{:02} left", minutes / 60, minutes % 60, left % 60);
+    return minutes < 60 ? std::format("{}:{:02}", minutes, left % 60)
+                        : std::format("{}:{:02}:{:02}", minutes / 60, minutes % 60, left % 60);
 }
 
 }  // namespace FileDigests

@@ -27,7 +27,6 @@ class Progress {
     std::string Line(int columns) const;
 
   private:
-    double PartDone() const;
     std::string TimeLeft() const;
 
     const Amount m_total;
@@ -35,6 +34,7 @@ class Progress {
     double m_seconds = 0;
     double m_filesPerSecond = 0;
     double m_bytesPerSecond = 0;
+    double m_workPerSecond = 0;
 };
 
 }  // namespace FileDigests
