@@ -63,7 +63,7 @@ report_count() {
     echo "${count:-0}"
 }
 
-# run_tests_of [ROOM] [CTEST OPTIONS]
+# test_room [ROOM] [CTEST OPTIONS]
 test_room() {
     local selection=()
     if [ $# != 0 ] && [[ $1 != -* ]]; then
@@ -88,15 +88,20 @@ stress() {
 }
 
 bench() {
-    local filter=${1:-all} program
+    local filter=${1:-all} name program matched=0
     start_wine
     configure release -DZARVO_BUILD_BENCH=ON
     compile release benchmarks
     [ "$filter" != all ] || filter=.
-    for program in build/release/bin/*_bench.exe; do
-        step "run ${program##*/}" wine "$program" --benchmark_filter="$filter"
+    for name in $(cat build/release/bench/questions.txt); do
+        program=(wine "build/release/bin/${name}_bench.exe" --benchmark_filter="$filter")
+        if "${program[@]}" --benchmark_list_tests 2>/dev/null | grep --quiet .; then
+            step "run $name" "${program[@]}"
+            matched=$((matched + 1))
+        fi
     done
-    finish "bench: done"
+    [ "$matched" != 0 ] || fail "find a benchmark that matches '$filter'"
+    finish "bench: $matched programs run"
 }
 
 abi() {
