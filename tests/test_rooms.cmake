@@ -38,12 +38,13 @@ function(test_room room)
             message(FATAL_ERROR "test_room(${room}): the name of ${file} does not say what it is")
         endif()
     endforeach()
-    # Whoever builds one test program gets what it starts and loads.
+    # Whoever builds one test program gets what it starts and loads; room_<room> is all of them.
     foreach(program IN LISTS programs)
         if(helpers)
             add_dependencies(${program} ${helpers})
         endif()
     endforeach()
+    add_custom_target(room_${room} DEPENDS ${programs} ${helpers})
 endfunction()
 
 # How long a test may take, and how many of ctest's jobs it counts for. `./dev test` gives ctest sixteen jobs per
