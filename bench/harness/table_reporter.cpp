@@ -59,6 +59,9 @@ bool TableReporter::ReportContext(const Context&) {
     for (const auto& [name, value] : DescribeMachine()) {
         out << "  " << name << ": " << value << "\n";
     }
+    if (const std::string load = MachineLoad(); !load.empty()) {
+        out << "  load: " << load << "\n";
+    }
     if (const std::string caveat = MachineCaveat(); !caveat.empty()) {
         out << "  " << caveat << "\n";
     }
