@@ -79,7 +79,7 @@ void TableReporter::ReportRuns(const std::vector<Run>& runs) {
         if (run.skipped != benchmark::internal::NotSkipped) {
             m_hasErrors = true;
             GetErrorStream() << name << ": " << run.skip_message << "\n";
-            continue;
+            break;  // once is enough
         }
         m_due.insert(name.substr(0, name.find('/')));
         for (const auto& [heading, counter] : run.counters) {
@@ -169,7 +169,7 @@ void TableReporter::PrintRatios(const Table& table) {
     }
     for (const Subject& subject : table.subjects) {
         for (const Column& column : table.columns) {
-            if (subject.isPeer || !column.isCompared) {
+            if (subject.isPeer || !column.isCompared || Find(table, subject, column) == nullptr) {
                 continue;
             }
             rows.push_back({subject.name + ", " + column.heading});
