@@ -157,7 +157,7 @@ Figures RequestStops(std::size_t count) {
 }
 
 std::vector<Table> Tables(Effort effort) {
-    const std::size_t count = Scaled(effort, effort == Effort::kAll ? 2'000 : 300);
+    const std::size_t count = Scaled(effort, effort == Effort::kAll ? 2'000 : 250);
     return {{
         "cancel_to_wake",
         "request to the first instruction after the wait, " + std::to_string(count) + " times a round",

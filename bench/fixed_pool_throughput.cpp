@@ -73,7 +73,7 @@ Table WorkersTable(std::size_t tasks) {
 }
 
 std::vector<Table> Tables(Effort effort) {
-    const std::size_t tasks = Scaled(effort, 40'000);
+    const std::size_t tasks = Scaled(effort, 30'000);
     std::vector<Table> tables{
         PeersTable("one_producer", {tasks, 1, 8}),
         PeersTable("four_producers", {tasks, 4, 8}),

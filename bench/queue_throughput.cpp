@@ -54,7 +54,7 @@ Table FloodTable(const char* name, std::size_t tasks, std::size_t producers) {
 }
 
 std::vector<Table> Tables(Effort effort) {
-    const std::size_t tasks = Scaled(effort, 40'000);
+    const std::size_t tasks = Scaled(effort, 30'000);
     std::vector<Table> tables{
         FloodTable("one_producer", tasks, 1),
         FloodTable("four_producers", tasks, 4),

@@ -122,7 +122,7 @@ Figures WaitForAsync(std::size_t count) {
 }
 
 std::vector<Table> Tables(Effort effort) {
-    const std::size_t count = Scaled(effort, effort == Effort::kAll ? 2'000 : 300);
+    const std::size_t count = Scaled(effort, effort == Effort::kAll ? 2'000 : 250);
     const std::string often = ", " + std::to_string(count) + " times a round";
     const std::vector<Column> columns{{kMedian, 1, true}, {kTail, 1, true}};
     return {

@@ -123,6 +123,7 @@ int Answer(int argc, char** argv, const Question& question,
     for (const auto& [name, value] : DescribeMachine()) {
         benchmark::AddCustomContext(name, value);
     }
+    benchmark::AddCustomContext("load", MachineLoad());
     const std::vector<Table> tables = makeTables(effort);
     for (const Table& table : tables) {
         Register(table, Rounds(effort));

@@ -59,6 +59,9 @@ bool TableReporter::ReportContext(const Context&) {
     for (const auto& [name, value] : DescribeMachine()) {
         out << "  " << name << ": " << value << "\n";
     }
+    if (const std::string load = MachineLoad(); !load.empty()) {
+        out << "  load: " << load << "\n";
+    }
     if (const std::string caveat = MachineCaveat(); !caveat.empty()) {
         out << "  " << caveat << "\n";
     }
@@ -76,7 +79,7 @@ void TableReporter::ReportRuns(const std::vector<Run>& runs) {
         if (run.skipped != benchmark::internal::NotSkipped) {
             m_hasErrors = true;
             GetErrorStream() << name << ": " << run.skip_message << "\n";
-            continue;
+            break;  // once is enough
         }
         m_due.insert(name.substr(0, name.find('/')));
         for (const auto& [heading, counter] : run.counters) {
@@ -166,7 +169,7 @@ void TableReporter::PrintRatios(const Table& table) {
     }
     for (const Subject& subject : table.subjects) {
         for (const Column& column : table.columns) {
-            if (subject.isPeer || !column.isCompared) {
+            if (subject.isPeer || !column.isCompared || Find(table, subject, column) == nullptr) {
                 continue;
             }
             rows.push_back({subject.name + ", " + column.heading});
