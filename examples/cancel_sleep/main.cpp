@@ -1,4 +1,5 @@
 #include <iostream>
+#include <thread>
 
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
@@ -7,13 +8,18 @@
 
 int main() {
     const Orvane::ConcurrencyLifetime lifetime;
+    const auto sleepForAnHour = [] {
+        std::cout << "Sleeping for an hour ...\n";
+        Orvane::CancellableSleep(3'600'000);
+    };
     std::shared_ptr<Orvane::Internal::FutureImpl<void>> outcome;
-    auto nap = Orvane::MakeTask(L"Nap", [] { Orvane::CancellableSleep(3'600'000); }, outcome);
-    Orvane::Internal::GlobalThreadPool::Queue(nap);
-    nap.Cancel();
+    auto task = Orvane::MakeTask(L"Sleep", sleepForAnHour, outcome);
+    Orvane::Internal::GlobalThreadPool::Queue(task);
+    while (!task.IsBusy()) std::this_thread::yield();
+    task.Cancel();
     try {
         outcome->GetValue();
     } catch (const Orvane::CancelledException&) {
-        std::cout << "The nap was cancelled.\n";
+        std::cout << "... and woken at once.\n";
     }
 }
