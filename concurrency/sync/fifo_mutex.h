@@ -38,12 +38,12 @@ class ORVANE_CONCURRENCY_API fifo_mutex {
     // The same for any clock and duration, measured once, at the call.
     template <typename Clock, typename ClockDuration>
     bool try_lock_until(const std::chrono::time_point<Clock, ClockDuration>& deadline) {
-        return try_lock_for(deadline - Clock::now());
+        // In floating point: the distance to an extreme time point does not fit into its own type.
+        return try_lock_for(Seconds(deadline.time_since_epoch()) - Seconds(Clock::now().time_since_epoch()));
     }
     template <typename Rep, typename Period>
     bool try_lock_for(const std::chrono::duration<Rep, Period>& duration) {
         const auto now = std::chrono::time_point_cast<Duration>(std::chrono::system_clock::now());
-        using Seconds = std::chrono::duration<long double>;
         if (Seconds(duration) >= Seconds(TimePoint::max() - now)) {
             return try_lock_until(TimePoint::max());
         }
@@ -53,6 +53,7 @@ class ORVANE_CONCURRENCY_API fifo_mutex {
     void unlock();
 
   private:
+    using Seconds = std::chrono::duration<long double>;
     class Line;
 
     // Shared with whoever still wakes the waiters when the next owner has already destroyed the mutex.

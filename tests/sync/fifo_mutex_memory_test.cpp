@@ -1,0 +1,90 @@
+// What becomes of the line when memory runs out.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <new>
+#include <thread>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/sync/fifo_mutex.h"
+#include "tests/support/gate.h"
+#include "tests/support/import_patch.h"
+#include "tests/sync/others.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Zarvo::Test;
+
+// Lets one allocation of the calling thread inside the library fail.
+class FailingAllocation {
+  public:
+    explicit FailingAllocation(int successesBefore) {
+        s_successesLeft = successesBefore;
+        s_thread = ::GetCurrentThreadId();
+    }
+    ~FailingAllocation() { s_thread = 0; }
+    FailingAllocation(const FailingAllocation&) = delete;
+    FailingAllocation& operator=(const FailingAllocation&) = delete;
+
+  private:
+    static void* Allocate(std::size_t size) {
+        if (::GetCurrentThreadId() == s_thread && s_successesLeft-- == 0) {
+            throw std::bad_alloc();
+        }
+        return ::operator new(size);
+    }
+
+    static inline std::atomic<DWORD> s_thread = 0;
+    static inline std::atomic<int> s_successesLeft = 0;
+
+    const ImportPatch m_patch{LibraryUnderTest(), "_Znwy", &Allocate};
+};
+
+TEST(FifoMutex, StaysFreeWhenThereIsNoMemoryForItsOwner) {
+    fifo_mutex mutex;
+    {
+        const FailingAllocation failure(0);
+        EXPECT_THROW(mutex.lock(), std::bad_alloc);
+    }
+    EXPECT_TRUE(IsFreeForOthers(mutex));
+}
+
+TEST(FifoMutex, KeepsTheLineAsItWasWhenThereIsNoMemoryForAPlaceInIt) {
+    fifo_mutex mutex;
+    mutex.lock();
+    OnAnotherThread([&] {
+        const FailingAllocation failure(0);
+        EXPECT_THROW(mutex.lock(), std::bad_alloc);
+    });
+    mutex.unlock();
+    EXPECT_TRUE(IsFreeForOthers(mutex));
+}
+
+// On purpose: only cancellation and time-outs give up the place.
+TEST(FifoMutex, KeepsThePlaceOfAThreadThatHasNoMemoryToWait) {
+    fifo_mutex mutex;
+    mutex.lock();
+    Gate failed;
+    Gate leave;
+    std::thread ghost([&] {
+        {
+            const FailingAllocation failure(1);
+            EXPECT_THROW(mutex.lock(), std::bad_alloc);
+        }
+        failed.Open();
+        leave.Wait();
+        mutex.unlock();
+    });
+    failed.Wait();
+    mutex.unlock();
+    EXPECT_FALSE(IsFreeForOthers(mutex));
+
+    // Its turn has come without its knowing: it may unlock.
+    leave.Open();
+    ghost.join();
+    EXPECT_TRUE(IsFreeForOthers(mutex));
+}
+
+}  // namespace

@@ -1,0 +1,116 @@
+// Everything that can happen to a fifo_mutex, at once and in any order.
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "concurrency/cancellation/current_task.h"
+#include "concurrency/sync/fifo_mutex.h"
+#include "concurrency/tasks/make_task.h"
+#include "tests/sync/others.h"
+#include "tests/sync/stress_effort.h"
+#include "tests/sync/wall_clock.h"
+#include "tests/sync/watchdog.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+// The task that a thread runs just now, for those who cancel it.
+class CurrentTask {
+  public:
+    void Set(const Task& task) {
+        const std::lock_guard lock(m_mutex);
+        m_task = task;
+    }
+
+    void Cancel() {
+        Task task;
+        {
+            const std::lock_guard lock(m_mutex);
+            task = m_task;
+        }
+        task.Cancel();
+    }
+
+  private:
+    std::mutex m_mutex;
+    Task m_task;
+};
+
+class FifoMutexSoak : public testing::Test {
+  protected:
+    static constexpr unsigned kThreads = 8;
+
+    // One task that takes the mutex in one of its ways, if it gets it.
+    void RunOneTask(std::mt19937& chances, CurrentTask& current) {
+        Task task = MakeTask(L"soak", [this, &chances] {
+            switch (chances() % 5) {
+                case 0: UseIf(m_mutex.try_lock()); break;
+                case 1: UseIf(m_mutex.try_lock_until(WallClockNow() + std::chrono::microseconds(chances() % 3000))); break;
+                case 2: UseIf(m_mutex.try_lock_for(std::chrono::microseconds(chances() % 3000))); break;
+                default: m_mutex.lock(); UseIf(true); break;
+            }
+        });
+        current.Set(task);
+        task();
+    }
+
+    void UseIf(bool isOwner) {
+        if (!isOwner) {
+            ++m_timeOuts;
+            return;
+        }
+        const std::lock_guard secondLevel(m_mutex);
+        EXPECT_EQ(m_inside.fetch_add(1), 0);
+        ++m_uses;
+        EXPECT_EQ(m_inside.fetch_sub(1), 1);
+        m_mutex.unlock();
+    }
+
+    fifo_mutex m_mutex;
+    std::array<CurrentTask, kThreads> m_current;
+    std::atomic<int> m_inside = 0;
+    long m_uses = 0;  // guarded by m_mutex
+    std::atomic<long> m_timeOuts = 0;
+    std::atomic<unsigned> m_working = kThreads;
+};
+
+TEST_F(FifoMutexSoak, ServesPlainTimedAndCancelledWaitersToTheEnd) {
+    const StressEffort effort(60);
+    std::vector<std::thread> threads;
+    for (unsigned index = 0; index < kThreads; ++index) {
+        threads.emplace_back([&, index, chances = effort.Chances(index)]() mutable {
+            for (int round = 0; round < effort.Rounds(); ++round) {
+                RunOneTask(chances, m_current[index]);
+            }
+            --m_working;
+        });
+    }
+    std::thread cancelling([&, chances = effort.Chances(kThreads)]() mutable {
+        while (m_working != 0) {
+            m_current[chances() % kThreads].Cancel();
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    WaitOrEnd("The soak", [this] { return m_working == 0; });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    cancelling.join();
+
+    std::cout << m_uses << " turns, " << m_timeOuts << " time-outs or refusals" << std::endl;
+    EXPECT_GT(m_uses, 0);
+    EXPECT_TRUE(IsFreeForOthers(m_mutex));
+}
+
+}  // namespace

@@ -1,0 +1,196 @@
+#include "concurrency/sync/interprocess_mutex.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/sync/lock_exception.h"
+#include "tests/support/eventually.h"
+#include "tests/support/gate.h"
+#include "tests/support/import_patch.h"
+#include "tests/support/recorded_reports.h"
+#include "tests/support/resource_probe.h"
+#include "tests/support/task_thread.h"
+#include "tests/sync/kernel_names.h"
+#include "tests/sync/mutex_fields.h"
+#include "tests/sync/others.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+// Whether a thread that owns nothing could have taken the kernel mutex now.
+bool IsKernelMutexFree(const interprocess_mutex& mutex) {
+    bool isFree = false;
+    OnAnotherThread([&] {
+        const HANDLE handle = FieldOrder::HandleOf(mutex);
+        isFree = WaitForSingleObject(handle, 0) == WAIT_OBJECT_0;
+        if (isFree) {
+            ReleaseMutex(handle);
+        }
+    });
+    return isFree;
+}
+
+TEST(InterprocessMutex, IsTakenByLockAndFreedByUnlock) {
+    interprocess_mutex mutex;
+    EXPECT_TRUE(IsKernelMutexFree(mutex));
+    mutex.lock();
+    EXPECT_FALSE(IsKernelMutexFree(mutex));
+    mutex.unlock();
+    EXPECT_TRUE(IsKernelMutexFree(mutex));
+}
+
+TEST(InterprocessMutex, RemembersItsOwnerBetweenLockAndUnlock) {
+    interprocess_mutex mutex;
+    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
+    EXPECT_EQ(FieldOrder::OwnerOf(mutex), 0U);
+
+    mutex.lock();
+    EXPECT_TRUE(FieldOrder::IsMarkedLocked(mutex));
+    EXPECT_EQ(FieldOrder::OwnerOf(mutex), ::GetCurrentThreadId());
+
+    mutex.unlock();
+    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
+    EXPECT_EQ(FieldOrder::OwnerOf(mutex), 0U);
+}
+
+TEST(InterprocessMutex, KeepsAWaiterOutUntilTheOwnerUnlocks) {
+    interprocess_mutex mutex;
+    mutex.lock();
+    TaskThread waiter([&] {
+        mutex.lock();
+        mutex.unlock();
+    });
+    std::this_thread::sleep_for(100ms);
+    EXPECT_TRUE(waiter.IsRunning());
+    mutex.unlock();
+    EXPECT_TRUE(waiter.EndedNormally());
+}
+
+TEST(InterprocessMutex, IsSharedByTheObjectsOfOneName) {
+    const std::wstring name = UniqueName(L"shared");
+    interprocess_mutex one(name.c_str());
+    interprocess_mutex two(name.c_str());
+    one.lock();
+    EXPECT_FALSE(IsKernelMutexFree(two));
+    EXPECT_FALSE(FieldOrder::IsMarkedLocked(two));
+    one.unlock();
+    EXPECT_TRUE(IsKernelMutexFree(two));
+}
+
+// The flag does not count levels, the platform does.
+TEST(InterprocessMutex, MayBeLockedAgainByItsOwner) {
+    interprocess_mutex mutex;
+    mutex.lock();
+    mutex.lock();
+    mutex.unlock();
+    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
+    EXPECT_EQ(FieldOrder::OwnerOf(mutex), 0U);
+    EXPECT_FALSE(IsKernelMutexFree(mutex));
+    mutex.unlock();
+    EXPECT_TRUE(IsKernelMutexFree(mutex));
+}
+
+TEST(InterprocessMutex, SaysNothingWhenAllGoesWell) {
+    const RecordedReports reports;
+    {
+        interprocess_mutex mutex(UniqueName(L"quiet").c_str());
+        mutex.lock();
+        mutex.unlock();
+    }
+    EXPECT_TRUE(reports.All().empty());
+}
+
+TEST(InterprocessMutex, GivesBackAllItTook) {
+    const auto use = [] {
+        interprocess_mutex mutex(UniqueName(L"probe").c_str());
+        mutex.lock();
+        mutex.unlock();
+    };
+    use();
+    const ResourceProbe probe;
+    for (int i = 0; i < 20; ++i) {
+        use();
+    }
+    EXPECT_EQ(probe.Growth(), Resources{});
+}
+
+// The wait of a lock that another thread is about to begin, or has begun.
+class ObservedWait {
+  public:
+    ObservedWait() { s_hasBegun = false; }
+
+    bool HasBegun() const { return s_hasBegun; }
+
+  private:
+    static DWORD WINAPI Wait(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
+        s_hasBegun = true;
+        return ::WaitForMultipleObjects(count, handles, all, milliseconds);
+    }
+
+    static inline std::atomic<bool> s_hasBegun = false;
+
+    const ImportPatch m_patch{LibraryUnderTest(), "WaitForMultipleObjects", &Wait};
+};
+
+TEST(InterprocessMutex, IsLeftByACancelledWaiterWithoutAReport) {
+    const RecordedReports reports;
+    interprocess_mutex mutex;
+    mutex.lock();
+    const ObservedWait wait;
+    TaskThread waiter([&] {
+        EXPECT_THROW(mutex.lock(), CancelRequestedException);
+        mutex.lock();
+    });
+    ASSERT_TRUE(Eventually([&] { return wait.HasBegun(); }));
+    waiter.Cancel();
+    EXPECT_TRUE(waiter.EndedCancelled());
+
+    EXPECT_EQ(FieldOrder::OwnerOf(mutex), ::GetCurrentThreadId());
+    EXPECT_FALSE(IsKernelMutexFree(mutex));
+    mutex.unlock();
+    EXPECT_TRUE(IsKernelMutexFree(mutex));
+    EXPECT_EQ(reports.Count(L"interprocess_mutex::DoLock"), 0U);
+}
+
+TEST(InterprocessMutex, IsNotTakenByATaskThatWasCancelledBeforeThoughItIsFree) {
+    const RecordedReports reports;
+    interprocess_mutex mutex;
+    Gate cancelled;
+    TaskThread task([&] {
+        cancelled.Wait();
+        mutex.lock();
+    });
+    task.Cancel();
+    cancelled.Open();
+    EXPECT_TRUE(task.EndedCancelled());
+    EXPECT_TRUE(IsKernelMutexFree(mutex));
+    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
+    EXPECT_EQ(reports.Count(L"interprocess_mutex::DoLock"), 0U);
+}
+
+TEST(InterprocessMutex, LetsTheOthersWaitOnWhenOneIsCancelled) {
+    interprocess_mutex mutex;
+    mutex.lock();
+    TaskThread leaver([&] { mutex.lock(); });
+    TaskThread stayer([&] {
+        mutex.lock();
+        mutex.unlock();
+    });
+    leaver.Cancel();
+    EXPECT_TRUE(leaver.EndedCancelled());
+    std::this_thread::sleep_for(50ms);
+    EXPECT_TRUE(stayer.IsRunning());
+    mutex.unlock();
+    EXPECT_TRUE(stayer.EndedNormally());
+}
+
+}  // namespace

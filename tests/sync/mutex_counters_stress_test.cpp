@@ -1,0 +1,101 @@
+// What the mutexes are for: nothing is lost when many threads add at once.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "concurrency/sync/checked_mutex.h"
+#include "concurrency/sync/fifo_mutex.h"
+#include "concurrency/sync/interprocess_mutex.h"
+#include "tests/support/task_thread.h"
+#include "tests/sync/stress_effort.h"
+#include "tests/sync/wall_clock.h"
+#include "tests/sync/watchdog.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+// A number that loses additions unless one thread adds at a time.
+class Number {
+  public:
+    void AddOne() {
+        const long before = m_value;
+        std::this_thread::yield();
+        m_value = before + 1;
+    }
+
+    long Get() const { return m_value; }
+
+  private:
+    volatile long m_value = 0;
+};
+
+class MutexCounter : public testing::TestWithParam<int> {
+  protected:
+    // About `additions` times the stress factor, each begun by `lock(mutex, chances)`, spread over the threads.
+    template <typename Mutex, typename Lock>
+    void ExpectExact(int additions, Lock lock) {
+        const StressEffort effort(additions / GetParam());
+        Mutex mutex;
+        Number number;
+        std::atomic<int> working = GetParam();
+        std::vector<std::thread> threads;
+        for (int index = 0; index < GetParam(); ++index) {
+            threads.emplace_back([&, chances = effort.Chances(static_cast<unsigned>(index))]() mutable {
+                for (int round = 0; round < effort.Rounds(); ++round) {
+                    lock(mutex, chances);
+                    number.AddOne();
+                    mutex.unlock();
+                }
+                --working;
+            });
+        }
+        WaitOrEnd("The threads that count", [&, before = -1L]() mutable {
+            EXPECT_NE(before, number.Get()) << "nothing has been added for a minute";
+            return working == 0;
+        });
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(number.Get(), static_cast<long>(effort.Rounds()) * GetParam());
+    }
+};
+
+template <typename Mutex>
+void LockPlainly(Mutex& mutex, std::mt19937&) {
+    mutex.lock();
+}
+
+TEST_P(MutexCounter, IsExactUnderCheckedMutex) {
+    ExpectExact<checked_mutex>(8'000, LockPlainly<checked_mutex>);
+}
+
+TEST_P(MutexCounter, IsExactUnderCheckedMutexLockedInAllWays) {
+    ExpectExact<checked_mutex>(4'000, [](checked_mutex& mutex, std::mt19937& chances) {
+        const auto way = chances() % 3;
+        if (way == 0 || (way == 1 && !mutex.try_lock())) {
+            mutex.lock();
+        }
+        while (way == 2 && !mutex.timed_lock(WallClockNow() + 1ms)) {
+        }
+    });
+}
+
+TEST_P(MutexCounter, IsExactUnderFifoMutex) {
+    ExpectExact<fifo_mutex>(400, LockPlainly<fifo_mutex>);
+}
+
+TEST_P(MutexCounter, IsExactUnderInterprocessMutex) {
+    ExpectExact<interprocess_mutex>(800, LockPlainly<interprocess_mutex>);
+}
+
+INSTANTIATE_TEST_SUITE_P(Threads, MutexCounter, testing::Values(4, 8, 16, 32), testing::PrintToStringParamName());
+
+}  // namespace

@@ -1,0 +1,42 @@
+// The private fields of the mutexes, for tests that judge them.
+#pragma once
+
+#include <cstddef>
+
+#include "concurrency/sync/checked_mutex.h"
+#include "concurrency/sync/interprocess_mutex.h"
+
+namespace Orvane {
+
+// Befriended by the mutexes under this name.
+struct FieldOrder {
+    static HANDLE HandleOf(const interprocess_mutex& mutex) { return mutex.m_handle; }
+    static bool IsMarkedLocked(const interprocess_mutex& mutex) { return mutex.m_locked; }
+    static DWORD OwnerOf(const interprocess_mutex& mutex) { return mutex.m_owner; }
+
+    struct InterprocessOffsets {
+        std::size_t handle, locked, owner;
+    };
+    static InterprocessOffsets OffsetsOf(const interprocess_mutex& mutex) {
+        return {Offset(mutex, mutex.m_handle), Offset(mutex, mutex.m_locked), Offset(mutex, mutex.m_owner)};
+    }
+
+    struct CheckedOffsets {
+        std::size_t mutex, condition, held, locked;
+    };
+    static CheckedOffsets OffsetsOf(const checked_mutex& mutex) {
+        return {Offset(mutex, mutex.m_lock.mutex), Offset(mutex, mutex.m_lock.condition),
+                Offset(mutex, mutex.m_lock.held), Offset(mutex, mutex.m_locked)};
+    }
+
+    static_assert(sizeof(checked_mutex::TimedMutex::held) == 4, "the held word has 32 bits");
+
+  private:
+    template <typename Object, typename Field>
+    static std::size_t Offset(const Object& object, const Field& field) {
+        return static_cast<std::size_t>(reinterpret_cast<const char*>(&field) -
+                                        reinterpret_cast<const char*>(&object));
+    }
+};
+
+}  // namespace Orvane
