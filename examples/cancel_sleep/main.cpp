@@ -8,18 +8,16 @@
 
 int main() {
     const Orvane::ConcurrencyLifetime lifetime;
-    const auto sleepForAnHour = [] {
-        std::cout << "Sleeping for an hour ...\n";
-        Orvane::CancellableSleep(3'600'000);
-    };
     std::shared_ptr<Orvane::Internal::FutureImpl<void>> outcome;
-    auto task = Orvane::MakeTask(L"Sleep", sleepForAnHour, outcome);
-    Orvane::Internal::GlobalThreadPool::Queue(task);
-    while (!task.IsBusy()) std::this_thread::yield();
-    task.Cancel();
+    auto nap = Orvane::MakeTask(L"Nap", [] { Orvane::CancellableSleep(3'600'000); }, outcome);
+    Orvane::Internal::GlobalThreadPool::Queue(nap);
+    while (!nap.IsBusy()) {
+        std::this_thread::yield();
+    }
+    nap.Cancel();
     try {
         outcome->GetValue();
     } catch (const Orvane::CancelledException&) {
-        std::cout << "... and woken at once.\n";
+        std::cout << "The nap of an hour was cut short.\n";
     }
 }

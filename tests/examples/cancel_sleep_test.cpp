@@ -15,7 +15,7 @@ TEST(CancelSleep, WakesTheSleeperAndReadsItsCancellation) {
     const ChildResult result = RunChild("cancel_sleep");
 
     EXPECT_EQ(result.exitCode, 0U);
-    EXPECT_EQ(WithoutCarriageReturns(result.standardOutput), "Sleeping for an hour ...\n... and woken at once.\n");
+    EXPECT_EQ(WithoutCarriageReturns(result.standardOutput), "The nap of an hour was cut short.\n");
 }
 
 }  // namespace

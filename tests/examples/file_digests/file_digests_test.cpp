@@ -25,7 +25,9 @@ const std::string kMillionA = "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e0
 // More than can be read while a test waits for it.
 constexpr std::uint64_t kEndless = std::uint64_t{1} << 40;
 
-ChildResult RunDigests(std::vector<std::string> arguments) { return RunChild("file_digests", arguments); }
+ChildResult RunDigests(std::vector<std::string> arguments) {
+    return RunChild("file_digests", arguments);
+}
 
 // What was printed, apart at the line feeds alone.
 std::vector<std::string> Lines(const std::string& text) {
@@ -68,12 +70,13 @@ TEST_F(FileDigestsTest, PrintsTheKnownDigests) {
 }
 
 TEST_F(FileDigestsTest, SortsByTheBytesOfTheWholePath) {
-    for (const wchar_t* const path : {L"a\\b", L"a.txt", L"B", L"a\\Z\\c", L"a b", L"\x00E4", L"\xD83D\xDE00", L"\xFB01"}) {
+    for (const wchar_t* const path :
+         {L"a\\b", L"a.txt", L"B", L"a\\Z\\c", L"a b", L"\x00E4", L"\xD83D\xDE00", L"\xFB01"}) {
         m_tree.Write(path);
     }
 
-    EXPECT_THAT(Names(RunDigests({m_tree.Path()})), ElementsAre("B", "a b", "a.txt", "a/Z/c", "a/b", "\xC3\xA4",
-                                                         "\xEF\xAC\x81", "\xF0\x9F\x98\x80"));
+    EXPECT_THAT(Names(RunDigests({m_tree.Path()})),
+                ElementsAre("B", "a b", "a.txt", "a/Z/c", "a/b", "\xC3\xA4", "\xEF\xAC\x81", "\xF0\x9F\x98\x80"));
 }
 
 TEST_F(FileDigestsTest, ReadsPathsLongerThanThePlatformsOldLimit) {
@@ -198,13 +201,15 @@ INSTANTIATE_TEST_SUITE_P(Threads, FileDigestsOnThreadsTest, testing::Values("poo
                          [](const auto& threads) { return threads.param; });
 
 TEST_F(FileDigestsTest, WithoutAFolderTheCurrentOneIsReadExceptGitAndBuildAtItsTop) {
-    for (const wchar_t* const path : {L".git\\a", L"build\\b", L"sub\\build\\c", L"sub\\.git\\d", L".github\\e", L"f"}) {
+    for (const wchar_t* const path :
+         {L".git\\a", L"build\\b", L"sub\\build\\c", L"sub\\.git\\d", L".github\\e", L"f"}) {
         m_tree.Write(path);
     }
     ASSERT_TRUE(SetCurrentDirectoryW(m_tree.Path(L"").c_str() + 4));
 
     EXPECT_THAT(Names(RunDigests({})), ElementsAre(".github/e", "f", "sub/.git/d", "sub/build/c"));
-    EXPECT_THAT(Names(RunDigests({"."})), ElementsAre(".git/a", ".github/e", "build/b", "f", "sub/.git/d", "sub/build/c"));
+    EXPECT_THAT(Names(RunDigests({"."})),
+                ElementsAre(".git/a", ".github/e", "build/b", "f", "sub/.git/d", "sub/build/c"));
 
     ASSERT_TRUE(SetCurrentDirectoryW(L"C:\\")) << "or the tree cannot be removed";
 }

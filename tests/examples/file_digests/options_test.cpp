@@ -9,7 +9,9 @@ namespace {
 using namespace FileDigests;
 using std::chrono::milliseconds;
 
-Options Parse(const std::vector<const wchar_t*>& arguments) { return ParseOptions(arguments); }
+Options Parse(const std::vector<const wchar_t*>& arguments) {
+    return ParseOptions(arguments);
+}
 
 // What is wrong with the arguments; empty if nothing.
 std::string ProblemOf(const std::vector<const wchar_t*>& arguments) {
@@ -31,8 +33,9 @@ TEST(Options, NothingGivenMeansCurrentDirectoryOnThePoolWithoutALimit) {
 }
 
 TEST(Options, ValuesFollowTheOptionOrAnEqualsSign) {
-    for (const auto& arguments : {std::vector<const wchar_t*>{L"--threads", L"dedicated", L"--cancel-after", L"250", L"f"},
-                                  std::vector<const wchar_t*>{L"f", L"--cancel-after=250", L"--threads=dedicated"}}) {
+    for (const auto& arguments :
+         {std::vector<const wchar_t*>{L"--threads", L"dedicated", L"--cancel-after", L"250", L"f"},
+          std::vector<const wchar_t*>{L"f", L"--cancel-after=250", L"--threads=dedicated"}}) {
         const Options options = Parse(arguments);
 
         EXPECT_EQ(options.folder, L"f");
@@ -41,16 +44,22 @@ TEST(Options, ValuesFollowTheOptionOrAnEqualsSign) {
     }
 }
 
-TEST(Options, PoolCanBeAskedForByName) { EXPECT_EQ(Parse({L"--threads", L"pool"}).threads, Threads::kPool); }
+TEST(Options, PoolCanBeAskedForByName) {
+    EXPECT_EQ(Parse({L"--threads", L"pool"}).threads, Threads::kPool);
+}
 
-TEST(Options, CancelAfterTakesZero) { EXPECT_EQ(Parse({L"--cancel-after", L"0"}).cancelAfter, milliseconds(0)); }
+TEST(Options, CancelAfterTakesZero) {
+    EXPECT_EQ(Parse({L"--cancel-after", L"0"}).cancelAfter, milliseconds(0));
+}
 
 TEST(Options, HelpHasAShortName) {
     EXPECT_TRUE(Parse({L"--help"}).help);
     EXPECT_TRUE(Parse({L"-h"}).help);
 }
 
-TEST(Options, AfterTwoDashesAnyNameIsAFolder) { EXPECT_EQ(Parse({L"--", L"--help"}).folder, L"--help"); }
+TEST(Options, AfterTwoDashesAnyNameIsAFolder) {
+    EXPECT_EQ(Parse({L"--", L"--help"}).folder, L"--help");
+}
 
 TEST(Options, SaysWhatIsWrong) {
     EXPECT_EQ(ProblemOf({L"--thread"}), "unknown option '--thread'");

@@ -23,13 +23,13 @@ TEST(Progress, ShowsBarPercentSpeedsAndTimeLeft) {
 
     progress.Update({50, 100 * kMiB}, 10);
 
-    EXPECT_EQ(progress.Line(79), "[######......]  50 %   50 of 100 files      5 files/s    10.0 MiB/s   0:10 left");
+    EXPECT_EQ(progress.Line(79), "[#######.......]  50 %   50/100 files      5 files/s    10.0 MiB/s   0:10 left");
 }
 
 TEST(Progress, AtTheBeginningTheTimeLeftIsUnknown) {
     const Progress progress({100, 200 * kMiB});
 
-    EXPECT_EQ(progress.Line(79), "[............]   0 %    0 of 100 files      0 files/s     0 bytes/s      ? left");
+    EXPECT_EQ(progress.Line(79), "[..............]   0 %    0/100 files      0 files/s     0 bytes/s      ? left");
 }
 
 TEST(Progress, AtTheEndTheBarIsFull) {
@@ -37,7 +37,7 @@ TEST(Progress, AtTheEndTheBarIsFull) {
 
     progress.Update({2, kMiB}, 1);
 
-    EXPECT_EQ(progress.Line(79), "[################] 100 %  2 of 2 files      2 files/s     1.0 MiB/s   0:00 left");
+    EXPECT_EQ(progress.Line(79), "[##################] 100 %  2/2 files      2 files/s     1.0 MiB/s   0:00 left");
 }
 
 TEST(Progress, CountsSmallFilesAndBytesAlike) {
@@ -56,7 +56,7 @@ TEST(Progress, FilesThatHaveGrownDoNotPassAHundredPercent) {
 
     progress.Update({0, 3 * kMiB}, 1);
 
-    EXPECT_EQ(progress.Line(79).substr(0, 24), "[################] 100 %");
+    EXPECT_EQ(progress.Line(79).substr(0, 26), "[##################] 100 %");
 }
 
 TEST(Progress, SpeedsForgetWhatIsLongAgo) {
@@ -83,10 +83,12 @@ TEST(Progress, LineNeverExceedsItsColumns) {
     for (int columns = 0; columns < 200; ++columns) {
         EXPECT_LE(progress.Line(columns).size(), static_cast<std::size_t>(columns));
     }
-    EXPECT_EQ(progress.Line(20), " 50 %   50 of 100 fi");
+    EXPECT_EQ(progress.Line(20), " 50 %   50/100 files");
     EXPECT_EQ(progress.Line(-1), "");
 }
 
-TEST(Progress, NothingToDoIsDone) { EXPECT_EQ(Progress({0, 0}).Line(79).substr(0, 24), "[################] 100 %"); }
+TEST(Progress, NothingToDoIsDone) {
+    EXPECT_EQ(Progress({0, 0}).Line(79).substr(0, 26), "[##################] 100 %");
+}
 
 }  // namespace

@@ -47,9 +47,13 @@ TemporaryTree::TemporaryTree() {
     Require(CreateDirectoryW(m_path.c_str(), nullptr), "cannot make the folder");
 }
 
-TemporaryTree::~TemporaryTree() { RemoveAll(m_path); }
+TemporaryTree::~TemporaryTree() {
+    RemoveAll(m_path);
+}
 
-std::string TemporaryTree::Path() const { return FileDigests::ToUtf8(m_path.substr(4)); }
+std::string TemporaryTree::Path() const {
+    return FileDigests::ToUtf8(m_path.substr(4));
+}
 
 std::wstring TemporaryTree::Path(std::wstring_view below) const {
     std::wstring path = m_path + L"\\";
