@@ -23,13 +23,13 @@ TEST(Progress, ShowsBarPercentSpeedsAndTimeLeft) {
 
     progress.Update({50, 100 * kMiB}, 10);
 
-    EXPECT_EQ(progress.Line(79), "[#######.......]  50 %   50/100 files      5 files/s    10.0 MiB/s   0:10 left");
+    EXPECT_EQ(progress.Line(78), "[#######.......]  50 %   50/100 files      5 files/s    10.0 MiB/s   0:10 left");
 }
 
 TEST(Progress, AtTheBeginningTheTimeLeftIsUnknown) {
     const Progress progress({100, 200 * kMiB});
 
-    EXPECT_EQ(progress.Line(79), "[..............]   0 %    0/100 files      0 files/s     0 bytes/s      ? left");
+    EXPECT_EQ(progress.Line(78), "[..............]   0 %    0/100 files      0 files/s     0 bytes/s      ? left");
 }
 
 TEST(Progress, AtTheEndTheBarIsFull) {
@@ -37,7 +37,7 @@ TEST(Progress, AtTheEndTheBarIsFull) {
 
     progress.Update({2, kMiB}, 1);
 
-    EXPECT_EQ(progress.Line(79), "[##################] 100 %  2/2 files      2 files/s     1.0 MiB/s   0:00 left");
+    EXPECT_EQ(progress.Line(78), "[##################] 100 %  2/2 files      2 files/s     1.0 MiB/s   0:00 left");
 }
 
 TEST(Progress, CountsSmallFilesAndBytesAlike) {
@@ -47,8 +47,8 @@ TEST(Progress, CountsSmallFilesAndBytesAlike) {
     bytes.Update({0, 125 * kMiB}, 1);
     files.Update({1000, 0}, 1);
 
-    EXPECT_NE(bytes.Line(79).find(" 50 %"), std::string::npos) << bytes.Line(79);
-    EXPECT_NE(files.Line(79).find(" 50 %"), std::string::npos) << files.Line(79);
+    EXPECT_NE(bytes.Line(78).find(" 50 %"), std::string::npos) << bytes.Line(78);
+    EXPECT_NE(files.Line(78).find(" 50 %"), std::string::npos) << files.Line(78);
 }
 
 TEST(Progress, FilesThatHaveGrownDoNotPassAHundredPercent) {
@@ -56,7 +56,7 @@ TEST(Progress, FilesThatHaveGrownDoNotPassAHundredPercent) {
 
     progress.Update({0, 3 * kMiB}, 1);
 
-    EXPECT_EQ(progress.Line(79).substr(0, 26), "[##################] 100 %");
+    EXPECT_EQ(progress.Line(78).substr(0, 26), "[##################] 100 %");
 }
 
 TEST(Progress, SpeedsForgetWhatIsLongAgo) {
@@ -65,7 +65,7 @@ TEST(Progress, SpeedsForgetWhatIsLongAgo) {
     progress.Update({0, 1000 * kMiB}, 1);
     progress.Update({0, 1000 * kMiB + 120}, 121);
 
-    EXPECT_NE(progress.Line(79).find(" 1 bytes/s"), std::string::npos) << progress.Line(79);
+    EXPECT_NE(progress.Line(78).find(" 1 bytes/s"), std::string::npos) << progress.Line(78);
 }
 
 TEST(Progress, LongTimesAreShownInHours) {
@@ -73,7 +73,7 @@ TEST(Progress, LongTimesAreShownInHours) {
 
     progress.Update({0, kMiB}, 1);
 
-    EXPECT_NE(progress.Line(79).find(" 1:59:59 left"), std::string::npos) << progress.Line(79);
+    EXPECT_NE(progress.Line(78).find(" 1:59:59 left"), std::string::npos) << progress.Line(78);
 }
 
 TEST(Progress, LineNeverExceedsItsColumns) {
@@ -88,7 +88,7 @@ TEST(Progress, LineNeverExceedsItsColumns) {
 }
 
 TEST(Progress, NothingToDoIsDone) {
-    EXPECT_EQ(Progress({0, 0}).Line(79).substr(0, 26), "[##################] 100 %");
+    EXPECT_EQ(Progress({0, 0}).Line(78).substr(0, 26), "[##################] 100 %");
 }
 
 }  // namespace
