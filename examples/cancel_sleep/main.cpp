@@ -1,4 +1,5 @@
 #include <iostream>
+#include <thread>
 
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
@@ -10,10 +11,13 @@ int main() {
     std::shared_ptr<Orvane::Internal::FutureImpl<void>> outcome;
     auto nap = Orvane::MakeTask(L"Nap", [] { Orvane::CancellableSleep(3'600'000); }, outcome);
     Orvane::Internal::GlobalThreadPool::Queue(nap);
+    while (!nap.IsBusy()) {
+        std::this_thread::yield();
+    }
     nap.Cancel();
     try {
         outcome->GetValue();
     } catch (const Orvane::CancelledException&) {
-        std::cout << "The nap was cancelled.\n";
+        std::cout << "The nap of an hour was cut short.\n";
     }
 }

@@ -10,17 +10,10 @@ std::string Escaped(std::string_view name) {
     std::string escaped;
     for (const char character : name) {
         switch (character) {
-            case '\\':
-                escaped += "\\\\";
-                break;
-            case '\n':
-                escaped += "\\n";
-                break;
-            case '\r':
-                escaped += "\\r";
-                break;
-            default:
-                escaped += character;
+            case '\\': escaped += "\\\\"; break;
+            case '\n': escaped += "\\n"; break;
+            case '\r': escaped += "\\r"; break;
+            default: escaped += character;
         }
     }
     return escaped;

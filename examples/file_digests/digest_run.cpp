@@ -18,7 +18,9 @@ constexpr std::chrono::milliseconds kTick{50};
 
 // As many tasks as keep the processors busy while some wait for a disk. Two less than a pool starts with at least: the
 // pool adds workers only where there are processors for them.
-std::size_t FilesInHand() { return std::max(6U, std::thread::hardware_concurrency() + 4); }
+std::size_t FilesInHand() {
+    return std::max(6U, std::thread::hardware_concurrency() + 4);
+}
 
 Progress::Amount Total(const std::vector<FoundFile>& files) {
     Progress::Amount total;
@@ -30,7 +32,9 @@ Progress::Amount Total(const std::vector<FoundFile>& files) {
 }
 
 // A task's name is short: the last part of the path tells most.
-std::wstring TaskName(const FoundFile& file) { return file.path.substr(file.path.rfind(L'\\') + 1); }
+std::wstring TaskName(const FoundFile& file) {
+    return file.path.substr(file.path.rfind(L'\\') + 1);
+}
 
 }  // namespace
 

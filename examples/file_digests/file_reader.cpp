@@ -46,12 +46,9 @@ bool FileReader::Start(OVERLAPPED& request) {
         return true;
     }
     switch (GetLastError()) {
-        case ERROR_IO_PENDING:
-            return true;
-        case ERROR_HANDLE_EOF:
-            return false;
-        default:
-            throw FileError("read");
+        case ERROR_IO_PENDING: return true;
+        case ERROR_HANDLE_EOF: return false;
+        default: throw FileError("read");
     }
 }
 

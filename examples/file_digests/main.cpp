@@ -85,7 +85,8 @@ int Conclude(const FileList& list, const DigestRun& run, double seconds, Message
         messages.Say(ShownName(folder.name) + ": " + folder.error.Message());
     }
     if (list.linksLeftOut != 0) {
-        messages.Say(std::to_string(list.linksLeftOut) + " links to folders not followed");
+        messages.Say(list.linksLeftOut == 1 ? "1 link to a folder not followed"
+                                            : std::format("{} links to folders not followed", list.linksLeftOut));
     }
     messages.Say(std::format("{} done, {} failed, {} cancelled; {} read in {:.1f} s", run.Done(), failed, cancelled,
                              ShownBytes(static_cast<double>(run.BytesRead())), seconds));

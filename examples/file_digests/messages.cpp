@@ -1,6 +1,5 @@
 #include "examples/file_digests/messages.h"
 
-#include <algorithm>
 #include <string>
 
 #include "examples/file_digests/file_error.h"
@@ -12,11 +11,16 @@ namespace {
 // In ms. Often enough to look alive.
 constexpr std::uint64_t kRedrawPeriod = 100;
 
+// The room behind the status line for the "^C" with which some terminals answer Ctrl+C.
+constexpr std::size_t kEcho = 2;
+
 }  // namespace
 
 Messages::Messages() : m_output(STD_ERROR_HANDLE) {}
 
-Messages::~Messages() { ShowStatus(""); }
+Messages::~Messages() {
+    ShowStatus("");
+}
 
 void Messages::Say(std::string_view message) {
     ShowStatus("");
@@ -28,17 +32,19 @@ bool Messages::IsStatusDue() const {
 }
 
 // One less than the console has: writing into the last column moves some of them to the next line.
-int Messages::Columns() const { return m_output.Columns() - 1; }
+int Messages::Columns() const {
+    return m_output.Columns() - 1 - static_cast<int>(kEcho);
+}
 
 void Messages::ShowStatus(std::string_view status) {
     if (status.empty() && m_statusLength == 0) {
         return;
     }
-    // Spaces wipe what is left of a longer line before.
     std::string line = "\r" + std::string(status);
-    line.append(m_statusLength - std::min(m_statusLength, status.size()), ' ');
     if (status.empty()) {
-        line += '\r';
+        line += std::string(m_statusLength + kEcho, ' ') + "\r";
+    } else if (status.size() < m_statusLength) {
+        line.append(m_statusLength - status.size(), ' ');
     }
     Write(line);
     m_statusLength = status.size();

@@ -102,7 +102,9 @@ class Parser {
 
 }  // namespace
 
-Options ParseOptions(std::span<const wchar_t* const> arguments) { return Parser(arguments).Parse(); }
+Options ParseOptions(std::span<const wchar_t* const> arguments) {
+    return Parser(arguments).Parse();
+}
 
 std::string_view HelpText() {
     return R"(usage: file_digests [OPTIONS] [FOLDER]

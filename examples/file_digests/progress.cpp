@@ -20,7 +20,7 @@ constexpr double kBytesPerFile = 128 * 1024;
 constexpr double kLongestTime = 4 * 24 * 3600;
 
 constexpr int kWidestBar = 40;
-constexpr int kNarrowestBar = 10;
+constexpr int kNarrowestBar = 8;
 
 double Work(const Progress::Amount& amount) {
     return static_cast<double>(amount.bytes) + kBytesPerFile * static_cast<double>(amount.files);
@@ -72,9 +72,9 @@ std::string Progress::Line(int columns) const {
     const double part = total > 0 ? std::min(Work(m_done) / total, 1.0) : 1;
     // Every number has its place: the line stays calm while they change.
     const std::string files = std::to_string(m_total.files);
-    std::string line = std::format("{:3.0f} %  {:{}} of {} files  {:5.0f} files/s  {:>10}/s  {:>5} left",
-                                   std::floor(part * 100), m_done.files, files.size(), files, m_filesPerSecond,
-                                   ShownBytes(m_bytesPerSecond), TimeLeft());
+    std::string line =
+        std::format("{:3.0f} %  {:{}}/{} files  {:5.0f} files/s  {:>10}/s  {:>5} left", std::floor(part * 100),
+                    m_done.files, files.size(), files, m_filesPerSecond, ShownBytes(m_bytesPerSecond), TimeLeft());
     if (const int left = columns - static_cast<int>(line.size()) - 1; left >= kNarrowestBar) {
         line = Bar(left, part) + " " + line;
     }

@@ -45,8 +45,7 @@ void RequireFolder(const Handle& handle) {
 
 }  // namespace
 
-RootFolder::RootFolder(const std::wstring& folder)
-    : m_path(VerbatimPath(folder)), m_handle(OpenFolder(Entry())) {
+RootFolder::RootFolder(const std::wstring& folder) : m_path(VerbatimPath(folder)), m_handle(OpenFolder(Entry())) {
     RequireFolder(m_handle);
 }
 

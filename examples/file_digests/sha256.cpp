@@ -18,13 +18,17 @@ Sha256Algorithm::Sha256Algorithm() {
     Require(BCryptOpenAlgorithmProvider(&m_algorithm, BCRYPT_SHA256_ALGORITHM, nullptr, 0));
 }
 
-Sha256Algorithm::~Sha256Algorithm() { BCryptCloseAlgorithmProvider(m_algorithm, 0); }
+Sha256Algorithm::~Sha256Algorithm() {
+    BCryptCloseAlgorithmProvider(m_algorithm, 0);
+}
 
 Sha256::Sha256(const Sha256Algorithm& algorithm) {
     Require(BCryptCreateHash(algorithm.Get(), &m_hash, nullptr, 0, nullptr, 0, 0));
 }
 
-Sha256::~Sha256() { BCryptDestroyHash(m_hash); }
+Sha256::~Sha256() {
+    BCryptDestroyHash(m_hash);
+}
 
 void Sha256::Add(std::span<const std::byte> data) {
     // CNG takes the data without const and leaves it alone.

@@ -20,14 +20,20 @@ BOOL WINAPI OnControl(DWORD control) {
 
 }  // namespace
 
-StopSignal::StopSignal() { SetConsoleCtrlHandler(&OnControl, TRUE); }
+StopSignal::StopSignal() {
+    SetConsoleCtrlHandler(&OnControl, TRUE);
+}
 
-StopSignal::~StopSignal() { SetConsoleCtrlHandler(&OnControl, FALSE); }
+StopSignal::~StopSignal() {
+    SetConsoleCtrlHandler(&OnControl, FALSE);
+}
 
 void StopSignal::SetTimer(std::chrono::milliseconds delay) {
     m_deadline = GetTickCount64() + static_cast<std::uint64_t>(delay.count());
 }
 
-bool StopSignal::IsSet() const { return g_interrupted || (m_deadline && GetTickCount64() >= *m_deadline); }
+bool StopSignal::IsSet() const {
+    return g_interrupted || (m_deadline && GetTickCount64() >= *m_deadline);
+}
 
 }  // namespace FileDigests

@@ -27,7 +27,9 @@ class TaskWindow::EndNotice {
     const std::size_t m_id;
 };
 
-TaskWindow::TaskWindow(Launch launch, std::size_t limit) : m_launch(launch), m_limit(limit) { m_ended.reserve(limit); }
+TaskWindow::TaskWindow(Launch launch, std::size_t limit) : m_launch(launch), m_limit(limit) {
+    m_ended.reserve(limit);
+}
 
 TaskWindow::~TaskWindow() {
     CancelAll();
