@@ -1,5 +1,7 @@
-# Where programs and DLLs go: one folder, so that every program finds its DLLs beside itself.
+# Where programs and DLLs go: one folder, so that every program finds its DLLs beside itself, those too (modules, to
+# CMake) that are only loaded at run time.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
 set(CMAKE_SHARED_LIBRARY_PREFIX "")
 set(CMAKE_SHARED_MODULE_PREFIX "")
 

@@ -30,7 +30,7 @@ class NativeThread {
     static NativeThread Start(Body body) {
         auto block = std::make_unique<Body>(std::move(body));
         NativeThread thread = StartRaw(&Entry<Body>, block.get());
-        block.release();  // the thread's now
+        static_cast<void>(block.release());  // the thread's now
         return thread;
     }
 

@@ -3,6 +3,7 @@
 // Only where the toolchain's condition and mutex are the platform's own, and so are their native handles.
 #ifdef GCC_GTHR_WIN32_H
 
+#include "concurrency/base/module_function.h"
 #include "concurrency/base/windows_api.h"
 
 namespace Orvane::Internal {
@@ -12,17 +13,10 @@ namespace {
 // What SleepConditionVariableCS is made of, with the time-out in ticks: negative for a relative one.
 using SleepInTicks = LONG(NTAPI*)(PCONDITION_VARIABLE, PCRITICAL_SECTION, const LARGE_INTEGER*);
 
-SleepInTicks FindSleepInTicks() noexcept {
-    const HMODULE system = GetModuleHandleW(L"ntdll");
-    return system == nullptr ? nullptr
-                             : reinterpret_cast<SleepInTicks>(
-                                   reinterpret_cast<void*>(GetProcAddress(system, "RtlSleepConditionVariableCS")));
-}
-
 }  // namespace
 
 void PreciseWaitFor(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, const Duration& timeout) {
-    static const SleepInTicks sleep = FindSleepInTicks();
+    static const auto sleep = FindFunction<SleepInTicks>(L"ntdll", "RtlSleepConditionVariableCS");
     if (sleep == nullptr) {
         condition.wait_for(lock, timeout);
         return;

@@ -40,6 +40,7 @@ void CancelledException::Rethrow() const {
     throw CancelledException(*this);
 }
 
+// NOLINTNEXTLINE(bugprone-throw-keyword-missing): the base is initialised, not thrown
 CloneableExceptionBase::CloneableExceptionBase(const ExceptionBase& error) : ExceptionBase(error) {}
 CloneableExceptionBase::CloneableExceptionBase(const CloneableExceptionBase&) = default;
 CloneableExceptionBase& CloneableExceptionBase::operator=(const CloneableExceptionBase&) = default;

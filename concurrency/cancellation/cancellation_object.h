@@ -42,7 +42,7 @@ class ORVANE_CONCURRENCY_API CancellationObject {
     std::recursive_mutex m_mutex;
     std::weak_ptr<AbstractCancelNotifier> m_notifier;  // guarded by m_mutex
     bool m_requested = false;  // written under m_mutex or by a notifier under its waiter's: access through atomic_ref
-    bool m_killable = false;   // guarded by m_mutex
+    bool m_killable = false;  // guarded by m_mutex
     const DWORD m_threadId;
 };
 

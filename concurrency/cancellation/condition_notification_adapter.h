@@ -54,8 +54,7 @@ template <typename Mutex, typename Wait>
 auto CancellableConditionWait(Mutex& mutex, std::condition_variable_any& condition,
                               std::shared_ptr<const void> keepAlive, Wait wait) {
     // Registered before the flag is tested, and tested and waited under one hold of `mutex`: no request is missed.
-    const auto notifier =
-        ConditionNotificationAdapter<Mutex>::CreateInstance(mutex, condition, std::move(keepAlive));
+    const auto notifier = ConditionNotificationAdapter<Mutex>::CreateInstance(mutex, condition, std::move(keepAlive));
     CancellationPoint();
     auto result = wait();
     CancellationPoint();

@@ -36,7 +36,7 @@ std::weak_ptr<FutureState> ResetFutureObject(std::weak_ptr<FutureState> future) 
         if (install) {
             auto fresh = std::make_unique<Cell>(std::move(future));
             if (TlsSetValue(slot, fresh.get()) != FALSE) {
-                fresh.release();  // the slot's now
+                static_cast<void>(fresh.release());  // the slot's now
             }
         }
         return {};

@@ -13,8 +13,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved
                 Orvane::Internal::FreeReserveSlot();
             }
             break;
-        default:
-            break;
+        default: break;
     }
     return TRUE;
 }

@@ -51,11 +51,9 @@ class ScheduleAccess {
         Tracker tracker;
         // By plain pointer: a shared one would keep the tracker for ever. The tracker ends no earlier than the run.
         Internal::TrackerImpl* const impl = tracker.m_impl.get();
-        const Internal::ScheduledTask task(
-            MakeTask(name, [impl, work = std::function<void()>(std::forward<Callable>(callable))] {
-                impl->UpdateWrapper(work);
-            }),
-            start, interval);
+        const Internal::ScheduledTask task(MakeTask(name, [impl, work = std::function<void()>(std::forward<Callable>(
+                                                                     callable))] { impl->UpdateWrapper(work); }),
+                                           start, interval);
         tracker.SetTask(task);
         Internal::GlobalScheduler::Insert(task);
         return tracker;

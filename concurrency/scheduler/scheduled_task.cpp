@@ -50,8 +50,8 @@ bool ScheduledTask::Reschedule() {
         return false;
     }
     // Unsigned: the extreme starts and intervals wrap instead of being undefined.
-    const std::uint64_t next = static_cast<std::uint64_t>(m_start.time_since_epoch().count()) +
-                               static_cast<std::uint64_t>(m_interval.count());
+    const std::uint64_t next =
+        static_cast<std::uint64_t>(m_start.time_since_epoch().count()) + static_cast<std::uint64_t>(m_interval.count());
     m_start = TimePoint(Duration(static_cast<std::int64_t>(next)));
     return true;
 }

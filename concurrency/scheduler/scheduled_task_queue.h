@@ -36,7 +36,7 @@ class ScheduledTaskQueue {
     std::mutex m_lock;  // never held while something is signalled, queued on the pool or destroyed
     std::condition_variable m_wake;  // with m_lock: an entry was inserted, or stopped
     std::vector<ScheduledTask> m_heap;  // guarded by m_lock; heap order by operator>
-    bool m_stop = false;                // guarded by m_lock
+    bool m_stop = false;  // guarded by m_lock
 };
 
 }  // namespace Orvane::Internal

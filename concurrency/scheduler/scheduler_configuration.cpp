@@ -20,8 +20,7 @@ void SchedulerConfiguration::Read() noexcept {
     DWORD type = REG_NONE;
     DWORD value = 0;
     DWORD size = sizeof value;
-    const LSTATUS status =
-        RegQueryValueExW(key, kAssertMode, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
+    const LSTATUS status = RegQueryValueExW(key, kAssertMode, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
     if (status == ERROR_SUCCESS && type == REG_DWORD) {
         IntervalExceededAssertMode = value;
     }

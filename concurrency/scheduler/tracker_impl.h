@@ -42,7 +42,7 @@ class ORVANE_CONCURRENCY_API TrackerImpl : private ScheduledTask {
     friend struct FieldOrder;
 
     bool m_isTaskSet = false;
-    std::uint32_t m_runsStarted = 0;   // by UpdateWrapper(), on the thread that runs the task
+    std::uint32_t m_runsStarted = 0;  // by UpdateWrapper(), on the thread that runs the task
     std::uint32_t m_runsFinished = 0;  // the runs among them whose work returned
 };
 

@@ -40,7 +40,7 @@ class ORVANE_CONCURRENCY_API checked_mutex {
     struct TimedMutex {
         std::mutex mutex;
         std::condition_variable condition;  // notified when the word becomes free
-        std::uint32_t held = 0;             // guarded by mutex; 0 or all ones
+        std::uint32_t held = 0;  // guarded by mutex; 0 or all ones
     };
 
     TimedMutex m_lock;

@@ -189,10 +189,8 @@ void FutureState::HandleErrors() {
             m_exception->Rethrow();
             break;
         case Cancelling:
-        case Cancelled:
-            throw CancelledException();
-        default:
-            break;
+        case Cancelled: throw CancelledException();
+        default: break;
     }
 }
 

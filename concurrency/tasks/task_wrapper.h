@@ -38,8 +38,7 @@ class FunctionWrapper {
 // Makes a future the calling thread's current one for a scope.
 class CurrentFutureScope {
   public:
-    explicit CurrentFutureScope(std::weak_ptr<FutureState> future)
-        : m_previous(ResetFutureObject(std::move(future))) {}
+    explicit CurrentFutureScope(std::weak_ptr<FutureState> future) : m_previous(ResetFutureObject(std::move(future))) {}
     ~CurrentFutureScope() { ResetFutureObject(std::move(m_previous)); }
     CurrentFutureScope(const CurrentFutureScope&) = delete;
     CurrentFutureScope& operator=(const CurrentFutureScope&) = delete;

@@ -17,8 +17,7 @@ constexpr std::chrono::seconds kStopGrace{30};
 
 }  // namespace
 
-ThreadPoolCore::ThreadPoolCore(bool growable, WorkerBody workerBody)
-    : m_growable(growable), m_workerBody(workerBody) {}
+ThreadPoolCore::ThreadPoolCore(bool growable, WorkerBody workerBody) : m_growable(growable), m_workerBody(workerBody) {}
 
 ThreadPoolCore::~ThreadPoolCore() = default;
 
@@ -91,7 +90,9 @@ void ThreadPoolCore::Stop() {
     RefuseOwnThreads();
     Abandon();
     // Once through the mutex: no caller of Queue() stands between its test of m_stopping and its sleep any more.
-    { const std::lock_guard spawnLock(m_spawnMutex); }
+    {
+        const std::lock_guard spawnLock(m_spawnMutex);
+    }
     m_spawnDone.notify_all();
     std::list<Task> removed;
     {

@@ -102,24 +102,24 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     std::recursive_mutex m_mutex;
     std::recursive_mutex m_exitMutex;
     std::condition_variable_any m_workAvailable;  // with m_mutex: the queue is not empty, or stopping
-    std::condition_variable_any m_workerExited;   // with m_mutex: threadCount has sunk
+    std::condition_variable_any m_workerExited;  // with m_mutex: threadCount has sunk
     const bool m_growable;
-    std::list<Task> m_queue;             // guarded by m_mutex
-    std::list<Task> m_running;           // guarded by m_mutex
+    std::list<Task> m_queue;  // guarded by m_mutex
+    std::list<Task> m_running;  // guarded by m_mutex
     std::recursive_mutex m_launchMutex;  // one launch, one end of a dedicated thread or one reaping at a time
     std::map<std::uint32_t, ThreadList::iterator> m_dedicatedThreads;  // guarded by m_launchMutex
-    ThreadList m_finishedThreads;                             // changed under m_launchMutex and m_mutex, read under one
-    std::uint32_t m_nextDedicatedNumber = 0;                  // guarded by m_launchMutex
-    std::atomic<bool> m_stopping = false;                     // written under m_mutex
-    ThreadList m_threads;                                     // guarded by m_mutex
-    std::map<DWORD, std::future<int>> m_completionFutures;    // guarded by m_launchMutex
-    PromiseMap m_exitedPromises;                              // guarded by m_exitMutex
-    std::uint64_t m_threadCount = 0;                          // guarded by m_mutex
-    DWORD m_lastSpawnTick = 0;                                // guarded by m_spawnMutex
-    std::uint64_t m_killedCount = 0;                          // guarded by m_mutex
+    ThreadList m_finishedThreads;  // changed under m_launchMutex and m_mutex, read under one
+    std::uint32_t m_nextDedicatedNumber = 0;  // guarded by m_launchMutex
+    std::atomic<bool> m_stopping = false;  // written under m_mutex
+    ThreadList m_threads;  // guarded by m_mutex
+    std::map<DWORD, std::future<int>> m_completionFutures;  // guarded by m_launchMutex
+    PromiseMap m_exitedPromises;  // guarded by m_exitMutex
+    std::uint64_t m_threadCount = 0;  // guarded by m_mutex
+    DWORD m_lastSpawnTick = 0;  // guarded by m_spawnMutex
+    std::uint64_t m_killedCount = 0;  // guarded by m_mutex
     std::recursive_mutex m_spawnMutex;
     std::condition_variable_any m_spawnDone;  // with m_spawnMutex: a growth has ended, or stopping
-    bool m_spawnInProgress = false;           // guarded by m_spawnMutex
+    bool m_spawnInProgress = false;  // guarded by m_spawnMutex
     const WorkerBody m_workerBody;
 };
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "concurrency/base/clock.h"
+#include "concurrency/base/module_function.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/threadpool/thread_pool.h"
 
@@ -16,13 +17,9 @@ constexpr std::chrono::nanoseconds kReapWait{200'000'000};
 // Shows the task's name in debuggers, where the platform can.
 void Describe(const NativeThread& thread, const Task& task) {
     using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
-    const HMODULE kernel = GetModuleHandleW(L"kernel32");
-    if (kernel == nullptr) {
-        return;
-    }
-    void* const address = reinterpret_cast<void*>(GetProcAddress(kernel, "SetThreadDescription"));
-    if (address != nullptr) {
-        reinterpret_cast<SetDescription>(address)(thread.GetHandle(), task.GetName());
+    const auto setDescription = FindFunction<SetDescription>(L"kernel32", "SetThreadDescription");
+    if (setDescription != nullptr) {
+        setDescription(thread.GetHandle(), task.GetName());
     }
 }
 

@@ -66,8 +66,8 @@ bool ThreadPoolCore::StaysFull(std::unique_lock<std::recursive_mutex>& lock) {
 void ThreadPoolCore::RequestGrowth(std::unique_lock<std::recursive_mutex>& spawnLock) {
     // Built before anything is announced: without memory for it, every later caller would wait for a growth that
     // nobody runs. Bound to `this` alone: only this pool's workers, which hold the pool, run it.
-    std::list<Task> growth(1, MakeTask(L"ThreadPool worker thread",
-                                       std::bind(&ThreadPoolCore::SpawnThreads, this, kGrowthBatch)));
+    std::list<Task> growth(
+        1, MakeTask(L"ThreadPool worker thread", std::bind(&ThreadPoolCore::SpawnThreads, this, kGrowthBatch)));
     if (const DWORD elapsed = GetTickCount() - m_lastSpawnTick; elapsed < kGrowthPeriod) {
         CancellableSleep(kGrowthPeriod - elapsed);
     }

@@ -9,7 +9,9 @@
 #include <windows.h>
 
 #include "tests/siblings/scratch_folder.h"
+#include "tests/support/import_patch.h"
 
+using Zarvo::Test::ImportPatch;
 using Zarvo::Test::ScratchFolder;
 
 namespace {
@@ -67,6 +69,10 @@ std::wstring PathOf(HMODULE module) {
     std::wstring path(32768, L'\0');
     path.resize(GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size())));
     return path;
+}
+
+LSTATUS WINAPI RefuseValue(HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) {
+    return ERROR_ACCESS_DENIED;
 }
 
 // A copy of a module in a folder whose path is far longer than MAX_PATH.
@@ -142,6 +148,19 @@ TEST_F(EventSource, NamesThatAreNoNamesAreRefused) {
 TEST_F(EventSource, ModuleThatIsNoneFailsAndLeavesNothing) {
     EXPECT_LT(Log::RegisterEventSourceW(L"Some Source", reinterpret_cast<HINSTANCE>(0x10000)), 0);
     EXPECT_FALSE(Exists(L"Some Source"));
+}
+
+TEST_F(EventSource, FailureToWriteLeavesNoNewKey) {
+    const ImportPatch refusal(GetModuleHandleW(L"ZarvoOrvaneLogging.dll"), "RegSetValueExW", &RefuseValue);
+    EXPECT_EQ(Log::RegisterEventSourceW(L"Some Source", GetModuleHandleW(nullptr)), E_ACCESSDENIED);
+    EXPECT_FALSE(Exists(L"Some Source"));
+}
+
+TEST_F(EventSource, FailureToWriteLeavesTheSourceThatWasThere) {
+    ASSERT_EQ(Log::RegisterEventSourceW(L"Some Source", GetModuleHandleW(nullptr)), S_OK);
+    const ImportPatch refusal(GetModuleHandleW(L"ZarvoOrvaneLogging.dll"), "RegSetValueExW", &RefuseValue);
+    EXPECT_EQ(Log::RegisterEventSourceW(L"Some Source", GetModuleHandleW(nullptr)), E_ACCESSDENIED);
+    EXPECT_EQ(Text(L"Some Source", L"EventMessageFile", REG_EXPAND_SZ), PathOf(nullptr));
 }
 
 TEST_F(EventSource, NameThatTheRegistryRefusesFails) {

@@ -99,8 +99,8 @@ std::wstring FolderOf(HMODULE module) {
 std::vector<HMODULE> OwnModules() {
     std::vector<HMODULE> modules(1024);
     DWORD size = 0;
-    if (K32EnumProcessModules(GetCurrentProcess(), modules.data(),
-                              static_cast<DWORD>(modules.size() * sizeof(HMODULE)), &size) == FALSE) {
+    if (K32EnumProcessModules(GetCurrentProcess(), modules.data(), static_cast<DWORD>(modules.size() * sizeof(HMODULE)),
+                              &size) == FALSE) {
         throw std::runtime_error("ResourceProbe: cannot list the modules");
     }
     modules.resize(size / sizeof(HMODULE));

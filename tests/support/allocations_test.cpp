@@ -28,7 +28,9 @@ TEST(NoMemory, MakesNewFailInTheLibrary) {
 }
 
 TEST(NoMemory, EndsWithItsScope) {
-    { const NoMemory none; }
+    {
+        const NoMemory none;
+    }
 
     EXPECT_NE(std::make_unique<char[]>(100), nullptr);
 }

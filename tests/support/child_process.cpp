@@ -24,9 +24,9 @@ std::wstring Widen(const std::string& utf8) {
 
 std::string Narrow(const std::wstring& wide) {
     const int size = static_cast<int>(wide.size());
-    std::string utf8(static_cast<std::size_t>(
-                         WideCharToMultiByte(CP_UTF8, 0, wide.data(), size, nullptr, 0, nullptr, nullptr)),
-                     '\0');
+    std::string utf8(
+        static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, wide.data(), size, nullptr, 0, nullptr, nullptr)),
+        '\0');
     WideCharToMultiByte(CP_UTF8, 0, wide.data(), size, utf8.data(), static_cast<int>(utf8.size()), nullptr, nullptr);
     return utf8;
 }
@@ -99,8 +99,8 @@ std::wstring Quoted(const std::wstring& argument) {
 
 bool SameName(const std::wstring& entry, const std::wstring& name) {
     return entry.size() > name.size() && entry[name.size()] == L'=' &&
-           CompareStringOrdinal(entry.data(), static_cast<int>(name.size()), name.data(),
-                                static_cast<int>(name.size()), TRUE) == CSTR_EQUAL;
+           CompareStringOrdinal(entry.data(), static_cast<int>(name.size()), name.data(), static_cast<int>(name.size()),
+                                TRUE) == CSTR_EQUAL;
 }
 
 // This process's environment with the additions, as CreateProcessW takes it.

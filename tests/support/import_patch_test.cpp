@@ -32,7 +32,8 @@ HANDLE WINAPI CountCreateEvent(LPSECURITY_ATTRIBUTES attributes, BOOL manual, BO
 
 // Whether the library manages to make an event.
 bool LibraryCreatesEvents() {
-    const auto adapter = std::dynamic_pointer_cast<HandleNotificationAdapter>(HandleNotificationAdapter::CreateInstance());
+    const auto adapter =
+        std::dynamic_pointer_cast<HandleNotificationAdapter>(HandleNotificationAdapter::CreateInstance());
     return adapter->GetHandle() != nullptr;
 }
 
@@ -46,7 +47,9 @@ TEST(ImportPatch, MakesTheLibrarysCallFail) {
 }
 
 TEST(ImportPatch, EndsWithItsScope) {
-    { const ImportPatch patch(LibraryUnderTest(), "CreateEventW", &FailToCreateEvent); }
+    {
+        const ImportPatch patch(LibraryUnderTest(), "CreateEventW", &FailToCreateEvent);
+    }
     g_calls = 0;
 
     EXPECT_TRUE(LibraryCreatesEvents());

@@ -31,7 +31,9 @@ TEST(PlainThread, HasEndedOnceTheBodyHas) {
 
 TEST(PlainThread, DestructorJoins) {
     bool ran = false;
-    { const PlainThread thread([&] { ran = true; }); }
+    {
+        const PlainThread thread([&] { ran = true; });
+    }
 
     EXPECT_TRUE(ran);
 }

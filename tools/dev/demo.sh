@@ -8,13 +8,18 @@ demo() {
         arguments=('Z:\input')
         shift
     fi
-    claim_checkout
+    claim build
     ensure_toolchain
     inside build_example file_digests || exit
     digest_files "$digests" "${arguments[@]}" "$@" || code=$?
     verify_digests "$folder" "$digests"
-    [ "$code" = 0 ] || fail "digest the files of $folder" "$code"
-    finish "demo: $(wc -l <"$digests") digests of $folder verified, they are in build/demo.sha256"
+    local verified="$(wc -l <"$digests") digests of $folder verified, they are in build/demo.sha256"
+    case $code in
+        0) finish "demo: $verified" ;;
+        1) fail "digest every file: some could not be read; $verified" 1 ;;
+        2) fail "digest every file: cancelled; $verified" 2 ;;
+        *) fail "digest the files" "$code" ;;
+    esac
 }
 
 # On purpose: an interrupt reaches the program alone, which stops its tasks and reports; its digests so far are verified.

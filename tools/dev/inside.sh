@@ -47,7 +47,7 @@ run_tests() {
     local report=build/debug/test-report.xml code=0 total failed unrun
     rm -f "$report"
     say "run the tests: ctest --test-dir build/debug --parallel $(ctest_jobs) $*"
-    ctest --test-dir build/debug --parallel "$(ctest_jobs)" --output-on-failure --no-tests=error \
+    ctest --test-dir build/debug --parallel "$(ctest_jobs)" --output-on-failure --no-tests=error --no-label-summary \
         --output-junit "$PWD/$report" "$@" || code=$?
     total=$(report_count tests)
     failed=$(report_count failures)
@@ -138,7 +138,9 @@ run_example() {
     wine "build/release/bin/$name.exe" "$@"
 }
 
+# On purpose with a prefix of its own: a shell may stay open while another terminal runs the tests.
 shell() {
+    export WINEPREFIX=$WINEPREFIX-shell
     start_wine
     if [ $# = 0 ]; then bash; else "$@"; fi
 }

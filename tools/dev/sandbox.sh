@@ -36,9 +36,9 @@ in_toolchain() {
         "$@"
 }
 
-# One ./dev at a time works in a checkout: build/ and the Wine prefix belong to it.
-claim_checkout() {
+# claim NAME: one ./dev at a time works on a part of build/. Building, the tests and the Wine prefix are one part.
+claim() {
     mkdir -p "$project/build"
-    exec 8>"$project/build/.lock"
-    flock --nonblock 8 || { say "wait: another ./dev is working in this checkout"; flock 8; }
+    exec 8>"$project/build/.$1.lock"
+    flock --nonblock 8 || { say "wait: another ./dev works on this checkout's $1"; flock 8; }
 }

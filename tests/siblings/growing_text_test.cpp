@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/siblings/failing_memory.h"
+#include "tests/support/allocations.h"
 
 using Orvane::Reports::GrowingText;
 using Zarvo::Test::NoMemory;

@@ -1,0 +1,162 @@
+// What does it cost to split work into many short tasks and wait for all of them?
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "bench/harness/counter_clock.h"
+#include "bench/harness/finish_line.h"
+#include "bench/harness/flood.h"
+#include "bench/harness/machine.h"
+#include "bench/harness/question.h"
+#include "bench/peers/bare_deque_pool.h"
+#include "bench/peers/empty_task.h"
+#include "bench/peers/system_pool.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/tasks/make_task.h"
+#include "concurrency/threadpool/global_thread_pool.h"
+
+namespace Zarvo::Bench {
+
+namespace {
+
+using Orvane::Internal::GlobalThreadPool;
+using Orvane::Internal::Task;
+
+constexpr std::size_t kWorkers = 8;  // what the global pool begins with
+constexpr double kTaskNanoseconds = 5'000;
+constexpr const char* kTime = "ms";
+constexpr const char* kThreads = "threads";
+
+void Work(std::size_t steps) {
+    std::uint32_t value = 1;
+    for (std::size_t i = 0; i < steps; ++i) {
+        value = value * 1'664'525U + 1'013'904'223U;
+        benchmark::DoNotOptimize(value);
+    }
+}
+
+// How many steps of Work() take 5 us on an undisturbed processor. Counted, not timed, while the tasks run: a task
+// whose thread is not running must not get its work done meanwhile.
+std::size_t StepsOfOneTask() {
+    constexpr std::size_t kTrial = 100'000;
+    double fastest = NanosecondsPerCall(1, [] { Work(kTrial); });
+    for (int i = 0; i < 20; ++i) {
+        fastest = std::min(fastest, NanosecondsPerCall(1, [] { Work(kTrial); }));
+    }
+    return static_cast<std::size_t>(kTaskNanoseconds / fastest * static_cast<double>(kTrial));
+}
+
+struct Job {
+    std::size_t tasks;
+    std::size_t steps;  // of each task
+};
+
+// What all tasks of one run share.
+struct Fork {
+    FinishLine finish;
+    std::size_t steps;
+
+    explicit Fork(const Job& job) : finish(job.tasks), steps(job.steps) {}
+
+    void RunTask() {
+        Work(steps);
+        finish.Arrive();
+    }
+};
+
+void RunTaskOf(void* fork) {
+    static_cast<Fork*>(fork)->RunTask();
+}
+
+// `submit(fork)` submits one task; the time ends when the waiting thread runs again.
+template <typename Submit>
+double Milliseconds(const Job& job, Submit submit) {
+    Fork fork(job);
+    const auto start = CounterClock::now();
+    for (std::size_t i = 0; i < job.tasks; ++i) {
+        submit(fork);
+    }
+    fork.finish.WaitForLast();
+    return Microseconds(CounterClock::now() - start) / 1'000;
+}
+
+Figures OnGlobalPool(const Job& job) {
+    const ThreadIds before = ThreadsOfThisProcess();
+    const Orvane::ConcurrencyLifetime lifetime;
+    WarmUp(QueueEmptyTask);
+    const double time = Milliseconds(
+        job, [](Fork& fork) { GlobalThreadPool::Queue(Orvane::MakeTask(L"Fork", [&fork] { fork.RunTask(); })); });
+    return {{kTime, time}, {kThreads, ThreadsSince(before)}};
+}
+
+// Waits for every task through its own handle instead of counting them.
+Figures OnGlobalPoolByHandles(const Job& job) {
+    const ThreadIds before = ThreadsOfThisProcess();
+    const Orvane::ConcurrencyLifetime lifetime;
+    WarmUp(QueueEmptyTask);
+    const auto start = CounterClock::now();
+    std::vector<Task> tasks;
+    for (std::size_t i = 0; i < job.tasks; ++i) {
+        tasks.push_back(Orvane::MakeTask(L"Fork", [steps = job.steps] { Work(steps); }));
+        GlobalThreadPool::Queue(tasks.back());
+    }
+    for (Task& task : tasks) {
+        task.Wait();
+    }
+    const double time = Microseconds(CounterClock::now() - start) / 1'000;
+    return {{kTime, time}, {kThreads, ThreadsSince(before)}};
+}
+
+Figures OnSystemPool(const Job& job, const ThreadIds& atStart) {
+    WarmUp(TrySubmitEmptyTask);
+    const double time = Milliseconds(job, [](Fork& fork) { TrySubmit<RunTaskOf>(&fork); });
+    return {{kTime, time}, {kThreads, ThreadsSince(atStart)}};
+}
+
+Figures OnBareDeque(const Job& job) {
+    BareDequePool pool(kWorkers);
+    WarmUp([&pool](FinishLine& finish) { SubmitEmptyTask(pool, finish); });
+    return {{kTime, Milliseconds(job, [&pool](Fork& fork) { pool.Submit(RunTaskOf, &fork); })}, {kThreads, kWorkers}};
+}
+
+Figures OnThisThread(const Job& job) {
+    return {{kTime, Milliseconds(job, [](Fork& fork) { fork.RunTask(); })}};
+}
+
+std::vector<Table> Tables(Effort effort) {
+    const Job job{Scaled(effort, 10'000), StepsOfOneTask()};
+    const ThreadIds atStart = ThreadsOfThisProcess();
+    return {{
+        "fork_join",
+        std::to_string(job.tasks) + " tasks of 5 us, from the first submit until the caller knows that all have run",
+        {{kTime, 1, true}, {kThreads, 0}},
+        {
+            {"global pool", [=] { return OnGlobalPool(job); }},
+            {"global pool, Task::Wait", [=] { return OnGlobalPoolByHandles(job); }},
+            {"TrySubmit", [=] { return OnSystemPool(job, atStart); }, true},
+            {"bare deque", [=] { return OnBareDeque(job); }, true},
+            {"no pool", [=] { return OnThisThread(job); }, true},
+        },
+    }};
+}
+
+}  // namespace
+
+}  // namespace Zarvo::Bench
+
+int main(int argc, char** argv) {
+    using namespace Zarvo::Bench;
+    const Question question{
+        "What does it cost to split work into many short tasks and wait for all of them?",
+        {
+            "Every pool has run some tasks before. threads: those of the pool at the end.",
+            "Task::Wait: the caller keeps all handles and waits for each; otherwise the last task sets an event.",
+            "no pool: the calling thread runs every task itself.",
+        },
+    };
+    return Answer(argc, argv, question, Tables);
+}

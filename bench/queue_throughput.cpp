@@ -1,0 +1,84 @@
+// What does an empty task cost on the pools, from the first submit until the last one has run?
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "bench/harness/flood.h"
+#include "bench/harness/machine.h"
+#include "bench/harness/question.h"
+#include "bench/peers/bare_deque_pool.h"
+#include "bench/peers/empty_task.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
+
+namespace Zarvo::Bench {
+
+namespace {
+
+constexpr std::size_t kWorkers = 8;  // what the global pool begins with
+constexpr const char* kCost = "ns per task";
+constexpr const char* kThreads = "threads";
+
+Figures FloodGlobalPool(std::size_t tasks, std::size_t producers) {
+    const ThreadIds before = ThreadsOfThisProcess();
+    const Orvane::ConcurrencyLifetime lifetime;  // a fresh pool for each round
+    WarmUp(QueueEmptyTask);
+    const double cost = Flood(tasks, producers, QueueEmptyTask);
+    return {{kCost, cost}, {kThreads, ThreadsSince(before)}};
+}
+
+Figures FloodSystemPool(std::size_t tasks, std::size_t producers, const ThreadIds& atStart) {
+    WarmUp(TrySubmitEmptyTask);
+    const double cost = Flood(tasks, producers, TrySubmitEmptyTask);
+    return {{kCost, cost}, {kThreads, ThreadsSince(atStart)}};
+}
+
+Figures FloodBareDeque(std::size_t tasks, std::size_t producers) {
+    BareDequePool pool(kWorkers);
+    const auto submit = [&pool](FinishLine& finish) { SubmitEmptyTask(pool, finish); };
+    WarmUp(submit);
+    return {{kCost, Flood(tasks, producers, submit)}, {kThreads, kWorkers}};
+}
+
+Table FloodTable(const char* name, std::size_t tasks, std::size_t producers) {
+    const ThreadIds atStart = ThreadsOfThisProcess();
+    return {
+        name,
+        std::to_string(tasks) + " empty tasks, producers: " + std::to_string(producers),
+        {{kCost, 0, true}, {kThreads, 0}},
+        {
+            {"global pool", [=] { return FloodGlobalPool(tasks, producers); }},
+            {"TrySubmit", [=] { return FloodSystemPool(tasks, producers, atStart); }, true},
+            {"bare deque", [=] { return FloodBareDeque(tasks, producers); }, true},
+        },
+    };
+}
+
+std::vector<Table> Tables(Effort effort) {
+    const std::size_t tasks = Scaled(effort, 40'000);
+    std::vector<Table> tables{
+        FloodTable("one_producer", tasks, 1),
+        FloodTable("four_producers", tasks, 4),
+    };
+    if (effort == Effort::kAll) {
+        tables.push_back(FloodTable("sixteen_producers", tasks, 16));
+        tables.push_back(FloodTable("sixty_four_producers", tasks, 64));
+        tables.push_back(FloodTable("flood", 1'000'000, 1));
+    }
+    return tables;
+}
+
+}  // namespace
+
+}  // namespace Zarvo::Bench
+
+int main(int argc, char** argv) {
+    using namespace Zarvo::Bench;
+    const Question question{
+        "What does an empty task cost, from the first submit until the last one has run?",
+        {
+            "global pool: Task built, queued, run and destroyed. TrySubmit: TrySubmitThreadpoolCallback, default pool.",
+            "bare deque: function pointers, SRWLOCK, CONDITION_VARIABLE, 8 threads. threads: of the pool, at the end.",
+        },
+    };
+    return Answer(argc, argv, question, Tables);
+}

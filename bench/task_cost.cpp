@@ -1,0 +1,207 @@
+// What do the single steps of a task cost, in nanoseconds?
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bench/harness/counter_clock.h"
+#include "bench/harness/event.h"
+#include "bench/harness/flood.h"
+#include "bench/harness/question.h"
+#include "bench/peers/empty_task.h"
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellable_waits.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/current_task.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/tasks/future_impl.h"
+#include "concurrency/tasks/make_task.h"
+#include "zarvo_orvane_logging/orvane_logging.h"
+
+namespace Zarvo::Bench {
+
+namespace {
+
+using Orvane::Internal::FutureImpl;
+using Orvane::Internal::FutureState;
+using Orvane::Internal::Task;
+
+constexpr const char* kCost = "ns";
+constexpr const char* kTwoReports = "ns of 2 reports";
+constexpr const char* kRun = "ns of the run";
+constexpr const char* kShare = "% of the run";
+
+Task DoNothing() {
+    return Orvane::MakeTask(L"Nothing", [] {});
+}
+
+// What one call takes on a thread that runs no task.
+template <typename Call>
+Subject OutsideOfTasks(std::string name, std::size_t count, Call call, bool isPeer = false) {
+    return {std::move(name),
+            [count, call] {
+                const Orvane::ConcurrencyLifetime lifetime;
+                return Figures{{kCost, NanosecondsPerCall(count, call)}};
+            },
+            isPeer};
+}
+
+// What one call takes inside of a task.
+template <typename Call>
+Subject InsideOfTask(std::string name, std::size_t count, Call call) {
+    return {std::move(name), [count, call] {
+                const Orvane::ConcurrencyLifetime lifetime;
+                double cost = 0;
+                Task task = Orvane::MakeTask(L"Measure", [&] { cost = NanosecondsPerCall(count, call); });
+                task();
+                return Figures{{kCost, cost}};
+            }};
+}
+
+void BuildAndDestroy() {
+    benchmark::DoNotOptimize(DoNothing());
+}
+
+void BuildRunAndDestroy() {
+    Task task = DoNothing();
+    task();
+}
+
+void PackagedTask() {
+    std::packaged_task<void()> task([] {});
+    benchmark::DoNotOptimize(task.get_future());
+}
+
+void RunPackagedTask() {
+    std::packaged_task<void()> task([] {});
+    std::future<void> future = task.get_future();
+    task();
+    future.get();
+}
+
+// Installs a future as the thread's current one and takes it away again, as every run does.
+void SwapCurrentFuture(const std::shared_ptr<FutureState>& future) {
+    std::weak_ptr<FutureState> previous = Orvane::Internal::ResetFutureObject(future);
+    Orvane::Internal::ResetFutureObject(std::move(previous));
+}
+
+// A task that is cancelled on its own thread: the exception is thrown, passes one frame and is caught by the wrapper.
+void CancelOnOwnThread() {
+    Task task = DoNothing();
+    task = Orvane::MakeTask(L"Cancelled", [&task] { task.Cancel(); });
+    task();
+}
+
+std::vector<Subject> TaskSubjects(std::size_t count) {
+    const Task task = DoNothing();
+    return {
+        OutsideOfTasks("build and destroy", count, BuildAndDestroy),
+        OutsideOfTasks("build, run here, destroy", count, BuildRunAndDestroy),
+        OutsideOfTasks("build, run here, cancel itself", count / 10 + 1, CancelOnOwnThread),
+        OutsideOfTasks("copy a handle", count, [task] { benchmark::DoNotOptimize(Task(task)); }),
+        OutsideOfTasks("packaged_task", count, PackagedTask, true),
+        OutsideOfTasks("packaged_task, run", count, RunPackagedTask, true),
+    };
+}
+
+std::vector<Subject> CallSubjects(std::size_t count) {
+    const std::shared_ptr<FutureState> future(new FutureImpl<void>());
+    const auto mutex = std::make_shared<std::recursive_mutex>();
+    const auto ask = [] { benchmark::DoNotOptimize(Orvane::IsCancellationRequested()); };
+    const auto pass = [] { Orvane::CancellationPoint(); };
+    return {
+        InsideOfTask("IsCancellationRequested", count, ask),
+        OutsideOfTasks("IsCancellationRequested, no task", count, ask),
+        InsideOfTask("CancellationPoint", count, pass),
+        OutsideOfTasks("CancellationPoint, no task", count, pass),
+        OutsideOfTasks("ResetFutureObject, there and back", count, [future] { SwapCurrentFuture(future); }),
+        OutsideOfTasks(
+            "recursive_mutex", count, [mutex] { std::lock_guard lock(*mutex); }, true),
+    };
+}
+
+// Waits that are over at once.
+std::vector<Subject> WaitSubjects(std::size_t count) {
+    const auto signalled = std::make_shared<Event>(Event::Reset::kNever);
+    signalled->Set();
+    return {
+        InsideOfTask("CancellableWaitForSingleObject", count,
+                     [signalled] { Orvane::CancellableWaitForSingleObject(signalled->Handle(), INFINITE); }),
+        InsideOfTask("CancellableSleep(0)", count, [] { Orvane::CancellableSleep(0); }),
+        OutsideOfTasks(
+            "WaitForMultipleObjects", count,
+            [signalled] {
+                const HANDLE handle = signalled->Handle();
+                WaitForMultipleObjects(1, &handle, FALSE, INFINITE);
+            },
+            true),
+        OutsideOfTasks(
+            "Sleep(0)", count, [] { Sleep(0); }, true),
+    };
+}
+
+void Report(const wchar_t* name) {
+    const unsigned process = GetCurrentProcessId();
+    const unsigned thread = GetCurrentThreadId();
+    g_OrvaneLogging.Report(1, 16, L"Concurrency.Task",
+                           L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", name, thread, thread,
+                           process, process);
+}
+
+// The start and stop records of a task, when no sink wants them, within a run of `run` nanoseconds.
+Figures ShareOfReports(std::size_t count, double run) {
+    const double reports = 2 * NanosecondsPerCall(count, [] { Report(L"Nothing"); });
+    return {{kTwoReports, reports}, {kRun, run}, {kShare, 100 * reports / run}};
+}
+
+Figures ReportsOfInlineRun(std::size_t count) {
+    const Orvane::ConcurrencyLifetime lifetime;
+    return ShareOfReports(count, NanosecondsPerCall(count, BuildRunAndDestroy));
+}
+
+Figures ReportsOfPooledRun(std::size_t count) {
+    const Orvane::ConcurrencyLifetime lifetime;
+    WarmUp(QueueEmptyTask);
+    return ShareOfReports(count, Flood(count, 1, QueueEmptyTask));
+}
+
+std::vector<Table> Tables(Effort effort) {
+    const std::size_t count = Scaled(effort, 20'000);
+    const std::string times = std::to_string(count) + " times a round";
+    return {
+        {"task", "an empty task, " + times, {{kCost, 0, true}}, TaskSubjects(count)},
+        {"calls", "single calls, " + times, {{kCost, 0, true}}, CallSubjects(count)},
+        {"waits",
+         "waits that are over at once, on a signalled event or of no time",
+         {{kCost, 0, true}},
+         WaitSubjects(count / 10 + 1)},
+        {"reports",
+         "the log reports of a run, with no sink",
+         {{kTwoReports, 0}, {kRun, 0}, {kShare, 1}},
+         {
+             {"run here", [=] { return ReportsOfInlineRun(count); }},
+             {"run on the pool", [=] { return ReportsOfPooledRun(count); }},
+         }},
+    };
+}
+
+}  // namespace
+
+}  // namespace Zarvo::Bench
+
+int main(int argc, char** argv) {
+    using namespace Zarvo::Bench;
+    const Question question{
+        "What do the single steps of a task cost?",
+        {
+            "packaged_task: std::packaged_task<void()> with its future. recursive_mutex: lock and unlock, for scale.",
+        },
+    };
+    return Answer(argc, argv, question, Tables);
+}

@@ -1,0 +1,147 @@
+// Prints the SHA-256 digest of every file below a folder: one task for each, cancelled together by Ctrl+C.
+#include <windows.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <format>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/threadpool/global_thread_pool.h"
+#include "examples/file_digests/checksum_line.h"
+#include "examples/file_digests/digest_run.h"
+#include "examples/file_digests/file_error.h"
+#include "examples/file_digests/file_walk.h"
+#include "examples/file_digests/messages.h"
+#include "examples/file_digests/options.h"
+#include "examples/file_digests/output.h"
+#include "examples/file_digests/utf8.h"
+
+using namespace FileDigests;
+
+namespace {
+
+enum ExitCode : int { kAllDone = 0, kFailed = 1, kCancelled = 2, kWrongUsage = 64 };
+
+TaskWindow::Launch LaunchFor(Threads threads) {
+    using Pool = Orvane::Internal::GlobalThreadPool;
+    return threads == Threads::kPool ? &Pool::Queue : &Pool::LaunchInNewThread;
+}
+
+// In a task, so that it can be stopped. Errors: CancelledException if it was stopped; FileError for lack of memory.
+FileList FindFilesInATask(const RootFolder& root, const Options& options, const StopSignal& stop, Messages& messages) {
+    std::vector<std::wstring_view> leftOut;
+    if (!options.folder) {
+        leftOut = {L".git", L"build"};
+    }
+    FileList list;
+    std::atomic<std::size_t> found = 0;
+    TaskWindow tasks(LaunchFor(options.threads), 1);
+    tasks.Start(0, L"Find files", [&] { list = FindFiles(root, leftOut, found); });
+    for (;;) {
+        const auto ended = tasks.WaitForOne(std::chrono::milliseconds(50));
+        if (ended && ended->error) {
+            std::rethrow_exception(ended->error);
+        }
+        if (ended) {
+            return list;
+        }
+        if (stop.IsSet()) {
+            tasks.CancelAll();
+        }
+        if (messages.IsStatusDue()) {
+            messages.ShowStatus("Looking for files: " + std::to_string(found));
+        }
+    }
+}
+
+void PrintDigests(const std::vector<FoundFile>& files, const DigestRun& run) {
+    constexpr std::size_t kPiece = 64 * 1024;
+    Output output(STD_OUTPUT_HANDLE);
+    std::string lines;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (run.Digests()[i]) {
+            lines += ChecksumLine(*run.Digests()[i], files[i].name);
+        }
+        if (lines.size() >= kPiece || i + 1 == files.size()) {
+            output.Write(lines);
+            lines.clear();
+        }
+    }
+}
+
+// Says how it went and returns the exit code.
+int Conclude(const FileList& list, const DigestRun& run, double seconds, Messages& messages) {
+    const std::size_t failed = run.Failed() + list.unreadable.size();
+    const std::size_t cancelled = list.files.size() - run.Done() - run.Failed();
+    for (const UnreadableFolder& folder : list.unreadable) {
+        messages.Say(ShownName(folder.name) + ": " + folder.error.Message());
+    }
+    if (list.linksLeftOut != 0) {
+        messages.Say(std::to_string(list.linksLeftOut) + " links to folders not followed");
+    }
+    messages.Say(std::format("{} done, {} failed, {} cancelled; {} read in {:.1f} s", run.Done(), failed, cancelled,
+                             ShownBytes(static_cast<double>(run.BytesRead())), seconds));
+    return cancelled != 0 ? kCancelled : failed != 0 ? kFailed : kAllDone;
+}
+
+// Empty if it cannot be opened, which has been said.
+std::optional<RootFolder> OpenRoot(const std::wstring& folder, Messages& messages) {
+    try {
+        return RootFolder(folder);
+    } catch (const FileError& error) {
+        messages.Say(ShownName(ToUtf8(folder)) + ": " + error.Message());
+        return std::nullopt;
+    }
+}
+
+int Run(const Options& options, Messages& messages) {
+    const std::uint64_t startedAt = GetTickCount64();
+    const Orvane::ConcurrencyLifetime lifetime;
+    StopSignal stop;
+    const auto root = OpenRoot(options.folder.value_or(L"."), messages);
+    if (!root) {
+        return kFailed;
+    }
+    const FileList list = FindFilesInATask(*root, options, stop, messages);
+    if (options.cancelAfter) {
+        stop.SetTimer(*options.cancelAfter);
+    }
+    DigestRun run(*root, list.files, stop, messages);
+    run.Run(LaunchFor(options.threads));
+    messages.ShowStatus("");
+    PrintDigests(list.files, run);
+    return Conclude(list, run, static_cast<double>(GetTickCount64() - startedAt) / 1000, messages);
+}
+
+}  // namespace
+
+int wmain(int count, wchar_t** arguments) {
+    Messages messages;
+    try {
+        const Options options = ParseOptions(std::span(arguments, static_cast<std::size_t>(count)).subspan(1));
+        if (options.help) {
+            Output(STD_OUTPUT_HANDLE).Write(HelpText());
+            return kAllDone;
+        }
+        return Run(options, messages);
+    } catch (const UsageError& error) {
+        messages.Say(error.message + "; --help tells more");
+        return kWrongUsage;
+    } catch (const Orvane::CancelledException&) {
+        messages.Say("cancelled while looking for files");
+        return kCancelled;
+    } catch (const FileError& error) {
+        messages.Say(error.Message());
+    } catch (const std::exception& error) {
+        messages.Say(error.what());
+    }
+    return kFailed;
+}

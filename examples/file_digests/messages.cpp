@@ -1,0 +1,55 @@
+#include "examples/file_digests/messages.h"
+
+#include <algorithm>
+#include <string>
+
+#include "examples/file_digests/file_error.h"
+
+namespace FileDigests {
+
+namespace {
+
+// In ms. Often enough to look alive.
+constexpr std::uint64_t kRedrawPeriod = 100;
+
+}  // namespace
+
+Messages::Messages() : m_output(STD_ERROR_HANDLE) {}
+
+Messages::~Messages() { ShowStatus(""); }
+
+void Messages::Say(std::string_view message) {
+    ShowStatus("");
+    Write("file_digests: " + std::string(message) + "\n");
+}
+
+bool Messages::IsStatusDue() const {
+    return m_output.IsConsole() && GetTickCount64() - m_drawnAt >= kRedrawPeriod;
+}
+
+// One less than the console has: writing into the last column moves some of them to the next line.
+int Messages::Columns() const { return m_output.Columns() - 1; }
+
+void Messages::ShowStatus(std::string_view status) {
+    if (status.empty() && m_statusLength == 0) {
+        return;
+    }
+    // Spaces wipe what is left of a longer line before.
+    std::string line = "\r" + std::string(status);
+    line.append(m_statusLength - std::min(m_statusLength, status.size()), ' ');
+    if (status.empty()) {
+        line += '\r';
+    }
+    Write(line);
+    m_statusLength = status.size();
+    m_drawnAt = GetTickCount64();
+}
+
+void Messages::Write(std::string_view text) {
+    try {
+        m_output.Write(text);
+    } catch (const FileError&) {
+    }
+}
+
+}  // namespace FileDigests

@@ -1,0 +1,103 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellable_waits.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "tests/cancellation/notifiers.h"
+#include "tests/cancellation/run_scope.h"
+#include "tests/support/stopwatch.h"
+#include "tests/support/task_thread.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+TEST(CancellableSleep, OutsideATaskItIsAnOrdinarySleep) {
+    const Stopwatch stopwatch;
+
+    CancellableSleep(100);
+
+    EXPECT_GE(stopwatch.Elapsed(), 99ms);
+}
+
+TEST(CancellableSleep, InATaskThatIsNotCancelledItIsAnOrdinarySleep) {
+    const RunScope run;
+    const Stopwatch stopwatch;
+
+    CancellableSleep(100);
+
+    EXPECT_GE(stopwatch.Elapsed(), 99ms);
+}
+
+TEST(CancellableSleep, OfZeroReturnsAtOnceInsideAndOutsideATask) {
+    CancellableSleep(0);
+    const RunScope run;
+    CancellableSleep(0);
+}
+
+TEST(CancellableSleep, ThrowsBeforeItWaitsWhenCancellationWasRequested) {
+    const RunScope run;
+    run.Cancellation().RequestCancel();
+
+    EXPECT_THROW(CancellableSleep(0), CancelRequestedException);
+    EXPECT_THROW(CancellableSleep(1), CancelRequestedException);
+    EXPECT_THROW(CancellableSleep(INFINITE), CancelRequestedException);
+}
+
+TEST(CancellableSleep, OfInfiniteTimeLastsUntilTheTaskIsCancelled) {
+    TaskThread sleeper([] { CancellableSleep(INFINITE); });
+    EXPECT_TRUE(sleeper.IsRunning());
+
+    sleeper.Cancel();
+
+    EXPECT_TRUE(sleeper.EndedCancelled());
+}
+
+TEST(CancellableSleep, OfTheLongestFiniteTimeEndsWhenTheTaskIsCancelled) {
+    TaskThread sleeper([] { CancellableSleep(0xFFFFFFFE); });
+
+    sleeper.Cancel();
+
+    EXPECT_TRUE(sleeper.EndedCancelled());
+}
+
+TEST(CancellableSleep, TaskThatSwallowsTheExceptionIsToldAgainAtTheNextSleep) {
+    const RunScope run;
+    run.Cancellation().RequestCancel();
+
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_THROW(CancellableSleep(INFINITE), CancelRequestedException);
+    }
+}
+
+// One slot for each run: the sleep takes it over and leaves it empty.
+TEST(CancellableSleep, ReplacesTheTasksOwnNotifierAndDoesNotRestoreIt) {
+    const RunScope run;
+    const auto own = std::make_shared<CountingNotifier>();
+    run.Cancellation().RegisterNotifier(own);
+
+    CancellableSleep(0);
+    run.Cancellation().RequestCancel();
+
+    EXPECT_EQ(own->Count(), 0);
+}
+
+TEST(CancellableSleep, CancellingAnotherTaskDoesNotEndIt) {
+    TaskThread other([] { CancellableSleep(INFINITE); });
+    TaskThread sleeper([] { CancellableSleep(INFINITE); });
+
+    other.Cancel();
+
+    EXPECT_TRUE(other.EndedCancelled());
+    EXPECT_TRUE(sleeper.IsRunning());
+    sleeper.Cancel();
+    EXPECT_TRUE(sleeper.EndedCancelled());
+}
+
+}  // namespace

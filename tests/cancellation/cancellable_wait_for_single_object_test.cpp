@@ -1,0 +1,327 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellable_waits.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "tests/cancellation/notifiers.h"
+#include "tests/cancellation/run_scope.h"
+#include "tests/cancellation/wait_handles.h"
+#include "tests/support/import_patch.h"
+#include "tests/support/resource_probe.h"
+#include "tests/support/stopwatch.h"
+#include "tests/support/task_thread.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+// Each claim holds on a thread without a task and on one whose task is not cancelled.
+class CancellableWaitForSingleObjectAnywhere : public testing::TestWithParam<bool> {
+  protected:
+    CancellableWaitForSingleObjectAnywhere() {
+        if (GetParam()) {
+            m_run.emplace();
+        }
+    }
+
+  private:
+    std::optional<RunScope> m_run;
+};
+INSTANTIATE_TEST_SUITE_P(Thread, CancellableWaitForSingleObjectAnywhere, testing::Bool(),
+                         [](const testing::TestParamInfo<bool>& inTask) -> std::string {
+                             return inTask.param ? "InATask" : "OutsideATask";
+                         });
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsZeroAndTakesTheSignalOfASignalledEvent) {
+    const Event event(true);
+
+    EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 0U);
+
+    EXPECT_FALSE(event.Take());
+}
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsZeroWhenTheEventIsSignalledDuringTheWait) {
+    const Event event;
+    std::thread signaller([&] {
+        std::this_thread::sleep_for(20ms);
+        event.Signal();
+    });
+
+    EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 0U);
+
+    signaller.join();
+}
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, PollsWithATimeOutOfZero) {
+    const Event signalled(true);
+    const Event silent;
+
+    EXPECT_EQ(CancellableWaitForSingleObject(signalled.Get(), 0), 0U);
+    EXPECT_EQ(CancellableWaitForSingleObject(silent.Get(), 0), 0x102U);
+}
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsWaitTimeoutAfterTheTimeOut) {
+    const Event event;
+    const Stopwatch stopwatch;
+
+    EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), 100), 0x102U);
+
+    EXPECT_GE(stopwatch.Elapsed(), 99ms);
+}
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsWaitAbandonedAndOwnsTheMutex) {
+    const AbandonedMutex mutex;
+
+    EXPECT_EQ(CancellableWaitForSingleObject(mutex.Get(), INFINITE), 0x80U);
+
+    EXPECT_TRUE(ReleaseMutex(mutex.Get()));
+}
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsWaitFailedWithError6ForANullHandle) {
+    SetLastError(0);
+
+    EXPECT_EQ(CancellableWaitForSingleObject(nullptr, INFINITE), 0xFFFFFFFFU);
+
+    EXPECT_EQ(GetLastError(), 6U);
+}
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsWaitFailedWithError6ForAHandleThatIsNone) {
+    SetLastError(0);
+
+    EXPECT_EQ(CancellableWaitForSingleObject(reinterpret_cast<HANDLE>(std::uintptr_t{0x7FFF0}), 0), 0xFFFFFFFFU);
+
+    EXPECT_EQ(GetLastError(), 6U);
+}
+
+// What is released after the wait must not cover up why it failed.
+TEST_P(CancellableWaitForSingleObjectAnywhere, LastErrorOfTheFailedWaitSurvivesTheRelease) {
+    const ImportPatch noisyClose(LibraryUnderTest(), "CloseHandle", +[](HANDLE handle) {
+        const BOOL closed = CloseHandle(handle);
+        SetLastError(12345);
+        return closed;
+    });
+
+    EXPECT_EQ(CancellableWaitForSingleObject(nullptr, 0), 0xFFFFFFFFU);
+
+    EXPECT_EQ(GetLastError(), 6U);
+}
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, FailsAsThePlatformDecidesWhenNoEventCanBeCreated) {
+    const ImportPatch noEvents(LibraryUnderTest(), "CreateEventW",
+                               +[](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) { return HANDLE(nullptr); });
+    const Event event(true);
+    SetLastError(0);
+
+    EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 0xFFFFFFFFU);
+
+    EXPECT_EQ(GetLastError(), 6U);
+    EXPECT_TRUE(event.Take());
+}
+
+HANDLE WINAPI CreateSignalledEvent(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) {
+    return CreateEventW(nullptr, FALSE, TRUE, nullptr);
+}
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsOneWhenItsEventIsSignalledWithoutARequest) {
+    const ImportPatch signalled(LibraryUnderTest(), "CreateEventW", &CreateSignalledEvent);
+    const Event event;
+
+    EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 1U);
+}
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, CallersHandleWinsOverTheEvent) {
+    const ImportPatch signalled(LibraryUnderTest(), "CreateEventW", &CreateSignalledEvent);
+    const Event event(true);
+
+    EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 0U);
+}
+
+struct WaitArguments {
+    DWORD count;
+    std::vector<HANDLE> handles;
+    BOOL all;
+    DWORD milliseconds;
+};
+std::vector<WaitArguments> g_waits;
+
+DWORD WINAPI RecordWait(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
+    g_waits.push_back({count, {handles, handles + count}, all, milliseconds});
+    return WAIT_TIMEOUT;
+}
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, HandsTheTimeOutToThePlatformUnchanged) {
+    const ImportPatch recorded(LibraryUnderTest(), "WaitForMultipleObjects", &RecordWait);
+    const Event event;
+
+    for (const DWORD milliseconds : {0UL, 1UL, 123'456UL, 0xFFFFFFFEUL, 0xFFFFFFFFUL}) {
+        EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), milliseconds), 0x102U);
+        ASSERT_FALSE(g_waits.empty());
+        EXPECT_EQ(g_waits.back().milliseconds, milliseconds);
+    }
+    EXPECT_EQ(g_waits.size(), 5U);
+}
+
+TEST_P(CancellableWaitForSingleObjectAnywhere, WaitsForAnyOfTwoHandlesTheCallersFirst) {
+    const ImportPatch recorded(LibraryUnderTest(), "WaitForMultipleObjects", &RecordWait);
+    const Event event;
+
+    CancellableWaitForSingleObject(event.Get(), 5);
+
+    ASSERT_EQ(g_waits.size(), 1U);
+    EXPECT_EQ(g_waits[0].count, 2U);
+    EXPECT_EQ(g_waits[0].handles[0], event.Get());
+    EXPECT_NE(g_waits[0].handles[1], nullptr);
+    EXPECT_NE(g_waits[0].handles[1], event.Get());
+    EXPECT_FALSE(g_waits[0].all);
+}
+
+TEST(CancellableWaitForSingleObject, ThrowsBeforeItWaitsWhenCancellationWasRequested) {
+    const RunScope run;
+    run.Cancellation().RequestCancel();
+    const Event silent;
+
+    EXPECT_THROW(CancellableWaitForSingleObject(silent.Get(), INFINITE), CancelRequestedException);
+    EXPECT_THROW(CancellableWaitForSingleObject(silent.Get(), 0), CancelRequestedException);
+    EXPECT_THROW(CancellableWaitForSingleObject(nullptr, 0), CancelRequestedException);
+}
+
+TEST(CancellableWaitForSingleObject, ThrownBeforeTheWaitTheSignalIsNotTaken) {
+    const RunScope run;
+    run.Cancellation().RequestCancel();
+    const Event signalled(true);
+
+    EXPECT_THROW(CancellableWaitForSingleObject(signalled.Get(), 0), CancelRequestedException);
+
+    EXPECT_TRUE(signalled.Take());
+}
+
+TEST(CancellableWaitForSingleObject, ThrowsWhenTheTaskIsCancelledDuringTheWait) {
+    const Event event;
+    TaskThread waiter([&] { CancellableWaitForSingleObject(event.Get(), INFINITE); });
+
+    waiter.Cancel();
+
+    EXPECT_TRUE(waiter.EndedCancelled());
+}
+
+TEST(CancellableWaitForSingleObject, GoesOnWhenTheHandleIsSignalledBeforeTheTaskIsCancelled) {
+    const Event event;
+    DWORD result = 99;
+    TaskThread waiter([&] { result = CancellableWaitForSingleObject(event.Get(), INFINITE); });
+
+    event.Signal();
+
+    EXPECT_TRUE(waiter.EndedNormally());
+    EXPECT_EQ(result, 0U);
+}
+
+// The request comes after the test of the flag and before the platform looks at the handles.
+const RunScope* g_run = nullptr;
+HANDLE g_signalled = nullptr;
+
+DWORD WINAPI RequestThenWait(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
+    g_run->Cancellation().RequestCancel();
+    if (g_signalled != nullptr) {
+        SetEvent(g_signalled);
+    }
+    return WaitForMultipleObjects(count, handles, all, milliseconds);
+}
+
+TEST(CancellableWaitForSingleObject, RequestBetweenTheTestAndTheWaitIsNotMissed) {
+    const RunScope run;
+    g_run = &run;
+    const ImportPatch late(LibraryUnderTest(), "WaitForMultipleObjects", &RequestThenWait);
+    const Event event;
+
+    EXPECT_THROW(CancellableWaitForSingleObject(event.Get(), INFINITE), CancelRequestedException);
+}
+
+// Whoever was given the handle must learn it, or its ownership is lost.
+TEST(CancellableWaitForSingleObject, CallersHandleWinsOverACancellationAtTheSameMoment) {
+    const RunScope run;
+    const Event event;
+    g_run = &run;
+    g_signalled = event.Get();
+    const ImportPatch late(LibraryUnderTest(), "WaitForMultipleObjects", &RequestThenWait);
+
+    EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 0U);
+
+    EXPECT_TRUE(IsCancellationRequested());
+    EXPECT_FALSE(event.Take());
+}
+
+TEST(CancellableWaitForSingleObject, SignalOfAnEarlierWaitDoesNotReachALaterOne) {
+    const RunScope run;
+    const Event event(true);
+    {
+        const ImportPatch signalled(LibraryUnderTest(), "CreateEventW", &CreateSignalledEvent);
+        ASSERT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 0U);
+    }
+
+    EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), 0), 0x102U);
+}
+
+TEST(CancellableWaitForSingleObject, ReplacesTheTasksOwnNotifierAndDoesNotRestoreIt) {
+    const RunScope run;
+    const auto own = std::make_shared<CountingNotifier>();
+    run.Cancellation().RegisterNotifier(own);
+    const Event event(true);
+
+    CancellableWaitForSingleObject(event.Get(), 0);
+    run.Cancellation().RequestCancel();
+
+    EXPECT_EQ(own->Count(), 0);
+}
+
+TEST(CancellableWaitForSingleObject, EveryWayOutReleasesItsEvent) {
+    const RunScope run;
+    const Event silent;
+    const Event signalled;
+    const auto leaveInEveryWay = [&] {
+        signalled.Signal();
+        EXPECT_EQ(CancellableWaitForSingleObject(signalled.Get(), 0), 0U);
+        EXPECT_EQ(CancellableWaitForSingleObject(silent.Get(), 0), 0x102U);
+        EXPECT_EQ(CancellableWaitForSingleObject(nullptr, 0), 0xFFFFFFFFU);
+        const RunScope cancelled;
+        cancelled.Cancellation().RequestCancel();
+        EXPECT_THROW(CancellableWaitForSingleObject(silent.Get(), INFINITE), CancelRequestedException);
+    };
+    leaveInEveryWay();
+    const ResourceProbe probe;
+
+    for (int round = 0; round < 300; ++round) {
+        leaveInEveryWay();
+    }
+
+    EXPECT_EQ(probe.Growth(), Resources{});
+}
+
+TEST(CancellableWaitForSingleObject, WaitThatIsCancelledInTheMiddleReleasesItsEvent) {
+    const Event event;
+    const auto waitUntilRequested = [&] {
+        const RunScope run;
+        g_run = &run;
+        const ImportPatch late(LibraryUnderTest(), "WaitForMultipleObjects", &RequestThenWait);
+        EXPECT_THROW(CancellableWaitForSingleObject(event.Get(), INFINITE), CancelRequestedException);
+    };
+    waitUntilRequested();
+    const ResourceProbe probe;
+
+    for (int round = 0; round < 100; ++round) {
+        waitUntilRequested();
+    }
+
+    EXPECT_EQ(probe.Growth(), Resources{});
+}
+
+}  // namespace

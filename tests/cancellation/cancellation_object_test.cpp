@@ -1,0 +1,330 @@
+#include "concurrency/cancellation/cancellation_object.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <type_traits>
+#include <utility>
+
+#include "concurrency/base/windows_api.h"
+#include "tests/cancellation/notifiers.h"
+
+namespace Orvane::Internal {
+
+// Lets the tests look at the fields.
+struct FieldOrder {
+    static auto& Mutex(CancellationObject& object) { return object.m_mutex; }
+    static auto& Notifier(CancellationObject& object) { return object.m_notifier; }
+    static auto& Requested(CancellationObject& object) { return object.m_requested; }
+    static auto& Killable(CancellationObject& object) { return object.m_killable; }
+    static auto& ThreadId(CancellationObject& object) { return object.m_threadId; }
+};
+
+}  // namespace Orvane::Internal
+
+namespace {
+
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+
+template <typename Field>
+std::ptrdiff_t OffsetOf(CancellationObject& object, Field& field) {
+    return reinterpret_cast<const char*>(&field) - reinterpret_cast<const char*>(&object);
+}
+
+TEST(CancellationObject, HoldsItsFieldsInTheirOrder) {
+    CancellationObject object;
+    const auto mutex = OffsetOf(object, FieldOrder::Mutex(object));
+    const auto notifier = OffsetOf(object, FieldOrder::Notifier(object));
+    const auto requested = OffsetOf(object, FieldOrder::Requested(object));
+    const auto killable = OffsetOf(object, FieldOrder::Killable(object));
+    const auto threadId = OffsetOf(object, FieldOrder::ThreadId(object));
+
+    EXPECT_EQ(mutex, 0);
+    EXPECT_EQ(notifier, static_cast<std::ptrdiff_t>(sizeof(std::recursive_mutex)));
+    EXPECT_EQ(requested, notifier + static_cast<std::ptrdiff_t>(sizeof(std::weak_ptr<AbstractCancelNotifier>)));
+    EXPECT_EQ(killable, requested + 1);
+    EXPECT_EQ(threadId, requested + 4);
+}
+
+TEST(CancellationObject, HasNoBaseNoVirtualOperationAndNoOtherField) {
+    struct Fields {
+        std::recursive_mutex mutex;
+        std::weak_ptr<AbstractCancelNotifier> notifier;
+        bool requested;
+        bool killable;
+        DWORD threadId;
+    };
+    static_assert(!std::is_polymorphic_v<CancellationObject>);
+    static_assert(sizeof(CancellationObject) == sizeof(Fields));
+}
+
+TEST(CancellationObject, StartsNeitherRequestedNorKillableAndWithoutANotifier) {
+    CancellationObject object;
+
+    EXPECT_FALSE(object.IsRequested());
+    EXPECT_FALSE(object.GetKillable());
+    EXPECT_EQ(FieldOrder::Notifier(object).lock(), nullptr);
+}
+
+TEST(CancellationObject, ThreadIdIsThatOfTheConstructingThreadWhicheverThreadAsks) {
+    std::unique_ptr<CancellationObject> object;
+    DWORD constructingThread = 0;
+    std::thread([&] {
+        constructingThread = ::GetCurrentThreadId();
+        object = std::make_unique<CancellationObject>();
+        EXPECT_EQ(object->GetThreadId(), constructingThread);
+    }).join();
+
+    EXPECT_EQ(object->GetThreadId(), constructingThread);
+    EXPECT_NE(object->GetThreadId(), ::GetCurrentThreadId());
+}
+
+TEST(CancellationObject, ThreadIdIsReadWithoutTheMutex) {
+    CancellationObject object;
+    const std::lock_guard held(FieldOrder::Mutex(object));
+
+    DWORD seen = 0;
+    std::thread([&] { seen = object.GetThreadId(); }).join();
+
+    EXPECT_EQ(seen, ::GetCurrentThreadId());
+}
+
+TEST(CancellationObject, KillableCanBeSetAndCleared) {
+    CancellationObject object;
+
+    object.SetKillable(true);
+    EXPECT_TRUE(object.GetKillable());
+
+    object.SetKillable(false);
+    EXPECT_FALSE(object.GetKillable());
+}
+
+TEST(CancellationObject, RequestWithoutANotifierOnlySetsTheFlag) {
+    CancellationObject object;
+
+    object.RequestCancel();
+
+    EXPECT_TRUE(object.IsRequested());
+    EXPECT_FALSE(object.GetKillable());
+    EXPECT_TRUE(IsFree(FieldOrder::Mutex(object)));
+}
+
+TEST(CancellationObject, RequestedIsNeverReset) {
+    CancellationObject object;
+    object.RequestCancel();
+
+    object.RegisterNotifier({});
+    object.SetKillable(true);
+    object.SetKillable(false);
+    object.RequestCancel();
+
+    EXPECT_TRUE(object.IsRequested());
+}
+
+TEST(CancellationObject, RequestHandsTheNotifierItsOwnLockedMutexAndItsOwnFlag) {
+    CancellationObject object;
+    bool called = false;
+    const auto notifier =
+        std::make_shared<CallbackNotifier>([&](std::unique_lock<std::recursive_mutex>& lock, bool& requested) {
+            called = true;
+            EXPECT_EQ(lock.mutex(), &FieldOrder::Mutex(object));
+            EXPECT_TRUE(lock.owns_lock());
+            EXPECT_FALSE(IsFree(FieldOrder::Mutex(object)));
+            EXPECT_EQ(&requested, &FieldOrder::Requested(object));
+            lock.unlock();
+            EXPECT_TRUE(IsFree(FieldOrder::Mutex(object)));
+        });
+    object.RegisterNotifier(notifier);
+
+    object.RequestCancel();
+
+    EXPECT_TRUE(called);
+    EXPECT_TRUE(IsFree(FieldOrder::Mutex(object)));
+}
+
+TEST(CancellationObject, FlagIsSetBeforeTheNotifierIsCalled) {
+    CancellationObject object;
+    bool seen = false;
+    const auto notifier = std::make_shared<CallbackNotifier>(
+        [&seen](std::unique_lock<std::recursive_mutex>&, bool& requested) { seen = requested; });
+    object.RegisterNotifier(notifier);
+
+    object.RequestCancel();
+
+    EXPECT_TRUE(seen);
+}
+
+TEST(CancellationObject, RequestUnlocksWhenTheNotifierHasNot) {
+    CancellationObject object;
+    const auto notifier = std::make_shared<CallbackNotifier>([](std::unique_lock<std::recursive_mutex>&, bool&) {});
+    object.RegisterNotifier(notifier);
+
+    object.RequestCancel();
+
+    EXPECT_TRUE(IsFree(FieldOrder::Mutex(object)));
+}
+
+// The notifier goes first, the lock second: a notifier that kept the lock is destroyed under it.
+TEST(CancellationObject, NotifierWhoseOwnerLetsGoDuringTheCallDiesBeforeTheMutexIsFree) {
+    CancellationObject object;
+    bool freeAtDestruction = true;
+    struct Tracked : CallbackNotifier {
+        Tracked(Callback callback, std::function<void()> atEnd)
+            : CallbackNotifier(std::move(callback)), m_atEnd(std::move(atEnd)) {}
+        ~Tracked() override { m_atEnd(); }
+        std::function<void()> m_atEnd;
+    };
+    std::shared_ptr<AbstractCancelNotifier> owner = std::make_shared<Tracked>(
+        [&owner](std::unique_lock<std::recursive_mutex>&, bool&) { owner.reset(); },
+        [&] { freeAtDestruction = IsFree(FieldOrder::Mutex(object)); });
+    object.RegisterNotifier(owner);
+
+    object.RequestCancel();
+
+    EXPECT_FALSE(freeAtDestruction);
+    EXPECT_TRUE(IsFree(FieldOrder::Mutex(object)));
+}
+
+TEST(CancellationObject, NotifierIsKeptAliveWhileItIsCalled) {
+    CancellationObject object;
+    std::weak_ptr<AbstractCancelNotifier> observer;
+    bool aliveAfterOwnerLetGo = false;
+    std::shared_ptr<AbstractCancelNotifier> owner =
+        std::make_shared<CallbackNotifier>([&](std::unique_lock<std::recursive_mutex>& lock, bool&) {
+            lock.unlock();
+            owner.reset();
+            aliveAfterOwnerLetGo = !observer.expired();
+        });
+    observer = owner;
+    object.RegisterNotifier(owner);
+
+    object.RequestCancel();
+
+    EXPECT_TRUE(aliveAfterOwnerLetGo);
+    EXPECT_TRUE(observer.expired());
+}
+
+TEST(CancellationObject, RequestCallsNothingWhenTheOwnerHasReleasedTheNotifier) {
+    CancellationObject object;
+    int calls = 0;
+    auto notifier = std::make_shared<CallbackNotifier>([&](std::unique_lock<std::recursive_mutex>&, bool&) { ++calls; });
+    object.RegisterNotifier(notifier);
+    notifier.reset();
+
+    object.RequestCancel();
+
+    EXPECT_EQ(calls, 0);
+    EXPECT_TRUE(object.IsRequested());
+}
+
+TEST(CancellationObject, SecondRequestNotifiesALiveNotifierAgain) {
+    CancellationObject object;
+    const auto notifier = std::make_shared<CountingNotifier>();
+    object.RegisterNotifier(notifier);
+
+    object.RequestCancel();
+    object.RequestCancel();
+
+    EXPECT_EQ(notifier->Count(), 2);
+}
+
+TEST(CancellationObject, RegisteringTwiceKeepsOnlyTheSecondNotifier) {
+    CancellationObject object;
+    const auto first = std::make_shared<CountingNotifier>();
+    const auto second = std::make_shared<CountingNotifier>();
+
+    object.RegisterNotifier(first);
+    object.RegisterNotifier(second);
+    object.RequestCancel();
+
+    EXPECT_EQ(first->Count(), 0);
+    EXPECT_EQ(second->Count(), 1);
+}
+
+// Replaced is replaced: the first does not come back when the second dies.
+TEST(CancellationObject, ExpiredSecondNotifierDoesNotBringTheFirstBack) {
+    CancellationObject object;
+    const auto first = std::make_shared<CountingNotifier>();
+    auto second = std::make_shared<CountingNotifier>();
+    object.RegisterNotifier(first);
+    object.RegisterNotifier(second);
+    second.reset();
+
+    object.RequestCancel();
+
+    EXPECT_EQ(first->Count(), 0);
+}
+
+TEST(CancellationObject, RegisteringAnEmptyPointerLeavesNoNotifier) {
+    CancellationObject object;
+    const auto notifier = std::make_shared<CountingNotifier>();
+    object.RegisterNotifier(notifier);
+
+    object.RegisterNotifier({});
+    object.RequestCancel();
+
+    EXPECT_EQ(notifier->Count(), 0);
+}
+
+TEST(CancellationObject, RegistrationDoesNotKeepTheNotifierAlive) {
+    CancellationObject object;
+    auto notifier = std::make_shared<CountingNotifier>();
+    object.RegisterNotifier(notifier);
+
+    EXPECT_EQ(notifier.use_count(), 1);
+}
+
+TEST(CancellationObject, NotifierMayRegisterAnotherWhileItIsCalled) {
+    CancellationObject object;
+    const auto second = std::make_shared<CountingNotifier>();
+    const auto first = std::make_shared<CallbackNotifier>(
+        [&](std::unique_lock<std::recursive_mutex>&, bool&) { object.RegisterNotifier(second); });
+    object.RegisterNotifier(first);
+
+    object.RequestCancel();
+    EXPECT_EQ(second->Count(), 0);
+
+    object.RequestCancel();
+    EXPECT_EQ(second->Count(), 1);
+}
+
+TEST(CancellationObject, WhatANotifierThrowsLeavesWithTheFlagSetAndTheMutexFree) {
+    CancellationObject object;
+    const auto notifier = std::make_shared<CallbackNotifier>(
+        [](std::unique_lock<std::recursive_mutex>&, bool&) { throw std::runtime_error("cannot wake"); });
+    object.RegisterNotifier(notifier);
+
+    EXPECT_THROW(object.RequestCancel(), std::runtime_error);
+
+    EXPECT_TRUE(object.IsRequested());
+    EXPECT_TRUE(IsFree(FieldOrder::Mutex(object)));
+}
+
+TEST(CancellationObject, FlagsAreReadUnderTheMutex) {
+    CancellationObject object;
+    std::unique_lock held(FieldOrder::Mutex(object));
+    std::atomic<int> answered = 0;
+    std::thread requested([&] { object.IsRequested(), ++answered; });
+    std::thread killable([&] { object.GetKillable(), ++answered; });
+    std::thread setting([&] { object.SetKillable(true), ++answered; });
+    std::thread registering([&] { object.RegisterNotifier({}), ++answered; });
+
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(answered, 0);
+
+    held.unlock();
+    for (std::thread* thread : {&requested, &killable, &setting, &registering}) {
+        thread->join();
+    }
+    EXPECT_EQ(answered, 4);
+}
+
+}  // namespace

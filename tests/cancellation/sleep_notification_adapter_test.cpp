@@ -1,0 +1,251 @@
+#include "concurrency/cancellation/sleep_notification_adapter.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <type_traits>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "tests/cancellation/notifiers.h"
+#include "tests/cancellation/run_scope.h"
+#include "tests/support/eventually.h"
+#include "tests/support/gate.h"
+#include "tests/support/import_patch.h"
+#include "tests/support/stopwatch.h"
+#include "tests/support/task_thread.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+using AdapterPointer = std::shared_ptr<AbstractCancelNotifier>;
+
+// The adapter's fields, in their order.
+struct Fields {
+    void* slots;
+    std::recursive_mutex mutex;
+    std::condition_variable_any condition;
+};
+static_assert(sizeof(SleepNotificationAdapter) == sizeof(Fields));
+
+SleepNotificationAdapter& AsSleepAdapter(const AdapterPointer& notifier) {
+    return static_cast<SleepNotificationAdapter&>(*notifier);
+}
+
+std::recursive_mutex& OwnMutex(const AdapterPointer& adapter) {
+    return reinterpret_cast<Fields*>(&AsSleepAdapter(adapter))->mutex;
+}
+
+bool TryOnce(std::recursive_mutex& mutex) {
+    const std::unique_lock lock(mutex, std::try_to_lock);
+    return lock.owns_lock();
+}
+
+TEST(SleepNotificationAdapter, SleepWithoutACurrentTaskLastsTheRequestedTime) {
+    const auto adapter = SleepNotificationAdapter::CreateInstance();
+    const Stopwatch stopwatch;
+
+    AsSleepAdapter(adapter).Sleep(100);
+
+    EXPECT_GE(stopwatch.Elapsed(), 99ms);
+}
+
+TEST(SleepNotificationAdapter, SleepInATaskThatIsNotCancelledLastsTheRequestedTime) {
+    const RunScope run;
+    const auto adapter = SleepNotificationAdapter::CreateInstance();
+    const Stopwatch stopwatch;
+
+    EXPECT_NO_THROW(AsSleepAdapter(adapter).Sleep(100));
+
+    EXPECT_GE(stopwatch.Elapsed(), 99ms);
+}
+
+TEST(SleepNotificationAdapter, SleepOfZeroReturnsAtOnce) {
+    const auto adapter = SleepNotificationAdapter::CreateInstance();
+
+    for (int round = 0; round < 1000; ++round) {
+        AsSleepAdapter(adapter).Sleep(0);
+    }
+}
+
+TEST(SleepNotificationAdapter, SleepOfZeroThrowsWhenCancellationWasRequestedBefore) {
+    const RunScope run;
+    const auto adapter = SleepNotificationAdapter::CreateInstance();
+    run.Cancellation().RequestCancel();
+
+    EXPECT_THROW(AsSleepAdapter(adapter).Sleep(0), CancelRequestedException);
+}
+
+TEST(SleepNotificationAdapter, RequestBeforeTheCallMakesSleepThrowWithoutWaiting) {
+    const RunScope run;
+    const auto adapter = SleepNotificationAdapter::CreateInstance();
+    run.Cancellation().RequestCancel();
+
+    EXPECT_THROW(AsSleepAdapter(adapter).Sleep(INFINITE), CancelRequestedException);
+    EXPECT_TRUE(IsFree(OwnMutex(adapter)));
+}
+
+TEST(SleepNotificationAdapter, RequestDuringAnEndlessSleepMakesItThrow) {
+    std::atomic<bool> threw = false;
+    AdapterPointer adapter;
+    Gate created;
+    TaskThread sleeper([&] {
+        adapter = SleepNotificationAdapter::CreateInstance();
+        created.Open();
+        try {
+            AsSleepAdapter(adapter).Sleep(INFINITE);
+        } catch (const CancelRequestedException&) {
+            threw = true;
+            throw;
+        }
+    });
+    created.Wait();
+
+    sleeper.Cancel();
+
+    EXPECT_TRUE(sleeper.EndedCancelled());
+    EXPECT_TRUE(threw);
+    EXPECT_TRUE(IsFree(OwnMutex(adapter)));
+}
+
+TEST(SleepNotificationAdapter, RequestDuringALongSleepEndsItLongBeforeItsTime) {
+    TaskThread sleeper([&] {
+        const auto adapter = SleepNotificationAdapter::CreateInstance();
+        AsSleepAdapter(adapter).Sleep(864'000'000);
+    });
+
+    sleeper.Cancel();
+
+    EXPECT_TRUE(sleeper.EndedCancelled());
+}
+
+// One wait without a loop: a wake-up that nobody asked for ends the sleep.
+TEST(SleepNotificationAdapter, AnyWakeUpEndsTheSleepWithoutAnException) {
+    AdapterPointer adapter;
+    Gate created;
+    TaskThread sleeper([&] {
+        adapter = SleepNotificationAdapter::CreateInstance();
+        created.Open();
+        AsSleepAdapter(adapter).Sleep(INFINITE);
+    });
+    created.Wait();
+
+    // Again and again: the first may come before the sleep has begun.
+    EXPECT_TRUE(Eventually([&] {
+        Request unrelated;
+        adapter->Notify(unrelated.lock, unrelated.requested);
+        return !sleeper.IsRunning();
+    }));
+
+    EXPECT_TRUE(sleeper.EndedNormally());
+}
+
+TEST(SleepNotificationAdapter, UnlocksBeforeItTakesItsOwnMutexAndSetsTheFlagUnderIt) {
+    const auto adapter = SleepNotificationAdapter::CreateInstance();
+    Request request;
+    request.lock.unlock();
+    std::unique_lock own(OwnMutex(adapter));
+    Gate locked;
+    std::thread requester([&] {
+        request.lock.lock();
+        locked.Open();
+        adapter->Notify(request.lock, request.requested);
+    });
+    locked.Wait();
+
+    EXPECT_TRUE(Eventually([&] { return TryOnce(request.mutex); }));
+    std::this_thread::sleep_for(50ms);
+    EXPECT_FALSE(std::atomic_ref(request.requested).load());
+
+    own.unlock();
+    requester.join();
+    EXPECT_TRUE(request.requested);
+    EXPECT_TRUE(IsFree(OwnMutex(adapter)));
+}
+
+TEST(SleepNotificationAdapter, UnlocksBeforeItSetsTheFlag) {
+    const auto adapter = SleepNotificationAdapter::CreateInstance();
+    Request request;
+    std::unique_lock<std::recursive_mutex> unlocked(request.mutex, std::defer_lock);
+
+    try {
+        adapter->Notify(unlocked, request.requested);
+        FAIL() << "a lock that owns nothing was unlocked";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code(), std::errc::operation_not_permitted);
+    }
+    EXPECT_FALSE(request.requested);
+    EXPECT_TRUE(IsFree(OwnMutex(adapter)));
+}
+
+TEST(SleepNotificationAdapter, CreationRegistersItAndASecondReplacesIt) {
+    const RunScope run;
+    const auto first = SleepNotificationAdapter::CreateInstance();
+    const auto second = SleepNotificationAdapter::CreateInstance();
+    // Whoever is notified must wait here.
+    std::unique_lock firstHeld(OwnMutex(first));
+    std::unique_lock secondHeld(OwnMutex(second));
+    std::atomic<bool> done = false;
+    std::thread requester([&] {
+        run.Cancellation().RequestCancel();
+        done = true;
+    });
+
+    std::this_thread::sleep_for(50ms);
+    EXPECT_FALSE(done);
+    secondHeld.unlock();
+
+    EXPECT_TRUE(Eventually([&] { return done.load(); }));
+    firstHeld.unlock();
+    requester.join();
+}
+
+TEST(SleepNotificationAdapter, CreatorAloneOwnsIt) {
+    const RunScope run;
+    auto adapter = SleepNotificationAdapter::CreateInstance();
+    EXPECT_EQ(adapter.use_count(), 1);
+
+    adapter.reset();
+
+    EXPECT_NO_THROW(run.Cancellation().RequestCancel());
+}
+
+TEST(SleepNotificationAdapter, IsMadeByCreateInstanceOnly) {
+    static_assert(!std::is_default_constructible_v<SleepNotificationAdapter>);
+    static_assert(std::is_base_of_v<AbstractCancelNotifier, SleepNotificationAdapter>);
+}
+
+DWORD g_waited = 0;
+
+// The platform's waits are cut modulo 49.7 days; this sleep is cut to ten days before that.
+TEST(SleepNotificationAdapter, SleepOfMoreThanTenDaysIsCutToTenDays) {
+    const HMODULE runtime = GetModuleHandleW(L"libstdc++-6.dll");
+    if (runtime == nullptr) {
+        GTEST_SKIP() << "made for the GNU runtime";
+    }
+    const ImportPatch noSleep(runtime, "SleepConditionVariableCS",
+                              +[](PCONDITION_VARIABLE, PCRITICAL_SECTION, DWORD milliseconds) -> BOOL {
+                                  g_waited = milliseconds;
+                                  SetLastError(ERROR_TIMEOUT);
+                                  return FALSE;
+                              });
+    const auto adapter = SleepNotificationAdapter::CreateInstance();
+
+    for (const DWORD milliseconds : {864'000'001UL, 4'000'000'000UL, 0xFFFFFFFEUL}) {
+        AsSleepAdapter(adapter).Sleep(milliseconds);
+        EXPECT_LE(g_waited, 864'000'000U) << milliseconds;
+        EXPECT_GT(g_waited, 863'000'000U) << milliseconds;
+    }
+}
+
+}  // namespace

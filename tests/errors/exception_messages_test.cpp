@@ -1,0 +1,154 @@
+// How the message of an exception is formatted, and when what() follows it.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <string>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/errors/exceptions.h"
+#include "tests/errors/error_records.h"
+#include "tests/support/import_patch.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Zarvo::Test;
+
+constexpr char kUnspecified[] = "Message not specified";
+constexpr long kSomeHresult = static_cast<long>(0x80040005);
+
+TEST(ExceptionComMessage, ExceptionTakesTheComFormWithTheGivenCodeAndGuid) {
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"text");
+
+    EXPECT_FALSE(error.isNamed);
+    EXPECT_EQ(error.com.hresult, kSomeHresult);
+    EXPECT_EQ(error.com.guid, kSomeGuid);
+}
+
+TEST(ExceptionComMessage, NullFormatLeavesBothMessagesAsTheyWere) {
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, nullptr);
+
+    EXPECT_STREQ(error.message, L"");
+    EXPECT_STREQ(error.what(), kUnspecified);
+    EXPECT_EQ(error.com.hresult, kSomeHresult);
+}
+
+TEST(ExceptionComMessage, FormatsItsArguments) {
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"%d of %u: %x, %%", -3, 7U, 0xABCU);
+
+    EXPECT_STREQ(error.message, L"-3 of 7: abc, %");
+    EXPECT_STREQ(error.what(), "-3 of 7: abc, %");
+}
+
+TEST(ExceptionComMessage, PercentSTakesAWideString) {
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"file %s is gone", L"index.dat");
+
+    EXPECT_STREQ(error.message, L"file index.dat is gone");
+    EXPECT_STREQ(error.what(), "file index.dat is gone");
+}
+
+TEST(ExceptionComMessage, EmptyFormatReplacesTheNarrowMessageByAnEmptyOne) {
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"");
+
+    EXPECT_STREQ(error.message, L"");
+    EXPECT_STREQ(error.what(), "");
+}
+
+TEST(ExceptionComMessage, TextOf1023CharactersIsKeptWhole) {
+    const std::wstring text(1023, L'a');
+
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"%s", text.c_str());
+
+    EXPECT_EQ(error.message, text);
+    EXPECT_EQ(error.what(), std::string(1023, 'a'));
+}
+
+TEST(ExceptionComMessage, TextOf1024CharactersIsCutAndWhatSaysNothing) {
+    const std::wstring text(1024, L'a');
+
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"%s", text.c_str());
+
+    EXPECT_EQ(error.message, text.substr(0, 1023));
+    EXPECT_STREQ(error.what(), kUnspecified);
+}
+
+TEST(ExceptionComMessage, FormatOf1024CharactersWithoutArgumentsIsCutToo) {
+    const std::wstring format(1024, L'b');
+
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, format.c_str());
+
+    EXPECT_EQ(error.message, format.substr(0, 1023));
+    EXPECT_STREQ(error.what(), kUnspecified);
+}
+
+// The code page is the thread's own, not the process's: the same text reads differently on a Russian thread.
+TEST(ExceptionComMessage, WhatIsInTheCodePageOfTheThread) {
+    const LCID previous = GetThreadLocale();
+    ASSERT_TRUE(SetThreadLocale(MAKELCID(MAKELANGID(LANG_RUSSIAN, SUBLANG_DEFAULT), SORT_DEFAULT)));
+
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"%s", L"\x0434\x0430");
+
+    SetThreadLocale(previous);
+    EXPECT_STREQ(error.message, L"\x0434\x0430");
+    EXPECT_STREQ(error.what(), "\xE4\xE0");
+}
+
+TEST(ExceptionComMessage, FailedConversionLeavesTheNarrowMessage) {
+    const ImportPatch noConversion(LibraryUnderTest(), "WideCharToMultiByte",
+                                   +[](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) { return 0; });
+
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"still %s", L"there");
+
+    EXPECT_STREQ(error.message, L"still there");
+    EXPECT_STREQ(error.what(), kUnspecified);
+}
+
+TEST(ExceptionComMessage, CopyKeepsACutMessageAndItsSilence) {
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"%s", std::wstring(2000, L'c').c_str());
+
+    const ExceptionCOM copy(error);
+
+    EXPECT_EQ(copy.message, std::wstring(1023, L'c'));
+    EXPECT_STREQ(copy.what(), kUnspecified);
+}
+
+TEST(Unexpected, StandsForEUnexpectedWithTheZeroGuid) {
+    const Unexpected error(L"in %s", L"the test");
+
+    EXPECT_FALSE(error.isNamed);
+    EXPECT_EQ(error.com.hresult, static_cast<long>(0x8000FFFF));
+    EXPECT_EQ(error.com.guid, kZeroGuid);
+    EXPECT_STREQ(error.message, L"in the test");
+    EXPECT_STREQ(error.what(), "in the test");
+}
+
+TEST(Unexpected, KeepsTheLongestMessageThatTheLibraryItselfThrows) {
+    const wchar_t* const text =
+        L"Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
+        L"ConcurrencyUninitialize() or use the ConcurrencyLifetime class.";
+
+    const Unexpected error(text);
+
+    EXPECT_STREQ(error.message, text);
+}
+
+TEST(Unexpected, WithANullFormatHasNoMessage) {
+    const wchar_t* const none = nullptr;
+
+    const Unexpected error(none);
+
+    EXPECT_STREQ(error.message, L"");
+    EXPECT_STREQ(error.what(), kUnspecified);
+    EXPECT_EQ(error.com.hresult, static_cast<long>(0x8000FFFF));
+}
+
+TEST(Unexpected, BuiltFromMoreThan1023CharactersHasACutMessageAndWhatSaysMessageNotSpecified) {
+    const std::wstring text(1500, L'u');
+
+    const Unexpected error(L"%s", text.c_str());
+
+    EXPECT_EQ(error.message, text.substr(0, 1023));
+    EXPECT_STREQ(error.what(), kUnspecified);
+}
+
+}  // namespace

@@ -1,0 +1,99 @@
+// Lifetimes that end with their process, each in a program of its own.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+#include "tests/support/child_process.h"
+
+namespace {
+
+using namespace Zarvo::Test;
+
+constexpr std::uint32_t kEndOfMain = 7;  // what the program's main returns when it gets there
+
+ChildResult Play(const char* scene) {
+    return RunChild("concurrency_lifetime_process_test_child", {scene});
+}
+
+TEST(ConcurrencyLifetimeProcess, LastUninitialisationInAPoolTaskEndsTheProcess) {
+    const ChildResult child = Play("last-uninitialise-in-pool-task");
+
+    EXPECT_EQ(child.exitCode, kTerminated);
+    EXPECT_EQ(child.standardOutput, "in the task\n");
+    EXPECT_NE(child.standardError.find("Trying to call destructor in thread from thread pool causes deadlock!"),
+              std::string::npos)
+        << child.standardError;
+}
+
+TEST(ConcurrencyLifetimeProcess, LastLifetimeObjectDestroyedInAPoolTaskEndsTheProcess) {
+    const ChildResult child = Play("last-object-in-pool-task");
+
+    EXPECT_EQ(child.exitCode, kTerminated);
+    EXPECT_EQ(child.standardOutput, "in the task\n");
+}
+
+TEST(ConcurrencyLifetimeProcess, LastUninitialisationOnADedicatedThreadEndsTheProcess) {
+    const ChildResult child = Play("last-uninitialise-in-dedicated-thread");
+
+    EXPECT_EQ(child.exitCode, kTerminated);
+    EXPECT_EQ(child.standardOutput, "in the task\n");
+}
+
+TEST(ConcurrencyLifetimeProcess, ClientThatNeverUninitialisesExitsCleanly) {
+    const ChildResult child = Play("never-uninitialise");
+
+    EXPECT_EQ(child.exitCode, kEndOfMain);
+    EXPECT_EQ(child.standardOutput, "end of main\n");
+    EXPECT_EQ(child.standardError, "");
+}
+
+TEST(ConcurrencyLifetimeProcess, ClientThatNeverUninitialisesExitsCleanlyWhileTasksAreBlockedAndScheduled) {
+    const ChildResult child = Play("never-uninitialise-while-busy");
+
+    EXPECT_EQ(child.exitCode, kEndOfMain);
+    EXPECT_EQ(child.standardOutput, "end of main\n");
+    EXPECT_EQ(child.standardError, "");
+}
+
+TEST(ConcurrencyLifetimeProcess, ClientThatNeverInitialisesMayUseThePoolAndExitsCleanly) {
+    const ChildResult child = Play("never-initialise");
+
+    EXPECT_EQ(child.exitCode, kEndOfMain);
+    EXPECT_EQ(child.standardOutput, "end of main\n");
+    EXPECT_EQ(child.standardError, "");
+}
+
+TEST(ConcurrencyLifetimeProcess, StaticLifetimeObjectOfTheProgramIsTornDownAtItsEnd) {
+    const ChildResult child = Play("static-object");
+
+    EXPECT_EQ(child.exitCode, kEndOfMain);
+    EXPECT_EQ(child.standardOutput, "end of main\n");
+    EXPECT_EQ(child.standardError, "");
+}
+
+TEST(ConcurrencyLifetimeProcess, OverrunWithoutInitialisationEndsTheProcessWithUnexpected) {
+    const ChildResult child = Play("overrun-without-initialisation");
+
+    EXPECT_EQ(child.exitCode, kTerminated);
+    EXPECT_EQ(child.standardOutput,
+              "Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
+              "ConcurrencyUninitialize() or use the ConcurrencyLifetime class.\n");
+}
+
+TEST(ConcurrencyLifetimeProcess, OverrunAfterAnOverReleaseEndsTheProcessWithUnexpected) {
+    const ChildResult child = Play("overrun-after-over-release");
+
+    EXPECT_EQ(child.exitCode, kTerminated);
+    EXPECT_EQ(child.standardOutput,
+              "Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
+              "ConcurrencyUninitialize() or use the ConcurrencyLifetime class.\n");
+}
+
+TEST(ConcurrencyLifetimeProcess, UnloadingTheLibraryGivesItsSlotsBack) {
+    const ChildResult child = RunChild("library_unload_test_child");
+
+    EXPECT_EQ(child.exitCode, 0U) << child.standardOutput << child.standardError;
+}
+
+}  // namespace

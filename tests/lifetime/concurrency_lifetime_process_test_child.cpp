@@ -1,0 +1,140 @@
+// One scene of concurrency_lifetime_process_test, named on the command line.
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellable_waits.h"
+#include "concurrency/errors/exceptions.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "tests/lifetime/library_use.h"
+#include "tests/support/gate.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+constexpr int kEndOfMain = 7;
+constexpr int kStillAlive = 8;
+
+void Say(const char* text) {
+    std::puts(text);
+    std::fflush(stdout);
+}
+
+int EndOfMain() {
+    Say("end of main");
+    return kEndOfMain;
+}
+
+// Runs `body` in a task and waits for it: what is to end the process must do so before this returns.
+template <typename Start, typename Body>
+int RunInTask(Start start, Body body) {
+    Task task = MakeTask(L"scene", [body] {
+        Say("in the task");
+        body();
+    });
+    start(task);
+    task.Wait();
+    return kStillAlive;
+}
+
+int LastUninitialiseInPoolTask() {
+    ConcurrencyInitialize();
+    return RunInTask(&GlobalThreadPool::Queue, [] { ConcurrencyUninitialize(); });
+}
+
+int LastUninitialiseInDedicatedThread() {
+    ConcurrencyInitialize();
+    return RunInTask(&GlobalThreadPool::LaunchInNewThread, [] { ConcurrencyUninitialize(); });
+}
+
+int LastObjectInPoolTask() {
+    const auto lifetime = std::make_shared<std::optional<ConcurrencyLifetime>>(std::in_place);
+    return RunInTask(&GlobalThreadPool::Queue, [lifetime] { lifetime->reset(); });
+}
+
+int NeverUninitialise() {
+    ConcurrencyInitialize();
+    UsePool();
+    UseScheduler();
+    UseDedicatedThread();
+    return EndOfMain();
+}
+
+int NeverUninitialiseWhileBusy() {
+    ConcurrencyInitialize();
+    static Gate entered;
+    GlobalThreadPool::Queue(MakeTask(L"blocked", [] {
+        entered.Open();
+        CancellableSleep(INFINITE);
+    }));
+    GlobalThreadPool::LaunchInNewThread(MakeTask(L"blocked too", [] { CancellableSleep(INFINITE); }));
+    GlobalScheduler::Insert(ScheduledTask(MakeTask(L"recurrent", [] {}), TimeFromNow(0ms), 1ms));
+    CreateScheduler();
+    entered.Wait();
+    return EndOfMain();
+}
+
+int NeverInitialise() {
+    UsePool();
+    UseScheduler();
+    UseDedicatedThread();
+    return EndOfMain();
+}
+
+int StaticObject() {
+    static const ConcurrencyLifetime lifetime;
+    UsePool();
+    UseScheduler();
+    return EndOfMain();
+}
+
+[[noreturn]] void SayWhy() {
+    try {
+        std::rethrow_exception(std::current_exception());
+    } catch (const Unexpected& error) {
+        Say(error.what());
+    } catch (...) {
+        Say("something else");
+    }
+    std::abort();
+}
+
+int OverrunWithoutInitialisation() {
+    std::set_terminate(&SayWhy);
+    Task slow = MakeTask(L"slow", [] { CancellableSleep(INFINITE); });
+    GlobalScheduler::Insert(ScheduledTask(slow, TimeFromNow(0ms), 1ms));
+    Sleep(60'000);
+    return kStillAlive;
+}
+
+int OverrunAfterOverRelease() {
+    ConcurrencyUninitialize();
+    return OverrunWithoutInitialisation();
+}
+
+int Play(const std::string& scene) {
+    if (scene == "last-uninitialise-in-pool-task") return LastUninitialiseInPoolTask();
+    if (scene == "last-uninitialise-in-dedicated-thread") return LastUninitialiseInDedicatedThread();
+    if (scene == "last-object-in-pool-task") return LastObjectInPoolTask();
+    if (scene == "never-uninitialise") return NeverUninitialise();
+    if (scene == "never-uninitialise-while-busy") return NeverUninitialiseWhileBusy();
+    if (scene == "never-initialise") return NeverInitialise();
+    if (scene == "static-object") return StaticObject();
+    if (scene == "overrun-without-initialisation") return OverrunWithoutInitialisation();
+    if (scene == "overrun-after-over-release") return OverrunAfterOverRelease();
+    return EXIT_FAILURE;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    return Play(count == 2 ? arguments[1] : "");
+}

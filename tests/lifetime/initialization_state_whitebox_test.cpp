@@ -1,0 +1,123 @@
+#include "concurrency/lifetime/initialization_state.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+#include <type_traits>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "tests/support/eventually.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+TEST(InitializationState, IsZeroAtLoad) {
+    EXPECT_EQ(g_initializationState.initCount, 0);
+    EXPECT_EQ(g_initializationState.currentTaskTlsIndex, 0U);
+    EXPECT_FALSE(g_initializationState.slotIsLive);
+}
+
+TEST(InitializationState, CountIsASignedBalanceOfAllCalls) {
+    static_assert(std::is_same_v<decltype(g_initializationState.initCount), std::int32_t>);
+    const auto countAfter = [](void (*call)()) {
+        call();
+        return g_initializationState.initCount;
+    };
+
+    EXPECT_EQ(countAfter(&ConcurrencyInitialize), 1);
+    EXPECT_EQ(countAfter(&ConcurrencyInitialize), 2);
+    EXPECT_EQ(countAfter(&ConcurrencyUninitialize), 1);
+    EXPECT_EQ(countAfter(&ConcurrencyUninitialize), 0);
+    EXPECT_EQ(countAfter(&ConcurrencyUninitialize), -1);
+    EXPECT_EQ(countAfter(&ConcurrencyUninitialize), -2);
+    EXPECT_EQ(countAfter(&ConcurrencyInitialize), -1);
+    EXPECT_EQ(countAfter(&ConcurrencyInitialize), 0);
+    EXPECT_EQ(countAfter(&ConcurrencyInitialize), 1);
+}
+
+TEST(InitializationState, IndexIsNotClearedWhenTheSlotIsFreed) {
+    ConcurrencyInitialize();
+    const DWORD slot = g_initializationState.currentTaskTlsIndex;
+    EXPECT_NE(slot, 0U);
+
+    ConcurrencyUninitialize();
+
+    EXPECT_EQ(g_initializationState.currentTaskTlsIndex, slot);
+    EXPECT_FALSE(g_initializationState.slotIsLive);
+}
+
+TEST(InitializationState, AllocatedSlotIsTheOneInUseWhileInitialised) {
+    ConcurrencyInitialize();
+    EXPECT_EQ(CurrentTaskSlot(), g_initializationState.currentTaskTlsIndex);
+
+    ConcurrencyUninitialize();
+    EXPECT_NE(CurrentTaskSlot(), g_initializationState.currentTaskTlsIndex);
+}
+
+TEST(InitializationState, ReserveSlotStaysTheSameUntilItIsFreed) {
+    const DWORD reserve = CurrentTaskSlot();
+    EXPECT_EQ(CurrentTaskSlot(), reserve);
+    { const ConcurrencyLifetime lifetime; }
+    EXPECT_EQ(CurrentTaskSlot(), reserve);
+
+    FreeReserveSlot();
+
+    const DWORD next = TlsAlloc();  // the lowest free one
+    EXPECT_LE(next, reserve);
+    TlsFree(next);
+}
+
+TEST(InitializationState, LifetimeMutexSerialisesInitialisationAndUninitialisation) {
+    ConcurrencyInitialize();
+    std::unique_lock held(LifetimeMutex());
+    std::atomic<int> ended = 0;
+    std::thread initialising([&] {
+        ConcurrencyInitialize();
+        ++ended;
+    });
+    std::thread uninitialising([&] {
+        ConcurrencyUninitialize();
+        ++ended;
+    });
+
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(ended, 0);
+    EXPECT_EQ(g_initializationState.initCount, 1);
+
+    held.unlock();
+    initialising.join();
+    uninitialising.join();
+    EXPECT_EQ(g_initializationState.initCount, 1);
+}
+
+TEST(InitializationState, LifetimeMutexIsRecursive) {
+    static_assert(std::is_same_v<decltype(LifetimeMutex()), std::recursive_mutex&>);
+    const std::lock_guard held(LifetimeMutex());
+
+    ConcurrencyInitialize();
+    ConcurrencyUninitialize();
+
+    EXPECT_EQ(g_initializationState.initCount, 0);
+}
+
+TEST(InitializationState, AskingDoesNotTakeTheLifetimeMutex) {
+    ConcurrencyInitialize();
+    const std::lock_guard held(LifetimeMutex());
+    std::atomic<bool> answer = false;
+    std::thread asking([&] { answer = IsConcurrencyInitialized(); });
+
+    EXPECT_TRUE(Eventually([&] { return answer.load(); }));
+
+    asking.join();
+}
+
+}  // namespace

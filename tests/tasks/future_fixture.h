@@ -1,0 +1,145 @@
+// Futures in every state, and exceptions for them to keep.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <exception>
+#include <memory>
+#include <new>
+#include <ostream>
+#include <stdexcept>
+
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/cloneable_exception.h"
+#include "concurrency/tasks/future_impl.h"
+#include "tests/support/plain_thread.h"
+
+namespace Zarvo::Test {
+
+using Future = Orvane::Internal::FutureImpl<void>;
+using FuturePointer = std::shared_ptr<Future>;
+
+enum class State { NotStarted, Busy, Normal, Cancelling, Cancelled, Error };
+
+inline constexpr std::array kAllStates{State::NotStarted, State::Busy,      State::Normal,
+                                       State::Cancelling, State::Cancelled, State::Error};
+
+inline std::ostream& operator<<(std::ostream& stream, State state) {
+    constexpr const char* kNames[] = {"NotStarted", "Busy", "Normal", "Cancelling", "Cancelled", "Error"};
+    return stream << kNames[static_cast<std::size_t>(state)];
+}
+
+inline bool IsUnderWay(State state) {
+    return state == State::Busy || state == State::Cancelling;
+}
+
+inline bool IsFinal(State state) {
+    return state == State::Normal || state == State::Cancelled || state == State::Error;
+}
+
+// What the questions that a future answers make of its state.
+inline State StateOf(const Orvane::Internal::IFutureState& future) {
+    if (future.IsBusy()) {
+        return State::Busy;
+    }
+    if (future.IsNormal()) {
+        return State::Normal;
+    }
+    if (future.IsCancelling()) {
+        return State::Cancelling;
+    }
+    if (future.IsCancelled()) {
+        return State::Cancelled;
+    }
+    return future.IsReady() ? State::Error : State::NotStarted;
+}
+
+// A task's own exception.
+class Failure : public std::exception, public virtual Orvane::CloneableException {
+  public:
+    explicit Failure(int number) : m_number(number) {}
+
+    int Number() const { return m_number; }
+    const char* what() const noexcept override { return "Failure"; }
+
+    std::shared_ptr<Orvane::CloneableException> Clone() const override { return std::make_shared<Failure>(*this); }
+    void Rethrow() const override { throw Failure(*this); }
+
+  private:
+    int m_number;
+};
+
+// One that does not let itself be cloned.
+template <typename Refusal>
+class Uncloneable : public Failure {
+  public:
+    explicit Uncloneable(const Refusal& refusal) : Failure(0), m_refusal(refusal) {}
+
+    std::shared_ptr<Orvane::CloneableException> Clone() const override { throw m_refusal; }
+
+  private:
+    Refusal m_refusal;
+};
+
+enum class RunsOn { AnotherThread, ThisThread };
+
+inline void StartRun(Future& future, RunsOn thread) {
+    if (thread == RunsOn::ThisThread) {
+        future.Start();
+    } else {
+        PlainThread([&] { future.Start(); }).Join();
+    }
+}
+
+inline void MakeCancelling(Future& future) {
+    try {
+        future.RequestCancel();
+    } catch (const Orvane::CancelRequestedException&) {
+        // The run is on this thread.
+    }
+}
+
+// A future in the given state. If it ever was busy, its run is on `thread`.
+inline FuturePointer FutureIn(State state, RunsOn thread = RunsOn::AnotherThread) {
+    FuturePointer future(new Future());
+    if (state == State::NotStarted) {
+        return future;
+    }
+    if (state == State::Cancelled) {
+        future->RequestCancel();
+        return future;
+    }
+    StartRun(*future, thread);
+    if (state == State::Normal) {
+        future->SetValue();
+    } else if (state == State::Error) {
+        future->SetException(Failure(1));
+    } else if (state == State::Cancelling) {
+        MakeCancelling(*future);
+    }
+    return future;
+}
+
+// The same, with a task attached: waits on it are real waits.
+inline FuturePointer AttachedFutureIn(State state, RunsOn thread = RunsOn::AnotherThread) {
+    FuturePointer future = FutureIn(state, thread);
+    future->MarkAsAttachedToTask();
+    return future;
+}
+
+// Brings a future that is not final into the given final state.
+inline void End(Future& future, State final) {
+    if (StateOf(future) == State::NotStarted && final != State::Cancelled) {
+        StartRun(future, RunsOn::AnotherThread);
+    }
+    if (final == State::Normal) {
+        future.SetValue();
+    } else if (final == State::Error) {
+        future.SetException(Failure(2));
+    } else {
+        future.RequestCancel();
+        future.ConfirmCancel();
+    }
+}
+
+}  // namespace Zarvo::Test

@@ -1,0 +1,477 @@
+// Every row of the state table, and what each state answers.
+#include "concurrency/tasks/future_state.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <stdexcept>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/abstract_cancel_notifier.h"
+#include "concurrency/cancellation/cancellation_object.h"
+#include "tests/support/allocations.h"
+#include "tests/support/eventually.h"
+#include "tests/support/plain_thread.h"
+#include "tests/tasks/future_fields.h"
+#include "tests/tasks/future_fixture.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+
+// Applies `operation` to a future in every state and compares the states afterwards, in the order of kAllStates.
+template <typename Operation>
+void ExpectStatesAfter(Operation operation, const std::vector<State>& expected, RunsOn thread = RunsOn::AnotherThread) {
+    for (std::size_t index = 0; index < kAllStates.size(); ++index) {
+        const FuturePointer future = FutureIn(kAllStates[index], thread);
+        operation(*future);
+        EXPECT_EQ(StateOf(*future), expected[index]) << "from " << kAllStates[index];
+    }
+}
+
+// Counts the requests that reach a run.
+class CountingNotifier : public AbstractCancelNotifier {
+  public:
+    void Notify(std::unique_lock<std::recursive_mutex>& lock, bool&) override {
+        lock.unlock();
+        ++m_calls;
+    }
+    int Calls() const { return m_calls; }
+
+  private:
+    std::atomic<int> m_calls = 0;
+};
+
+TEST(FutureState, AnswersAsItsStateSays) {
+    struct Answers {
+        bool busy, ready, normal, cancelling, cancelled;
+    };
+    const std::vector<Answers> expected{
+        {false, false, false, false, false},  // NotStarted
+        {true, false, false, false, false},   // Busy
+        {false, true, true, false, false},    // Normal
+        {false, true, false, true, false},    // Cancelling
+        {false, true, false, false, true},    // Cancelled
+        {false, true, false, false, false},   // Error
+    };
+    for (std::size_t index = 0; index < kAllStates.size(); ++index) {
+        const FuturePointer future = FutureIn(kAllStates[index]);
+
+        EXPECT_EQ(future->IsBusy(), expected[index].busy) << kAllStates[index];
+        EXPECT_EQ(future->IsReady(), expected[index].ready) << kAllStates[index];
+        EXPECT_EQ(future->IsNormal(), expected[index].normal) << kAllStates[index];
+        EXPECT_EQ(future->IsCancelling(), expected[index].cancelling) << kAllStates[index];
+        EXPECT_EQ(future->IsCancelled(), expected[index].cancelled) << kAllStates[index];
+    }
+}
+
+TEST(FutureState, StateCodesAreZeroToFiveInTheirOrder) {
+    for (std::size_t index = 0; index < kAllStates.size(); ++index) {
+        EXPECT_EQ(FieldOrder::CodeOf(*FutureIn(kAllStates[index])), index) << kAllStates[index];
+        EXPECT_EQ(FieldOrder::kCodes[index], index);
+    }
+}
+
+TEST(FutureState, StartMovesANewFutureToBusy) {
+    const FuturePointer future = FutureIn(State::NotStarted);
+
+    EXPECT_TRUE(future->Start());
+    EXPECT_EQ(StateOf(*future), State::Busy);
+}
+
+TEST(FutureState, StartChangesNoOtherState) {
+    ExpectStatesAfter([](Future& future) { future.Start(); },
+                      {State::Busy, State::Busy, State::Normal, State::Cancelling, State::Cancelled, State::Error});
+}
+
+TEST(FutureState, StartRefusesOnlyACancelledFuture) {
+    for (const State state : kAllStates) {
+        EXPECT_EQ(FutureIn(state)->Start(), state != State::Cancelled) << state;
+    }
+}
+
+TEST(FutureState, StartRecordsTheThreadThatWillRunTheTask) {
+    const FuturePointer here = FutureIn(State::Busy, RunsOn::ThisThread);
+    EXPECT_EQ(here->GetCancellationObject()->GetThreadId(), ::GetCurrentThreadId());
+
+    const FuturePointer elsewhere = FutureIn(State::NotStarted);
+    DWORD id = 0;
+    PlainThread([&] {
+        elsewhere->Start();
+        id = ::GetCurrentThreadId();
+    }).Join();
+    EXPECT_EQ(elsewhere->GetCancellationObject()->GetThreadId(), id);
+}
+
+TEST(FutureState, SecondStartKeepsTheCancellationObject) {
+    const FuturePointer future = FutureIn(State::Busy);
+    const auto first = future->GetCancellationObject();
+
+    EXPECT_TRUE(future->Start());
+    EXPECT_EQ(future->GetCancellationObject(), first);
+}
+
+TEST(FutureState, StartWithoutMemoryLeavesTheFutureNotStarted) {
+    const FuturePointer future = FutureIn(State::NotStarted);
+    {
+        const NoMemory none;
+        EXPECT_THROW(future->Start(), std::bad_alloc);
+    }
+    EXPECT_EQ(StateOf(*future), State::NotStarted);
+    EXPECT_EQ(future->GetCancellationObject(), nullptr);
+    EXPECT_TRUE(future->Start());
+}
+
+TEST(FutureState, HasACancellationObjectExactlyWhileItsRunIsUnderWay) {
+    for (const State state : kAllStates) {
+        EXPECT_EQ(FutureIn(state)->GetCancellationObject() != nullptr, IsUnderWay(state)) << state;
+    }
+}
+
+TEST(FutureState, EveryEndReleasesTheCancellationObject) {
+    for (const State start : {State::Busy, State::Cancelling}) {
+        for (const State end : {State::Normal, State::Cancelled, State::Error}) {
+            const FuturePointer future = FutureIn(start);
+            const std::weak_ptr<CancellationObject> run = future->GetCancellationObject();
+            ASSERT_FALSE(run.expired());
+            End(*future, end);
+
+            EXPECT_EQ(StateOf(*future), end);
+            EXPECT_TRUE(run.expired()) << start << " to " << end;
+        }
+    }
+}
+
+TEST(FutureState, SetValueEndsOnlyARunThatIsUnderWay) {
+    ExpectStatesAfter([](Future& future) { future.SetValue(); },
+                      {State::NotStarted, State::Normal, State::Normal, State::Normal, State::Cancelled, State::Error});
+}
+
+TEST(FutureState, SetValueAfterARequestEndsNormalAndIsReadyBefore) {
+    const FuturePointer future = FutureIn(State::Busy);
+    future->RequestCancel();
+    EXPECT_TRUE(future->IsReady());
+    EXPECT_FALSE(future->IsNormal());
+
+    future->SetValue();
+    EXPECT_TRUE(future->IsNormal());
+}
+
+TEST(FutureState, SetExceptionEndsOnlyARunThatIsUnderWay) {
+    ExpectStatesAfter([](Future& future) { future.SetException(Failure(7)); },
+                      {State::NotStarted, State::Error, State::Normal, State::Error, State::Cancelled, State::Error});
+}
+
+TEST(FutureState, SetExceptionKeepsACopyOfTheMostDerivedObject) {
+    const FuturePointer future = FutureIn(State::Busy);
+    {
+        const Failure failure(42);
+        future->SetException(failure);
+    }
+    try {
+        future->HandleErrors();
+        FAIL() << "nothing was thrown";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.Number(), 42);
+    }
+}
+
+TEST(FutureState, SecondExceptionIsIgnored) {
+    const FuturePointer future = FutureIn(State::Busy);
+    future->SetException(Failure(1));
+    future->SetException(Failure(2));
+
+    try {
+        future->HandleErrors();
+        FAIL() << "nothing was thrown";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.Number(), 1);
+    }
+}
+
+TEST(FutureState, SetExceptionDoesNotCloneWhatItIgnores) {
+    const Uncloneable refusing{std::runtime_error("asked to clone")};
+    for (const State state : {State::NotStarted, State::Normal, State::Cancelled, State::Error}) {
+        EXPECT_NO_THROW(FutureIn(state)->SetException(refusing)) << state;
+    }
+}
+
+TEST(FutureState, CloneWithoutMemoryStillEndsTheRunWithAnError) {
+    for (const State state : {State::Busy, State::Cancelling}) {
+        const FuturePointer future = FutureIn(state);
+        EXPECT_NO_THROW(future->SetException(Uncloneable(std::bad_alloc())));
+
+        EXPECT_EQ(StateOf(*future), State::Error);
+        EXPECT_EQ(future->GetCancellationObject(), nullptr);
+    }
+}
+
+TEST(FutureState, ErrorWithoutACloneIsReportedAsLackOfMemory) {
+    const FuturePointer future = FutureIn(State::Busy);
+    future->SetException(Uncloneable(std::bad_alloc()));
+
+    EXPECT_THROW(future->HandleErrors(), std::bad_alloc);
+    EXPECT_THROW(future->HandleErrors(), std::bad_alloc);
+}
+
+TEST(FutureState, AnyOtherFailureToCloneIsPassedOnAndChangesNothing) {
+    for (const State state : {State::Busy, State::Cancelling}) {
+        const FuturePointer future = FutureIn(state);
+        EXPECT_THROW(future->SetException(Uncloneable(std::runtime_error("no clone"))), std::runtime_error);
+
+        EXPECT_EQ(StateOf(*future), state);
+        EXPECT_NE(future->GetCancellationObject(), nullptr);
+        // The lock is free again.
+        PlainThread([&] { future->SetValue(); }).Join();
+        EXPECT_EQ(StateOf(*future), State::Normal);
+    }
+}
+
+TEST(FutureState, RequestFromAnotherThreadMovesTheStateAsTheTableSays) {
+    ExpectStatesAfter(
+        [](Future& future) { future.RequestCancel(); },
+        {State::Cancelled, State::Cancelling, State::Normal, State::Cancelling, State::Cancelled, State::Error});
+}
+
+TEST(FutureState, RequestBeforeTheStartCancelsAtOnceAndTheRunIsRefused) {
+    const FuturePointer future = FutureIn(State::NotStarted);
+    future->RequestCancel();
+
+    EXPECT_TRUE(future->IsCancelled());
+    EXPECT_FALSE(future->Start());
+    EXPECT_TRUE(future->IsCancelled());
+}
+
+TEST(FutureState, RequestFromTheRunsOwnThreadThrowsAndLeavesTheStateCancelling) {
+    for (const State state : {State::Busy, State::Cancelling}) {
+        const FuturePointer future = FutureIn(state, RunsOn::ThisThread);
+
+        EXPECT_THROW(future->RequestCancel(), CancelRequestedException) << state;
+        EXPECT_EQ(StateOf(*future), State::Cancelling);
+    }
+}
+
+TEST(FutureState, RequestFromTheRunsOwnThreadDoesNotReachTheRunsRecord) {
+    const FuturePointer future = FutureIn(State::Busy, RunsOn::ThisThread);
+    const auto notifier = std::make_shared<CountingNotifier>();
+    future->GetCancellationObject()->RegisterNotifier(notifier);
+    EXPECT_THROW(future->RequestCancel(), CancelRequestedException);
+
+    EXPECT_FALSE(future->GetCancellationObject()->IsRequested());
+    EXPECT_EQ(notifier->Calls(), 0);
+}
+
+TEST(FutureState, RequestOnItsOwnThreadOfAFutureThatDoesNotRunThrowsNothing) {
+    for (const State state : {State::NotStarted, State::Normal, State::Cancelled, State::Error}) {
+        EXPECT_NO_THROW(FutureIn(state, RunsOn::ThisThread)->RequestCancel()) << state;
+    }
+}
+
+TEST(FutureState, RequestFromAnotherThreadIsPassedOnToTheRunOnce) {
+    const FuturePointer future = FutureIn(State::Busy);
+    const auto notifier = std::make_shared<CountingNotifier>();
+    future->GetCancellationObject()->RegisterNotifier(notifier);
+
+    future->RequestCancel();
+    EXPECT_TRUE(future->GetCancellationObject()->IsRequested());
+    EXPECT_EQ(notifier->Calls(), 1);
+
+    future->RequestCancel();
+    EXPECT_EQ(notifier->Calls(), 1);
+    EXPECT_EQ(StateOf(*future), State::Cancelling);
+}
+
+TEST(FutureState, RequestIsPassedOnWithTheStateSetAndTheMutexHeld) {
+    class Observer : public AbstractCancelNotifier {
+      public:
+        explicit Observer(Future& future) : m_future(future) {}
+        void Notify(std::unique_lock<std::recursive_mutex>& lock, bool&) override {
+            lock.unlock();
+            cancelling = m_future.IsCancelling();
+            PlainThread([this] { mutexIsFree = FieldOrder::MutexOf(m_future).try_lock(); }).Join();
+        }
+        bool cancelling = false;
+        bool mutexIsFree = true;
+
+      private:
+        Future& m_future;
+    };
+    const FuturePointer future = FutureIn(State::Busy);
+    const auto observer = std::make_shared<Observer>(*future);
+    future->GetCancellationObject()->RegisterNotifier(observer);
+    future->RequestCancel();
+
+    EXPECT_TRUE(observer->cancelling);
+    EXPECT_FALSE(observer->mutexIsFree);
+}
+
+TEST(FutureState, NotifierThatThrowsLeavesTheStateCancellingAndTheMutexFree) {
+    class Thrower : public AbstractCancelNotifier {
+      public:
+        void Notify(std::unique_lock<std::recursive_mutex>&, bool&) override { throw std::runtime_error("notifier"); }
+    };
+    const FuturePointer future = FutureIn(State::Busy);
+    const auto notifier = std::make_shared<Thrower>();
+    future->GetCancellationObject()->RegisterNotifier(notifier);
+
+    EXPECT_THROW(future->RequestCancel(), std::runtime_error);
+    EXPECT_EQ(StateOf(*future), State::Cancelling);
+    PlainThread([&] { future->ConfirmCancel(); }).Join();
+    EXPECT_EQ(StateOf(*future), State::Cancelled);
+}
+
+TEST(FutureState, ConfirmationCountsOnlyAfterARequest) {
+    ExpectStatesAfter([](Future& future) { future.ConfirmCancel(); },
+                      {State::NotStarted, State::Busy, State::Normal, State::Cancelled, State::Cancelled, State::Error});
+}
+
+TEST(FutureState, NothingLeavesAFinalState) {
+    for (const State final : {State::Normal, State::Cancelled, State::Error}) {
+        const FuturePointer future = FutureIn(final);
+        future->Start();
+        future->SetValue();
+        future->SetException(Failure(9));
+        future->RequestCancel();
+        future->ConfirmCancel();
+
+        EXPECT_EQ(StateOf(*future), final);
+        EXPECT_EQ(future->GetCancellationObject(), nullptr);
+    }
+}
+
+TEST(FutureState, HandleErrorsReturnsWhenThereIsNothingToReport) {
+    for (const State state : {State::NotStarted, State::Busy, State::Normal}) {
+        EXPECT_NO_THROW(FutureIn(state)->HandleErrors()) << state;
+    }
+}
+
+TEST(FutureState, HandleErrorsThrowsCancelledAlreadyWhileCancelling) {
+    for (const State state : {State::Cancelling, State::Cancelled}) {
+        EXPECT_THROW(FutureIn(state)->HandleErrors(), CancelledException) << state;
+    }
+}
+
+TEST(FutureState, HandleErrorsThrowsACopyEveryTime) {
+    const FuturePointer future = FutureIn(State::Error);
+    const Failure* first = nullptr;
+    try {
+        future->HandleErrors();
+    } catch (const Failure& failure) {
+        first = &failure;
+        EXPECT_EQ(failure.Number(), 1);
+        try {
+            future->HandleErrors();
+        } catch (const Failure& second) {
+            EXPECT_NE(&second, first);
+        }
+    }
+    EXPECT_NE(first, nullptr);
+}
+
+TEST(FutureState, HandleErrorsReturnsWhenTheExceptionDoesNotThrowItself) {
+    class Silent : public Failure {
+      public:
+        Silent() : Failure(0) {}
+        std::shared_ptr<CloneableException> Clone() const override { return std::make_shared<Silent>(*this); }
+        void Rethrow() const override {}
+    };
+    const FuturePointer future = FutureIn(State::Busy);
+    future->SetException(Silent());
+
+    EXPECT_NO_THROW(future->HandleErrors());
+    EXPECT_EQ(StateOf(*future), State::Error);
+}
+
+// A waiter asks for the record while it holds its own mutex, which a request takes while it holds the future's.
+TEST(FutureState, CancellationObjectAndErrorsAreReadWithoutTheMutex) {
+    const FuturePointer busy = FutureIn(State::Busy);
+    const FuturePointer failed = FutureIn(State::Error);
+    const std::scoped_lock locks(FieldOrder::MutexOf(*busy), FieldOrder::MutexOf(*failed));
+    bool found = false;
+    bool thrown = false;
+    PlainThread reader([&] {
+        found = busy->GetCancellationObject() != nullptr;
+        try {
+            failed->HandleErrors();
+        } catch (const Failure&) {
+            thrown = true;
+        }
+    });
+    ASSERT_TRUE(Eventually([&] { return reader.HasEnded(); }));
+    EXPECT_TRUE(found);
+    EXPECT_TRUE(thrown);
+}
+
+TEST(FutureState, QuestionsAndTransitionsTakeTheMutex) {
+    using Operation = void (*)(Future&);
+    const std::vector<Operation> operations{
+        [](Future& future) { future.Start(); },
+        [](Future& future) { future.SetException(Failure(1)); },
+        [](Future& future) { (void)future.IsBusy(); },
+        [](Future& future) { (void)future.IsReady(); },
+        [](Future& future) { (void)future.IsNormal(); },
+        [](Future& future) { (void)future.IsCancelling(); },
+        [](Future& future) { (void)future.IsCancelled(); },
+        [](Future& future) { future.Wait(); },
+        [](Future& future) { future.TimedWait(TimePoint::max()); },
+        [](Future& future) { future.RequestCancel(); },
+        [](Future& future) { future.ConfirmCancel(); },
+        [](Future& future) { future.SetValue(); },
+        [](Future& future) { future.MarkAsAttachedToTask(); },
+    };
+    for (std::size_t index = 0; index < operations.size(); ++index) {
+        const FuturePointer future = FutureIn(State::NotStarted);
+        std::unique_lock lock(FieldOrder::MutexOf(*future));
+        PlainThread caller([&] { operations[index](*future); });
+
+        EXPECT_FALSE(Eventually([&] { return caller.HasEnded(); }, std::chrono::milliseconds(20))) << index;
+        lock.unlock();
+    }
+}
+
+TEST(FutureState, DestructorWaitsForNothingAndReleasesTheException) {
+    struct Watched : Failure {
+        explicit Watched(std::shared_ptr<int> token) : Failure(0), m_token(std::move(token)) {}
+        std::shared_ptr<CloneableException> Clone() const override { return std::make_shared<Watched>(*this); }
+        std::shared_ptr<int> m_token;
+    };
+    std::weak_ptr<int> watched;
+    {
+        const FuturePointer future = FutureIn(State::Busy);
+        auto token = std::make_shared<int>(0);
+        watched = token;
+        future->SetException(Watched(std::move(token)));
+        EXPECT_FALSE(watched.expired());
+    }
+    EXPECT_TRUE(watched.expired());
+
+    FuturePointer busy = AttachedFutureIn(State::Busy);
+    const std::weak_ptr<CancellationObject> run = busy->GetCancellationObject();
+    busy.reset();
+    EXPECT_TRUE(run.expired());
+}
+
+TEST(FutureState, FieldsLieInTheirDeclaredOrder) {
+    const FuturePointer future = FutureIn(State::NotStarted);
+    const FieldOrder::Offsets at = FieldOrder::OffsetsOf(*future);
+
+    EXPECT_EQ(at.mutex, static_cast<std::ptrdiff_t>(sizeof(void*)));  // behind the table of virtual functions
+    EXPECT_LT(at.mutex, at.condition);
+    EXPECT_LT(at.condition, at.state);
+    EXPECT_LT(at.state, at.exception);
+    EXPECT_LT(at.exception, at.cancellationObject);
+    EXPECT_LT(at.cancellationObject, at.attachedToTask);
+    static_assert(sizeof(FieldOrder::StateField) == 4);
+    static_assert(!std::is_copy_constructible_v<FutureState> && !std::is_copy_assignable_v<FutureState>);
+    static_assert(std::has_virtual_destructor_v<FutureState>);
+}
+
+}  // namespace

@@ -1,0 +1,408 @@
+// Waiting for a task, and starting it afresh.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellable_waits.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/cancellation_object.h"
+#include "concurrency/cancellation/current_task.h"
+#include "concurrency/tasks/make_task.h"
+#include "tests/support/eventually.h"
+#include "tests/support/gate.h"
+#include "tests/support/plain_thread.h"
+#include "tests/support/task_thread.h"
+#include "tests/tasks/task_fixture.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+bool StillWaits(const PlainThread& thread) {
+    return !Eventually([&] { return thread.HasEnded(); }, 50ms);
+}
+
+void ExpectEmptied(Task task) {
+    EXPECT_TRUE(IsEmptied(task));
+    EXPECT_TRUE(task.IsCancelled());
+    EXPECT_FALSE(task.IsBusy());
+}
+
+TEST(TaskWait, WaitsForTheRunAndEmptiesTheTask) {
+    Gate gate;
+    TaskThread thread([&] { gate.Wait(); });
+    Task task = thread.GetTask();
+    PlainThread waiter([&] { task.Wait(); });
+    ASSERT_TRUE(StillWaits(waiter));
+    EXPECT_TRUE(task.IsBusy());
+
+    gate.Open();
+    ASSERT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
+    ExpectEmptied(task);
+}
+
+TEST(TaskWait, ReturnsAtOnceTheSecondTime) {
+    Task task = MakeTask(L"", [] {});
+    task();
+    task.Wait();
+    task.Wait();
+
+    ExpectEmptied(task);
+}
+
+TEST(TaskWait, WaitsForATaskThatHasNotStarted) {
+    Task task = MakeTask(L"", [] {});
+    PlainThread waiter([&] { task.Wait(); });
+    ASSERT_TRUE(StillWaits(waiter));
+
+    task();
+    EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
+}
+
+TEST(TaskWait, EndsWhenATaskThatHasNotStartedIsCancelled) {
+    Task task = MakeTask(L"", [] {});
+    PlainThread waiter([&] { task.Wait(); });
+    ASSERT_TRUE(StillWaits(waiter));
+
+    task.Cancel();
+    EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
+    ExpectEmptied(task);
+}
+
+TEST(TaskWait, WaitsUntilACancelledRunHasEnded) {
+    Gate mayEnd;
+    TaskThread thread([&] {
+        try {
+            for (;;) {
+                CancellableSleep(INFINITE);
+            }
+        } catch (const CancelRequestedException&) {
+            mayEnd.Wait();
+            throw;
+        }
+    });
+    Task task = thread.GetTask();
+    task.Cancel();
+    PlainThread waiter([&] { task.Wait(); });
+    ASSERT_TRUE(StillWaits(waiter));
+
+    mayEnd.Open();
+    EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
+    EXPECT_TRUE(thread.EndedCancelled());
+}
+
+TEST(TaskWait, ThrowsNeitherTheTasksExceptionNorItsCancellation) {
+    Task failed = MakeTask(L"", [] { throw Failure(1); });
+    failed();
+    EXPECT_NO_THROW(failed.Wait());
+
+    Task cancelled = MakeTask(L"", [] {});
+    cancelled.Cancel();
+    EXPECT_NO_THROW(cancelled.Wait());
+}
+
+TEST(TaskWait, LetsGoOfTheCallableAndTheFuture) {
+    auto bound = std::make_shared<int>(0);
+    const std::weak_ptr<int> watchedBound = bound;
+    Task task = MakeTask(L"", [bound] { throw Failure(1); });
+    bound.reset();
+    const std::weak_ptr<IFutureState> watchedFuture = task.GetWrapper()->GetFuture();
+    task();
+    EXPECT_FALSE(watchedBound.expired());  // a callable that threw is kept
+    task.Wait();
+
+    EXPECT_TRUE(watchedBound.expired());
+    EXPECT_TRUE(watchedFuture.expired());
+}
+
+TEST(TaskWait, DestroysTheCallableOutsideOfTheTasksLock) {
+    struct AsksBack {
+        explicit AsksBack(Task& asked) : task(&asked) {}
+        ~AsksBack() {
+            PlainThread([this] { (void)task->IsBusy(); }).Join();
+        }
+        Task* task;
+    };
+    Task task;
+    task = MakeTask(L"", [asks = std::make_shared<AsksBack>(task)] {});
+    task.Cancel();
+    task.Wait();
+
+    ExpectEmptied(task);
+}
+
+TEST(TaskWait, OfACancelledTaskLeavesTheAwaitedOneUnchanged) {
+    const FuturePointer future = AttachedFutureIn(State::Busy);
+    const auto state = std::make_shared<ScriptedState>(future);
+    Task awaited(L"", state);
+    TaskThread waiter([&] {
+        GetCancellationObject()->RequestCancel();
+        EXPECT_THROW(awaited.Wait(), CancelRequestedException);
+    });
+    ASSERT_TRUE(Eventually([&] { return !waiter.IsRunning(); }));
+
+    EXPECT_EQ(awaited.GetWrapper(), state);
+    EXPECT_TRUE(awaited.IsBusy());
+    EXPECT_FALSE(awaited.IsCancelled());
+    future->SetValue();
+}
+
+TEST(TaskWait, CancelledMeanwhileLeavesTheAwaitedTaskUnchanged) {
+    const FuturePointer future = AttachedFutureIn(State::Busy);
+    const auto state = std::make_shared<ScriptedState>(future);
+    Task awaited(L"", state);
+    TaskThread waiter([&] { awaited.Wait(); });
+    waiter.Cancel();
+    future->SetValue();
+
+    EXPECT_TRUE(waiter.EndedCancelled());
+    EXPECT_EQ(awaited.GetWrapper(), state);
+}
+
+TEST(TaskWait, AllWaitersReturn) {
+    Gate gate;
+    TaskThread thread([&] { gate.Wait(); });
+    Task task = thread.GetTask();
+    PlainThread first([&] { task.Wait(); });
+    PlainThread second([&] { task.Wait(); });
+    ASSERT_TRUE(StillWaits(first) && StillWaits(second));
+
+    gate.Open();
+    EXPECT_TRUE(Eventually([&] { return first.HasEnded() && second.HasEnded(); }));
+    ExpectEmptied(task);
+}
+
+// A task whose first run is awaited while it is started afresh.
+class TaskWaitResetTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        m_firstFuture = AttachedFutureIn(State::Busy);
+        m_secondFuture = AttachedFutureIn(State::NotStarted);
+        m_second = std::make_shared<ScriptedState>(m_secondFuture);
+        const auto first = std::make_shared<ScriptedState>(m_firstFuture);
+        first->recreate = [this] { return m_second; };
+        m_task = Task(L"", first);
+        m_waiter = std::make_unique<PlainThread>([task = m_task]() mutable { task.Wait(); });
+        ASSERT_TRUE(StillWaits(*m_waiter));
+        m_task.Reset();
+        ASSERT_EQ(m_task.GetWrapper(), m_second);
+    }
+
+    bool WaiterReturns() {
+        return Eventually([&] { return m_waiter->HasEnded(); });
+    }
+
+    FuturePointer m_firstFuture;
+    FuturePointer m_secondFuture;
+    std::shared_ptr<ScriptedState> m_second;
+    Task m_task;
+    std::unique_ptr<PlainThread> m_waiter;
+};
+
+TEST_F(TaskWaitResetTest, WaitsForANewerRunThatIsBusy) {
+    StartRun(*m_secondFuture, RunsOn::AnotherThread);
+    m_firstFuture->SetValue();
+
+    EXPECT_TRUE(StillWaits(*m_waiter));
+    EXPECT_TRUE(m_task.IsBusy()) << "a handle calls a running task idle";
+    EXPECT_EQ(m_task.GetWrapper(), m_second);
+    m_secondFuture->SetValue();
+    EXPECT_TRUE(WaiterReturns());
+    ExpectEmptied(m_task);
+}
+
+TEST_F(TaskWaitResetTest, WaitsForANewerRunThatIsCancelling) {
+    StartRun(*m_secondFuture, RunsOn::AnotherThread);
+    m_secondFuture->RequestCancel();
+    m_firstFuture->SetValue();
+
+    EXPECT_TRUE(StillWaits(*m_waiter));
+    m_secondFuture->ConfirmCancel();
+    EXPECT_TRUE(WaiterReturns());
+    ExpectEmptied(m_task);
+}
+
+TEST_F(TaskWaitResetTest, DropsANewerStateThatHasNotStarted) {
+    m_firstFuture->SetValue();
+
+    EXPECT_TRUE(WaiterReturns());
+    ExpectEmptied(m_task);
+    EXPECT_EQ(StateOf(*m_secondFuture), State::NotStarted);
+}
+
+TEST_F(TaskWaitResetTest, DropsANewerRunThatHasEnded) {
+    End(*m_secondFuture, State::Error);
+    m_firstFuture->SetValue();
+
+    EXPECT_TRUE(WaiterReturns());
+    ExpectEmptied(m_task);
+}
+
+TEST_F(TaskWaitResetTest, WaitsForEveryNewerRunThatIsBusy) {
+    const FuturePointer thirdFuture = AttachedFutureIn(State::Busy);
+    const auto third = std::make_shared<ScriptedState>(thirdFuture);
+    m_second->recreate = [&] { return third; };
+    StartRun(*m_secondFuture, RunsOn::AnotherThread);
+    m_firstFuture->SetValue();
+    ASSERT_TRUE(StillWaits(*m_waiter));
+    m_task.Reset();
+    m_secondFuture->SetValue();
+
+    EXPECT_TRUE(StillWaits(*m_waiter));
+    thirdFuture->SetValue();
+    EXPECT_TRUE(WaiterReturns());
+    ExpectEmptied(m_task);
+}
+
+TEST_F(TaskWaitResetTest, CancelReachesTheNewerRunOnly) {
+    StartRun(*m_secondFuture, RunsOn::AnotherThread);
+    m_task.Cancel();
+
+    EXPECT_EQ(StateOf(*m_firstFuture), State::Busy);
+    EXPECT_EQ(StateOf(*m_secondFuture), State::Cancelling);
+    m_firstFuture->SetValue();
+    EXPECT_TRUE(StillWaits(*m_waiter));
+    m_secondFuture->ConfirmCancel();
+    EXPECT_TRUE(WaiterReturns());
+}
+
+TEST(TaskReset, GivesTheTaskAFreshStateForTheSameWork) {
+    int runs = 0;
+    Task task = MakeTask(L"again", [&runs] { ++runs; });
+    const auto before = task.GetWrapper();
+    task.Reset();
+
+    EXPECT_NE(task.GetWrapper(), before);
+    EXPECT_EQ(StateOf(*task.GetWrapper()->GetFuture()), State::NotStarted);
+    EXPECT_STREQ(task.GetName(), L"again");
+    task();
+    EXPECT_EQ(runs, 1);
+}
+
+TEST(TaskReset, DuringARunMakesTheTaskRunnableOnceMore) {
+    int runs = 0;
+    Task task;
+    task = MakeTask(L"", [&] {
+        ++runs;
+        task.Reset();
+    });
+    task();
+    task();
+    task();
+
+    EXPECT_EQ(runs, 3);
+}
+
+TEST(TaskReset, AfterANormalRunKeepsTheOldState) {
+    int runs = 0;
+    Task task = MakeTask(L"", [&runs] { ++runs; });
+    task();
+    const auto before = task.GetWrapper();
+    task.Reset();
+
+    EXPECT_EQ(task.GetWrapper(), before);
+    EXPECT_EQ(StateOf(*before->GetFuture()), State::Normal);
+    task();
+    EXPECT_EQ(runs, 1);
+}
+
+TEST(TaskReset, AfterAFailedRunAllowsAnother) {
+    int runs = 0;
+    Task task = MakeTask(L"", [&runs] {
+        if (++runs == 1) {
+            throw Failure(1);
+        }
+    });
+    task();
+    task.Reset();
+    task();
+
+    EXPECT_EQ(runs, 2);
+    EXPECT_EQ(StateOf(*task.GetWrapper()->GetFuture()), State::Normal);
+}
+
+TEST(TaskReset, AfterCancelLeavesTheCancelledStateInPlace) {
+    Task task = MakeTask(L"", [] {});
+    task.Cancel();
+    const auto before = task.GetWrapper();
+    task.Reset();
+
+    EXPECT_EQ(task.GetWrapper(), before);
+    EXPECT_TRUE(task.IsCancelled());
+}
+
+TEST(TaskReset, OfARunThatIsBeingCancelledIsRefused) {
+    for (const State state : {State::Cancelling, State::Cancelled}) {
+        auto scripted = ScriptedIn(state);
+        scripted->recreate = [] { return ScriptedIn(State::NotStarted); };
+        Task task(L"", scripted);
+        task.Reset();
+
+        EXPECT_EQ(task.GetWrapper(), scripted) << state;
+    }
+}
+
+TEST(TaskReset, DoesNotClearACancellation) {
+    // Cancelled through the handle, but the run had ended before.
+    auto scripted = ScriptedIn(State::Normal);
+    scripted->recreate = [] { return ScriptedIn(State::NotStarted); };
+    Task task(L"", scripted);
+    task.Cancel();
+    task.Reset();
+
+    EXPECT_TRUE(task.IsCancelled());
+    EXPECT_EQ(task.GetWrapper(), scripted);
+}
+
+TEST(TaskReset, AfterAWaitDoesNothing) {
+    Task task = MakeTask(L"", [] {});
+    task();
+    task.Wait();
+    task.Reset();
+
+    ExpectEmptied(task);
+}
+
+TEST(TaskReset, KeepsTheOldStateWhenTheWorkIsGone) {
+    const auto state = ScriptedIn(State::NotStarted);  // recreates nothing
+    Task task(L"", state);
+    task.Reset();
+
+    EXPECT_EQ(task.GetWrapper(), state);
+}
+
+TEST(TaskReset, FailureToCopyTheWorkIsPassedOnAndChangesNothing) {
+    const auto state = ScriptedIn(State::NotStarted);
+    state->recreate = []() -> std::shared_ptr<ITaskState> { throw std::runtime_error("no copy"); };
+    Task task(L"", state);
+
+    EXPECT_THROW(task.Reset(), std::runtime_error);
+    EXPECT_EQ(task.GetWrapper(), state);
+    PlainThread([&] { EXPECT_FALSE(task.IsBusy()); }).Join();  // the lock is free
+}
+
+TEST(TaskReset, DestroysTheOldStateOutsideOfTheTasksLock) {
+    Task task;
+    bool asked = false;
+    {
+        auto state = ScriptedIn(State::NotStarted);
+        state->recreate = [] { return ScriptedIn(State::NotStarted); };
+        state->destroyed = [&] {
+            PlainThread([&] { (void)task.IsBusy(); }).Join();
+            asked = true;
+        };
+        task = Task(L"", std::move(state));
+    }
+    task.Reset();
+
+    EXPECT_TRUE(asked);
+}
+
+}  // namespace

@@ -1,0 +1,271 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <iterator>
+#include <string>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/tasks/make_task.h"
+#include "concurrency/threadpool/global_thread_pool.h"
+#include "tests/support/eventually.h"
+#include "tests/support/gate.h"
+#include "tests/support/recorded_reports.h"
+#include "tests/support/stopwatch.h"
+#include "tests/support/task_thread.h"
+#include "tests/threadpool/background_call.h"
+#include "tests/threadpool/fake_ticks.h"
+#include "tests/threadpool/held_tasks.h"
+#include "tests/threadpool/held_worker.h"
+#include "tests/threadpool/task_records.h"
+#include "tests/threadpool/thread_starts.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+constexpr int kBatch = 8;
+constexpr int kFirstFull = 6;    // with so many busy, one more task makes the pool grow
+constexpr int kSecondFull = 14;  // the same once it has grown to sixteen
+
+const auto kQueue = &GlobalThreadPool::Queue;
+
+bool HaveStarted(const ThreadStarts& starts, int count) {
+    return Eventually([&] { return starts.Count() == count; });
+}
+
+TEST(ThreadPoolGrowth, SixLongTasksDoNotGrowThePool) {
+    const ThreadStarts starts;
+    const ConcurrencyLifetime lifetime;
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(kFirstFull, kQueue));
+    Sleep(100);
+    EXPECT_EQ(starts.Count(), kBatch);
+}
+
+TEST(ThreadPoolGrowth, SeventhLongTaskGrowsThePoolToSixteen) {
+    const RecordedReports reports;
+    const ThreadStarts starts;
+    const ConcurrencyLifetime lifetime;
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(kFirstFull + 1, kQueue));
+    EXPECT_TRUE(HaveStarted(starts, 2 * kBatch));
+    EXPECT_TRUE(Eventually([&] { return CountTasks(reports, kStopped, kGrowthTask) == 1; }));
+
+    // From now on sixteen tasks run at the same time, less the spare ones that call for more.
+    ASSERT_TRUE(held.Start(kSecondFull - kFirstFull - 1, kQueue));
+    EXPECT_EQ(starts.Count(), 2 * kBatch);
+    EXPECT_EQ(CountTasks(reports, kStarted, kGrowthTask), 1);
+}
+
+// Six workers are busy and one is held where it does not count: the one that is left takes one task after the other.
+TEST(ThreadPoolGrowth, GrowthRunsBeforeTheTaskThatCausedIt) {
+    const RecordedReports reports;
+    const ConcurrencyLifetime lifetime;
+    HeldWorker worker(kQueue);
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(kFirstFull, kQueue));
+    GlobalThreadPool::Queue(MakeTask(L"seventh", [] {}));
+    ASSERT_TRUE(Eventually([&] { return CountTasks(reports, kStarted, L"seventh") == 1; }));
+
+    const auto names = TaskNames(reports, kStarted);
+    const auto growth = std::find(names.begin(), names.end(), kGrowthTask);
+    const auto seventh = std::find(names.begin(), names.end(), L"seventh");
+    EXPECT_LT(std::distance(names.begin(), growth), std::distance(names.begin(), seventh));
+}
+
+// The queuing caller starts no threads itself, and until the new workers are there the other callers wait.
+TEST(ThreadPoolGrowth, OtherCallersWaitUntilTheNewWorkersAreThere) {
+    Gate growthMayGoOn;
+    ThreadStarts starts;
+    starts.Before([&](int number) {
+        if (number > kBatch) {
+            growthMayGoOn.Wait();
+        }
+    });
+    const ConcurrencyLifetime lifetime;
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(kFirstFull + 1, kQueue));
+    const BackgroundCall other([&] { GlobalThreadPool::Queue(held.Make()); });
+    Sleep(100);
+    EXPECT_TRUE(other.IsRunning());
+    growthMayGoOn.Open();
+    EXPECT_TRUE(other.Ends());
+    EXPECT_TRUE(HaveStarted(starts, 2 * kBatch));
+}
+
+TEST(ThreadPoolGrowth, PoolDoesNotShrinkWhenItsWorkersAreIdle) {
+    const ThreadStarts starts;
+    const ConcurrencyLifetime lifetime;
+    {
+        HeldTasks first;
+        ASSERT_TRUE(first.Start(kFirstFull + 1, kQueue));
+        ASSERT_TRUE(HaveStarted(starts, 2 * kBatch));
+    }
+    Sleep(300);  // longer than the growth period: the pool could have changed
+    HeldTasks second;
+    ASSERT_TRUE(second.Start(kSecondFull, kQueue));
+    EXPECT_EQ(starts.Count(), 2 * kBatch);
+}
+
+// When the library read the platform's tick count. Each growth reads it twice: for the time since the last one, and when
+// it goes ahead.
+struct ReadTicks {
+    static inline const Stopwatch clock;
+    static inline std::atomic<std::int64_t> firstGrowth = 0;
+    static inline std::atomic<std::int64_t> secondGrowth = 0;
+    static inline std::atomic<int> reads = 0;
+
+    static DWORD WINAPI Read() {
+        const DWORD now = GetTickCount();
+        (++reads <= 2 ? firstGrowth : secondGrowth) = clock.Elapsed().count();
+        return now;
+    }
+};
+
+TEST(ThreadPoolGrowth, SecondGrowthKeepsItsDistanceInRealTime) {
+    const ImportPatch ticks(LibraryUnderTest(), "GetTickCount", &ReadTicks::Read);
+    const ThreadStarts starts;
+    const ConcurrencyLifetime lifetime;
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(kSecondFull + 1, kQueue));
+    ASSERT_TRUE(HaveStarted(starts, 3 * kBatch));
+    ASSERT_EQ(ReadTicks::reads, 4);
+    // The platform's count advances in steps of up to 16 ms.
+    EXPECT_GE(std::chrono::nanoseconds(ReadTicks::secondGrowth - ReadTicks::firstGrowth), 250ms - 20ms);
+}
+
+// Time that stands still: nothing has passed since the first growth, so all of the period is left.
+TEST(ThreadPoolGrowth, GrowthRightAfterAnotherSleepsForThePeriod) {
+    const FakeTicks ticks(100'000);
+    const ThreadStarts starts;
+    const ConcurrencyLifetime lifetime;
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(kSecondFull, kQueue));
+    ASSERT_EQ(starts.Count(), 2 * kBatch);
+    const Stopwatch stopwatch;
+    ASSERT_TRUE(held.Start(1, kQueue));
+    EXPECT_GE(stopwatch.Elapsed(), 240ms);
+    EXPECT_TRUE(HaveStarted(starts, 3 * kBatch));
+}
+
+// Any single sleep may last longer than asked for, so the shortest of several counts.
+TEST(ThreadPoolGrowth, GrowthSleepsOnlyForTheRestOfThePeriod) {
+    FakeTicks ticks(100'000);
+    const ConcurrencyLifetime lifetime;
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(kFirstFull + 1, kQueue));
+    std::chrono::nanoseconds shortest = 1h;
+    for (int growth = 0; growth < 5; ++growth) {
+        ASSERT_TRUE(held.Start(kBatch - 1, kQueue));
+        ticks.Advance(240);
+        const Stopwatch stopwatch;
+        ASSERT_TRUE(held.Start(1, kQueue));
+        shortest = std::min(shortest, stopwatch.Elapsed());
+    }
+    EXPECT_GE(shortest, 5ms);
+    EXPECT_LT(shortest, 150ms);
+}
+
+// A queuing task that was cancelled: the growth sleep throws at once, and anything else does not. So it tells, without
+// a look at the clock, whether Queue() sleeps.
+class GrowthSleep : public testing::Test {
+  protected:
+    static constexpr DWORD kStart = 0xFFFF'FF80;  // the count wraps soon after
+
+    // Queues `task` from a cancelled task. Returns whether that was refused.
+    static bool SleepsBeforeQueuing(const Task& task) {
+        Gate cancelled;
+        TaskThread caller([&] {
+            cancelled.Wait();
+            GlobalThreadPool::Queue(task);
+        });
+        caller.Cancel();
+        cancelled.Open();
+        return caller.EndedCancelled();
+    }
+
+    FakeTicks m_ticks{kStart};
+    const ThreadStarts m_starts;
+    const ConcurrencyLifetime m_lifetime;
+    HeldTasks m_held;
+};
+
+TEST_F(GrowthSleep, FirstGrowthDoesNotSleep) {
+    ASSERT_TRUE(m_held.Start(kFirstFull, kQueue));
+    EXPECT_FALSE(SleepsBeforeQueuing(m_held.Make()));
+    EXPECT_TRUE(HaveStarted(m_starts, 2 * kBatch));
+}
+
+TEST_F(GrowthSleep, NoSleepWithoutGrowth) {
+    ASSERT_TRUE(m_held.Start(kFirstFull + 1, kQueue));
+    EXPECT_FALSE(SleepsBeforeQueuing(m_held.Make()));
+}
+
+TEST_F(GrowthSleep, GrowthSleepsWhenTheLastWas249MillisecondsAgo) {
+    ASSERT_TRUE(m_held.Start(kSecondFull, kQueue));
+    m_ticks.Advance(249);
+    EXPECT_TRUE(SleepsBeforeQueuing(m_held.Make()));
+}
+
+TEST_F(GrowthSleep, GrowthDoesNotSleepWhenTheLastWas250MillisecondsAgoEvenAcrossTheWrap) {
+    ASSERT_TRUE(m_held.Start(kSecondFull, kQueue));
+    m_ticks.Advance(250);
+    EXPECT_FALSE(SleepsBeforeQueuing(m_held.Make()));
+    EXPECT_TRUE(HaveStarted(m_starts, 3 * kBatch));
+}
+
+TEST_F(GrowthSleep, CallerCancelledInTheSleepQueuesNothingAndThePoolGoesOn) {
+    const RecordedReports reports;
+    ASSERT_TRUE(m_held.Start(kSecondFull, kQueue));
+    ASSERT_EQ(CountTasks(reports, kStarted, kGrowthTask), 1);
+    std::atomic<bool> ran = false;
+    const Task refused = MakeTask(L"refused", [&] { ran = true; });
+    EXPECT_TRUE(SleepsBeforeQueuing(refused));
+    EXPECT_FALSE(GlobalThreadPool::IsPresent(refused));
+    EXPECT_EQ(m_starts.Count(), 2 * kBatch);
+
+    // The same growth, asked for by another thread.
+    m_ticks.Advance(250);
+    const BackgroundCall other([&] { GlobalThreadPool::Queue(m_held.Make(L"accepted")); });
+    EXPECT_TRUE(other.Ends());
+    EXPECT_TRUE(Eventually([&] { return CountTasks(reports, kStarted, L"accepted") == 1; }));
+    EXPECT_TRUE(HaveStarted(m_starts, 3 * kBatch));
+    EXPECT_EQ(CountTasks(reports, kStarted, kGrowthTask), 2);
+    EXPECT_FALSE(GlobalThreadPool::IsPresent(refused));
+    EXPECT_FALSE(ran);
+}
+
+// A backlog of short tasks is gone before new workers could help.
+TEST(ThreadPoolGrowth, BurstOfShortTasksHardlyGrowsThePool) {
+    constexpr int kTasks = 10'000;
+    constexpr int kMostThreads = 32;
+    const ThreadStarts starts;
+    std::atomic<int> ran = 0;
+    const Stopwatch stopwatch;
+    {
+        const ConcurrencyLifetime lifetime;
+        for (int i = 0; i < kTasks; ++i) {
+            GlobalThreadPool::Queue(MakeTask(L"short", [&] {
+                const Stopwatch work;
+                while (work.Elapsed() < 3us) {
+                }
+                ++ran;
+            }));
+        }
+    }
+    EXPECT_EQ(ran, kTasks);
+    EXPECT_LE(starts.Count(), kMostThreads);
+    RecordProperty("threads", starts.Count());
+    std::printf("%d short tasks: %d threads, %lld ms\n", kTasks, starts.Count(),
+                static_cast<long long>(std::chrono::floor<std::chrono::milliseconds>(stopwatch.Elapsed()).count()));
+}
+
+}  // namespace

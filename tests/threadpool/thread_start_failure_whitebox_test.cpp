@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+#include "concurrency/tasks/make_task.h"
+#include "concurrency/threadpool/thread_pool.h"
+#include "tests/support/eventually.h"
+#include "tests/support/stopwatch.h"
+#include "tests/threadpool/held_tasks.h"
+#include "tests/threadpool/pool_fields.h"
+#include "tests/threadpool/thread_starts.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+
+constexpr const char* kSpawnError = "Failed to spawn thread, resource error";
+
+using Pool = ThreadPool<NullPolicy>;
+
+template <typename Call>
+void ExpectSpawnError(Call call) {
+    try {
+        call();
+        ADD_FAILURE() << "nothing thrown";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), kSpawnError);
+    }
+}
+
+TEST(ThreadStartFailure, ConstructorThrows) {
+    ThreadStarts starts;
+    starts.FailAt(3);
+    ExpectSpawnError([] { const Pool pool(3); });
+    EXPECT_EQ(starts.Count(), 3);
+}
+
+TEST(ThreadStartFailure, FailedBatchIsNeitherKeptNorCounted) {
+    ThreadStarts starts;
+    const Pool pool(2);
+    const PoolCounts before = CountsOf(pool);
+    starts.FailAt(2 + 5);
+    ExpectSpawnError([&] { pool.Core()->SpawnThreads(8); });
+    EXPECT_EQ(CountsOf(pool), before);
+    EXPECT_EQ(starts.Count(), 2 + 5);
+}
+
+// Four more workers than are counted: their leaving must not be counted either, or shutdown would sit out its grace.
+TEST(ThreadStartFailure, StopDoesNotMissTheEndWhenUncountedWorkersLeaveToo) {
+    ThreadStarts starts;
+    {
+        const Pool pool(1);
+        starts.FailAt(1 + 5);
+        ExpectSpawnError([&] { pool.Core()->SpawnThreads(8); });
+        const Stopwatch stopwatch;
+        pool.Core()->Stop();
+        EXPECT_EQ(CountsOf(pool).threadCount, 0U);
+        EXPECT_LT(stopwatch.Elapsed(), std::chrono::seconds(25));
+    }
+}
+
+TEST(ThreadStartFailure, ErrorOfTheGrowthTaskEndsUpInItsFuture) {
+    ThreadStarts starts;
+    const Pool pool(1);
+    starts.FailAt(2);
+    std::shared_ptr<FutureImpl<void>> future;
+    pool.Core()->Queue(MakeTask(
+        L"grows", std::bind(&ThreadPoolCore::SpawnThreads, pool.Core().get(), kGrowthBatch), future));
+    ASSERT_TRUE(Eventually([&] { return future->IsReady(); }));
+    ExpectSpawnError([&] { future->GetValue(); });
+}
+
+TEST(ThreadStartFailure, FailedGrowthStaysInProgress) {
+    ThreadStarts starts;
+    const Pool pool(0);
+    HeldTasks held;
+    starts.FailAt(8 + 1);
+    ASSERT_TRUE(held.Start(7, QueueOf(pool)));
+    EXPECT_TRUE(Eventually([&] { return CountsOf(pool).running == 7; }));
+    EXPECT_TRUE(SpawnIsInProgress(pool));
+    EXPECT_EQ(CountsOf(pool).threadCount, kGrowthBatch);
+    EXPECT_EQ(CountsOf(pool).threads, kGrowthBatch);
+}
+
+TEST(ThreadStartFailure, FailedLaunchLeavesEveryRecordAsItWas) {
+    ThreadStarts starts;
+    const Pool pool(1);
+    pool.Core()->LaunchInNewThread(MakeTask(L"task", [] {}));
+    ASSERT_TRUE(Eventually([&] { return CountsOf(pool).exitedPromises == 1; }));
+    pool.Core()->LaunchInNewThread(Task());  // reaps the first
+    ASSERT_TRUE(Eventually([&] { return CountsOf(pool).exitedPromises == 1; }));
+    starts.FailAt(starts.Count() + 1);
+    EXPECT_THROW(pool.Core()->LaunchInNewThread(MakeTask(L"task", [] {})), std::system_error);
+
+    // It reaped before it failed.
+    const PoolCounts after = CountsOf(pool);
+    EXPECT_EQ(after.nextDedicatedNumber, 2U);
+    EXPECT_EQ(after.threads, 1U);
+    EXPECT_EQ(after.finishedThreads, 0U);
+    EXPECT_EQ(after.dedicatedThreads, 0U);
+    EXPECT_EQ(after.completionFutures, 0U);
+    EXPECT_EQ(after.exitedPromises, 0U);
+}
+
+}  // namespace
