@@ -44,7 +44,12 @@ function(test_room room)
             add_dependencies(${program} ${helpers})
         endif()
     endforeach()
-    add_custom_target(room_${room} DEPENDS ${programs} ${helpers})
+    if(NOT TARGET room_${room})
+        add_custom_target(room_${room})
+    endif()
+    if(programs OR helpers)
+        add_dependencies(room_${room} ${programs} ${helpers})
+    endif()
 endfunction()
 
 # How long a test may take, and how many of ctest's jobs it counts for. `./dev test` gives ctest sixteen jobs per
