@@ -56,6 +56,7 @@ endfunction()
 # processor: a test that mostly sleeps passes beside the others instead of holding one of them up.
 set(normal_test_properties TIMEOUT 120 PROCESSORS 16)
 set(slow_test_properties TIMEOUT 300 PROCESSORS 1 COST 1000)
+set(stress_test_properties TIMEOUT 600 PROCESSORS 16)
 
 function(zarvo_test_program program room kind)
     add_executable(${program})
@@ -69,6 +70,7 @@ function(zarvo_test_program program room kind)
         set(properties ${slow_test_properties})
     elseif(kind STREQUAL "_stress")
         list(APPEND labels stress)
+        set(properties ${stress_test_properties})
     endif()
     gtest_discover_tests(${program}
         DISCOVERY_MODE PRE_TEST

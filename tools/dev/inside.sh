@@ -24,6 +24,9 @@ configure() {
         cmake --preset "cross-$kind" -DZARVO_WARNINGS_AS_ERRORS=ON "$@"
 }
 
+# The benchmarks too: they are run seldom, and must not have stopped working when they are.
+configure_debug() { configure debug -DZARVO_BUILD_BENCH=ON; }
+
 # compile debug|release [TARGET...]
 compile() {
     local kind=$1 how=()
@@ -33,7 +36,7 @@ compile() {
 }
 
 build() {
-    configure debug
+    configure_debug
     compile debug "$@"
     finish "build: build/debug is up to date"
 }
@@ -65,7 +68,7 @@ test_room() {
         room=$1
         shift
     fi
-    configure debug
+    configure_debug
     if [ -n "$room" ] && [ "$room" != stress ] && ninja -C build/debug -t query "room_$room" >/dev/null 2>&1; then
         compile debug "room_$room"
         start_wine
@@ -87,7 +90,7 @@ require_label() {
 
 stress() {
     local seed=${1:-$RANDOM$RANDOM}
-    configure debug
+    configure_debug
     compile debug
     start_wine
     say "stress seed $seed"
@@ -119,7 +122,7 @@ bench() {
 }
 
 abi() {
-    configure debug
+    configure_debug
     compile debug ZarvoConcurrency
     step "list the exports" cmake -D DLL=build/debug/bin/ZarvoConcurrency.dll -D LIST=abi/exports.txt -D UPDATE=ON \
         -D OBJDUMP=x86_64-w64-mingw32-objdump -P tools/check_exports.cmake

@@ -56,6 +56,7 @@ make_root() {
         toolchain) prepare_wine "$made_root" || fail "prepare Wine" $? ;;
         docs) prepare_graphviz "$made_root" || fail "prepare graphviz" $? ;;
     esac
+    rm -f "$new.log"
     touch "$made_root/.complete"
 }
 
@@ -70,10 +71,13 @@ unpack_packages() {
         hooks+=(--setup-hook='sed "s/^deb /deb-src /" "$1/etc/apt/sources.list" >"$1/etc/apt/sources.list.d/sources.list"')
         hooks+=(--extract-hook="cd \"\$1/usr/src\" && sh '$project/tools/dev/unpack_source.sh' $source")
     fi
-    TMPDIR=$cache TAR_OPTIONS=--no-same-owner "${as_root[@]}" mmdebstrap --quiet \
+    TMPDIR=$cache TAR_OPTIONS=--no-same-owner "${as_root[@]}" mmdebstrap \
         --mode=root --variant=extract --skip=chroot/mount \
         --aptopt='APT::Sandbox::User "root"' --aptopt='Apt::Install-Recommends "false"' "${hooks[@]}" \
-        --include="$packages" "$suite" "$target" ${mirror:+"deb $mirror $suite main"}
+        --include="$packages" "$suite" "$target" ${mirror:+"deb $mirror $suite main"} >"$target.log" 2>&1 && return
+    local code=$?
+    tail -n 20 "$target.log" >&2
+    return "$code"
 }
 
 finish_root() (
