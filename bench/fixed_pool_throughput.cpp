@@ -91,6 +91,7 @@ std::vector<Table> Tables(Effort effort) {
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
     const Question question{
+        "fixed_pool_throughput",
         "What does an empty task cost on a pool that never grows?",
         {
             "fixed workers: the global pool's class with a fixed number of threads. The bare deque has as many.",

@@ -74,6 +74,7 @@ std::vector<Table> Tables(Effort effort) {
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
     const Question question{
+        "queue_throughput",
         "What does an empty task cost, from the first submit until the last one has run?",
         {
             "global pool: Task built, queued, run and destroyed. TrySubmit: TrySubmitThreadpoolCallback, default pool.",

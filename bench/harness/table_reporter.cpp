@@ -81,21 +81,20 @@ void TableReporter::ReportRuns(const std::vector<Run>& runs) {
             GetErrorStream() << name << ": " << run.skip_message << "\n";
             break;  // once is enough
         }
-        m_due.insert(name.substr(0, name.find('/')));
         for (const auto& [heading, counter] : run.counters) {
             m_figures[name][heading].Add(counter.value);
         }
     }
     for (const Table& table : m_tables) {
-        if (m_figures.count(table.name + "/" + table.subjects.back().name) != 0) {
-            Print(table);
+        if (FiguresOf(table, table.subjects.back()) != nullptr) {
+            PrintOnce(table);
         }
     }
 }
 
 void TableReporter::Finalize() {
     for (const Table& table : m_tables) {
-        Print(table);
+        PrintOnce(table);
     }
     GetOutputStream() << "\n";
     for (const std::string& remark : m_question.remarks) {
@@ -104,9 +103,12 @@ void TableReporter::Finalize() {
     GetOutputStream() << std::endl;
 }
 
-// Nothing for a table that was printed before, or that nothing was measured of.
-void TableReporter::Print(const Table& table) {
-    if (m_due.erase(table.name) != 0) {
+// Nothing for a table that nothing was measured of.
+void TableReporter::PrintOnce(const Table& table) {
+    const bool isMeasured = std::any_of(table.subjects.begin(), table.subjects.end(), [&](const Subject& subject) {
+        return FiguresOf(table, subject) != nullptr;
+    });
+    if (isMeasured && m_printed.insert(&table).second) {
         GetOutputStream() << "\n  " << table.title << "\n";
         PrintFigures(table);
         PrintRatios(table);
@@ -114,13 +116,18 @@ void TableReporter::Print(const Table& table) {
     }
 }
 
+const std::map<std::string, Samples>* TableReporter::FiguresOf(const Table& table, const Subject& subject) const {
+    const auto row = m_figures.find(BenchmarkName(m_question, table, subject));
+    return row == m_figures.end() ? nullptr : &row->second;
+}
+
 const Samples* TableReporter::Find(const Table& table, const Subject& subject, const Column& column) const {
-    const auto row = m_figures.find(table.name + "/" + subject.name);
-    if (row == m_figures.end()) {
+    const auto* const figures = FiguresOf(table, subject);
+    if (figures == nullptr) {
         return nullptr;
     }
-    const auto figure = row->second.find(column.heading);
-    return figure == row->second.end() ? nullptr : &figure->second;
+    const auto figure = figures->find(column.heading);
+    return figure == figures->end() ? nullptr : &figure->second;
 }
 
 std::string TableReporter::Cell(const Table& table, const Subject& subject, const Column& column) const {
