@@ -141,7 +141,8 @@ std::vector<Subject> WaitSubjects(std::size_t count) {
                 WaitForMultipleObjects(1, &handle, FALSE, INFINITE);
             },
             true),
-        OutsideOfTasks("CreateEvent, CloseHandle", count, [] { const Event unused; }, true),
+        OutsideOfTasks(
+            "CreateEvent, CloseHandle", count, [] { const Event unused; }, true),
         OutsideOfTasks(
             "Sleep(0)", count, [] { Sleep(0); }, true),
     };

@@ -105,9 +105,8 @@ void TableReporter::Finalize() {
 
 // Nothing for a table that nothing was measured of.
 void TableReporter::PrintOnce(const Table& table) {
-    const bool isMeasured = std::any_of(table.subjects.begin(), table.subjects.end(), [&](const Subject& subject) {
-        return FiguresOf(table, subject) != nullptr;
-    });
+    const bool isMeasured = std::any_of(table.subjects.begin(), table.subjects.end(),
+                                        [&](const Subject& subject) { return FiguresOf(table, subject) != nullptr; });
     if (isMeasured && m_printed.insert(&table).second) {
         GetOutputStream() << "\n  " << table.title << "\n";
         PrintFigures(table);
