@@ -3,9 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
 #include "examples/file_digests/file_error.h"
-#include "tests/support/eventually.h"
+#include "tests/examples/file_digests/temporary_tree.h"
 #include "tests/support/task_thread.h"
 
 namespace {
@@ -38,6 +39,26 @@ class Pipe {
 
 std::string TextOf(std::span<const std::byte> block) {
     return {reinterpret_cast<const char*>(block.data()), block.size()};
+}
+
+TEST(FileReader, ReadsEveryBlockAlsoOfAFileThatHasGrownSinceItWasListed) {
+    std::string content;
+    while (content.size() < 3'000'000) {
+        content += std::to_string(content.size()) + ' ';
+    }
+    const TemporaryTree tree;
+    tree.Write(L"file", content);
+
+    for (const std::uint64_t expectedSize : {std::uint64_t{0}, std::uint64_t{100'000}, std::uint64_t{1} << 40}) {
+        FileReader reader(Handle(CreateFileW(tree.Path(L"file").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                             OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr)),
+                          expectedSize);
+        std::string text;
+        for (auto block = reader.Next(); !block.empty(); block = reader.Next()) {
+            text += TextOf(block);
+        }
+        EXPECT_TRUE(text == content) << expectedSize << " bytes were expected";
+    }
 }
 
 TEST(FileReader, WaitsForBytesThatAreNotThereYet) {
