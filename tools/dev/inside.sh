@@ -8,7 +8,8 @@ set -euo pipefail
 start_wine() {
     if [ "$(cat "$WINEPREFIX/.made-from" 2>/dev/null)" != "$DEV_ROOT" ]; then
         rm -rf "$WINEPREFIX"
-        cp -a --reflink=auto /wine-prefix "$WINEPREFIX"
+        mkdir -p "$(dirname "$WINEPREFIX")"
+        cp -a --reflink=auto /wine-prefix "$WINEPREFIX" || fail "copy the Wine prefix" $?
         echo "$DEV_ROOT" >"$WINEPREFIX/.made-from"
     fi
     trap 'wineserver --kill || true' EXIT
