@@ -157,7 +157,7 @@ Figures RequestStops(std::size_t count) {
 }
 
 std::vector<Table> Tables(Effort effort) {
-    const std::size_t count = Scaled(effort, effort == Effort::kAll ? 2'000 : 300);
+    const std::size_t count = Scaled(effort, effort == Effort::kAll ? 1'000 : 250);
     return {{
         "cancel_to_wake",
         "request to the first instruction after the wait, " + std::to_string(count) + " times a round",
@@ -179,6 +179,7 @@ std::vector<Table> Tables(Effort effort) {
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
     const Question question{
+        "cancel_wakeup",
         "How long after a cancellation request does a blocked task run again?",
         {
             "event wait: CancellableWaitForSingleObject. condition wait: ConditionNotificationAdapter. sleep: "

@@ -73,7 +73,7 @@ Table WorkersTable(std::size_t tasks) {
 }
 
 std::vector<Table> Tables(Effort effort) {
-    const std::size_t tasks = Scaled(effort, 40'000);
+    const std::size_t tasks = Scaled(effort, 30'000);
     std::vector<Table> tables{
         PeersTable("one_producer", {tasks, 1, 8}),
         PeersTable("four_producers", {tasks, 4, 8}),
@@ -91,6 +91,7 @@ std::vector<Table> Tables(Effort effort) {
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
     const Question question{
+        "fixed_pool_throughput",
         "What does an empty task cost on a pool that never grows?",
         {
             "fixed workers: the global pool's class with a fixed number of threads. The bare deque has as many.",

@@ -151,6 +151,7 @@ std::vector<Table> Tables(Effort effort) {
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
     const Question question{
+        "fork_join",
         "What does it cost to split work into many short tasks and wait for all of them?",
         {
             "Every pool has run some tasks before. threads: those of the pool at the end.",

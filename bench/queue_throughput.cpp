@@ -54,7 +54,7 @@ Table FloodTable(const char* name, std::size_t tasks, std::size_t producers) {
 }
 
 std::vector<Table> Tables(Effort effort) {
-    const std::size_t tasks = Scaled(effort, 40'000);
+    const std::size_t tasks = Scaled(effort, 30'000);
     std::vector<Table> tables{
         FloodTable("one_producer", tasks, 1),
         FloodTable("four_producers", tasks, 4),
@@ -74,6 +74,7 @@ std::vector<Table> Tables(Effort effort) {
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
     const Question question{
+        "queue_throughput",
         "What does an empty task cost, from the first submit until the last one has run?",
         {
             "global pool: Task built, queued, run and destroyed. TrySubmit: TrySubmitThreadpoolCallback, default pool.",

@@ -122,7 +122,7 @@ Figures WaitForAsync(std::size_t count) {
 }
 
 std::vector<Table> Tables(Effort effort) {
-    const std::size_t count = Scaled(effort, effort == Effort::kAll ? 2'000 : 300);
+    const std::size_t count = Scaled(effort, effort == Effort::kAll ? 1'000 : 250);
     const std::string often = ", " + std::to_string(count) + " times a round";
     const std::vector<Column> columns{{kMedian, 1, true}, {kTail, 1, true}};
     return {
@@ -158,6 +158,7 @@ std::vector<Table> Tables(Effort effort) {
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
     const Question question{
+        "start_latency",
         "How long after it was submitted does a task start on an idle pool, and how long does a caller wait in all?",
         {
             "global pool: building the Task is part of the time; submit and wait is Queue and Task::Wait.",

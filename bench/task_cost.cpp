@@ -142,6 +142,8 @@ std::vector<Subject> WaitSubjects(std::size_t count) {
             },
             true),
         OutsideOfTasks(
+            "CreateEvent, CloseHandle", count, [] { const Event unused; }, true),
+        OutsideOfTasks(
             "Sleep(0)", count, [] { Sleep(0); }, true),
     };
 }
@@ -198,6 +200,7 @@ std::vector<Table> Tables(Effort effort) {
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
     const Question question{
+        "task_cost",
         "What do the single steps of a task cost?",
         {
             "packaged_task: std::packaged_task<void()> with its future. recursive_mutex: lock and unlock, for scale.",

@@ -134,6 +134,7 @@ std::vector<Table> Tables(Effort effort) {
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
     const Question question{
+        "task_footprint",
         "How many allocations, locks and wake-ups does a task need?",
         {
             "all: build, queue, run and destroy, the pool's own work included.",

@@ -31,25 +31,33 @@ function(test_room room)
             set(program ${room}${CMAKE_MATCH_1}${CMAKE_MATCH_2}_tests)
             if(NOT TARGET ${program})
                 zarvo_test_program(${program} ${room} "${CMAKE_MATCH_2}")
-                list(APPEND programs ${program})
             endif()
             target_sources(${program} PRIVATE ${file})
+            list(APPEND programs ${program})
         else()
             message(FATAL_ERROR "test_room(${room}): the name of ${file} does not say what it is")
         endif()
     endforeach()
-    # Whoever builds one test program gets what it starts and loads.
+    list(REMOVE_DUPLICATES programs)
+    # Whoever builds one test program gets what it starts and loads; room_<room> is all of them.
     foreach(program IN LISTS programs)
         if(helpers)
             add_dependencies(${program} ${helpers})
         endif()
     endforeach()
+    if(NOT TARGET room_${room})
+        add_custom_target(room_${room})
+    endif()
+    if(programs OR helpers)
+        add_dependencies(room_${room} ${programs} ${helpers})
+    endif()
 endfunction()
 
 # How long a test may take, and how many of ctest's jobs it counts for. `./dev test` gives ctest sixteen jobs per
 # processor: a test that mostly sleeps passes beside the others instead of holding one of them up.
 set(normal_test_properties TIMEOUT 120 PROCESSORS 16)
 set(slow_test_properties TIMEOUT 300 PROCESSORS 1 COST 1000)
+set(stress_test_properties TIMEOUT 600 PROCESSORS 16)
 
 function(zarvo_test_program program room kind)
     add_executable(${program})
@@ -63,6 +71,7 @@ function(zarvo_test_program program room kind)
         set(properties ${slow_test_properties})
     elseif(kind STREQUAL "_stress")
         list(APPEND labels stress)
+        set(properties ${stress_test_properties})
     endif()
     gtest_discover_tests(${program}
         DISCOVERY_MODE PRE_TEST

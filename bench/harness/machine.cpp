@@ -1,7 +1,7 @@
 #include "bench/harness/machine.h"
 
 #include <algorithm>
-#include <memory>
+#include <fstream>
 #include <system_error>
 
 #include "concurrency/base/windows_api.h"
@@ -58,6 +58,12 @@ std::string Build() {
 
 std::vector<std::pair<std::string, std::string>> DescribeMachine() {
     return {{"processor", Processor()}, {"system", System()}, {"compiler", Compiler()}, {"build", Build()}};
+}
+
+std::string MachineLoad() {
+    std::ifstream host("Z:\\proc\\loadavg");  // under Wine, the machine below
+    std::string average;
+    return host >> average ? average + " threads wanted to run in the last minute" : std::string();
 }
 
 std::string MachineCaveat() {

@@ -12,6 +12,9 @@ namespace Zarvo::Bench {
 // Name and value: processor, system, compiler, build.
 std::vector<std::pair<std::string, std::string>> DescribeMachine();
 
+// What the machine is busy with just now, in a word; empty if it does not tell.
+std::string MachineLoad();
+
 // What a reader must know about this system before he compares ratios; empty if there is nothing.
 std::string MachineCaveat();
 

@@ -99,10 +99,10 @@ void HandOut(const Measurement& measurement, benchmark::State& state) {
     }
 }
 
-void Register(const Table& table, std::size_t rounds) {
+void Register(const Question& question, const Table& table, std::size_t rounds) {
     const auto measured = std::make_shared<RoundRobin>(table, rounds);
     for (std::size_t subject = 0; subject < table.subjects.size(); ++subject) {
-        const std::string name = table.name + "/" + table.subjects[subject].name;
+        const std::string name = BenchmarkName(question, table, table.subjects[subject]);
         benchmark::RegisterBenchmark(
             name, [measured, subject](benchmark::State& state) { HandOut(measured->Next(subject), state); })
             ->Iterations(1)
@@ -112,6 +112,10 @@ void Register(const Table& table, std::size_t rounds) {
 }
 
 }  // namespace
+
+std::string BenchmarkName(const Question& question, const Table& table, const Subject& subject) {
+    return question.name + "/" + table.name + "/" + subject.name;
+}
 
 int Answer(int argc, char** argv, const Question& question,
            const std::function<std::vector<Table>(Effort effort)>& makeTables) {
@@ -123,9 +127,10 @@ int Answer(int argc, char** argv, const Question& question,
     for (const auto& [name, value] : DescribeMachine()) {
         benchmark::AddCustomContext(name, value);
     }
+    benchmark::AddCustomContext("load", MachineLoad());
     const std::vector<Table> tables = makeTables(effort);
     for (const Table& table : tables) {
-        Register(table, Rounds(effort));
+        Register(question, table, Rounds(effort));
     }
     TableReporter reporter(question, tables, Rounds(effort));
     const std::size_t run = benchmark::RunSpecifiedBenchmarks(&reporter);

@@ -29,7 +29,7 @@ struct Column {
 };
 
 struct Table {
-    std::string name;   // what --benchmark_filter sees, before a slash and the subject's name
+    std::string name;   // for --benchmark_filter
     std::string title;  // what was done, how often
     std::vector<Column> columns;
     std::vector<Subject> subjects;

@@ -59,6 +59,9 @@ bool TableReporter::ReportContext(const Context&) {
     for (const auto& [name, value] : DescribeMachine()) {
         out << "  " << name << ": " << value << "\n";
     }
+    if (const std::string load = MachineLoad(); !load.empty()) {
+        out << "  load: " << load << "\n";
+    }
     if (const std::string caveat = MachineCaveat(); !caveat.empty()) {
         out << "  " << caveat << "\n";
     }
@@ -76,23 +79,22 @@ void TableReporter::ReportRuns(const std::vector<Run>& runs) {
         if (run.skipped != benchmark::internal::NotSkipped) {
             m_hasErrors = true;
             GetErrorStream() << name << ": " << run.skip_message << "\n";
-            continue;
+            break;  // once is enough
         }
-        m_due.insert(name.substr(0, name.find('/')));
         for (const auto& [heading, counter] : run.counters) {
             m_figures[name][heading].Add(counter.value);
         }
     }
     for (const Table& table : m_tables) {
-        if (m_figures.count(table.name + "/" + table.subjects.back().name) != 0) {
-            Print(table);
+        if (FiguresOf(table, table.subjects.back()) != nullptr) {
+            PrintOnce(table);
         }
     }
 }
 
 void TableReporter::Finalize() {
     for (const Table& table : m_tables) {
-        Print(table);
+        PrintOnce(table);
     }
     GetOutputStream() << "\n";
     for (const std::string& remark : m_question.remarks) {
@@ -101,9 +103,11 @@ void TableReporter::Finalize() {
     GetOutputStream() << std::endl;
 }
 
-// Nothing for a table that was printed before, or that nothing was measured of.
-void TableReporter::Print(const Table& table) {
-    if (m_due.erase(table.name) != 0) {
+// Nothing for a table that nothing was measured of.
+void TableReporter::PrintOnce(const Table& table) {
+    const bool isMeasured = std::any_of(table.subjects.begin(), table.subjects.end(),
+                                        [&](const Subject& subject) { return FiguresOf(table, subject) != nullptr; });
+    if (isMeasured && m_printed.insert(&table).second) {
         GetOutputStream() << "\n  " << table.title << "\n";
         PrintFigures(table);
         PrintRatios(table);
@@ -111,13 +115,18 @@ void TableReporter::Print(const Table& table) {
     }
 }
 
+const std::map<std::string, Samples>* TableReporter::FiguresOf(const Table& table, const Subject& subject) const {
+    const auto row = m_figures.find(BenchmarkName(m_question, table, subject));
+    return row == m_figures.end() ? nullptr : &row->second;
+}
+
 const Samples* TableReporter::Find(const Table& table, const Subject& subject, const Column& column) const {
-    const auto row = m_figures.find(table.name + "/" + subject.name);
-    if (row == m_figures.end()) {
+    const auto* const figures = FiguresOf(table, subject);
+    if (figures == nullptr) {
         return nullptr;
     }
-    const auto figure = row->second.find(column.heading);
-    return figure == row->second.end() ? nullptr : &figure->second;
+    const auto figure = figures->find(column.heading);
+    return figure == figures->end() ? nullptr : &figure->second;
 }
 
 std::string TableReporter::Cell(const Table& table, const Subject& subject, const Column& column) const {
@@ -166,7 +175,7 @@ void TableReporter::PrintRatios(const Table& table) {
     }
     for (const Subject& subject : table.subjects) {
         for (const Column& column : table.columns) {
-            if (subject.isPeer || !column.isCompared) {
+            if (subject.isPeer || !column.isCompared || Find(table, subject, column) == nullptr) {
                 continue;
             }
             rows.push_back({subject.name + ", " + column.heading});

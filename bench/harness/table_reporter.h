@@ -27,7 +27,8 @@ class TableReporter : public benchmark::BenchmarkReporter {
     bool HasErrors() const { return m_hasErrors; }
 
   private:
-    void Print(const Table& table);
+    const std::map<std::string, Samples>* FiguresOf(const Table& table, const Subject& subject) const;
+    void PrintOnce(const Table& table);
     const Samples* Find(const Table& table, const Subject& subject, const Column& column) const;
     std::string Cell(const Table& table, const Subject& subject, const Column& column) const;
     std::string Ratio(const Table& table, const Subject& subject, const Subject& peer, const Column& column) const;
@@ -37,8 +38,8 @@ class TableReporter : public benchmark::BenchmarkReporter {
     const Question& m_question;
     const std::vector<Table>& m_tables;
     const std::size_t m_rounds;
-    std::map<std::string, std::map<std::string, Samples>> m_figures;  // by "table/subject", then by heading
-    std::set<std::string> m_due;  // tables with figures that are not printed yet
+    std::map<std::string, std::map<std::string, Samples>> m_figures;  // by benchmark name, then by heading
+    std::set<const Table*> m_printed;
     bool m_hasErrors = false;
 };
 

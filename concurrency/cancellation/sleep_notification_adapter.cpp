@@ -38,6 +38,9 @@ void SleepNotificationAdapter::Sleep(DWORD milliseconds) {
     CancellationPoint();
     if (milliseconds == INFINITE) {
         m_condition.wait(lock);
+    } else if (milliseconds == 0) {
+        lock.unlock();  // a wait of no time, without the platform's detour
+        lock.lock();
     } else {
         m_condition.wait_for(lock, std::min(std::chrono::milliseconds(milliseconds), kLongestSleep));
     }

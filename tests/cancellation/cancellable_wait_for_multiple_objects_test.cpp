@@ -12,7 +12,9 @@
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "tests/cancellation/run_scope.h"
+#include "tests/cancellation/wait_faults.h"
 #include "tests/cancellation/wait_handles.h"
+#include "tests/support/allocations.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/resource_probe.h"
 #include "tests/support/stopwatch.h"
@@ -139,11 +141,7 @@ TEST_P(CancellableWaitForMultipleObjectsAnywhere, SixtyFourHandlesAreRefusedWith
 
 // What is released after the wait must not cover up why it failed.
 TEST_P(CancellableWaitForMultipleObjectsAnywhere, LastErrorOfTheFailedWaitSurvivesTheRelease) {
-    const ImportPatch noisyClose(LibraryUnderTest(), "CloseHandle", +[](HANDLE handle) {
-        const BOOL closed = CloseHandle(handle);
-        SetLastError(12345);
-        return closed;
-    });
+    const NoisyClose noisyClose;
     const Events events(64);
 
     EXPECT_EQ(CancellableWaitForMultipleObjects(events.Count(), events.Data(), 0), 0xFFFFFFFFU);
@@ -160,13 +158,9 @@ TEST_P(CancellableWaitForMultipleObjectsAnywhere, WithoutHandlesItReturnsWaitTim
     EXPECT_GE(stopwatch.Elapsed(), 99ms);
 }
 
-HANDLE WINAPI CreateSignalledEvent(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) {
-    return CreateEventW(nullptr, FALSE, TRUE, nullptr);
-}
-
 TEST_P(CancellableWaitForMultipleObjectsAnywhere, ReturnsTheCountWhenItsEventIsSignalledWithoutARequest) {
     const Events events(3);
-    const ImportPatch signalled(LibraryUnderTest(), "CreateEventW", &CreateSignalledEvent);
+    const SignalledEvents signalled;
 
     EXPECT_EQ(CancellableWaitForMultipleObjects(0, nullptr, INFINITE), 0U);
     EXPECT_EQ(CancellableWaitForMultipleObjects(3, events.Data(), INFINITE), 3U);
@@ -174,7 +168,7 @@ TEST_P(CancellableWaitForMultipleObjectsAnywhere, ReturnsTheCountWhenItsEventIsS
 
 TEST_P(CancellableWaitForMultipleObjectsAnywhere, CallersHandleWinsOverTheEvent) {
     const Events events(3);
-    const ImportPatch signalled(LibraryUnderTest(), "CreateEventW", &CreateSignalledEvent);
+    const SignalledEvents signalled;
     events.Signal(2);
 
     EXPECT_EQ(CancellableWaitForMultipleObjects(3, events.Data(), INFINITE), 2U);
@@ -182,8 +176,7 @@ TEST_P(CancellableWaitForMultipleObjectsAnywhere, CallersHandleWinsOverTheEvent)
 
 TEST_P(CancellableWaitForMultipleObjectsAnywhere, FailsAsThePlatformDecidesWhenNoEventCanBeCreated) {
     const Events events(2);
-    const ImportPatch noEvents(LibraryUnderTest(), "CreateEventW",
-                               +[](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) { return HANDLE(nullptr); });
+    const NoEvents noEvents;
     events.Signal(0);
     SetLastError(0);
 
@@ -193,42 +186,31 @@ TEST_P(CancellableWaitForMultipleObjectsAnywhere, FailsAsThePlatformDecidesWhenN
     EXPECT_TRUE(events.Take(0));
 }
 
-struct WaitArguments {
-    std::vector<HANDLE> handles;
-    BOOL all;
-    DWORD milliseconds;
-};
-std::vector<WaitArguments> g_waits;
-
-DWORD WINAPI RecordWait(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
-    g_waits.push_back({{handles, handles + count}, all, milliseconds});
-    return WAIT_TIMEOUT;
-}
-
 TEST_P(CancellableWaitForMultipleObjectsAnywhere, WaitsForAnyOfTheCallersHandlesInTheirOrderWithTheEventLast) {
     const Events events(5);
-    const ImportPatch recorded(LibraryUnderTest(), "WaitForMultipleObjects", &RecordWait);
+    const RecordedWaits waits;
 
     CancellableWaitForMultipleObjects(events.Count(), events.Data(), 5);
 
-    ASSERT_EQ(g_waits.size(), 1U);
-    ASSERT_EQ(g_waits[0].handles.size(), 6U);
-    EXPECT_EQ(std::vector<HANDLE>(g_waits[0].handles.begin(), g_waits[0].handles.end() - 1),
-              std::vector<HANDLE>(events.Data(), events.Data() + events.Count()));
-    EXPECT_NE(g_waits[0].handles[5], nullptr);
-    EXPECT_FALSE(g_waits[0].all);
+    ASSERT_EQ(waits.List().size(), 1U);
+    std::vector<HANDLE> handles = waits.List()[0].handles;
+    ASSERT_EQ(handles.size(), 6U);
+    EXPECT_NE(handles.back(), nullptr);
+    handles.pop_back();
+    EXPECT_EQ(handles, std::vector<HANDLE>(events.Data(), events.Data() + events.Count()));
+    EXPECT_FALSE(waits.List()[0].all);
 }
 
 TEST_P(CancellableWaitForMultipleObjectsAnywhere, HandsTheTimeOutToThePlatformUnchanged) {
     const Events events(2);
-    const ImportPatch recorded(LibraryUnderTest(), "WaitForMultipleObjects", &RecordWait);
+    const RecordedWaits waits;
 
     for (const DWORD milliseconds : {0UL, 1UL, 123'456UL, 0xFFFFFFFEUL, 0xFFFFFFFFUL}) {
         CancellableWaitForMultipleObjects(events.Count(), events.Data(), milliseconds);
-        ASSERT_FALSE(g_waits.empty());
-        EXPECT_EQ(g_waits.back().milliseconds, milliseconds);
+        ASSERT_FALSE(waits.List().empty());
+        EXPECT_EQ(waits.List().back().milliseconds, milliseconds);
     }
-    EXPECT_EQ(g_waits.size(), 5U);
+    EXPECT_EQ(waits.List().size(), 5U);
 }
 
 TEST(CancellableWaitForMultipleObjects, ThrowsBeforeItWaitsWhenCancellationWasRequested) {
@@ -270,23 +252,10 @@ TEST(CancellableWaitForMultipleObjects, WithoutHandlesItWaitsForCancellation) {
     EXPECT_TRUE(waiter.EndedCancelled());
 }
 
-// The request comes after the test of the flag and before the platform looks at the handles.
-const RunScope* g_run = nullptr;
-HANDLE g_signalled = nullptr;
-
-DWORD WINAPI RequestThenWait(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
-    g_run->Cancellation().RequestCancel();
-    if (g_signalled != nullptr) {
-        SetEvent(g_signalled);
-    }
-    return WaitForMultipleObjects(count, handles, all, milliseconds);
-}
-
 TEST(CancellableWaitForMultipleObjects, CountIsNeverReturnedWhileARequestIsPending) {
     const RunScope run;
-    g_run = &run;
+    const RequestAtTheWait late(run);
     const Events events(2);
-    const ImportPatch late(LibraryUnderTest(), "WaitForMultipleObjects", &RequestThenWait);
 
     EXPECT_THROW(CancellableWaitForMultipleObjects(2, events.Data(), INFINITE), CancelRequestedException);
 }
@@ -294,9 +263,7 @@ TEST(CancellableWaitForMultipleObjects, CountIsNeverReturnedWhileARequestIsPendi
 TEST(CancellableWaitForMultipleObjects, CallersIndexWinsOverACancellationAtTheSameMoment) {
     const RunScope run;
     const Events events(3);
-    g_run = &run;
-    g_signalled = events[2];
-    const ImportPatch late(LibraryUnderTest(), "WaitForMultipleObjects", &RequestThenWait);
+    const RequestAtTheWait late(run, events[2]);
 
     EXPECT_EQ(CancellableWaitForMultipleObjects(3, events.Data(), INFINITE), 2U);
 
@@ -316,8 +283,7 @@ TEST(CancellableWaitForMultipleObjects, EveryWayOutReleasesItsEventAndItsArray) 
     };
     const auto leaveCancelled = [&] {
         const RunScope cancelled;
-        g_run = &cancelled;
-        const ImportPatch late(LibraryUnderTest(), "WaitForMultipleObjects", &RequestThenWait);
+        const RequestAtTheWait late(cancelled);
         EXPECT_THROW(CancellableWaitForMultipleObjects(3, events.Data(), INFINITE), CancelRequestedException);
         EXPECT_THROW(CancellableWaitForMultipleObjects(3, events.Data(), INFINITE), CancelRequestedException);
     };
@@ -334,22 +300,33 @@ TEST(CancellableWaitForMultipleObjects, EveryWayOutReleasesItsEventAndItsArray) 
 }
 
 // The array for the largest count has one handle more than a DWORD can count.
+// A gibibyte and more cannot be had.
+class NoLargeMemory {
+  public:
+    NoLargeMemory() { g_allocate = m_patch.Original<void*(std::size_t)>(); }
+
+  private:
+    static void* Allocate(std::size_t size) { return size < std::size_t{1} << 30 ? g_allocate(size) : nullptr; }
+
+    static inline void* (*g_allocate)(std::size_t) = nullptr;
+    ImportPatch m_patch{GetModuleHandleW(L"libstdc++-6.dll"), "malloc", &Allocate};
+};
+
 TEST(CancellableWaitForMultipleObjects, NoMemoryForTheArrayIsBadAllocAlsoForTheLargestCount) {
-    const HMODULE runtime = GetModuleHandleW(L"libstdc++-6.dll");
-    if (runtime == nullptr) {
+    if (GetModuleHandleW(L"libstdc++-6.dll") == nullptr) {
         GTEST_SKIP() << "made for the GNU runtime";
     }
-    static void* (*original)(std::size_t) = nullptr;
     const RunScope run;
-    CancellableWaitForMultipleObjects(0, nullptr, 0);
-    const ImportPatch noMemory(runtime, "malloc", +[](std::size_t size) -> void* {
-        return size < std::size_t{1} << 30 ? original(size) : nullptr;
-    });
-    original = noMemory.Original<void*(std::size_t)>();
-
-    EXPECT_THROW(CancellableWaitForMultipleObjects(0xFFFFFFFF, nullptr, 0), std::bad_alloc);
+    const auto ask = [] {
+        const NoLargeMemory noLargeMemory;
+        EXPECT_THROW(CancellableWaitForMultipleObjects(0xFFFFFFFF, nullptr, 0), std::bad_alloc);
+        EXPECT_THROW(CancellableWaitForMultipleObjects(0x40000000, nullptr, 0), std::bad_alloc);
+    };
+    LiveBlocks();  // counting must begin before its functions are replaced once more
+    ask();
     const ResourceProbe probe;
-    EXPECT_THROW(CancellableWaitForMultipleObjects(0x40000000, nullptr, 0), std::bad_alloc);
+
+    ask();
 
     EXPECT_EQ(probe.Growth(), Resources{});
 }

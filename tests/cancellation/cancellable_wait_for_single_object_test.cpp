@@ -6,15 +6,14 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "tests/cancellation/notifiers.h"
 #include "tests/cancellation/run_scope.h"
+#include "tests/cancellation/wait_faults.h"
 #include "tests/cancellation/wait_handles.h"
-#include "tests/support/import_patch.h"
 #include "tests/support/resource_probe.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
@@ -105,11 +104,7 @@ TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsWaitFailedWithError6ForAHa
 
 // What is released after the wait must not cover up why it failed.
 TEST_P(CancellableWaitForSingleObjectAnywhere, LastErrorOfTheFailedWaitSurvivesTheRelease) {
-    const ImportPatch noisyClose(LibraryUnderTest(), "CloseHandle", +[](HANDLE handle) {
-        const BOOL closed = CloseHandle(handle);
-        SetLastError(12345);
-        return closed;
-    });
+    const NoisyClose noisyClose;
 
     EXPECT_EQ(CancellableWaitForSingleObject(nullptr, 0), 0xFFFFFFFFU);
 
@@ -117,8 +112,7 @@ TEST_P(CancellableWaitForSingleObjectAnywhere, LastErrorOfTheFailedWaitSurvivesT
 }
 
 TEST_P(CancellableWaitForSingleObjectAnywhere, FailsAsThePlatformDecidesWhenNoEventCanBeCreated) {
-    const ImportPatch noEvents(LibraryUnderTest(), "CreateEventW",
-                               +[](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) { return HANDLE(nullptr); });
+    const NoEvents noEvents;
     const Event event(true);
     SetLastError(0);
 
@@ -128,61 +122,45 @@ TEST_P(CancellableWaitForSingleObjectAnywhere, FailsAsThePlatformDecidesWhenNoEv
     EXPECT_TRUE(event.Take());
 }
 
-HANDLE WINAPI CreateSignalledEvent(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) {
-    return CreateEventW(nullptr, FALSE, TRUE, nullptr);
-}
-
 TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsOneWhenItsEventIsSignalledWithoutARequest) {
-    const ImportPatch signalled(LibraryUnderTest(), "CreateEventW", &CreateSignalledEvent);
+    const SignalledEvents signalled;
     const Event event;
 
     EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 1U);
 }
 
 TEST_P(CancellableWaitForSingleObjectAnywhere, CallersHandleWinsOverTheEvent) {
-    const ImportPatch signalled(LibraryUnderTest(), "CreateEventW", &CreateSignalledEvent);
+    const SignalledEvents signalled;
     const Event event(true);
 
     EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 0U);
 }
 
-struct WaitArguments {
-    DWORD count;
-    std::vector<HANDLE> handles;
-    BOOL all;
-    DWORD milliseconds;
-};
-std::vector<WaitArguments> g_waits;
-
-DWORD WINAPI RecordWait(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
-    g_waits.push_back({count, {handles, handles + count}, all, milliseconds});
-    return WAIT_TIMEOUT;
-}
-
 TEST_P(CancellableWaitForSingleObjectAnywhere, HandsTheTimeOutToThePlatformUnchanged) {
-    const ImportPatch recorded(LibraryUnderTest(), "WaitForMultipleObjects", &RecordWait);
+    const RecordedWaits waits;
     const Event event;
 
     for (const DWORD milliseconds : {0UL, 1UL, 123'456UL, 0xFFFFFFFEUL, 0xFFFFFFFFUL}) {
         EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), milliseconds), 0x102U);
-        ASSERT_FALSE(g_waits.empty());
-        EXPECT_EQ(g_waits.back().milliseconds, milliseconds);
+        ASSERT_FALSE(waits.List().empty());
+        EXPECT_EQ(waits.List().back().milliseconds, milliseconds);
     }
-    EXPECT_EQ(g_waits.size(), 5U);
+    EXPECT_EQ(waits.List().size(), 5U);
 }
 
 TEST_P(CancellableWaitForSingleObjectAnywhere, WaitsForAnyOfTwoHandlesTheCallersFirst) {
-    const ImportPatch recorded(LibraryUnderTest(), "WaitForMultipleObjects", &RecordWait);
+    const RecordedWaits waits;
     const Event event;
 
     CancellableWaitForSingleObject(event.Get(), 5);
 
-    ASSERT_EQ(g_waits.size(), 1U);
-    EXPECT_EQ(g_waits[0].count, 2U);
-    EXPECT_EQ(g_waits[0].handles[0], event.Get());
-    EXPECT_NE(g_waits[0].handles[1], nullptr);
-    EXPECT_NE(g_waits[0].handles[1], event.Get());
-    EXPECT_FALSE(g_waits[0].all);
+    ASSERT_EQ(waits.List().size(), 1U);
+    const RecordedWaits::Wait& wait = waits.List()[0];
+    ASSERT_EQ(wait.handles.size(), 2U);
+    EXPECT_EQ(wait.handles[0], event.Get());
+    EXPECT_NE(wait.handles[1], nullptr);
+    EXPECT_NE(wait.handles[1], event.Get());
+    EXPECT_FALSE(wait.all);
 }
 
 TEST(CancellableWaitForSingleObject, ThrowsBeforeItWaitsWhenCancellationWasRequested) {
@@ -225,22 +203,9 @@ TEST(CancellableWaitForSingleObject, GoesOnWhenTheHandleIsSignalledBeforeTheTask
     EXPECT_EQ(result, 0U);
 }
 
-// The request comes after the test of the flag and before the platform looks at the handles.
-const RunScope* g_run = nullptr;
-HANDLE g_signalled = nullptr;
-
-DWORD WINAPI RequestThenWait(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
-    g_run->Cancellation().RequestCancel();
-    if (g_signalled != nullptr) {
-        SetEvent(g_signalled);
-    }
-    return WaitForMultipleObjects(count, handles, all, milliseconds);
-}
-
 TEST(CancellableWaitForSingleObject, RequestBetweenTheTestAndTheWaitIsNotMissed) {
     const RunScope run;
-    g_run = &run;
-    const ImportPatch late(LibraryUnderTest(), "WaitForMultipleObjects", &RequestThenWait);
+    const RequestAtTheWait late(run);
     const Event event;
 
     EXPECT_THROW(CancellableWaitForSingleObject(event.Get(), INFINITE), CancelRequestedException);
@@ -250,9 +215,7 @@ TEST(CancellableWaitForSingleObject, RequestBetweenTheTestAndTheWaitIsNotMissed)
 TEST(CancellableWaitForSingleObject, CallersHandleWinsOverACancellationAtTheSameMoment) {
     const RunScope run;
     const Event event;
-    g_run = &run;
-    g_signalled = event.Get();
-    const ImportPatch late(LibraryUnderTest(), "WaitForMultipleObjects", &RequestThenWait);
+    const RequestAtTheWait late(run, event.Get());
 
     EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 0U);
 
@@ -264,7 +227,7 @@ TEST(CancellableWaitForSingleObject, SignalOfAnEarlierWaitDoesNotReachALaterOne)
     const RunScope run;
     const Event event(true);
     {
-        const ImportPatch signalled(LibraryUnderTest(), "CreateEventW", &CreateSignalledEvent);
+        const SignalledEvents signalled;
         ASSERT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 0U);
     }
 
@@ -310,8 +273,7 @@ TEST(CancellableWaitForSingleObject, WaitThatIsCancelledInTheMiddleReleasesItsEv
     const Event event;
     const auto waitUntilRequested = [&] {
         const RunScope run;
-        g_run = &run;
-        const ImportPatch late(LibraryUnderTest(), "WaitForMultipleObjects", &RequestThenWait);
+        const RequestAtTheWait late(run);
         EXPECT_THROW(CancellableWaitForSingleObject(event.Get(), INFINITE), CancelRequestedException);
     };
     waitUntilRequested();

@@ -4,11 +4,13 @@
 
 #include <exception>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <type_traits>
 #include <typeinfo>
 
 #include "tests/errors/class_tree.h"
+#include "tests/support/allocations.h"
 
 namespace {
 
@@ -167,6 +169,13 @@ TYPED_TEST(ClonedException, RethrowThrowsACopyOfTheMostDerivedType) {
         EXPECT_NE(Whole(thrown), Whole(*clone));
     }
     EXPECT_EQ(KindRethrownBy(original), typeid(TypeParam));
+}
+
+TYPED_TEST(ClonedException, CloneWithoutMemoryIsBadAlloc) {
+    const TypeParam original;
+    const NoMemory noMemory;
+
+    EXPECT_THROW(original.Clone(), std::bad_alloc);
 }
 
 TEST(CancelledException, RethrownByItsCloneIsCancelledAndNotMerelyThreadException) {

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <typeinfo>
 
@@ -10,6 +11,7 @@
 #include "concurrency/tasks/make_task.h"
 #include "tests/errors/class_tree.h"
 #include "tests/errors/error_records.h"
+#include "tests/support/allocations.h"
 
 namespace {
 
@@ -78,6 +80,13 @@ TEST(CloneableExceptionBase, CloneIsOfTheSameTypeAndKeepsTheRecord) {
     EXPECT_EQ(error.com.guid, kSomeGuid);
     EXPECT_STREQ(error.message, L"wide text");
     EXPECT_STREQ(error.what(), "narrow text");
+}
+
+TEST(CloneableExceptionBase, CloneWithoutMemoryIsBadAlloc) {
+    const CloneableExceptionBase original(Pointer(ComRecord(-9, kSomeGuid)));
+    const NoMemory noMemory;
+
+    EXPECT_THROW(original.Clone(), std::bad_alloc);
 }
 
 TEST(CloneableExceptionBase, RethrowThrowsTheKindRegisteredForTheHresult) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <new>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -16,8 +17,8 @@
 #include "concurrency/tasks/future_impl.h"
 #include "tests/cancellation/run_scope.h"
 #include "tests/lifetime/slot_ledger.h"
+#include "tests/support/allocations.h"
 #include "tests/support/gate.h"
-#include "tests/support/import_patch.h"
 #include "tests/support/resource_probe.h"
 
 namespace {
@@ -249,10 +250,6 @@ TEST(CurrentTaskSlot, InstallingAndRestoringLeaksNothing) {
 
 // A task's end restores the task around it while the stack unwinds: that must not depend on memory.
 TEST(CurrentTaskSlot, RestoringThePreviousFutureNeedsNoMemory) {
-    const HMODULE runtime = GetModuleHandleW(L"libstdc++-6.dll");
-    if (runtime == nullptr) {
-        GTEST_SKIP() << "made for the GNU runtime";
-    }
     const ConcurrencyLifetime lifetime;
     const auto outer = StartedFuture();
     const auto inner = StartedFuture();
@@ -260,12 +257,24 @@ TEST(CurrentTaskSlot, RestoringThePreviousFutureNeedsNoMemory) {
     std::weak_ptr<FutureState> previous = ResetFutureObject(inner);
 
     {
-        const ImportPatch noMemory(runtime, "malloc", +[](std::size_t) -> void* { return nullptr; });
+        const NoMemory noMemory;
         EXPECT_NO_THROW(ResetFutureObject(std::move(previous)));
     }
 
     EXPECT_EQ(GetFutureObject(), outer);
     ResetFutureObject({});
+}
+
+TEST(CurrentTaskSlot, InstallingAFutureWithoutMemoryIsBadAllocAndLeavesNoCurrentTask) {
+    const ConcurrencyLifetime lifetime;
+    const auto future = StartedFuture();
+
+    {
+        const NoMemory noMemory;
+        EXPECT_THROW(ResetFutureObject(future), std::bad_alloc);
+    }
+
+    EXPECT_EQ(GetFutureObject(), nullptr);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "concurrency/base/windows_api.h"
 #include "tests/cancellation/notifiers.h"
 #include "tests/cancellation/run_scope.h"
+#include "tests/cancellation/wait_faults.h"
 #include "tests/support/import_patch.h"
 
 namespace {
@@ -151,22 +152,31 @@ TEST(HandleNotificationAdapter, CreatorAloneOwnsIt) {
     EXPECT_NO_THROW(run.Cancellation().RequestCancel());
 }
 
-std::vector<HANDLE> g_closed;
+// What is closed instead of being closed.
+class RecordedCloses {
+  public:
+    RecordedCloses() { g_closed.clear(); }
 
-BOOL WINAPI RecordClose(HANDLE handle) {
-    g_closed.push_back(handle);
-    return TRUE;
-}
+    const std::vector<HANDLE>& List() const { return g_closed; }
+
+  private:
+    static BOOL WINAPI Record(HANDLE handle) {
+        g_closed.push_back(handle);
+        return TRUE;
+    }
+
+    static inline std::vector<HANDLE> g_closed;
+    ImportPatch m_patch{LibraryUnderTest(), "CloseHandle", &Record};
+};
 
 TEST(HandleNotificationAdapter, ClosesItsEventWhenItDies) {
     auto adapter = HandleNotificationAdapter::CreateInstance();
     const HANDLE event = AsHandleAdapter(adapter).GetHandle();
-    {
-        const ImportPatch recorded(LibraryUnderTest(), "CloseHandle", &RecordClose);
-        adapter.reset();
-    }
+    const RecordedCloses closes;
 
-    EXPECT_EQ(g_closed, std::vector<HANDLE>{event});
+    adapter.reset();
+
+    EXPECT_EQ(closes.List(), std::vector<HANDLE>{event});
     CloseHandle(event);
 }
 
@@ -174,23 +184,21 @@ TEST(HandleNotificationAdapter, ClosesItsEventWhenItDies) {
 TEST(HandleNotificationAdapter, CopySharesTheHandleAndBothCloseIt) {
     auto adapter = HandleNotificationAdapter::CreateInstance();
     const HANDLE event = AsHandleAdapter(adapter).GetHandle();
-    {
-        const ImportPatch recorded(LibraryUnderTest(), "CloseHandle", &RecordClose);
-        {
-            const HandleNotificationAdapter copy(AsHandleAdapter(adapter));
-            EXPECT_EQ(copy.GetHandle(), event);
-        }
-        adapter.reset();
-    }
+    const RecordedCloses closes;
 
-    EXPECT_EQ(g_closed, (std::vector<HANDLE>{event, event}));
+    {
+        const HandleNotificationAdapter copy(AsHandleAdapter(adapter));
+        EXPECT_EQ(copy.GetHandle(), event);
+    }
+    adapter.reset();
+
+    EXPECT_EQ(closes.List(), (std::vector<HANDLE>{event, event}));
     CloseHandle(event);
 }
 
 TEST(HandleNotificationAdapter, FailedEventCreationIsNotDetected) {
     const RunScope run;
-    const ImportPatch noEvents(LibraryUnderTest(), "CreateEventW",
-                               +[](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) { return HANDLE(nullptr); });
+    const NoEvents noEvents;
 
     const auto adapter = HandleNotificationAdapter::CreateInstance();
 

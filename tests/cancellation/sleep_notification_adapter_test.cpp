@@ -229,11 +229,7 @@ DWORD g_waited = 0;
 
 // The platform's waits are cut modulo 49.7 days; this sleep is cut to ten days before that.
 TEST(SleepNotificationAdapter, SleepOfMoreThanTenDaysIsCutToTenDays) {
-    const HMODULE runtime = GetModuleHandleW(L"libstdc++-6.dll");
-    if (runtime == nullptr) {
-        GTEST_SKIP() << "made for the GNU runtime";
-    }
-    const ImportPatch noSleep(runtime, "SleepConditionVariableCS",
+    const ImportPatch noSleep(LibraryUnderTest(), "SleepConditionVariableCS",
                               +[](PCONDITION_VARIABLE, PCRITICAL_SECTION, DWORD milliseconds) -> BOOL {
                                   g_waited = milliseconds;
                                   SetLastError(ERROR_TIMEOUT);

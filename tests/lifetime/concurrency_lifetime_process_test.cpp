@@ -20,7 +20,7 @@ TEST(ConcurrencyLifetimeProcess, LastUninitialisationInAPoolTaskEndsTheProcess) 
     const ChildResult child = Play("last-uninitialise-in-pool-task");
 
     EXPECT_EQ(child.exitCode, kTerminated);
-    EXPECT_EQ(child.standardOutput, "in the task\n");
+    EXPECT_EQ(child.standardOutput, "in the task");
     EXPECT_NE(child.standardError.find("Trying to call destructor in thread from thread pool causes deadlock!"),
               std::string::npos)
         << child.standardError;
@@ -30,21 +30,21 @@ TEST(ConcurrencyLifetimeProcess, LastLifetimeObjectDestroyedInAPoolTaskEndsThePr
     const ChildResult child = Play("last-object-in-pool-task");
 
     EXPECT_EQ(child.exitCode, kTerminated);
-    EXPECT_EQ(child.standardOutput, "in the task\n");
+    EXPECT_EQ(child.standardOutput, "in the task");
 }
 
 TEST(ConcurrencyLifetimeProcess, LastUninitialisationOnADedicatedThreadEndsTheProcess) {
     const ChildResult child = Play("last-uninitialise-in-dedicated-thread");
 
     EXPECT_EQ(child.exitCode, kTerminated);
-    EXPECT_EQ(child.standardOutput, "in the task\n");
+    EXPECT_EQ(child.standardOutput, "in the task");
 }
 
 TEST(ConcurrencyLifetimeProcess, ClientThatNeverUninitialisesExitsCleanly) {
     const ChildResult child = Play("never-uninitialise");
 
     EXPECT_EQ(child.exitCode, kEndOfMain);
-    EXPECT_EQ(child.standardOutput, "end of main\n");
+    EXPECT_EQ(child.standardOutput, "end of main");
     EXPECT_EQ(child.standardError, "");
 }
 
@@ -52,7 +52,7 @@ TEST(ConcurrencyLifetimeProcess, ClientThatNeverUninitialisesExitsCleanlyWhileTa
     const ChildResult child = Play("never-uninitialise-while-busy");
 
     EXPECT_EQ(child.exitCode, kEndOfMain);
-    EXPECT_EQ(child.standardOutput, "end of main\n");
+    EXPECT_EQ(child.standardOutput, "end of main");
     EXPECT_EQ(child.standardError, "");
 }
 
@@ -60,7 +60,7 @@ TEST(ConcurrencyLifetimeProcess, ClientThatNeverInitialisesMayUseThePoolAndExits
     const ChildResult child = Play("never-initialise");
 
     EXPECT_EQ(child.exitCode, kEndOfMain);
-    EXPECT_EQ(child.standardOutput, "end of main\n");
+    EXPECT_EQ(child.standardOutput, "end of main");
     EXPECT_EQ(child.standardError, "");
 }
 
@@ -68,7 +68,7 @@ TEST(ConcurrencyLifetimeProcess, StaticLifetimeObjectOfTheProgramIsTornDownAtIts
     const ChildResult child = Play("static-object");
 
     EXPECT_EQ(child.exitCode, kEndOfMain);
-    EXPECT_EQ(child.standardOutput, "end of main\n");
+    EXPECT_EQ(child.standardOutput, "end of main");
     EXPECT_EQ(child.standardError, "");
 }
 
@@ -78,7 +78,7 @@ TEST(ConcurrencyLifetimeProcess, OverrunWithoutInitialisationEndsTheProcessWithU
     EXPECT_EQ(child.exitCode, kTerminated);
     EXPECT_EQ(child.standardOutput,
               "Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
-              "ConcurrencyUninitialize() or use the ConcurrencyLifetime class.\n");
+              "ConcurrencyUninitialize() or use the ConcurrencyLifetime class.");
 }
 
 TEST(ConcurrencyLifetimeProcess, OverrunAfterAnOverReleaseEndsTheProcessWithUnexpected) {
@@ -87,7 +87,7 @@ TEST(ConcurrencyLifetimeProcess, OverrunAfterAnOverReleaseEndsTheProcessWithUnex
     EXPECT_EQ(child.exitCode, kTerminated);
     EXPECT_EQ(child.standardOutput,
               "Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
-              "ConcurrencyUninitialize() or use the ConcurrencyLifetime class.\n");
+              "ConcurrencyUninitialize() or use the ConcurrencyLifetime class.");
 }
 
 TEST(ConcurrencyLifetimeProcess, UnloadingTheLibraryGivesItsSlotsBack) {

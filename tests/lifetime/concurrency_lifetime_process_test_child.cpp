@@ -24,7 +24,7 @@ constexpr int kEndOfMain = 7;
 constexpr int kStillAlive = 8;
 
 void Say(const char* text) {
-    std::puts(text);
+    std::fputs(text, stdout);
     std::fflush(stdout);
 }
 

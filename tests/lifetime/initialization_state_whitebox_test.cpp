@@ -55,12 +55,15 @@ TEST(InitializationState, IndexIsNotClearedWhenTheSlotIsFreed) {
     EXPECT_FALSE(g_initializationState.slotIsLive);
 }
 
-TEST(InitializationState, AllocatedSlotIsTheOneInUseWhileInitialised) {
+TEST(InitializationState, AllocatedSlotIsTheOneInUseWhileInitialisedAndOnlyThen) {
+    const DWORD reserve = CurrentTaskSlot();
+
     ConcurrencyInitialize();
     EXPECT_EQ(CurrentTaskSlot(), g_initializationState.currentTaskTlsIndex);
+    EXPECT_NE(CurrentTaskSlot(), reserve);
 
     ConcurrencyUninitialize();
-    EXPECT_NE(CurrentTaskSlot(), g_initializationState.currentTaskTlsIndex);
+    EXPECT_EQ(CurrentTaskSlot(), reserve);
 }
 
 TEST(InitializationState, ReserveSlotStaysTheSameUntilItIsFreed) {

@@ -60,6 +60,24 @@ TEST(CheckedMutex, KeepsAWaiterOutUntilTheHolderUnlocks) {
     EXPECT_EQ(order.List(), (Names{"holder", "waiter"}));
 }
 
+// Without the wake-up the waiter would see that the mutex is free when its three seconds are over.
+TEST(CheckedMutex, WakesAWaiterAtOnce) {
+    EXPECT_LT(Fastest([] {
+                  checked_mutex mutex;
+                  mutex.lock();
+                  TaskThread waiter([&] {
+                      mutex.lock();
+                      mutex.unlock();
+                  });
+                  std::this_thread::sleep_for(10ms);
+                  const Stopwatch stopwatch;
+                  mutex.unlock();
+                  waiter.Join();
+                  return stopwatch.Elapsed();
+              }),
+              1s);
+}
+
 TEST(CheckedMutex, TakesAFreeMutexByTryLock) {
     checked_mutex mutex;
     EXPECT_TRUE(mutex.try_lock());

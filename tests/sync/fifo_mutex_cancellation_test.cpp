@@ -15,6 +15,7 @@
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/gate.h"
+#include "tests/support/stopwatch.h"
 #include "tests/sync/line_of_tasks.h"
 #include "tests/sync/others.h"
 #include "tests/sync/queued_task.h"
@@ -105,6 +106,20 @@ TEST_P(CancelledFifoMutexWait, LeavesWithTheExceptionOfCancellation) {
     waiter->Cancel();
     EXPECT_TRUE(waiter->EndedCancelled());
     EXPECT_EQ(text, "CancelRequestedException");
+    m_mutex.unlock();
+}
+
+// Without the wake-up the waiter would hear of it when it looks at the line again, after a tenth of a second.
+TEST_P(CancelledFifoMutexWait, IsWokenAtOnce) {
+    m_mutex.lock();
+    EXPECT_LT(Fastest([this] {
+                  QueuedTask waiter(m_mutex, [this] { GetParam().wait(m_mutex); });
+                  const Stopwatch stopwatch;
+                  waiter->Cancel();
+                  waiter->Join();
+                  return stopwatch.Elapsed();
+              }),
+              50ms);
     m_mutex.unlock();
 }
 

@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <mutex>
 #include <random>
 #include <thread>
@@ -53,35 +54,49 @@ class FifoMutexSoak : public testing::Test {
 
     // One task that takes the mutex in one of its ways, if it gets it.
     void RunOneTask(std::mt19937& chances, CurrentTask& current) {
-        Task task = MakeTask(L"soak", [this, &chances] {
-            switch (chances() % 5) {
-                case 0: UseIf(m_mutex.try_lock()); break;
-                case 1: UseIf(m_mutex.try_lock_until(WallClockNow() + std::chrono::microseconds(chances() % 3000))); break;
-                case 2: UseIf(m_mutex.try_lock_for(std::chrono::microseconds(chances() % 3000))); break;
-                default: m_mutex.lock(); UseIf(true); break;
-            }
-        });
+        std::shared_ptr<FutureImpl<void>> future;
+        Task task = MakeTask(
+            L"soak",
+            [this, &chances] {
+                if (!TakeInSomeWay(chances)) {
+                    ++m_inVain;
+                    return;
+                }
+                Use(chances() % 4 == 0);
+                m_mutex.unlock();
+            },
+            future);
         current.Set(task);
         task();
+        m_cancelled += future->IsCancelled() ? 1 : 0;
     }
 
-    void UseIf(bool isOwner) {
-        if (!isOwner) {
-            ++m_timeOuts;
-            return;
+    bool TakeInSomeWay(std::mt19937& chances) {
+        const std::chrono::microseconds patience(chances() % 5000);
+        switch (chances() % 6) {
+            case 0: return m_mutex.try_lock();
+            case 1: return m_mutex.try_lock_until(WallClockNow() + patience);
+            case 2: return m_mutex.try_lock_for(patience);
+            default: m_mutex.lock(); return true;
         }
+    }
+
+    void Use(bool isLong) {
         const std::lock_guard secondLevel(m_mutex);
         EXPECT_EQ(m_inside.fetch_add(1), 0);
-        ++m_uses;
+        if (isLong) {
+            std::this_thread::sleep_for(1ms);
+        }
+        ++m_turns;
         EXPECT_EQ(m_inside.fetch_sub(1), 1);
-        m_mutex.unlock();
     }
 
     fifo_mutex m_mutex;
     std::array<CurrentTask, kThreads> m_current;
     std::atomic<int> m_inside = 0;
-    long m_uses = 0;  // guarded by m_mutex
-    std::atomic<long> m_timeOuts = 0;
+    long m_turns = 0;  // guarded by m_mutex
+    std::atomic<long> m_inVain = 0;
+    std::atomic<long> m_cancelled = 0;
     std::atomic<unsigned> m_working = kThreads;
 };
 
@@ -108,8 +123,11 @@ TEST_F(FifoMutexSoak, ServesPlainTimedAndCancelledWaitersToTheEnd) {
     }
     cancelling.join();
 
-    std::cout << m_uses << " turns, " << m_timeOuts << " time-outs or refusals" << std::endl;
-    EXPECT_GT(m_uses, 0);
+    std::cout << m_turns << " turns, " << m_inVain << " in vain, " << m_cancelled << " cancelled" << std::endl;
+    EXPECT_GT(m_turns, 0);
+    EXPECT_GT(m_inVain, 0);
+    EXPECT_GT(m_cancelled, 0);
+    EXPECT_EQ(m_turns + m_inVain + m_cancelled, static_cast<long>(kThreads) * effort.Rounds());
     EXPECT_TRUE(IsFreeForOthers(m_mutex));
 }
 

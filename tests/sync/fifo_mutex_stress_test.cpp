@@ -103,12 +103,12 @@ TEST_P(FifoMutexHandOver, IsNotLostWhenTheNextIsCancelled) {
             EnterAndLeave();
         });
         const auto stayer = StartStayer();
-        const TimePoint moment = WallClockNow() + 1ms;
+        const TimePoint moment = WallClockNow() + 3ms;
         std::thread request([&, time = moment + Between(chances, -100us, 100us)] {
             SpinUntil(time);
             leaver.Cancel();
         });
-        SpinUntil(moment + Between(chances, -100us, 200us));
+        SpinUntil(moment + Between(chances, -100us, 100us));
         m_mutex.unlock();
         ExpectServed(*stayer);
         request.join();

@@ -11,6 +11,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/resource_probe.h"
+#include "tests/support/stopwatch.h"
 #include "tests/sync/line_of_tasks.h"
 #include "tests/sync/others.h"
 #include "tests/sync/wall_clock.h"
@@ -81,6 +82,23 @@ TEST(FifoMutex, HandsOverOnlyWhenTheOwnerBeforeHasUnlocked) {
         EXPECT_EQ(turns, turn);
         leave[turn - 1].Open();
     }
+}
+
+// Without the wake-up the next owner would see its turn when it looks at the line again, after a tenth of a second.
+TEST(FifoMutex, WakesTheNextOwnerAtOnce) {
+    EXPECT_LT(Fastest([] {
+                  fifo_mutex mutex;
+                  mutex.lock();
+                  QueuedTask waiter(mutex, [&] {
+                      mutex.lock();
+                      mutex.unlock();
+                  });
+                  const Stopwatch stopwatch;
+                  mutex.unlock();
+                  waiter->Join();
+                  return stopwatch.Elapsed();
+              }),
+              50ms);
 }
 
 TEST(FifoMutex, IsFreeAgainAfterTheLastUnlock) {

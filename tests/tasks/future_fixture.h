@@ -2,16 +2,20 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <exception>
+#include <functional>
 #include <memory>
-#include <new>
 #include <ostream>
 #include <stdexcept>
+#include <utility>
 
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cloneable_exception.h"
 #include "concurrency/tasks/future_impl.h"
+#include "concurrency/tasks/task_wrapper.h"
+#include "tests/support/eventually.h"
 #include "tests/support/plain_thread.h"
 
 namespace Zarvo::Test {
@@ -79,6 +83,47 @@ class Uncloneable : public Failure {
 
   private:
     Refusal m_refusal;
+};
+
+// The future of a run that listens for its own cancellation: it knows how often its thread has asked. A wait asks while it
+// holds the awaited future's mutex. Once it has asked and that mutex is free again, the thread sleeps.
+class ListeningFuture : public Future {
+  public:
+    std::shared_ptr<Orvane::Internal::CancellationObject> GetCancellationObject() override {
+        ++m_asked;
+        return Future::GetCancellationObject();
+    }
+
+    bool HasAsked() const { return m_asked > 0; }
+
+  private:
+    std::atomic<int> m_asked = 0;
+};
+
+// A run of `wait` on a thread of its own. Once constructed, it sleeps in its wait for `awaited`, which must be busy.
+class SleepingWaiter {
+  public:
+    SleepingWaiter(std::function<void()> wait, Future& awaited)
+        : m_thread([future = m_future, wait = std::move(wait)] {
+              Orvane::Internal::TaskWrapper<void, std::function<void()>> wrapper(wait, future);
+              wrapper();
+          }) {
+        if (!Eventually([&] { return m_future->HasAsked(); }) || !awaited.IsBusy()) {
+            throw std::runtime_error("SleepingWaiter: it does not wait");
+        }
+    }
+
+    void Cancel() { m_future->RequestCancel(); }
+    bool HasEnded() const { return m_thread.HasEnded(); }
+
+    bool EndedCancelled() {
+        m_thread.Join();
+        return m_future->IsCancelled();
+    }
+
+  private:
+    std::shared_ptr<ListeningFuture> m_future = std::make_shared<ListeningFuture>();
+    PlainThread m_thread;
 };
 
 enum class RunsOn { AnotherThread, ThisThread };

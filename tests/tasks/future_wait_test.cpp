@@ -260,12 +260,12 @@ TEST(FutureTimedWait, ThatFindsARunCancellingTimesOutInACancelledTaskToo) {
 TEST(FutureWait, HearsOfItsOwnCancellationWhenTheWaitIsOver) {
     for (const Wait& wait : kWaits) {
         const FuturePointer future = AttachedFutureIn(State::Busy);
-        TaskThread task([&] { wait(*future); });
-        task.Cancel();
-        EXPECT_FALSE(Eventually([&] { return !task.IsRunning(); }, 50ms)) << "woken by its own cancellation";
+        SleepingWaiter waiter([&] { wait(*future); }, *future);
+        waiter.Cancel();
+        EXPECT_FALSE(Eventually([&] { return waiter.HasEnded(); }, 50ms)) << "woken by its own cancellation";
 
         End(*future, State::Normal);
-        EXPECT_TRUE(task.EndedCancelled());
+        EXPECT_TRUE(waiter.EndedCancelled());
     }
 }
 

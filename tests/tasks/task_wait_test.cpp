@@ -25,7 +25,8 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
-bool StillWaits(const PlainThread& thread) {
+template <typename Thread>
+bool StillWaits(const Thread& thread) {
     return !Eventually([&] { return thread.HasEnded(); }, 50ms);
 }
 
@@ -158,7 +159,7 @@ TEST(TaskWait, CancelledMeanwhileLeavesTheAwaitedTaskUnchanged) {
     const FuturePointer future = AttachedFutureIn(State::Busy);
     const auto state = std::make_shared<ScriptedState>(future);
     Task awaited(L"", state);
-    TaskThread waiter([&] { awaited.Wait(); });
+    SleepingWaiter waiter([&] { awaited.Wait(); }, *future);
     waiter.Cancel();
     future->SetValue();
 
@@ -189,8 +190,7 @@ class TaskWaitResetTest : public testing::Test {
         const auto first = std::make_shared<ScriptedState>(m_firstFuture);
         first->recreate = [this] { return m_second; };
         m_task = Task(L"", first);
-        m_waiter = std::make_unique<PlainThread>([task = m_task]() mutable { task.Wait(); });
-        ASSERT_TRUE(StillWaits(*m_waiter));
+        m_waiter = std::make_unique<SleepingWaiter>([task = m_task]() mutable { task.Wait(); }, *m_firstFuture);
         m_task.Reset();
         ASSERT_EQ(m_task.GetWrapper(), m_second);
     }
@@ -203,7 +203,7 @@ class TaskWaitResetTest : public testing::Test {
     FuturePointer m_secondFuture;
     std::shared_ptr<ScriptedState> m_second;
     Task m_task;
-    std::unique_ptr<PlainThread> m_waiter;
+    std::unique_ptr<SleepingWaiter> m_waiter;
 };
 
 TEST_F(TaskWaitResetTest, WaitsForANewerRunThatIsBusy) {

@@ -24,6 +24,9 @@ configure() {
         cmake --preset "cross-$kind" -DZARVO_WARNINGS_AS_ERRORS=ON "$@"
 }
 
+# The benchmarks too: they are run seldom, and must not have stopped working when they are.
+configure_debug() { configure debug -DZARVO_BUILD_BENCH=ON; }
+
 # compile debug|release [TARGET...]
 compile() {
     local kind=$1 how=()
@@ -33,7 +36,7 @@ compile() {
 }
 
 build() {
-    configure debug
+    configure_debug
     compile debug "$@"
     finish "build: build/debug is up to date"
 }
@@ -42,65 +45,84 @@ build() {
 # as many run as there are processors.
 ctest_jobs() { echo $((16 * $(nproc) + 16)); }
 
-# run_tests [CTEST OPTIONS]: runs them, prints the totals, and fails when a test failed or none ran.
+# run_tests FOLDER [CTEST OPTIONS]: runs the tests below a folder of the build, prints the totals, and fails when a test
+# failed or none ran.
 run_tests() {
-    local report=build/debug/test-report.xml code=0 total failed unrun
-    rm -f "$report"
-    say "run the tests: ctest --test-dir build/debug --parallel $(ctest_jobs) $*"
-    ctest --test-dir build/debug --parallel "$(ctest_jobs)" --output-on-failure --no-tests=error --no-label-summary \
+    local folder=$1 failures=$1/Testing/Temporary/LastTestsFailed.log report=build/debug/test-report.xml code=0
+    shift
+    rm -f "$report" "$failures"
+    say "run the tests: ctest --test-dir $folder --parallel $(ctest_jobs) $*"
+    ctest --test-dir "$folder" --parallel "$(ctest_jobs)" --output-on-failure --no-tests=error --no-label-summary \
         --output-junit "$PWD/$report" "$@" || code=$?
-    total=$(report_count tests)
-    failed=$(report_count failures)
-    unrun=$(($(report_count skipped) + $(report_count disabled)))
-    printf '\n%d passed, %d failed\n' $((total - failed - unrun)) "$failed"
+    # On purpose two sources: ctest counts as failed what it could not start, its report does not.
+    printf '\n%d passed, %d failed\n' "$(count_lines 'status="run"' "$report")" "$(count_lines . "$failures")"
     [ "$code" = 0 ] || fail "run the tests" "$code"
 }
 
-# report_count ATTRIBUTE: of the test report's head.
-report_count() {
-    local count
-    count=$(sed -n "1,/>/s/.*[[:space:]]$1=\"\([0-9]*\)\".*/\1/p" build/debug/test-report.xml 2>/dev/null | head -n 1)
-    echo "${count:-0}"
-}
+count_lines() { grep --count "$1" "$2" 2>/dev/null || true; }
 
-# run_tests_of [ROOM] [CTEST OPTIONS]
+# test_room [ROOM] [CTEST OPTIONS]: of a room only what its tests need is built; any other label may be anywhere.
 test_room() {
-    local selection=()
+    local room=''
     if [ $# != 0 ] && [[ $1 != -* ]]; then
-        selection=(--label-regex "^$1\$")
+        room=$1
         shift
     fi
-    configure debug
-    compile debug
-    start_wine
-    run_tests "${selection[@]}" "$@"
+    configure_debug
+    if [ -n "$room" ] && [ "$room" != stress ] && ninja -C build/debug -t query "room_$room" >/dev/null 2>&1; then
+        compile debug "room_$room"
+        start_wine
+        run_tests "build/debug/tests/$room" "$@"
+    else
+        compile debug
+        start_wine
+        [ -z "$room" ] || require_label "$room"
+        run_tests build/debug ${room:+--label-regex "^$room\$"} "$@"
+    fi
+}
+
+require_label() {
+    local labels
+    labels=$(ctest --test-dir build/debug --print-labels | sed -n 's/^  //p') || fail "list the tests" $?
+    grep --quiet --line-regexp --fixed-strings "$1" <<<"$labels" ||
+        fail "find the tests of '$1'; there are: $(echo $labels)" 2
 }
 
 stress() {
     local seed=${1:-$RANDOM$RANDOM}
-    configure debug
+    configure_debug
     compile debug
     start_wine
     say "stress seed $seed"
     export ZARVO_STRESS_SEED=$seed ZARVO_STRESS_ROUNDS=${ZARVO_STRESS_ROUNDS:-50}
-    run_tests --label-regex '^stress$'
+    run_tests build/debug --label-regex '^stress$'
     finish "stress: passed with seed $seed"
 }
 
+# bench [FILTER|all]: the usual tables, those that match, or the long ones too.
 bench() {
-    local filter=${1:-all} program
+    local filter=. options=() name program matched=0
+    case ${1:-} in
+        '') ;;
+        all) options=(--all) ;;
+        *) filter=$1 ;;
+    esac
     start_wine
     configure release -DZARVO_BUILD_BENCH=ON
     compile release benchmarks
-    [ "$filter" != all ] || filter=.
-    for program in build/release/bin/*_bench.exe; do
-        step "run ${program##*/}" wine "$program" --benchmark_filter="$filter"
+    for name in $(cat build/release/bench/questions.txt); do
+        program=(wine "build/release/bin/${name}_bench.exe" --benchmark_filter="$filter" "${options[@]}")
+        if "${program[@]}" --benchmark_list_tests 2>/dev/null | grep --quiet .; then
+            step "run ${name}_bench" "${program[@]}"
+            matched=$((matched + 1))
+        fi
     done
-    finish "bench: done"
+    [ "$matched" != 0 ] || fail "find a benchmark that matches '$filter'"
+    finish "bench: $matched programs run"
 }
 
 abi() {
-    configure debug
+    configure_debug
     compile debug ZarvoConcurrency
     step "list the exports" cmake -D DLL=build/debug/bin/ZarvoConcurrency.dll -D LIST=abi/exports.txt -D UPDATE=ON \
         -D OBJDUMP=x86_64-w64-mingw32-objdump -P tools/check_exports.cmake

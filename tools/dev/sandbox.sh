@@ -5,7 +5,7 @@ sandbox_options=()
 
 require_sandbox() {
     local reason
-    reason=$(bwrap --ro-bind / / true 2>&1) && return
+    reason=$(bwrap --ro-bind / / --dev /dev --proc /proc --unshare-pid --unshare-net --unshare-ipc true 2>&1) && return
     cat >&2 <<TEXT
 dev: bubblewrap cannot make a namespace here: $reason
 Where ordinary users may not (Ubuntu 23.10 and later, some containers), either run ./dev as root, or allow it:
@@ -21,12 +21,12 @@ in_toolchain() {
     local root=$1
     shift
     mkdir -p "$cache/ccache"
-    bwrap --ro-bind "$root/usr" /usr --ro-bind "$root/etc" /etc \
+    env --ignore-environment PATH="$PATH" bwrap --ro-bind "$root/usr" /usr --ro-bind "$root/etc" /etc \
         --symlink usr/bin /bin --symlink usr/sbin /sbin --symlink usr/lib /lib --symlink usr/lib64 /lib64 \
         --dev /dev --proc /proc --ro-bind /sys /sys --tmpfs /tmp --tmpfs /run --dir /var/tmp \
         --bind "$cache/ccache" /ccache --ro-bind-try "$root/wine-prefix" /wine-prefix \
         --bind "$project" "$project" "${sandbox_options[@]}" \
-        --unshare-pid --unshare-net --unshare-ipc --die-with-parent --chdir "$project" --clearenv \
+        --unshare-pid --unshare-net --unshare-ipc --die-with-parent --chdir "$project" \
         --setenv PATH /usr/bin:/usr/sbin --setenv HOME /tmp --setenv LC_ALL C.UTF-8 --setenv TERM "${TERM:-dumb}" \
         --setenv XDG_RUNTIME_DIR /tmp --setenv DEV_ROOT "${root##*/}" \
         --setenv WINEPREFIX "$project/build/wine" --setenv WINEDEBUG -all \

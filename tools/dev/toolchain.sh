@@ -2,7 +2,7 @@
 
 suite=trixie
 recipe=1 # raise it when what is done to the unpacked packages changes
-cache=${DEV_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/zarvo-dev}
+cache=$(realpath --canonicalize-missing "${DEV_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/zarvo-dev}")
 
 packages_common=base-files,bash,coreutils,dash,sed,grep,findutils,gawk,diffutils,libc-bin
 packages_build=g++-mingw-w64-x86-64-win32,mingw-w64-tools,cmake,ninja-build,ccache,googletest
@@ -35,9 +35,9 @@ root_key() { echo "$suite $recipe $*" | sha256sum | cut -c1-12; }
 # ensure_root KIND PACKAGES [SOURCE]: sets made_root, made first when it is missing.
 ensure_root() {
     made_root=$cache/$1-$(root_key "${@:2}")
-    [ -e "$made_root/.complete" ] && { require_sandbox; return; }
-    ensure_host_packages
+    if [ ! -e "$made_root/.complete" ] || ! command -v bwrap >/dev/null; then ensure_host_packages; fi
     require_sandbox
+    [ ! -e "$made_root/.complete" ] || return 0
     mkdir -p "$cache"
     exec 9>"$made_root.lock"
     flock --nonblock 9 || { say "wait: another ./dev is making $made_root"; flock 9; }
@@ -49,13 +49,14 @@ make_root() {
     say "make the $1 root (once): Debian $suite in $made_root"
     local new=$made_root.new
     rm -rf "$new" "$made_root"
-    unpack_packages "$new" "${@:2}" || fail "unpack the packages of the $1 root" $?
+    unpack_packages "$new" "${@:2}" || fail "unpack the packages of the $1 root (DEV_MIRROR names another mirror)" $?
     finish_root "$new" || fail "finish the $1 root" $?
     mv "$new" "$made_root"
     case $1 in
         toolchain) prepare_wine "$made_root" || fail "prepare Wine" $? ;;
         docs) prepare_graphviz "$made_root" || fail "prepare graphviz" $? ;;
     esac
+    rm -f "$new.log"
     touch "$made_root/.complete"
 }
 
@@ -70,10 +71,13 @@ unpack_packages() {
         hooks+=(--setup-hook='sed "s/^deb /deb-src /" "$1/etc/apt/sources.list" >"$1/etc/apt/sources.list.d/sources.list"')
         hooks+=(--extract-hook="cd \"\$1/usr/src\" && sh '$project/tools/dev/unpack_source.sh' $source")
     fi
-    TMPDIR=$cache TAR_OPTIONS=--no-same-owner "${as_root[@]}" mmdebstrap --quiet \
+    TMPDIR=$cache TAR_OPTIONS=--no-same-owner "${as_root[@]}" mmdebstrap \
         --mode=root --variant=extract --skip=chroot/mount \
         --aptopt='APT::Sandbox::User "root"' --aptopt='Apt::Install-Recommends "false"' "${hooks[@]}" \
-        --include="$packages" "$suite" "$target" ${mirror:+"deb $mirror $suite main"}
+        --include="$packages" "$suite" "$target" ${mirror:+"deb $mirror $suite main"} >"$target.log" 2>&1 && return
+    local code=$?
+    tail -n 20 "$target.log" >&2
+    return "$code"
 }
 
 finish_root() (

@@ -1,0 +1,87 @@
+// What the cancellable handle waits meet at the border to the platform, arranged by a test for a scope.
+//
+// Lifetime: one object of a class at a time.
+#pragma once
+
+#include <vector>
+
+#include "concurrency/base/windows_api.h"
+#include "tests/cancellation/run_scope.h"
+#include "tests/support/import_patch.h"
+
+namespace Zarvo::Test {
+
+// Every wait times out at once and is recorded.
+class RecordedWaits {
+  public:
+    struct Wait {
+        std::vector<HANDLE> handles;
+        BOOL all;
+        DWORD milliseconds;
+    };
+
+    RecordedWaits() { g_waits.clear(); }
+
+    const std::vector<Wait>& List() const { return g_waits; }
+
+  private:
+    static DWORD WINAPI Record(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
+        g_waits.push_back({{handles, handles + count}, all, milliseconds});
+        return WAIT_TIMEOUT;
+    }
+
+    static inline std::vector<Wait> g_waits;
+    ImportPatch m_patch{LibraryUnderTest(), "WaitForMultipleObjects", &Record};
+};
+
+// A request comes after the wait has tested the flag and before the platform looks at the handles; at the same moment
+// `signalled`, if any, is signalled.
+class RequestAtTheWait {
+  public:
+    explicit RequestAtTheWait(const RunScope& run, HANDLE signalled = nullptr) {
+        g_run = &run;
+        g_signalled = signalled;
+    }
+
+  private:
+    static DWORD WINAPI RequestThenWait(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
+        g_run->Cancellation().RequestCancel();
+        if (g_signalled != nullptr) {
+            SetEvent(g_signalled);
+        }
+        return WaitForMultipleObjects(count, handles, all, milliseconds);
+    }
+
+    static inline const RunScope* g_run = nullptr;
+    static inline HANDLE g_signalled = nullptr;
+    ImportPatch m_patch{LibraryUnderTest(), "WaitForMultipleObjects", &RequestThenWait};
+};
+
+// Every event is created signalled: as if somebody else had signalled it.
+class SignalledEvents {
+    static HANDLE WINAPI Create(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL, LPCWSTR name) {
+        return CreateEventW(security, manualReset, TRUE, name);
+    }
+
+    ImportPatch m_patch{LibraryUnderTest(), "CreateEventW", &Create};
+};
+
+// No event can be created.
+class NoEvents {
+    static HANDLE WINAPI Fail(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) { return nullptr; }
+
+    ImportPatch m_patch{LibraryUnderTest(), "CreateEventW", &Fail};
+};
+
+// Closing a handle leaves an error of its own behind.
+class NoisyClose {
+    static BOOL WINAPI Close(HANDLE handle) {
+        const BOOL closed = CloseHandle(handle);
+        SetLastError(12345);
+        return closed;
+    }
+
+    ImportPatch m_patch{LibraryUnderTest(), "CloseHandle", &Close};
+};
+
+}  // namespace Zarvo::Test
