@@ -16,10 +16,10 @@ namespace {
 // How often the stop signal and the status line are looked after.
 constexpr std::chrono::milliseconds kTick{50};
 
-// As many tasks as keep the processors busy while some wait for a disk. Two less than a pool starts with at least: the
-// pool adds workers only where there are processors for them.
+// As many tasks as keep the processors busy while some wait for a disk. On a small machine that is well below the
+// workers that a pool starts with; on a large one the pool adds the workers that it takes, and no more.
 std::size_t FilesInHand() {
-    return std::max(6U, std::thread::hardware_concurrency() + 4);
+    return std::thread::hardware_concurrency() + 3;
 }
 
 Progress::Amount Total(const std::vector<FoundFile>& files) {

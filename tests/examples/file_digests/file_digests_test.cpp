@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 #include "tests/examples/file_digests/temporary_tree.h"
@@ -51,6 +52,18 @@ std::size_t CountRecords(const ChildResult& result, const std::string& part) {
     return static_cast<std::size_t>(std::count_if(result.log.begin(), result.log.end(), [&](const std::string& record) {
         return record.find(part) != std::string::npos;
     }));
+}
+
+// How many threads have run a task whose name begins so.
+std::size_t CountThreads(const ChildResult& result, const std::string& name) {
+    std::set<std::string> threads;
+    for (const std::string& record : result.log) {
+        const std::size_t thread = record.find("] started in thread [");
+        if (thread != std::string::npos && record.find("Task [" + name) < thread) {
+            threads.insert(record.substr(thread, record.find(')', thread) - thread));
+        }
+    }
+    return threads.size();
 }
 
 class FileDigestsTest : public testing::Test {
@@ -195,6 +208,12 @@ TEST_P(FileDigestsOnThreadsTest, TwoThousandSmallFilesAreTwoThousandTasks) {
     EXPECT_EQ(result.exitCode, 0U);
     EXPECT_EQ(result.standardOutput, expected);
     EXPECT_EQ(CountRecords(result, "Task [file"), 4000U) << "a start and a stop for each";
+    EXPECT_EQ(CountRecords(result, "Task [file2999]"), 2U);
+    if (GetParam() == std::string("pool")) {
+        EXPECT_LE(CountThreads(result, "file"), 100U);
+    } else {
+        EXPECT_GT(CountThreads(result, "file"), 100U) << "the platform may give a number again, but not at once";
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Threads, FileDigestsOnThreadsTest, testing::Values("pool", "dedicated"),
