@@ -42,6 +42,13 @@ class GrowingText {
     // Ends the text with `ending`, in any case. If something was dropped, a remark comes before it.
     void Close(View ending) noexcept;
 
+    // The text up to a zero, which takes the place of an ending.
+    [[nodiscard]] const Char* Terminated() noexcept {
+        constexpr Char kZero{};
+        Close({&kZero, 1});
+        return m_data;
+    }
+
     [[nodiscard]] View Text() const noexcept { return {m_data, m_size}; }
 
   private:
@@ -112,6 +119,6 @@ void GrowingText<Char, kInlineCapacity>::StepBackTo(std::size_t size) noexcept {
 
 // Every format of the framework fits into the object itself; a line has up to three bytes for each character.
 using WideText = GrowingText<wchar_t, 1024>;
-using Utf8Text = GrowingText<char, 3 * 1024>;
+using Utf8Text = GrowingText<char, std::size_t{3} * 1024>;
 
 }  // namespace Orvane::Reports

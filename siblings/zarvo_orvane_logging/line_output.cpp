@@ -63,7 +63,7 @@ class FileTurn {
     bool m_held;
 };
 
-std::string InUtf8(std::wstring_view text) {
+std::string InUtf8(const std::wstring& text) {
     const auto length = static_cast<int>(text.size());
     std::string bytes(3 * text.size(), '\0');
     const int used = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, bytes.data(), static_cast<int>(bytes.size()),

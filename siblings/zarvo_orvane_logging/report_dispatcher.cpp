@@ -32,11 +32,6 @@ unsigned long long Now() noexcept {
     return (static_cast<unsigned long long>(now.dwHighDateTime) << 32U) | now.dwLowDateTime;
 }
 
-void SendToDebugger(WideText& line) noexcept {
-    line.Close({L"\0", 1});
-    OutputDebugStringW(line.Text().data());
-}
-
 }  // namespace
 
 void ReportDispatcher::Dispatch(int severity, int kind, const wchar_t* category, const wchar_t* format,
@@ -82,7 +77,7 @@ void ReportDispatcher::Deliver(const PendingReport& report, va_list arguments) n
         case OrvaneLogging::Sink::Debugger:
             // An exception handler that sees the text go by may report something itself.
             lock.unlock();
-            return SendToDebugger(line);
+            return OutputDebugStringW(line.Terminated());
     }
 }
 

@@ -1,5 +1,6 @@
 #include "zarvo_orvane_utils/exception_factory.h"
 
+#include <barrier>
 #include <cstddef>
 #include <cstdint>
 #include <cwchar>
@@ -205,19 +206,23 @@ TEST(ExceptionFactory, ThrowerRunsWithoutALock) {
 }
 
 TEST(ExceptionFactory, ThreadsRegisterAndThrowAtTheSameTime) {
+    constexpr unsigned kThreads = 4;
+    constexpr unsigned kCalls = 3000;
     const std::size_t before = ExceptionFactory::Registrations().size();
+    std::barrier start(kThreads);
     std::vector<std::thread> threads;
-    for (unsigned thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([thread] {
-            for (unsigned i = 0; i < 200; ++i) {
-                const std::wstring name = L"thread " + std::to_wstring(thread);
-                ExceptionFactory::Register(name.c_str(), i, ThrowNumbered<1>);
-                EXPECT_THROW(ExceptionFactory::Throw(NamedError(name.c_str(), i)), Numbered<1>);
+    for (unsigned thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([&start, thread] {
+            const std::wstring name = L"thread " + std::to_wstring(thread);
+            start.arrive_and_wait();
+            for (unsigned call = 0; call < kCalls; ++call) {
+                ExceptionFactory::Register(name.c_str(), call, ThrowNumbered<1>);
             }
+            EXPECT_THROW(ExceptionFactory::Throw(NamedError(name.c_str(), kCalls / 2)), Numbered<1>);
         });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_THAT(ExceptionFactory::Registrations(), SizeIs(before + 4 * 200));
+    EXPECT_THAT(ExceptionFactory::Registrations(), SizeIs(before + kThreads * kCalls));
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <regex>
 #include <stdexcept>
 #include <string>
@@ -53,6 +54,23 @@ class OrvaneLoggingTest : public testing::Test {
     }
 
     ScratchFolder m_folder;
+};
+
+// Stands in for another process in the middle of writing to the log file.
+class FileTurnOfAnother {
+  public:
+    explicit FileTurnOfAnother(const std::filesystem::path& file)
+        : m_file(CreateFileW(file.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                             nullptr, OPEN_EXISTING, 0, nullptr)) {
+        constexpr DWORD kPlaceHigh = 0x7FFFFFFF;
+        EXPECT_NE(LockFile(m_file, 0, kPlaceHigh, 1, 0), FALSE) << GetLastError();
+    }
+    ~FileTurnOfAnother() { CloseHandle(m_file); }
+    FileTurnOfAnother(const FileTurnOfAnother&) = delete;
+    FileTurnOfAnother& operator=(const FileTurnOfAnother&) = delete;
+
+  private:
+    HANDLE m_file;
 };
 
 std::string NowInUtc() {
@@ -186,6 +204,8 @@ TEST_F(OrvaneLoggingTest, NullPathIsRefusedAndTheSinkStays) {
 }
 
 TEST_F(OrvaneLoggingTest, LastErrorIsLeftAsItWas) {
+    const StandardErrorInto file(m_folder.File(L"stderr.txt"));  // which is asked in vain whether it is a console
+    g_OrvaneLogging.SetSink(Sink::StandardError);
     SetLastError(4711);
     g_OrvaneLogging.Report(1, 16, L"test", L"%s", L"anything");
     EXPECT_EQ(GetLastError(), 4711u);
@@ -230,15 +250,21 @@ TEST_F(OrvaneLoggingTest, AnotherDllReportsFromItsStaticConstructorAndDestructor
     EXPECT_THAT(Lines(), ElementsAre(EndsWith("[dll] static constructor"), EndsWith("[dll] static destructor")));
 }
 
+// Not every system appends in one step: two that write at the same time would overwrite each other.
+TEST_F(OrvaneLoggingTest, WaitsWhileAnotherProcessWritesToTheFile) {
+    std::optional<FileTurnOfAnother> other(File());
+    std::thread reporter([] { g_OrvaneLogging.Report(1, 16, L"test", L"after you"); });
+    Sleep(50);
+    EXPECT_THAT(Lines(), SizeIs(0));
+    other.reset();
+    reporter.join();
+    EXPECT_EQ(Message(), "after you");
+}
+
 // A process that is stopped while it writes must not stop the others.
 TEST_F(OrvaneLoggingTest, FileThatAnotherProcessNeverLetsGoIsWrittenToAllTheSame) {
-    constexpr DWORD kTurnHigh = 0x7FFFFFFF;
-    HANDLE const other =
-        CreateFileW(File().c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                    OPEN_EXISTING, 0, nullptr);
-    ASSERT_NE(LockFile(other, 0, kTurnHigh, 1, 0), FALSE) << GetLastError();
+    const FileTurnOfAnother other(File());
     g_OrvaneLogging.Report(1, 16, L"test", L"in spite of it");
-    CloseHandle(other);
     EXPECT_EQ(Message(), "in spite of it");
 }
 
