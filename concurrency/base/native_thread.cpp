@@ -33,8 +33,9 @@ NativeThread& NativeThread::operator=(NativeThread&& other) noexcept {
 
 NativeThread NativeThread::StartRaw(RawEntry entry, void* argument) {
     // Makes the C++ runtime set up its per-thread storage here. A new thread would do it otherwise; if the end of the
-    // process killed it midway, the thread that ends the process would wait for it for ever.
-    static_cast<void>(std::uncaught_exceptions());
+    // process killed it midway, the thread that ends the process would wait for it for ever. Volatile: the call is
+    // declared to have no effect, and would be dropped.
+    [[maybe_unused]] const volatile int setUp = std::uncaught_exceptions();
     unsigned id = 0;
     const std::uintptr_t handle = _beginthreadex(nullptr, 0, entry, argument, 0, &id);
     if (handle == 0) {
