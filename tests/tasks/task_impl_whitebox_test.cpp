@@ -36,6 +36,7 @@ namespace {
 
 using namespace Orvane;
 using namespace Orvane::Internal;
+using namespace Zarvo::Test;
 
 static_assert(!std::is_polymorphic_v<TaskImpl>);
 static_assert(!std::is_copy_constructible_v<TaskImpl>);
