@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -287,6 +288,22 @@ TEST(FutureState, RequestFromAnotherThreadIsPassedOnToTheRunOnce) {
     future->RequestCancel();
     EXPECT_EQ(notifier->Calls(), 1);
     EXPECT_EQ(StateOf(*future), State::Cancelling);
+}
+
+TEST(FutureState, RequestsThatComeAtOnceArePassedOnOnce) {
+    const FuturePointer future = FutureIn(State::Busy);
+    const auto notifier = std::make_shared<CountingNotifier>();
+    future->GetCancellationObject()->RegisterNotifier(notifier);
+    std::unique_lock lock(FieldOrder::MutexOf(*future));
+    PlainThread first([&] { future->RequestCancel(); });
+    PlainThread second([&] { future->RequestCancel(); });
+    // Both have seen the future busy by now, most likely.
+    EXPECT_FALSE(Eventually([&] { return first.HasEnded() || second.HasEnded(); }, std::chrono::milliseconds(100)));
+    lock.unlock();
+    first.Join();
+    second.Join();
+
+    EXPECT_EQ(notifier->Calls(), 1);
 }
 
 TEST(FutureState, RequestIsPassedOnWithTheStateSetAndTheMutexHeld) {

@@ -158,6 +158,19 @@ TEST(FutureWait, AbsorbsWakeUpsForNoReason) {
     }
 }
 
+TEST(FutureWait, ThatBeganBeforeTheRequestIsNotOverWhileTheRunIsCancelling) {
+    for (const Wait& wait : kWaits) {
+        const FuturePointer future = AttachedFutureIn(State::Busy);
+        SleepingWaiter waiter([&] { wait(*future); }, *future);
+        future->RequestCancel();
+        FieldOrder::ConditionOf(*future).notify_all();
+        EXPECT_FALSE(Eventually([&] { return waiter.HasEnded(); }, 50ms));
+
+        future->ConfirmCancel();
+        EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
+    }
+}
+
 TEST(FutureWait, ThrowsNeitherTheTasksExceptionNorItsCancellation) {
     for (const State end : {State::Cancelled, State::Error}) {
         const FuturePointer future = AttachedFutureIn(State::Busy);

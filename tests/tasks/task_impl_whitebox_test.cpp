@@ -3,17 +3,22 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <mutex>
 #include <type_traits>
+#include <vector>
 
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/tasks/null_task_wrapper.h"
+#include "tests/support/eventually.h"
+#include "tests/support/plain_thread.h"
 
 namespace Orvane::Internal {
 
 struct FieldOrder {
+    static std::recursive_mutex& MutexOf(TaskImpl& task) { return task.m_mutex; }
     static const bool& CancelledOf(const TaskImpl& task) { return task.m_cancelled; }
     static const ITaskState* StateOf(const TaskImpl& task) { return task.m_wrapper.get(); }
     static wchar_t LastCharacterOf(const TaskImpl& task) { return task.m_name.back(); }
@@ -31,6 +36,7 @@ namespace {
 
 using namespace Orvane;
 using namespace Orvane::Internal;
+using namespace Zarvo::Test;
 
 static_assert(!std::is_polymorphic_v<TaskImpl>);
 static_assert(!std::is_copy_constructible_v<TaskImpl>);
@@ -86,6 +92,28 @@ TEST(TaskImpl, CancellingItselfLeavesTheFlagAsItWas) {
     EXPECT_FALSE(FieldOrder::CancelledOf(*task));
     EXPECT_NE(FieldOrder::StateOf(*task), state.get());
     EXPECT_TRUE(task->IsCancelled());
+}
+
+TEST(TaskImpl, EveryOperationTakesTheMutex) {
+    using Operation = void (*)(TaskImpl&);
+    const std::vector<Operation> operations{
+        [](TaskImpl& task) { task.Run(); },
+        [](TaskImpl& task) { task.Cancel(); },
+        [](TaskImpl& task) { (void)task.GetName(); },
+        [](TaskImpl& task) { (void)task.GetWrapper(); },
+        [](TaskImpl& task) { (void)task.IsBusy(); },
+        [](TaskImpl& task) { (void)task.IsCancelled(); },
+        [](TaskImpl& task) { task.Reset(); },
+        [](TaskImpl& task) { task.Wait(); },
+    };
+    for (std::size_t index = 0; index < operations.size(); ++index) {
+        TaskImpl task(L"", nullptr);
+        std::unique_lock lock(FieldOrder::MutexOf(task));
+        PlainThread caller([&] { operations[index](task); });
+
+        EXPECT_FALSE(Eventually([&] { return caller.HasEnded(); }, std::chrono::milliseconds(20))) << index;
+        lock.unlock();
+    }
 }
 
 }  // namespace

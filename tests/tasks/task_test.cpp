@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -12,6 +13,8 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
+#include "concurrency/cancellation/current_task.h"
+#include "concurrency/cancellation/future_notification_adapter.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/tasks/null_future_state.h"
 #include "tests/support/eventually.h"
@@ -243,6 +246,47 @@ TEST(Task, AnyOtherFailureToCancelIsPassedOnAndChangesNothing) {
     EXPECT_FALSE(task.IsCancelled());
     EXPECT_EQ(task.GetWrapper(), state);
     PlainThread([&] { EXPECT_FALSE(task.IsBusy()); }).Join();  // the lock is free
+}
+
+// So that a reset sees the request and the task's own flag, or neither.
+TEST(Task, CancelHoldsTheTasksLockWhileItRequests) {
+    class AskingFuture : public NullFutureState {
+      public:
+        void RequestCancel() override {
+            asker = std::make_unique<PlainThread>([this] { (void)task.IsCancelled(); });
+            askerWaited = !Eventually([this] { return asker->HasEnded(); }, std::chrono::milliseconds(50));
+        }
+        Task task;
+        std::unique_ptr<PlainThread> asker;
+        bool askerWaited = false;
+    };
+    const auto future = std::make_shared<AskingFuture>();
+    Task task(L"", std::make_shared<ScriptedState>(future));
+    future->task = task;
+    task.Cancel();
+    future->asker->Join();
+    future->task = {};
+
+    EXPECT_TRUE(future->askerWaited);
+}
+
+// On purpose: the handle cannot tell whose exception it is that comes back.
+TEST(Task, CancelThatComesBackToTheCallersOwnTaskEmptiesTheCancelledHandle) {
+    FuturePointer ownFuture;
+    Task other(L"", ScriptedIn(State::Busy));
+    std::shared_ptr<AbstractCancelNotifier> notifier;
+    Task own = MakeTask(L"", [&] {
+        // The other task passes its cancellation on to this one.
+        const auto previous = ResetFutureObject(std::dynamic_pointer_cast<FutureState>(other.GetWrapper()->GetFuture()));
+        notifier = FutureNotificationAdapter::CreateInstance(ownFuture);
+        ResetFutureObject(previous);
+        other.Cancel();
+    }, ownFuture);
+    own();
+
+    EXPECT_TRUE(ownFuture->IsCancelled());
+    EXPECT_TRUE(IsEmptied(other));
+    EXPECT_FALSE(IsEmptied(own));
 }
 
 TEST(Task, AnswersWhileItRuns) {

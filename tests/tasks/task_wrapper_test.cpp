@@ -282,6 +282,27 @@ TEST(TaskWrapper, KeepsACallableThatThrew) {
     }
 }
 
+TEST(TaskWrapper, DestructorReleasesTheCallableBeforeTheFuture) {
+    struct Argument {
+        explicit Argument(bool& seen) : futureAlive(&seen) {}
+        ~Argument() { *futureAlive = !future.expired(); }
+        std::weak_ptr<Future> future;
+        bool* futureAlive;
+    };
+    bool futureAlive = false;
+    auto argument = std::make_shared<Argument>(futureAlive);
+    FuturePointer future(new Future());
+    argument->future = future;
+    auto wrapper = std::make_unique<Wrapper>([argument] {}, future);
+    const std::weak_ptr<Future> watched = future;
+    future.reset();
+    argument.reset();
+    wrapper.reset();
+
+    EXPECT_TRUE(futureAlive);
+    EXPECT_TRUE(watched.expired());
+}
+
 TEST(TaskWrapper, SecondRunAfterANormalOneDoesNothing) {
     int calls = 0;
     Bound bound([&] { ++calls; });
