@@ -129,7 +129,9 @@ TEST(LeakProbe, TwoHundredCyclesLeaveNothing) {
 }
 
 TEST(LeakProbe, CyclesThatUseNothingLeaveNothing) {
-    { const ConcurrencyLifetime lifetime; }
+    {
+        const ConcurrencyLifetime lifetime;
+    }
     const ResourceProbe probe;
     for (int i = 0; i < 1'000; ++i) {
         const ConcurrencyLifetime lifetime;

@@ -14,8 +14,8 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
-#include "tests/support/eventually.h"
 #include "tests/stress/stress_run.h"
+#include "tests/support/eventually.h"
 #include "tests/threadpool/background_call.h"
 
 namespace {
@@ -39,20 +39,14 @@ class Never {
     void Wait(Random& random) const {
         const DWORD milliseconds = Choose(random, 2) == 0 ? INFINITE : static_cast<DWORD>(Choose(random, 3));
         switch (Choose(random, 4)) {
-            case 0:
-                CancellableSleep(milliseconds);
-                break;
-            case 1:
-                CancellableWaitForSingleObject(m_event, milliseconds);
-                break;
+            case 0: CancellableSleep(milliseconds); break;
+            case 1: CancellableWaitForSingleObject(m_event, milliseconds); break;
             case 2: {
                 const HANDLE handles[] = {m_event, m_event, m_event};
                 CancellableWaitForMultipleObjects(3, handles, milliseconds);
                 break;
             }
-            default:
-                WaitForCondition();
-                break;
+            default: WaitForCondition(); break;
         }
     }
 
@@ -105,7 +99,8 @@ TEST(CancelStorm, NoRequestIsMissed) {
             }
         }
         ASSERT_TRUE(Eventually([&] {
-            return std::all_of(futures.begin(), futures.end(), [](const auto& future) { return future->IsCancelled(); });
+            return std::all_of(futures.begin(), futures.end(),
+                               [](const auto& future) { return future->IsCancelled(); });
         }));
     }
 }

@@ -8,8 +8,8 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
-#include "tests/support/eventually.h"
 #include "tests/stress/stress_run.h"
+#include "tests/support/eventually.h"
 #include "tests/threadpool/background_call.h"
 
 namespace {
@@ -86,7 +86,9 @@ TEST(PoolCycles, LateCallersDoNotBreakTheTeardown) {
             EXPECT_TRUE(producer.Ends());
         }
     }
-    { const ConcurrencyLifetime lifetime; }
+    {
+        const ConcurrencyLifetime lifetime;
+    }
     EXPECT_LE(*ran, queued);
 }
 

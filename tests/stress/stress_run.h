@@ -31,13 +31,9 @@ inline std::size_t Choose(Random& random, std::size_t limit) {
 // Lets some time pass: none, a turn of other threads, some microseconds or about a millisecond.
 inline void Linger(Random& random) {
     switch (Choose(random, 8)) {
-        case 0:
-            Sleep(static_cast<DWORD>(Choose(random, 3)));
-            break;
+        case 0: Sleep(static_cast<DWORD>(Choose(random, 3))); break;
         case 1:
-        case 2:
-            SwitchToThread();
-            break;
+        case 2: SwitchToThread(); break;
         case 3:
         case 4:
         case 5: {
@@ -46,8 +42,7 @@ inline void Linger(Random& random) {
             }
             break;
         }
-        default:
-            break;
+        default: break;
     }
 }
 

@@ -16,8 +16,8 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
-#include "tests/support/eventually.h"
 #include "tests/stress/stress_run.h"
+#include "tests/support/eventually.h"
 #include "tests/threadpool/background_call.h"
 
 namespace {
@@ -43,15 +43,9 @@ struct Runs {
 // Takes a few milliseconds at most, whether it is cancelled or not.
 void Do(Work work, Random random, Task& self) {
     switch (work) {
-        case Work::kLinger:
-            Linger(random);
-            break;
-        case Work::kThrow:
-            Linger(random);
-            throw Unexpected(L"thrown on purpose");
-        case Work::kSleep:
-            CancellableSleep(static_cast<DWORD>(Choose(random, 5)));
-            break;
+        case Work::kLinger: Linger(random); break;
+        case Work::kThrow: Linger(random); throw Unexpected(L"thrown on purpose");
+        case Work::kSleep: CancellableSleep(static_cast<DWORD>(Choose(random, 5))); break;
         case Work::kPoll:
             for (int i = 0; i < 20; ++i) {
                 CancellationPoint();
@@ -62,8 +56,7 @@ void Do(Work work, Random random, Task& self) {
             Linger(random);
             self.Cancel();
             break;
-        default:
-            break;
+        default: break;
     }
 }
 
@@ -155,13 +148,11 @@ TEST(TaskRaces, EveryTaskEndsInAFinalStateAndTheCountsAddUp) {
                 });
             }
             actors.emplace_back([&] {
-                Disturb(stress.Generator(number, 4), [&](std::size_t i, Random&) {
-                    round.futures[i]->TimedWait(InAMillisecond());
-                });
+                Disturb(stress.Generator(number, 4),
+                        [&](std::size_t i, Random&) { round.futures[i]->TimedWait(InAMillisecond()); });
             });
-            actors.emplace_back([&] {
-                Disturb(stress.Generator(number, 5), [&](std::size_t i, Random&) { round.tasks[i].Wait(); });
-            });
+            actors.emplace_back(
+                [&] { Disturb(stress.Generator(number, 5), [&](std::size_t i, Random&) { round.tasks[i].Wait(); }); });
             for (const BackgroundCall& actor : actors) {
                 ASSERT_TRUE(actor.Ends());
             }
@@ -191,16 +182,10 @@ TEST(TaskRaces, RenewedTasksAreNeverLeftBusy) {
                     Disturb(stress.Generator(number, thread), [&](std::size_t i, Random& random) {
                         Task& task = round.tasks[i];
                         switch (Choose(random, 8)) {
-                            case 0:
-                                task.Cancel();
-                                break;
+                            case 0: task.Cancel(); break;
                             case 1:
-                            case 2:
-                                task.Reset();
-                                break;
-                            case 3:
-                                round.futures[i]->RequestCancel();
-                                break;
+                            case 2: task.Reset(); break;
+                            case 3: round.futures[i]->RequestCancel(); break;
                             default:
                                 ++queued;
                                 GlobalThreadPool::Queue(task);

@@ -75,7 +75,8 @@ TEST(DedicatedThread, RunsTheTaskOnAThreadOfItsOwn) {
 TEST(DedicatedThread, IsDescribedByTheNameOfItsTask) {
     const ConcurrencyLifetime lifetime;
     std::atomic<bool> described = false;
-    RunOnOwnThread(MakeTask(L"Read \x00e4\x4e2d index", [&] { described = IsDescribedAs(L"Read \x00e4\x4e2d index"); }));
+    RunOnOwnThread(
+        MakeTask(L"Read \x00e4\x4e2d index", [&] { described = IsDescribedAs(L"Read \x00e4\x4e2d index"); }));
     EXPECT_TRUE(described);
 }
 
@@ -97,8 +98,8 @@ TEST(DedicatedThread, WorkersAreNotDescribed) {
 }
 
 TEST(DedicatedThread, RunsWhereThePlatformKnowsNoDescriptions) {
-    const ImportPatch nothingKnown(LibraryUnderTest(), "GetProcAddress",
-                                   +[](HMODULE, LPCSTR) -> FARPROC { return nullptr; });
+    const ImportPatch nothingKnown(
+        LibraryUnderTest(), "GetProcAddress", +[](HMODULE, LPCSTR) -> FARPROC { return nullptr; });
     const ConcurrencyLifetime lifetime;
     std::wstring description;
     RunOnOwnThread(MakeTask(L"task", [&] { description = DescriptionOfThisThread(); }));

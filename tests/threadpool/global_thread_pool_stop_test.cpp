@@ -28,6 +28,7 @@ bool HasRecord(const ChildResult& child, const std::string& text) {
 void ExpectEndInTheMiddleOfTheTask(const std::string& what) {
     const ChildResult child = RunChild("global_thread_pool_test_child", {what});
     EXPECT_EQ(child.exitCode, kTerminated);
+    EXPECT_LT(child.elapsed, 25s);  // not after the 30 s that shutdown gives to tasks
     EXPECT_TRUE(HasRecord(child, "Task [doomed] started in thread")) << child.LastRecord();
     EXPECT_FALSE(HasRecord(child, "Task [doomed] stopped")) << child.LastRecord();
     EXPECT_NE(child.LastRecord().find("Task [doomed] started in thread"), std::string::npos) << child.LastRecord();

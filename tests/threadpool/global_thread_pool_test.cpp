@@ -27,7 +27,9 @@ constexpr int kFirstWorkers = 8;
 
 TEST(GlobalThreadPool, InitialisationAloneStartsNoThread) {
     const ThreadStarts starts;
-    { const ConcurrencyLifetime lifetime; }
+    {
+        const ConcurrencyLifetime lifetime;
+    }
     EXPECT_EQ(starts.Count(), 0);
 }
 
@@ -82,10 +84,14 @@ TEST(GlobalThreadPool, TasksRunWithoutInitialisationAndTheLastUninitialisationSt
     GlobalThreadPool::Queue(MakeTask(L"early", [] {}, future));
     future->Wait();
     EXPECT_TRUE(future->IsNormal());
-    { const ConcurrencyLifetime lifetime; }
+    {
+        const ConcurrencyLifetime lifetime;
+    }
     EXPECT_FALSE(GlobalThreadPool::IsPresent(Task()));  // makes a new one
     EXPECT_EQ(starts.Count(), 2 * kFirstWorkers);
-    { const ConcurrencyLifetime lifetime; }
+    {
+        const ConcurrencyLifetime lifetime;
+    }
 }
 
 TEST(GlobalThreadPool, UseAfterAFullCycleMakesAFreshPool) {

@@ -81,6 +81,47 @@ TEST(ThreadPoolGrowth, GrowthRunsBeforeTheTaskThatCausedIt) {
     EXPECT_LT(std::distance(names.begin(), growth), std::distance(names.begin(), seventh));
 }
 
+// As above, but nobody is left, and a task waits in the queue already.
+TEST(ThreadPoolGrowth, GrowthOvertakesWhatIsQueuedAlready) {
+    const RecordedReports reports;
+    const ConcurrencyLifetime lifetime;
+    HeldWorker first(kQueue);
+    HeldWorker second(kQueue);
+    HeldWorker third(kQueue);
+    HeldTasks held;
+    HeldTasks oneMore;
+    ASSERT_TRUE(held.Start(kFirstFull - 2, kQueue));
+    ASSERT_TRUE(oneMore.Start(1, kQueue));
+    GlobalThreadPool::Queue(MakeTask(L"waits", [] {}));
+    GlobalThreadPool::Queue(MakeTask(L"causes the growth", [] {}));
+    oneMore.Release();
+    ASSERT_TRUE(Eventually([&] { return CountTasks(reports, kStarted, L"causes the growth") == 1; }));
+    ASSERT_TRUE(Eventually([&] { return CountTasks(reports, kStarted, L"waits") == 1; }));
+
+    const auto names = TaskNames(reports, kStarted);
+    const auto growth = std::find(names.begin(), names.end(), kGrowthTask);
+    const auto waits = std::find(names.begin(), names.end(), L"waits");
+    EXPECT_LT(std::distance(names.begin(), growth), std::distance(names.begin(), waits));
+}
+
+// All eight workers are taken, so the growth that is decided does not even begin.
+TEST(ThreadPoolGrowth, OtherCallersWaitFromTheDecisionOn) {
+    const ThreadStarts starts;
+    const ConcurrencyLifetime lifetime;
+    HeldWorker first(kQueue);
+    HeldWorker second(kQueue);
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(kFirstFull, kQueue));
+    GlobalThreadPool::Queue(held.Make());
+    const BackgroundCall other([&] { GlobalThreadPool::Queue(held.Make()); });
+    Sleep(400);  // longer than a growth period
+    EXPECT_TRUE(other.IsRunning());
+    EXPECT_EQ(starts.Count(), kBatch);
+    first.Release();
+    EXPECT_TRUE(other.Ends());
+    EXPECT_TRUE(HaveStarted(starts, 2 * kBatch));
+}
+
 // The queuing caller starts no threads itself, and until the new workers are there the other callers wait.
 TEST(ThreadPoolGrowth, OtherCallersWaitUntilTheNewWorkersAreThere) {
     Gate growthMayGoOn;

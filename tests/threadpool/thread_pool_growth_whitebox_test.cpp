@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/tasks/make_task.h"
@@ -188,6 +189,24 @@ TEST_F(HeldWorkers, StopDuringAGrowthDoesNotMissTheEndOfTheNewWorkers) {
     EXPECT_LT(stopwatch.Elapsed(), 25s);
     EXPECT_EQ(CountsOf(*m_core).threadCount, 0U);
     EXPECT_EQ(starts.Count(), static_cast<int>(kGrowthBatch));
+}
+
+// Nor is the end of workers that were never counted taken for the end of others.
+TEST_F(HeldWorkers, WorkersOfAFailedBatchLeaveWithoutBeingCountedOut) {
+    constexpr std::uint64_t kUncounted = 4;
+    s_mayBegin->Open();
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(1, [this](const Task& task) { m_core->Queue(task); }));
+    ThreadStarts starts;
+    starts.FailAt(kUncounted + 1);
+    EXPECT_THROW(m_core->SpawnThreads(kGrowthBatch), std::runtime_error);
+
+    const BackgroundCall stop([&] { m_core->Stop(); });
+    ASSERT_TRUE(Eventually([] { return s_ended == kGrowthBatch - 1 + kUncounted; }));
+    EXPECT_EQ(CountsOf(*m_core).threadCount, 1U);
+    held.Release();
+    EXPECT_TRUE(stop.Ends());
+    EXPECT_EQ(CountsOf(*m_core).threadCount, 0U);
 }
 
 TEST_F(HeldWorkers, StoppingPoolRefusesTheGrowthButTakesTheTask) {

@@ -83,9 +83,9 @@ TEST(ThreadPoolStop, DestroysCancelledTasksOutsideOfTheLocks) {
     pool.Core()->Queue(MakeTask(L"runs for ever", &SleepUntilCancelled));
     ASSERT_TRUE(Eventually([&] { return CountsOf(pool).running == 1; }));
     pool.Core()->Queue(MakeTask(L"queued", [end = AtEnd([&] {
-        std::thread([&] { pool.Core()->Queue(Task()); }).join();
-        destroyed.Open();
-    })] {}));
+                                                std::thread([&] { pool.Core()->Queue(Task()); }).join();
+                                                destroyed.Open();
+                                            })] {}));
     const BackgroundCall stop([&] { pool.Core()->Stop(); });
     EXPECT_TRUE(Eventually([&] { return destroyed.IsOpen(); }, 60s));
     EXPECT_TRUE(stop.Ends());

@@ -76,6 +76,23 @@ TEST(ThreadPoolStop, TaskQueuedMeanwhileRunsAsLongAsAWorkerComesBack) {
     EXPECT_TRUE(late->IsNormal());
 }
 
+TEST(ThreadPoolStop, ThreadLaunchedMeanwhileIsWaitedForToo) {
+    const Pool pool(1);
+    HeldTasks held;
+    HeldTasks dedicated;
+    ASSERT_TRUE(held.Start(1, QueueOf(pool)));
+    const BackgroundCall stop([&] { pool.Core()->Stop(); });
+    ASSERT_TRUE(Eventually([&] { return IsStopping(*pool.Core()); }));
+    ASSERT_TRUE(dedicated.Start(1, [&](const Task& task) { pool.Core()->LaunchInNewThread(task); }));
+    held.Release();
+    Sleep(100);
+    EXPECT_TRUE(stop.IsRunning());
+    dedicated.Release();
+    EXPECT_TRUE(stop.Ends());
+    EXPECT_EQ(CountsOf(pool).threads, 0U);
+    EXPECT_EQ(CountsOf(pool).dedicatedThreads, 0U);
+}
+
 TEST(ThreadPoolStop, StoppedPoolTakesTasksButNeverRunsThem) {
     const Pool pool(0);
     pool.Core()->Stop();
@@ -150,8 +167,8 @@ TEST(ThreadPoolStop, MayBeRepeated) {
 
 TEST(ThreadPoolStop, FailedJoinIsASystemError) {
     const Pool pool(1);
-    const ImportPatch failingWaits(LibraryUnderTest(), "WaitForSingleObject",
-                                   +[](HANDLE, DWORD) -> DWORD { return WAIT_FAILED; });
+    const ImportPatch failingWaits(
+        LibraryUnderTest(), "WaitForSingleObject", +[](HANDLE, DWORD) -> DWORD { return WAIT_FAILED; });
     try {
         pool.Core()->Stop();
         ADD_FAILURE() << "nothing thrown";

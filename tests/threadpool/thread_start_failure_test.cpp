@@ -17,6 +17,7 @@
 #include "tests/support/recorded_reports.h"
 #include "tests/support/resource_probe.h"
 #include "tests/threadpool/background_call.h"
+#include "tests/threadpool/fake_ticks.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/held_worker.h"
 #include "tests/threadpool/task_records.h"
@@ -104,6 +105,7 @@ class FailedGrowth : public testing::TestWithParam<int> {};
 
 TEST_P(FailedGrowth, EndsTheGrowthTaskAndLaterCallersWaitUntilThePoolStops) {
     const RecordedReports reports;
+    FakeTicks ticks(100'000);
     ThreadStarts starts;
     std::optional<ConcurrencyLifetime> lifetime(std::in_place);
     HeldTasks held;
@@ -115,6 +117,7 @@ TEST_P(FailedGrowth, EndsTheGrowthTaskAndLaterCallersWaitUntilThePoolStops) {
     EXPECT_TRUE(Eventually([&] { return CountTasks(reports, kStopped, kGrowthTask) == 1; }));
     EXPECT_EQ(starts.Count(), kBatch + GetParam());
 
+    ticks.Advance(250);  // enough for another growth
     const Task late = held.Make(L"late");
     const BackgroundCall caller([&] { GlobalThreadPool::Queue(late); });
     Sleep(100);
