@@ -54,6 +54,7 @@ void DigestRun::Run(TaskWindow::Launch launch) {
     while (next < m_files.size() || !tasks.IsEmpty()) {
         if (m_stop.IsSet()) {
             tasks.CancelAll();
+            m_cancelled += m_files.size() - next;
             next = m_files.size();
         }
         while (next < m_files.size() && !tasks.IsFull()) {
@@ -86,7 +87,7 @@ void DigestRun::Settle(const TaskWindow::Ended& ended) {
     try {
         std::rethrow_exception(ended.error);
     } catch (const Orvane::CancelledException&) {
-        // neither done nor failed
+        ++m_cancelled;
     } catch (const FileError& error) {
         ++m_failed;
         m_messages.Say(ShownName(m_files[ended.id].name) + ": " + error.Message());

@@ -32,6 +32,7 @@ class DigestRun {
 
     std::size_t Done() const { return m_done; }
     std::size_t Failed() const { return m_failed; }
+    std::size_t Cancelled() const { return m_cancelled; }
     std::uint64_t BytesRead() const { return m_bytesRead; }
 
   private:
@@ -49,6 +50,7 @@ class DigestRun {
     std::atomic<std::uint64_t> m_bytesRead = 0;
     std::size_t m_done = 0;
     std::size_t m_failed = 0;
+    std::size_t m_cancelled = 0;
 
     Progress m_progress;
     const std::uint64_t m_startedAt;  // in ms of the system's running time

@@ -13,8 +13,8 @@ namespace {
 
 // In bytes. A block takes a few milliseconds to digest, which is how long a running task takes to hear of its
 // cancellation.
-constexpr std::uint64_t kLargestBlock = 1024 * 1024;
-constexpr std::uint64_t kSmallestBlock = 16 * 1024;
+constexpr std::uint64_t kLargestBlock = std::uint64_t{1} << 20;
+constexpr std::uint64_t kSmallestBlock = std::uint64_t{1} << 14;
 
 }  // namespace
 

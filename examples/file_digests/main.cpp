@@ -63,12 +63,12 @@ FileList FindFilesInATask(const RootFolder& root, const Options& options, const 
 }
 
 void PrintDigests(const std::vector<FoundFile>& files, const DigestRun& run) {
-    constexpr std::size_t kPiece = 64 * 1024;
+    constexpr std::size_t kPiece = std::size_t{1} << 16;
     Output output(STD_OUTPUT_HANDLE);
     std::string lines;
     for (std::size_t i = 0; i < files.size(); ++i) {
-        if (run.Digests()[i]) {
-            lines += ChecksumLine(*run.Digests()[i], files[i].name);
+        if (const auto& digest = run.Digests()[i]) {
+            lines += ChecksumLine(*digest, files[i].name);
         }
         if (lines.size() >= kPiece || i + 1 == files.size()) {
             output.Write(lines);
@@ -80,7 +80,6 @@ void PrintDigests(const std::vector<FoundFile>& files, const DigestRun& run) {
 // Says how it went and returns the exit code.
 int Conclude(const FileList& list, const DigestRun& run, double seconds, Messages& messages) {
     const std::size_t failed = run.Failed() + list.unreadable.size();
-    const std::size_t cancelled = list.files.size() - run.Done() - run.Failed();
     for (const UnreadableFolder& folder : list.unreadable) {
         messages.Say(ShownName(folder.name) + ": " + folder.error.Message());
     }
@@ -88,9 +87,9 @@ int Conclude(const FileList& list, const DigestRun& run, double seconds, Message
         messages.Say(list.linksLeftOut == 1 ? "1 link to a folder not followed"
                                             : std::format("{} links to folders not followed", list.linksLeftOut));
     }
-    messages.Say(std::format("{} done, {} failed, {} cancelled; {} read in {:.1f} s", run.Done(), failed, cancelled,
-                             ShownBytes(static_cast<double>(run.BytesRead())), seconds));
-    return cancelled != 0 ? kCancelled : failed != 0 ? kFailed : kAllDone;
+    messages.Say(std::format("{} done, {} failed, {} cancelled; {} read in {:.1f} s", run.Done(), failed,
+                             run.Cancelled(), ShownBytes(static_cast<double>(run.BytesRead())), seconds));
+    return run.Cancelled() != 0 ? kCancelled : failed != 0 ? kFailed : kAllDone;
 }
 
 // Empty if it cannot be opened, which has been said.
@@ -124,6 +123,7 @@ int Run(const Options& options, Messages& messages) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(misc-use-internal-linkage): the runtime calls it
 int wmain(int count, wchar_t** arguments) {
     Messages messages;
     try {

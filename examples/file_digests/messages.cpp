@@ -54,7 +54,7 @@ void Messages::ShowStatus(std::string_view status) {
 void Messages::Write(std::string_view text) {
     try {
         m_output.Write(text);
-    } catch (const FileError&) {
+    } catch (const FileError&) {  // NOLINT(bugprone-empty-catch): there is nowhere left to say it
     }
 }
 

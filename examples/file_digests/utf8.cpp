@@ -48,10 +48,13 @@ std::string ToUtf8(std::wstring_view text) {
 }
 
 std::wstring ToUtf16(std::string_view text) {
-    const int size = static_cast<int>(text.size());
-    const int units = MultiByteToWideChar(CP_UTF8, 0, text.data(), size, nullptr, 0);
-    std::wstring wide(static_cast<std::size_t>(units), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, text.data(), size, wide.data(), units);
+    const auto convert = [&](std::wstring& wide) {
+        return MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(),
+                                   static_cast<int>(wide.size()));
+    };
+    std::wstring wide;
+    wide.resize(static_cast<std::size_t>(convert(wide)));
+    convert(wide);
     return wide;
 }
 
