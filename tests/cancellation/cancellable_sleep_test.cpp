@@ -8,6 +8,7 @@
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "tests/cancellation/notifiers.h"
 #include "tests/cancellation/run_scope.h"
+#include "tests/support/resource_probe.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
 
@@ -45,9 +46,13 @@ TEST(CancellableSleep, ThrowsBeforeItWaitsWhenCancellationWasRequested) {
     const RunScope run;
     run.Cancellation().RequestCancel();
 
+    const Stopwatch stopwatch;
+
     EXPECT_THROW(CancellableSleep(0), CancelRequestedException);
     EXPECT_THROW(CancellableSleep(1), CancelRequestedException);
-    EXPECT_THROW(CancellableSleep(INFINITE), CancelRequestedException);
+    EXPECT_THROW(CancellableSleep(60'000), CancelRequestedException);
+
+    EXPECT_LT(stopwatch.Elapsed(), 30s);
 }
 
 TEST(CancellableSleep, OfInfiniteTimeLastsUntilTheTaskIsCancelled) {
@@ -86,6 +91,24 @@ TEST(CancellableSleep, ReplacesTheTasksOwnNotifierAndDoesNotRestoreIt) {
     run.Cancellation().RequestCancel();
 
     EXPECT_EQ(own->Count(), 0);
+}
+
+TEST(CancellableSleep, EveryWayOutReleasesItsNotifier) {
+    const auto leaveInEveryWay = [] {
+        CancellableSleep(0);
+        const RunScope run;
+        CancellableSleep(0);
+        run.Cancellation().RequestCancel();
+        EXPECT_THROW(CancellableSleep(INFINITE), CancelRequestedException);
+    };
+    leaveInEveryWay();
+    const ResourceProbe probe;
+
+    for (int round = 0; round < 300; ++round) {
+        leaveInEveryWay();
+    }
+
+    EXPECT_EQ(probe.Growth(), Resources{});
 }
 
 TEST(CancellableSleep, CancellingAnotherTaskDoesNotEndIt) {

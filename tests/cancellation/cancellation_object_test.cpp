@@ -122,10 +122,11 @@ TEST(CancellationObject, RequestedIsNeverReset) {
     object.RequestCancel();
 
     object.RegisterNotifier({});
+    EXPECT_TRUE(object.IsRequested());
     object.SetKillable(true);
     object.SetKillable(false);
+    EXPECT_TRUE(object.IsRequested());
     object.RequestCancel();
-
     EXPECT_TRUE(object.IsRequested());
 }
 

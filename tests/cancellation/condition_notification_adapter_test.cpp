@@ -30,35 +30,36 @@ using namespace std::chrono_literals;
 using Adapter = ConditionNotificationAdapter<std::recursive_mutex>;
 
 // A waiter's own mutex and condition.
-class ConditionNotifier : public testing::Test {
-  protected:
-    bool OtherThreadHasUnlocked(std::recursive_mutex& mutex) {
-        return Eventually([&] {
-            const std::unique_lock lock(mutex, std::try_to_lock);
-            return lock.owns_lock();
-        });
-    }
-
-    std::recursive_mutex m_mutex;
-    std::condition_variable_any m_condition;
-    bool m_ready = false;  // under m_mutex
+struct Waiter {
+    std::recursive_mutex mutex;
+    std::condition_variable_any condition;
+    bool ready = false;  // guarded by mutex
 };
 
-TEST_F(ConditionNotifier, HoldsTheCallersMutexAndConditionInThisOrder) {
-    const auto adapter = Adapter::CreateInstance(m_mutex, m_condition);
+bool IsUnlockedAtLast(std::recursive_mutex& mutex) {
+    return Eventually([&] {
+        const std::unique_lock lock(mutex, std::try_to_lock);
+        return lock.owns_lock();
+    });
+}
+
+TEST(ConditionNotificationAdapter, HoldsTheCallersMutexAndConditionInThisOrder) {
+    Waiter waiter;
+    const auto adapter = Adapter::CreateInstance(waiter.mutex, waiter.condition);
     void* fields[2];
 
     std::memcpy(fields, reinterpret_cast<const char*>(adapter.get()) + sizeof(void*), sizeof(fields));
 
-    EXPECT_EQ(fields[0], &m_mutex);
-    EXPECT_EQ(fields[1], &m_condition);
+    EXPECT_EQ(fields[0], &waiter.mutex);
+    EXPECT_EQ(fields[1], &waiter.condition);
 }
 
-TEST_F(ConditionNotifier, NotifyUnlocksBeforeItTakesTheCallersMutexAndSetsTheFlagUnderIt) {
-    const auto adapter = Adapter::CreateInstance(m_mutex, m_condition);
+TEST(ConditionNotificationAdapter, NotifyUnlocksBeforeItTakesTheCallersMutexAndSetsTheFlagUnderIt) {
+    Waiter waiter;
+    const auto adapter = Adapter::CreateInstance(waiter.mutex, waiter.condition);
     Request request;
     request.lock.unlock();
-    std::unique_lock callers(m_mutex);
+    std::unique_lock callers(waiter.mutex);
     Gate locked;
     std::thread requester([&] {
         request.lock.lock();
@@ -67,18 +68,19 @@ TEST_F(ConditionNotifier, NotifyUnlocksBeforeItTakesTheCallersMutexAndSetsTheFla
     });
     locked.Wait();
 
-    EXPECT_TRUE(OtherThreadHasUnlocked(request.mutex));
+    EXPECT_TRUE(IsUnlockedAtLast(request.mutex));
     std::this_thread::sleep_for(50ms);
     EXPECT_FALSE(std::atomic_ref(request.requested).load());
 
     callers.unlock();
     requester.join();
     EXPECT_TRUE(request.requested);
-    EXPECT_TRUE(IsFree(m_mutex));
+    EXPECT_TRUE(IsFree(waiter.mutex));
 }
 
-TEST_F(ConditionNotifier, NotifyUnlocksBeforeItSetsTheFlag) {
-    const auto adapter = Adapter::CreateInstance(m_mutex, m_condition);
+TEST(ConditionNotificationAdapter, NotifyUnlocksBeforeItSetsTheFlag) {
+    Waiter waiter;
+    const auto adapter = Adapter::CreateInstance(waiter.mutex, waiter.condition);
     Request request;
     std::unique_lock<std::recursive_mutex> unlocked(request.mutex, std::defer_lock);
 
@@ -89,43 +91,46 @@ TEST_F(ConditionNotifier, NotifyUnlocksBeforeItSetsTheFlag) {
         EXPECT_EQ(error.code(), std::errc::operation_not_permitted);
     }
     EXPECT_FALSE(request.requested);
-    EXPECT_TRUE(IsFree(m_mutex));
+    EXPECT_TRUE(IsFree(waiter.mutex));
 }
 
-TEST_F(ConditionNotifier, NotifyWakesEveryWaiterOfTheCondition) {
+TEST(ConditionNotificationAdapter, NotifyWakesEveryWaiterOfTheCondition) {
+    Waiter waiter;
     constexpr int kWaiters = 3;
-    Adapter adapter(m_mutex, m_condition);
+    Adapter adapter(waiter.mutex, waiter.condition);
     int waiting = 0;
     std::atomic<int> woken = 0;
     std::vector<std::thread> waiters;
     for (int index = 0; index < kWaiters; ++index) {
         waiters.emplace_back([&] {
-            std::unique_lock lock(m_mutex);
+            std::unique_lock lock(waiter.mutex);
             ++waiting;
-            m_condition.wait(lock);
+            waiter.condition.wait(lock);
             ++woken;
         });
     }
     ASSERT_TRUE(Eventually([&] {
-        const std::lock_guard lock(m_mutex);
+        const std::lock_guard lock(waiter.mutex);
         return waiting == kWaiters;
     }));
 
     Request request;
     adapter.Notify(request.lock, request.requested);
 
-    EXPECT_TRUE(Eventually([&] { return woken == kWaiters; }));
-    for (std::thread& waiter : waiters) {
-        waiter.join();
+    EXPECT_TRUE(Eventually([&] { return woken == kWaiters; }, 20s));
+    waiter.condition.notify_all();  // for the sake of the join, should that have failed
+    for (std::thread& thread : waiters) {
+        thread.join();
     }
 }
 
-TEST_F(ConditionNotifier, CreationRegistersItAndASecondReplacesIt) {
+TEST(ConditionNotificationAdapter, CreationRegistersItAndASecondReplacesIt) {
+    Waiter waiter;
     const RunScope run;
     std::recursive_mutex otherMutex;
     std::condition_variable_any otherCondition;
     const auto first = Adapter::CreateInstance(otherMutex, otherCondition);
-    const auto second = Adapter::CreateInstance(m_mutex, m_condition);
+    const auto second = Adapter::CreateInstance(waiter.mutex, waiter.condition);
     const std::lock_guard firstHeld(otherMutex);  // whoever notified the first would wait here
 
     std::thread([&] { run.Cancellation().RequestCancel(); }).join();
@@ -133,11 +138,12 @@ TEST_F(ConditionNotifier, CreationRegistersItAndASecondReplacesIt) {
     EXPECT_TRUE(run.Cancellation().IsRequested());
 }
 
-TEST_F(ConditionNotifier, CreatorAloneOwnsIt) {
+TEST(ConditionNotificationAdapter, CreatorAloneOwnsIt) {
+    Waiter waiter;
     const RunScope run;
-    auto adapter = Adapter::CreateInstance(m_mutex, m_condition);
+    auto adapter = Adapter::CreateInstance(waiter.mutex, waiter.condition);
     EXPECT_EQ(adapter.use_count(), 1);
-    const std::lock_guard held(m_mutex);
+    const std::lock_guard held(waiter.mutex);
 
     adapter.reset();
     std::thread([&] { run.Cancellation().RequestCancel(); }).join();
@@ -145,10 +151,11 @@ TEST_F(ConditionNotifier, CreatorAloneOwnsIt) {
     EXPECT_TRUE(run.Cancellation().IsRequested());
 }
 
-TEST_F(ConditionNotifier, KeepsAliveWhatItIsGivenUntilItDies) {
+TEST(ConditionNotificationAdapter, KeepsAliveWhatItIsGivenUntilItDies) {
+    Waiter waiter;
     auto kept = std::make_shared<int>();
     const std::weak_ptr<int> observer = kept;
-    auto adapter = Adapter::CreateInstance(m_mutex, m_condition, std::move(kept));
+    auto adapter = Adapter::CreateInstance(waiter.mutex, waiter.condition, std::move(kept));
     EXPECT_FALSE(observer.expired());
 
     adapter.reset();
@@ -156,30 +163,33 @@ TEST_F(ConditionNotifier, KeepsAliveWhatItIsGivenUntilItDies) {
     EXPECT_TRUE(observer.expired());
 }
 
-TEST_F(ConditionNotifier, WaitReturnsWhatTheWaitReturnsWhenNothingIsRequested) {
+TEST(ConditionNotificationAdapter, WaitReturnsWhatTheWaitReturnsWhenNothingIsRequested) {
+    Waiter waiter;
     const RunScope run;
 
-    EXPECT_EQ(CancellableConditionWait(m_mutex, m_condition, nullptr, [] { return std::cv_status::timeout; }),
+    EXPECT_EQ(CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [] { return std::cv_status::timeout; }),
               std::cv_status::timeout);
-    EXPECT_EQ(CancellableConditionWait(m_mutex, m_condition, nullptr, [] { return std::cv_status::no_timeout; }),
+    EXPECT_EQ(CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [] { return std::cv_status::no_timeout; }),
               std::cv_status::no_timeout);
 }
 
-TEST_F(ConditionNotifier, RequestBeforeTheWaitThrowsWithoutWaiting) {
+TEST(ConditionNotificationAdapter, RequestBeforeTheWaitThrowsWithoutWaiting) {
+    Waiter waiter;
     const RunScope run;
     run.Cancellation().RequestCancel();
     bool waited = false;
 
-    EXPECT_THROW(CancellableConditionWait(m_mutex, m_condition, nullptr, [&] { return waited = true; }),
+    EXPECT_THROW(CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [&] { return waited = true; }),
                  CancelRequestedException);
 
     EXPECT_FALSE(waited);
 }
 
-TEST_F(ConditionNotifier, RequestDuringTheWaitThrowsAfterIt) {
+TEST(ConditionNotificationAdapter, RequestDuringTheWaitThrowsAfterIt) {
+    Waiter waiter;
     const RunScope run;
 
-    EXPECT_THROW(CancellableConditionWait(m_mutex, m_condition, nullptr,
+    EXPECT_THROW(CancellableConditionWait(waiter.mutex, waiter.condition, nullptr,
                                           [&] {
                                               run.Cancellation().RequestCancel();
                                               return true;
@@ -187,66 +197,70 @@ TEST_F(ConditionNotifier, RequestDuringTheWaitThrowsAfterIt) {
                  CancelRequestedException);
 }
 
-TEST_F(ConditionNotifier, AdapterIsRegisteredDuringTheWaitAndGoneAfterIt) {
+TEST(ConditionNotificationAdapter, AdapterIsRegisteredDuringTheWaitAndGoneAfterIt) {
+    Waiter waiter;
     const RunScope run;
     auto kept = std::make_shared<int>();
     const std::weak_ptr<int> observer = kept;
 
     const bool keptDuringTheWait =
-        CancellableConditionWait(m_mutex, m_condition, std::move(kept), [&] { return !observer.expired(); });
+        CancellableConditionWait(waiter.mutex, waiter.condition, std::move(kept), [&] { return !observer.expired(); });
 
     EXPECT_TRUE(keptDuringTheWait);
     EXPECT_TRUE(observer.expired());
-    const std::lock_guard held(m_mutex);  // a notifier that was still there would wait here
+    const std::lock_guard held(waiter.mutex);  // a notifier that was still there would wait here
     std::thread([&] { run.Cancellation().RequestCancel(); }).join();
     EXPECT_TRUE(run.Cancellation().IsRequested());
 }
 
-TEST_F(ConditionNotifier, AdapterIsGoneWhenTheWaitThrows) {
+TEST(ConditionNotificationAdapter, AdapterIsGoneWhenTheWaitThrows) {
+    Waiter waiter;
     const RunScope run;
     auto kept = std::make_shared<int>();
     const std::weak_ptr<int> observer = kept;
 
-    EXPECT_THROW(CancellableConditionWait(m_mutex, m_condition, std::move(kept), []() -> bool { throw 1; }), int);
+    EXPECT_THROW(CancellableConditionWait(waiter.mutex, waiter.condition, std::move(kept), []() -> bool { throw 1; }), int);
 
     EXPECT_TRUE(observer.expired());
 }
 
 // As the fair mutex waits: a loop around a wait on one's own condition.
-TEST_F(ConditionNotifier, CancelWakesATaskThatLoopsAroundItsOwnCondition) {
-    TaskThread waiter([&] {
-        std::unique_lock lock(m_mutex);
-        while (!m_ready) {
-            CancellableConditionWait(m_mutex, m_condition, nullptr, [&] {
-                m_condition.wait(lock);
+TEST(ConditionNotificationAdapter, CancelWakesATaskThatLoopsAroundItsOwnCondition) {
+    Waiter waiter;
+    TaskThread task([&] {
+        std::unique_lock lock(waiter.mutex);
+        while (!waiter.ready) {
+            CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [&] {
+                waiter.condition.wait(lock);
                 return true;
             });
         }
     });
 
-    waiter.Cancel();
+    task.Cancel();
 
-    EXPECT_TRUE(waiter.EndedCancelled());
-    EXPECT_TRUE(IsFree(m_mutex));
+    EXPECT_TRUE(task.EndedCancelled());
+    EXPECT_TRUE(IsFree(waiter.mutex));
 }
 
-TEST_F(ConditionNotifier, ProgressEndsTheLoopWithoutACancellation) {
-    TaskThread waiter([&] {
-        std::unique_lock lock(m_mutex);
-        while (!m_ready) {
-            CancellableConditionWait(m_mutex, m_condition, nullptr, [&] {
-                m_condition.wait(lock);
+TEST(ConditionNotificationAdapter, ProgressEndsTheLoopWithoutACancellation) {
+    Waiter waiter;
+    TaskThread task([&] {
+        std::unique_lock lock(waiter.mutex);
+        while (!waiter.ready) {
+            CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [&] {
+                waiter.condition.wait(lock);
                 return true;
             });
         }
     });
     {
-        const std::lock_guard lock(m_mutex);
-        m_ready = true;
+        const std::lock_guard lock(waiter.mutex);
+        waiter.ready = true;
     }
-    m_condition.notify_all();
+    waiter.condition.notify_all();
 
-    EXPECT_TRUE(waiter.EndedNormally());
+    EXPECT_TRUE(task.EndedNormally());
 }
 
 }  // namespace

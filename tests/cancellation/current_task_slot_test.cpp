@@ -140,6 +140,28 @@ TEST(CurrentTaskSlot, AfterAnOverReleaseOfAFreshLibraryNoForeignSlotIsTouched) {
     EXPECT_EQ(TlsGetValue(0), firstSlot);
 }
 
+// Nothing is kept for a thread without a current task, nor for one whose future had gone when it was installed.
+TEST(CurrentTaskSlot, HoldsNothingWithoutACurrentTask) {
+    const SlotLedger ledger;
+    const ConcurrencyLifetime lifetime;
+    const DWORD slot = *ledger.Held().begin();
+    const auto future = StartedFuture();
+    const std::weak_ptr<FutureState> expired = StartedFuture();
+    EXPECT_EQ(TlsGetValue(slot), nullptr);
+
+    ResetFutureObject(expired);
+    EXPECT_EQ(TlsGetValue(slot), nullptr);
+
+    ResetFutureObject(future);
+    EXPECT_NE(TlsGetValue(slot), nullptr);
+    ResetFutureObject(expired);
+    EXPECT_EQ(TlsGetValue(slot), nullptr);
+
+    ResetFutureObject(future);
+    ResetFutureObject({});
+    EXPECT_EQ(TlsGetValue(slot), nullptr);
+}
+
 TEST(CurrentTaskSlot, NewLifetimeBeginsWithoutACurrentTask) {
     const auto future = StartedFuture();
     ConcurrencyInitialize();
@@ -154,7 +176,8 @@ TEST(CurrentTaskSlot, NewLifetimeBeginsWithoutACurrentTask) {
 // Many threads may ask before the library is initialised; they agree on one slot.
 TEST(CurrentTaskSlot, FirstUseFromManyThreadsBeforeInitialisationKeepsOneSlot) {
     constexpr std::size_t kThreads = 16;
-    const SlotLedger ledger;
+    SlotLedger ledger;
+    ledger.PairAllocations();
     Countdown start(kThreads);
     std::list<std::thread> threads;
     for (std::size_t index = 0; index < kThreads; ++index) {

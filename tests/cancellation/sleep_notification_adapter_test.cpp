@@ -90,8 +90,11 @@ TEST(SleepNotificationAdapter, RequestBeforeTheCallMakesSleepThrowWithoutWaiting
     const RunScope run;
     const auto adapter = SleepNotificationAdapter::CreateInstance();
     run.Cancellation().RequestCancel();
+    const Stopwatch stopwatch;
 
-    EXPECT_THROW(AsSleepAdapter(adapter).Sleep(INFINITE), CancelRequestedException);
+    EXPECT_THROW(AsSleepAdapter(adapter).Sleep(60'000), CancelRequestedException);
+
+    EXPECT_LT(stopwatch.Elapsed(), 30s);
     EXPECT_TRUE(IsFree(OwnMutex(adapter)));
 }
 
@@ -141,7 +144,7 @@ TEST(SleepNotificationAdapter, AnyWakeUpEndsTheSleepWithoutAnException) {
     created.Wait();
 
     // Again and again: the first may come before the sleep has begun.
-    EXPECT_TRUE(Eventually([&] {
+    ASSERT_TRUE(Eventually([&] {
         Request unrelated;
         adapter->Notify(unrelated.lock, unrelated.requested);
         return !sleeper.IsRunning();

@@ -1,10 +1,10 @@
 // One scene of concurrency_lifetime_process_test, named on the command line.
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <optional>
-#include <string>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
@@ -120,21 +120,30 @@ int OverrunAfterOverRelease() {
     return OverrunWithoutInitialisation();
 }
 
-int Play(const std::string& scene) {
-    if (scene == "last-uninitialise-in-pool-task") return LastUninitialiseInPoolTask();
-    if (scene == "last-uninitialise-in-dedicated-thread") return LastUninitialiseInDedicatedThread();
-    if (scene == "last-object-in-pool-task") return LastObjectInPoolTask();
-    if (scene == "never-uninitialise") return NeverUninitialise();
-    if (scene == "never-uninitialise-while-busy") return NeverUninitialiseWhileBusy();
-    if (scene == "never-initialise") return NeverInitialise();
-    if (scene == "static-object") return StaticObject();
-    if (scene == "overrun-without-initialisation") return OverrunWithoutInitialisation();
-    if (scene == "overrun-after-over-release") return OverrunAfterOverRelease();
-    return EXIT_FAILURE;
-}
+struct Scene {
+    const char* name;
+    int (*play)();
+};
+
+constexpr Scene kScenes[] = {
+    {"last-uninitialise-in-pool-task", &LastUninitialiseInPoolTask},
+    {"last-uninitialise-in-dedicated-thread", &LastUninitialiseInDedicatedThread},
+    {"last-object-in-pool-task", &LastObjectInPoolTask},
+    {"never-uninitialise", &NeverUninitialise},
+    {"never-uninitialise-while-busy", &NeverUninitialiseWhileBusy},
+    {"never-initialise", &NeverInitialise},
+    {"static-object", &StaticObject},
+    {"overrun-without-initialisation", &OverrunWithoutInitialisation},
+    {"overrun-after-over-release", &OverrunAfterOverRelease},
+};
 
 }  // namespace
 
 int main(int count, char** arguments) {
-    return Play(count == 2 ? arguments[1] : "");
+    for (const Scene& scene : kScenes) {
+        if (count == 2 && std::strcmp(arguments[1], scene.name) == 0) {
+            return scene.play();
+        }
+    }
+    return EXIT_FAILURE;
 }

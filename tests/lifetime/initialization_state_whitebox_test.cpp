@@ -114,12 +114,13 @@ TEST(InitializationState, LifetimeMutexIsRecursive) {
 
 TEST(InitializationState, AskingDoesNotTakeTheLifetimeMutex) {
     ConcurrencyInitialize();
-    const std::lock_guard held(LifetimeMutex());
+    std::unique_lock held(LifetimeMutex());
     std::atomic<bool> answer = false;
     std::thread asking([&] { answer = IsConcurrencyInitialized(); });
 
-    EXPECT_TRUE(Eventually([&] { return answer.load(); }));
+    EXPECT_TRUE(Eventually([&] { return answer.load(); }, 20s));
 
+    held.unlock();
     asking.join();
 }
 

@@ -5,11 +5,14 @@
 // Lifetime: one at a time.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <mutex>
 #include <set>
 
 #include "concurrency/base/windows_api.h"
+#include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
 
 namespace Zarvo::Test {
@@ -37,6 +40,10 @@ class SlotLedger {
     void FailAllocations(bool fail) { Write(m_account.failAllocations, fail); }
     void FailStores(bool fail) { Write(m_account.failStores, fail); }
 
+    // From now on an allocation waits a moment for another one to come to its side: whoever may allocate at the same
+    // time as others does so.
+    void PairAllocations() { Write(m_account.pairAllocations, true); }
+
   private:
     struct Account {
         mutable std::mutex mutex;
@@ -47,11 +54,24 @@ class SlotLedger {
         std::size_t foreignAccesses = 0;
         bool failAllocations = false;
         bool failStores = false;
+        bool pairAllocations = false;
+        std::atomic<int> allocating = 0;
 
         Account() { current = this; }
 
         // The platform refuses TLS_OUT_OF_INDEXES: it is nobody's.
         void NoteUse(DWORD slot) { foreignAccesses += slot != TLS_OUT_OF_INDEXES && !held.contains(slot) ? 1 : 0; }
+
+        void WaitForAnotherAllocation() {
+            {
+                const std::lock_guard lock(mutex);
+                if (!pairAllocations) {
+                    return;
+                }
+            }
+            ++allocating;
+            (void)Eventually([this] { return allocating >= 2; }, std::chrono::milliseconds(200));
+        }
 
         static inline Account* current = nullptr;
     };
@@ -69,6 +89,7 @@ class SlotLedger {
 
     static DWORD WINAPI Alloc() {
         Account& account = *Account::current;
+        account.WaitForAnotherAllocation();
         const std::lock_guard lock(account.mutex);
         ++account.allocations;
         if (account.failAllocations) {

@@ -28,29 +28,52 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t kPoolSize = 8;
 
-// A pool task that stays until the gate is opened.
-class HeldTask {
+// A last uninitialisation on a thread of its own that has begun and cannot end: the scheduler has gone, and the pool
+// waits for a task that stays until it is released. Initialise the library before.
+class HeldTeardown {
   public:
-    HeldTask()
-        : m_task(MakeTask(L"held", [this] {
-              m_entered.Open();
-              m_release.Wait();
-              if (m_atEnd) {
-                  m_atEnd();
-              }
-          })) {
-        GlobalThreadPool::Queue(m_task);
+    // `atEnd` is called in the task before it ends.
+    explicit HeldTeardown(std::function<void()> atEnd = [] {}) : m_atEnd(std::move(atEnd)) {
+        CreateScheduler();
+        GlobalThreadPool::Queue(MakeTask(L"held", [this] {
+            m_entered.Open();
+            m_release.Wait();
+            m_atEnd();
+        }));
         m_entered.Wait();
+        m_thread = std::thread([this] {
+            ConcurrencyUninitialize();
+            m_returned = true;
+        });
+        m_hasBegun = Eventually([this] { return !m_threads.IsAlive(kScheduler); }, 20s);
+    }
+    ~HeldTeardown() { Finish(); }
+    HeldTeardown(const HeldTeardown&) = delete;
+    HeldTeardown& operator=(const HeldTeardown&) = delete;
+
+    // Whether the scheduler has gone although the pool is still there.
+    bool HasBegun() const { return m_hasBegun; }
+    bool HasReturned() const { return m_returned; }
+    const StartedThreads& Threads() const { return m_threads; }
+
+    // Releases the task and waits for the end.
+    void Finish() {
+        m_release.Open();
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
     }
 
-    void AtEnd(std::function<void()> action) { m_atEnd = std::move(action); }
-    void Release() { m_release.Open(); }
-
   private:
-    std::function<void()> m_atEnd;
+    static constexpr std::size_t kScheduler = 0;  // the first thread to be started
+
+    const StartedThreads m_threads;
+    const std::function<void()> m_atEnd;
     Gate m_entered;
     Gate m_release;
-    Task m_task;
+    std::atomic<bool> m_returned = false;
+    std::thread m_thread;
+    bool m_hasBegun = false;
 };
 
 TEST(Teardown, PoolAndSchedulerStayUntilTheSecondOfTwoUninitialisations) {
@@ -115,48 +138,35 @@ TEST(Teardown, TaskScheduledAfterAFullCycleGetsAFreshScheduler) {
     EXPECT_EQ(threads.AliveCount(), 0U);
 }
 
-// While a task keeps the pool from ending, the scheduler, which queues into it, must have gone.
+// The scheduler queues into the pool: while a task keeps the pool from ending, the scheduler must have gone.
 TEST(Teardown, SchedulerGoesBeforeThePool) {
-    const StartedThreads threads;
     ConcurrencyInitialize();
-    CreateScheduler();
-    constexpr std::size_t kScheduler = 0;
-    HeldTask held;
-    ASSERT_EQ(threads.Count(), 1 + kPoolSize);
-    std::atomic<bool> returned = false;
-    std::thread uninitialising([&] {
-        ConcurrencyUninitialize();
-        returned = true;
-    });
+    HeldTeardown teardown;
 
-    EXPECT_TRUE(Eventually([&] { return !threads.IsAlive(kScheduler); }, 20s));
-    EXPECT_FALSE(returned);
-    EXPECT_GE(threads.AliveCount(), 1U);
+    EXPECT_TRUE(teardown.HasBegun());
+    EXPECT_FALSE(teardown.HasReturned());
+    EXPECT_GE(teardown.Threads().AliveCount(), 1U);
 
-    held.Release();
-    uninitialising.join();
-    EXPECT_EQ(threads.AliveCount(), 0U);
+    teardown.Finish();
+    EXPECT_TRUE(teardown.HasReturned());
+    EXPECT_EQ(teardown.Threads().AliveCount(), 0U);
 }
 
 TEST(Teardown, TaskThatTheLastUninitialisationWaitsForStillHasItsSlot) {
     const SlotLedger ledger;
     ConcurrencyInitialize();
-    HeldTask held;
     bool hadATask = false;
-    bool slotWasAllocated = false;
-    held.AtEnd([&] {
+    bool hadTheSlot = false;
+    HeldTeardown teardown([&] {
         hadATask = GetCancellationObject() != nullptr;
-        slotWasAllocated = ledger.FreeCount() == 0;
+        hadTheSlot = ledger.FreeCount() == 0;
     });
-    std::thread uninitialising([] { ConcurrencyUninitialize(); });
-    std::this_thread::sleep_for(50ms);
+    ASSERT_TRUE(teardown.HasBegun());
 
-    EXPECT_EQ(ledger.FreeCount(), 0U);
-    held.Release();
-    uninitialising.join();
+    teardown.Finish();
 
     EXPECT_TRUE(hadATask);
-    EXPECT_TRUE(slotWasAllocated);
+    EXPECT_TRUE(hadTheSlot);
     EXPECT_EQ(ledger.FreeCount(), 1U);
     EXPECT_EQ(ledger.ForeignAccessCount(), 0U);
 }
@@ -164,40 +174,35 @@ TEST(Teardown, TaskThatTheLastUninitialisationWaitsForStillHasItsSlot) {
 // The scheduler's thread asks while it is waited for; until the teardown is over the answer is the one before it.
 TEST(Teardown, AskingWhetherTheLibraryIsInitialisedDoesNotBlockDuringIt) {
     ConcurrencyInitialize();
-    HeldTask held;
     bool answerInTheTask = false;
-    held.AtEnd([&] { answerInTheTask = IsConcurrencyInitialized(); });
-    std::thread uninitialising([] { ConcurrencyUninitialize(); });
-    std::this_thread::sleep_for(50ms);
+    HeldTeardown teardown([&] { answerInTheTask = IsConcurrencyInitialized(); });
+    ASSERT_TRUE(teardown.HasBegun());
 
     EXPECT_TRUE(IsConcurrencyInitialized());
-    held.Release();
-    uninitialising.join();
+    EXPECT_FALSE(teardown.HasReturned());
 
+    teardown.Finish();
     EXPECT_TRUE(answerInTheTask);
     EXPECT_FALSE(IsConcurrencyInitialized());
 }
 
 TEST(Teardown, InitialisationFromAnotherThreadWaitsUntilItIsOver) {
-    const StartedThreads threads;
     ConcurrencyInitialize();
-    HeldTask held;
-    std::thread uninitialising([] { ConcurrencyUninitialize(); });
-    std::this_thread::sleep_for(50ms);
+    HeldTeardown teardown;
+    ASSERT_TRUE(teardown.HasBegun());
     std::atomic<bool> initialised = false;
     std::size_t aliveThen = 99;
     std::thread initialising([&] {
         ConcurrencyInitialize();
-        aliveThen = threads.AliveCount();
+        aliveThen = teardown.Threads().AliveCount();
         initialised = true;
     });
 
     std::this_thread::sleep_for(50ms);
     EXPECT_FALSE(initialised);
-    held.Release();
-    uninitialising.join();
-    initialising.join();
 
+    teardown.Finish();
+    initialising.join();
     EXPECT_EQ(aliveThen, 0U);
     EXPECT_TRUE(IsConcurrencyInitialized());
     ConcurrencyUninitialize();
