@@ -18,6 +18,41 @@ constexpr std::chrono::seconds kSuspiciousWait{3};
 
 }  // namespace
 
+// Who waits counts itself and then looks at the word; who gives back frees the word and then looks at the count. Both are
+// sequentially consistent, so that one of the two sees the other.
+
+bool checked_mutex::TimedMutex::TryTake() {
+    std::uint32_t word = kFree;
+    return held.compare_exchange_strong(word, kHeld);
+}
+
+void checked_mutex::TimedMutex::Take() {
+    std::unique_lock lock(mutex);
+    ++waiters;
+    condition.wait(lock, [this] { return TryTake(); });
+    --waiters;
+}
+
+template <typename Clock>
+bool checked_mutex::TimedMutex::TakeUntil(const typename Clock::time_point& deadline) {
+    std::unique_lock lock(mutex);
+    ++waiters;
+    const bool taken = Internal::WaitUntil<Clock>(condition, lock, deadline, [this] { return TryTake(); });
+    --waiters;
+    return taken;
+}
+
+void checked_mutex::TimedMutex::GiveBack() {
+    held = kFree;
+    if (waiters != 0) {
+        {
+            // Whoever has counted itself by now has seen the free word after this, or sleeps.
+            const std::lock_guard lock(mutex);
+        }
+        condition.notify_one();
+    }
+}
+
 checked_mutex::checked_mutex() = default;
 
 checked_mutex::~checked_mutex() {
@@ -27,57 +62,31 @@ checked_mutex::~checked_mutex() {
 }
 
 void checked_mutex::lock() {
-    const auto isFree = [this] { return m_lock.held == kFree; };
-    {
-        std::unique_lock lock(m_lock.mutex);
-        if (!isFree()) {
-            const auto deadline = Internal::MonotonicClock::now() + kSuspiciousWait;
-            if (!Internal::WaitUntil<Internal::MonotonicClock>(m_lock.condition, lock, deadline, isFree)) {
-                lock.unlock();
-                g_OrvaneLogging.Report(4, 16, L"checked_mutex::lock", L"Failed to lock mutex within %d seconds",
-                                       static_cast<int>(kSuspiciousWait.count()));
-                lock.lock();
-                m_lock.condition.wait(lock, isFree);
-            }
+    if (!m_lock.TryTake()) {
+        const auto deadline = Internal::MonotonicClock::now() + kSuspiciousWait;
+        if (!m_lock.TakeUntil<Internal::MonotonicClock>(deadline)) {
+            g_OrvaneLogging.Report(4, 16, L"checked_mutex::lock", L"Failed to lock mutex within %d seconds",
+                                   static_cast<int>(kSuspiciousWait.count()));
+            m_lock.Take();
         }
-        m_lock.held = kHeld;
     }
     m_locked.store(true, std::memory_order_relaxed);
 }
 
 bool checked_mutex::try_lock() {
-    bool taken = false;
-    {
-        const std::lock_guard lock(m_lock.mutex);
-        if (m_lock.held == kFree) {
-            m_lock.held = kHeld;
-            taken = true;
-        }
-    }
+    const bool taken = m_lock.TryTake();
     m_locked.store(taken, std::memory_order_relaxed);
     return taken;
 }
 
 bool checked_mutex::timed_lock(const TimePoint& deadline) {
-    bool taken = false;
-    {
-        std::unique_lock lock(m_lock.mutex);
-        taken = Internal::WaitUntil<Internal::WallClock>(m_lock.condition, lock, deadline,
-                                                         [this] { return m_lock.held == kFree; });
-        if (taken) {
-            m_lock.held = kHeld;
-        }
-    }
+    const bool taken = m_lock.TryTake() || m_lock.TakeUntil<Internal::WallClock>(deadline);
     m_locked.store(taken, std::memory_order_relaxed);
     return taken;
 }
 
 void checked_mutex::unlock() {
-    {
-        const std::lock_guard lock(m_lock.mutex);
-        m_lock.held = kFree;
-    }
-    m_lock.condition.notify_one();
+    m_lock.GiveBack();
     m_locked.store(false, std::memory_order_relaxed);
 }
 

@@ -37,10 +37,18 @@ class ORVANE_CONCURRENCY_API checked_mutex {
   private:
     friend struct FieldOrder;
 
+    // A timed mutex that touches its inner mutex only where somebody waits.
     struct TimedMutex {
+        bool TryTake();
+        void Take();
+        template <typename Clock>
+        bool TakeUntil(const typename Clock::time_point& deadline);
+        void GiveBack();
+
         std::mutex mutex;
-        std::condition_variable condition;  // notified when the word becomes free
-        std::uint32_t held = 0;  // guarded by mutex; 0 or all ones
+        std::condition_variable condition;       // notified when the word becomes free and somebody waits
+        std::atomic<std::uint32_t> held = 0;     // 0 or all ones
+        std::atomic<std::uint32_t> waiters = 0;  // written under mutex
     };
 
     TimedMutex m_lock;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <numeric>
@@ -12,6 +13,7 @@
 #include "tests/support/gate.h"
 #include "tests/support/resource_probe.h"
 #include "tests/support/stopwatch.h"
+#include "tests/support/task_thread.h"
 #include "tests/sync/line_of_tasks.h"
 #include "tests/sync/others.h"
 #include "tests/sync/wall_clock.h"
@@ -208,14 +210,21 @@ TEST(FifoMutex, RemembersThousandsOfLevels) {
 
 TEST(FifoMutex, RefusesTryLockOfAnotherAtOnceWithoutAPlaceInTheLine) {
     fifo_mutex mutex;
-    mutex.lock();
-    OnAnotherThread([&] {
-        EXPECT_FALSE(mutex.try_lock());
-        EXPECT_FALSE(mutex.try_lock());
+    Gate leave;
+    std::atomic<bool> isOwner = false;
+    TaskThread owner([&] {
+        mutex.lock();
+        isOwner = true;
+        leave.Wait();
+        mutex.unlock();
     });
-    mutex.unlock();
+    ASSERT_TRUE(Eventually([&] { return isOwner.load(); }));
+    EXPECT_FALSE(mutex.try_lock());
+    EXPECT_FALSE(mutex.try_lock());
+    leave.Open();
+    owner.Join();
 
-    // An entry left behind would be the owner now.
+    // Had this thread an entry, it would be the owner now. (It is alive: no other thread has its id.)
     EXPECT_TRUE(IsFreeForOthers(mutex));
 }
 
