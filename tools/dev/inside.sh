@@ -15,6 +15,9 @@ start_wine() {
     trap 'wineserver --kill || true' EXIT
     wineserver --persistent </dev/null >/dev/null 2>&1
     wine cmd /c exit </dev/null >/dev/null 2>&1 || fail "start Wine" $?
+    # The owner of the desktop, which the first single-threaded apartment would start otherwise: it would inherit the
+    # pipe of that test, and ctest would wait for it.
+    wine explorer /desktop </dev/null >/dev/null 2>&1 &
 }
 
 # configure debug|release [OPTIONS]
