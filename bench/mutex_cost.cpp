@@ -284,6 +284,7 @@ std::vector<Table> Tables(Effort effort) {
 int main(int argc, char** argv) {
     using namespace Zarvo::Bench;
     const Question question{
+        "mutex_cost",
         "What do the mutexes cost?",
         {
             "fifo_mutex in a crowd hands over at every turn, to the thread that has waited longest: each turn is a "
