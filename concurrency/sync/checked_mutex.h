@@ -46,8 +46,8 @@ class ORVANE_CONCURRENCY_API checked_mutex {
         void GiveBack();
 
         std::mutex mutex;
-        std::condition_variable condition;       // notified when the word becomes free and somebody waits
-        std::atomic<std::uint32_t> held = 0;     // 0 or all ones
+        std::condition_variable condition;  // notified when the word becomes free and somebody waits
+        std::atomic<std::uint32_t> held = 0;  // 0 or all ones
         std::atomic<std::uint32_t> waiters = 0;  // written under mutex
     };
 

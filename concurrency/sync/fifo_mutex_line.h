@@ -84,7 +84,7 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
     Place WaitOnce(Lock& lock, const TimePoint* deadline);
     bool Sleep(Lock& lock, const TimePoint* deadline);
 
-    std::recursive_mutex m_guard;        // held briefly, never while the caller owns the mutex
+    std::recursive_mutex m_guard;  // held briefly, never while the caller owns the mutex
     std::condition_variable_any m_wake;  // with m_guard: an owner has left
 
     // Thread ids. Back: the owner, one entry per level. Front: the newest waiter. Empty: free. Guarded by m_guard.

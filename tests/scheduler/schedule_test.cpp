@@ -112,9 +112,11 @@ TEST_F(ScheduleCall, ACallThatThrowsDoesNotEndTheSchedule) {
 
 TEST_F(ScheduleCall, ThrowsAndSchedulesNothingWhenTheSchedulerCannotStart) {
     {
-        const ImportPatch noThreads(LibraryUnderTest(), "_beginthreadex",
-                                    +[](void*, unsigned, unsigned(__stdcall*)(void*), void*, unsigned, unsigned*)
-                                          -> std::uintptr_t { return 0; });
+        const ImportPatch noThreads(
+            LibraryUnderTest(), "_beginthreadex",
+            +[](void*, unsigned, unsigned(__stdcall*)(void*), void*, unsigned, unsigned*) -> std::uintptr_t {
+                return 0;
+            });
         EXPECT_THROW(static_cast<void>(Schedule(L"Lost", 0s, 0s, CountRuns())), std::system_error);
     }
     Tracker tracker = Schedule(L"Found", 0s, 0s, CountRuns());

@@ -121,7 +121,9 @@ TEST(Tracker, WaitsForTheRunThatIsUnderWayWhenItIsDropped) {
 TEST(Tracker, NeverRunsATaskThatIsDroppedBeforeItsStart) {
     const ConcurrencyLifetime lifetime;
     std::atomic<int> runs = 0;
-    { const Tracker tracker = Schedule(L"Before", 1h, 1h, [&runs] { ++runs; }); }
+    {
+        const Tracker tracker = Schedule(L"Before", 1h, 1h, [&runs] { ++runs; });
+    }
     EXPECT_EQ(runs, 0);
 }
 

@@ -148,7 +148,8 @@ TEST(CheckedMutex, TimesOutNotBeforeTheTime) {
 }
 
 TEST(CheckedMutex, IsTakenByTimedLockWhenItBecomesFreeInTime) {
-    for (const TimePoint& deadline : {WallClockNow() + 1h, TimePoint(std::chrono::hours(24 * 365 * 400)), TimePoint::max()}) {
+    for (const TimePoint& deadline :
+         {WallClockNow() + 1h, TimePoint(std::chrono::hours(24 * 365 * 400)), TimePoint::max()}) {
         checked_mutex mutex;
         mutex.lock();
         bool taken = false;

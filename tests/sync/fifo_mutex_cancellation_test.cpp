@@ -205,15 +205,12 @@ TEST_P(CancelledFifoMutexWait, DoesNotDisturbARecursiveOwner) {
     EXPECT_TRUE(IsFreeForOthers(m_mutex));
 }
 
-INSTANTIATE_TEST_SUITE_P(, CancelledFifoMutexWait,
-                         testing::Values(KindOfWait{"Plain", LineOfTasks::PlainWait},
-                                         KindOfWait{"Timed",
-                                                    [](fifo_mutex& mutex) {
-                                                        mutex.try_lock_until(WallClockNow() + 1h);
-                                                    }},
-                                         KindOfWait{"Endless",
-                                                    [](fifo_mutex& mutex) { mutex.try_lock_until(TimePoint::max()); }}),
-                         [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    , CancelledFifoMutexWait,
+    testing::Values(KindOfWait{"Plain", LineOfTasks::PlainWait},
+                    KindOfWait{"Timed", [](fifo_mutex& mutex) { mutex.try_lock_until(WallClockNow() + 1h); }},
+                    KindOfWait{"Endless", [](fifo_mutex& mutex) { mutex.try_lock_until(TimePoint::max()); }}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 // The exception unwinds the guards of the mutexes that the task holds already.
 TEST(FifoMutex, FreesWhatACancelledTaskHeldWhileItWaited) {

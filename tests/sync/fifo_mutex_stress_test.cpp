@@ -123,7 +123,7 @@ class PagedMutex {
   public:
     PagedMutex()
         : m_page(VirtualAlloc(nullptr, kSize, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE)),
-          m_mutex(new (m_page) fifo_mutex()) {}
+          m_mutex(new(m_page) fifo_mutex()) {}
     ~PagedMutex() { VirtualFree(m_page, 0, MEM_RELEASE); }
     PagedMutex(const PagedMutex&) = delete;
     PagedMutex& operator=(const PagedMutex&) = delete;

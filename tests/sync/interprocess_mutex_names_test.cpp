@@ -33,8 +33,8 @@ class ObservedCreation {
 
   private:
     static HANDLE WINAPI Create(SECURITY_ATTRIBUTES* security, BOOL isInitialOwner, const wchar_t* name) {
-        s_calls.push_back({security != nullptr, isInitialOwner,
-                           name != nullptr ? std::optional<std::wstring>(name) : std::nullopt});
+        s_calls.push_back(
+            {security != nullptr, isInitialOwner, name != nullptr ? std::optional<std::wstring>(name) : std::nullopt});
         return ::CreateMutexW(security, isInitialOwner, name);
     }
 
@@ -82,8 +82,7 @@ TEST(InterprocessMutexName, IsUnchangedWhereverTheBackslashStands) {
 TEST(InterprocessMutexName, IsPrefixedWhateverItHoldsButABackslash) {
     interprocess_mutex mutex;
     for (const wchar_t* name : {L"a", L"", L"a/b", L"Global", L"\x00E4\x4E2D"}) {
-        EXPECT_EQ(mutex.CheckAndPrependZarvoObjectsNamespace(name),
-                  Zarvo::Logging::PrependZarvoObjectsNamespace(name));
+        EXPECT_EQ(mutex.CheckAndPrependZarvoObjectsNamespace(name), Zarvo::Logging::PrependZarvoObjectsNamespace(name));
     }
 }
 

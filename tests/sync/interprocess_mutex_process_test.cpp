@@ -26,9 +26,8 @@ class InterprocessMutexOfTwoProcesses : public testing::Test {
   protected:
     std::future<ChildResult> StartChild(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin() + 1, std::string(m_name.begin(), m_name.end()));
-        return std::async(std::launch::async, [arguments] {
-            return RunChild("interprocess_mutex_process_test_child", arguments);
-        });
+        return std::async(std::launch::async,
+                          [arguments] { return RunChild("interprocess_mutex_process_test_child", arguments); });
     }
 
     const std::wstring m_name = UniqueName(L"processes");

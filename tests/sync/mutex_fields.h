@@ -34,8 +34,7 @@ struct FieldOrder {
   private:
     template <typename Object, typename Field>
     static std::size_t Offset(const Object& object, const Field& field) {
-        return static_cast<std::size_t>(reinterpret_cast<const char*>(&field) -
-                                        reinterpret_cast<const char*>(&object));
+        return static_cast<std::size_t>(reinterpret_cast<const char*>(&field) - reinterpret_cast<const char*>(&object));
     }
 };
 

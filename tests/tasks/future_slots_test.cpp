@@ -91,9 +91,9 @@ TEST(IFutureState, OperationsLieInTheirSlots) {
     EXPECT_EQ(slots->Slot11(), nullptr);
     delete slots;
 
-    EXPECT_EQ(calls, Names({"Start", "SetException", "IsBusy", "IsReady", "IsNormal", "IsCancelling", "IsCancelled",
-                            "Wait", "TimedWait", "RequestCancel", "ConfirmCancel", "GetCancellationObject",
-                            "destructor"}));
+    EXPECT_EQ(calls,
+              Names({"Start", "SetException", "IsBusy", "IsReady", "IsNormal", "IsCancelling", "IsCancelled", "Wait",
+                     "TimedWait", "RequestCancel", "ConfirmCancel", "GetCancellationObject", "destructor"}));
 }
 
 static_assert(std::is_abstract_v<IFutureState>);

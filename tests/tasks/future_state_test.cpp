@@ -346,8 +346,9 @@ TEST(FutureState, NotifierThatThrowsLeavesTheStateCancellingAndTheMutexFree) {
 }
 
 TEST(FutureState, ConfirmationCountsOnlyAfterARequest) {
-    ExpectStatesAfter([](Future& future) { future.ConfirmCancel(); },
-                      {State::NotStarted, State::Busy, State::Normal, State::Cancelled, State::Cancelled, State::Error});
+    ExpectStatesAfter(
+        [](Future& future) { future.ConfirmCancel(); },
+        {State::NotStarted, State::Busy, State::Normal, State::Cancelled, State::Cancelled, State::Error});
 }
 
 TEST(FutureState, NothingLeavesAFinalState) {

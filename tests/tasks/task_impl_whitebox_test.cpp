@@ -78,13 +78,13 @@ TEST(TaskImpl, CancellingItselfLeavesTheFlagAsItWas) {
     std::unique_ptr<TaskImpl> task;
     bool thrown = false;
     const auto state = MakeTask(L"", [&] {
-        try {
-            task->Cancel();
-        } catch (const CancelRequestedException&) {
-            thrown = true;
-            throw;
-        }
-    }).GetWrapper();
+                           try {
+                               task->Cancel();
+                           } catch (const CancelRequestedException&) {
+                               thrown = true;
+                               throw;
+                           }
+                       }).GetWrapper();
     task = std::make_unique<TaskImpl>(L"", state);
     task->Run();
 
@@ -97,14 +97,10 @@ TEST(TaskImpl, CancellingItselfLeavesTheFlagAsItWas) {
 TEST(TaskImpl, EveryOperationTakesTheMutex) {
     using Operation = void (*)(TaskImpl&);
     const std::vector<Operation> operations{
-        [](TaskImpl& task) { task.Run(); },
-        [](TaskImpl& task) { task.Cancel(); },
-        [](TaskImpl& task) { (void)task.GetName(); },
-        [](TaskImpl& task) { (void)task.GetWrapper(); },
-        [](TaskImpl& task) { (void)task.IsBusy(); },
-        [](TaskImpl& task) { (void)task.IsCancelled(); },
-        [](TaskImpl& task) { task.Reset(); },
-        [](TaskImpl& task) { task.Wait(); },
+        [](TaskImpl& task) { task.Run(); },           [](TaskImpl& task) { task.Cancel(); },
+        [](TaskImpl& task) { (void)task.GetName(); }, [](TaskImpl& task) { (void)task.GetWrapper(); },
+        [](TaskImpl& task) { (void)task.IsBusy(); },  [](TaskImpl& task) { (void)task.IsCancelled(); },
+        [](TaskImpl& task) { task.Reset(); },         [](TaskImpl& task) { task.Wait(); },
     };
     for (std::size_t index = 0; index < operations.size(); ++index) {
         TaskImpl task(L"", nullptr);

@@ -192,15 +192,18 @@ TEST(Task, CancellingItselfThrowsAndEmptiesTheHandle) {
     bool emptied = false;
     Task task;
     FuturePointer future;
-    task = MakeTask(L"", [&] {
-        try {
-            task.Cancel();
-        } catch (const CancelRequestedException&) {
-            thrown = true;
-            emptied = IsEmptied(task);
-            throw;
-        }
-    }, future);
+    task = MakeTask(
+        L"",
+        [&] {
+            try {
+                task.Cancel();
+            } catch (const CancelRequestedException&) {
+                thrown = true;
+                emptied = IsEmptied(task);
+                throw;
+            }
+        },
+        future);
     task();
 
     EXPECT_TRUE(thrown);
@@ -275,13 +278,17 @@ TEST(Task, CancelThatComesBackToTheCallersOwnTaskEmptiesTheCancelledHandle) {
     FuturePointer ownFuture;
     Task other(L"", ScriptedIn(State::Busy));
     std::shared_ptr<AbstractCancelNotifier> notifier;
-    Task own = MakeTask(L"", [&] {
+    Task own = MakeTask(
+        L"",
+        [&] {
         // The other task passes its cancellation on to this one.
-        const auto previous = ResetFutureObject(std::dynamic_pointer_cast<FutureState>(other.GetWrapper()->GetFuture()));
-        notifier = FutureNotificationAdapter::CreateInstance(ownFuture);
-        ResetFutureObject(previous);
-        other.Cancel();
-    }, ownFuture);
+            const auto previous =
+                ResetFutureObject(std::dynamic_pointer_cast<FutureState>(other.GetWrapper()->GetFuture()));
+            notifier = FutureNotificationAdapter::CreateInstance(ownFuture);
+            ResetFutureObject(previous);
+            other.Cancel();
+        },
+        ownFuture);
     own();
 
     EXPECT_TRUE(ownFuture->IsCancelled());
