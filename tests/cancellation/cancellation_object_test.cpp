@@ -183,9 +183,9 @@ TEST(CancellationObject, NotifierWhoseOwnerLetsGoDuringTheCallDiesBeforeTheMutex
         ~Tracked() override { m_atEnd(); }
         std::function<void()> m_atEnd;
     };
-    std::shared_ptr<AbstractCancelNotifier> owner = std::make_shared<Tracked>(
-        [&owner](std::unique_lock<std::recursive_mutex>&, bool&) { owner.reset(); },
-        [&] { freeAtDestruction = IsFree(FieldOrder::Mutex(object)); });
+    std::shared_ptr<AbstractCancelNotifier> owner =
+        std::make_shared<Tracked>([&owner](std::unique_lock<std::recursive_mutex>&, bool&) { owner.reset(); },
+                                  [&] { freeAtDestruction = IsFree(FieldOrder::Mutex(object)); });
     object.RegisterNotifier(owner);
 
     object.RequestCancel();
@@ -216,7 +216,8 @@ TEST(CancellationObject, NotifierIsKeptAliveWhileItIsCalled) {
 TEST(CancellationObject, RequestCallsNothingWhenTheOwnerHasReleasedTheNotifier) {
     CancellationObject object;
     int calls = 0;
-    auto notifier = std::make_shared<CallbackNotifier>([&](std::unique_lock<std::recursive_mutex>&, bool&) { ++calls; });
+    auto notifier =
+        std::make_shared<CallbackNotifier>([&](std::unique_lock<std::recursive_mutex>&, bool&) { ++calls; });
     object.RegisterNotifier(notifier);
     notifier.reset();
 

@@ -169,8 +169,9 @@ TEST(ConditionNotificationAdapter, WaitReturnsWhatTheWaitReturnsWhenNothingIsReq
 
     EXPECT_EQ(CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [] { return std::cv_status::timeout; }),
               std::cv_status::timeout);
-    EXPECT_EQ(CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [] { return std::cv_status::no_timeout; }),
-              std::cv_status::no_timeout);
+    EXPECT_EQ(
+        CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [] { return std::cv_status::no_timeout; }),
+        std::cv_status::no_timeout);
 }
 
 TEST(ConditionNotificationAdapter, RequestBeforeTheWaitThrowsWithoutWaiting) {
@@ -219,7 +220,8 @@ TEST(ConditionNotificationAdapter, AdapterIsGoneWhenTheWaitThrows) {
     auto kept = std::make_shared<int>();
     const std::weak_ptr<int> observer = kept;
 
-    EXPECT_THROW(CancellableConditionWait(waiter.mutex, waiter.condition, std::move(kept), []() -> bool { throw 1; }), int);
+    EXPECT_THROW(CancellableConditionWait(waiter.mutex, waiter.condition, std::move(kept), []() -> bool { throw 1; }),
+                 int);
 
     EXPECT_TRUE(observer.expired());
 }

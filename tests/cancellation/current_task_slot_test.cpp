@@ -103,7 +103,9 @@ TEST(CurrentTaskSlot, WhileInitialisedTheAllocatedSlotIsUsedAndNoOther) {
 
 TEST(CurrentTaskSlot, AfterTheLastUninitialisationTheFreedSlotIsLeftToItsNewOwner) {
     const SlotLedger ledger;
-    { const ConcurrencyLifetime lifetime; }
+    {
+        const ConcurrencyLifetime lifetime;
+    }
     const ForeignSlots foreign(ledger.LastFreed());
     ASSERT_TRUE(foreign.GotTheWantedOne());
 
@@ -116,7 +118,9 @@ TEST(CurrentTaskSlot, AfterTheLastUninitialisationTheFreedSlotIsLeftToItsNewOwne
 
 TEST(CurrentTaskSlot, AfterAnOverReleaseTheFreedSlotIsLeftToItsNewOwner) {
     const SlotLedger ledger;
-    { const ConcurrencyLifetime lifetime; }
+    {
+        const ConcurrencyLifetime lifetime;
+    }
     const ForeignSlots foreign(ledger.LastFreed());
     ASSERT_TRUE(foreign.GotTheWantedOne());
 

@@ -48,20 +48,20 @@ class CurrentTask : public testing::TestWithParam<LibraryState> {
     ~CurrentTask() override { ResetFutureObject({}); }
 };
 
-INSTANTIATE_TEST_SUITE_P(
-    Library, CurrentTask,
-    testing::Values(LibraryState::kNeverInitialised, LibraryState::kInitialised, LibraryState::kUninitialised,
-                    LibraryState::kOverReleased, LibraryState::kBackToZero),
-    [](const testing::TestParamInfo<LibraryState>& state) -> std::string {
-        switch (state.param) {
-            case LibraryState::kNeverInitialised: return "NeverInitialised";
-            case LibraryState::kInitialised: return "Initialised";
-            case LibraryState::kUninitialised: return "Uninitialised";
-            case LibraryState::kOverReleased: return "OverReleased";
-            case LibraryState::kBackToZero: return "BackToZero";
-        }
-        return "Unknown";
-    });
+INSTANTIATE_TEST_SUITE_P(Library, CurrentTask,
+                         testing::Values(LibraryState::kNeverInitialised, LibraryState::kInitialised,
+                                         LibraryState::kUninitialised, LibraryState::kOverReleased,
+                                         LibraryState::kBackToZero),
+                         [](const testing::TestParamInfo<LibraryState>& state) -> std::string {
+                             switch (state.param) {
+                                 case LibraryState::kNeverInitialised: return "NeverInitialised";
+                                 case LibraryState::kInitialised: return "Initialised";
+                                 case LibraryState::kUninitialised: return "Uninitialised";
+                                 case LibraryState::kOverReleased: return "OverReleased";
+                                 case LibraryState::kBackToZero: return "BackToZero";
+                             }
+                             return "Unknown";
+                         });
 
 std::shared_ptr<Future> StartedFuture() {
     std::shared_ptr<Future> future(new Future());

@@ -73,11 +73,12 @@ TEST(HandleNotificationAdapter, SetsTheFlagAndUnlocksBeforeItSignalsTheEvent) {
     Request request;
     g_request = &request;
     const auto adapter = HandleNotificationAdapter::CreateInstance();
-    const ImportPatch observed(LibraryUnderTest(), "SetEvent", +[](HANDLE event) {
-        g_flagWasSet = g_request->requested;
-        g_lockWasFree = !g_request->lock.owns_lock() && IsFree(g_request->mutex);
-        return SetEvent(event);
-    });
+    const ImportPatch observed(
+        LibraryUnderTest(), "SetEvent", +[](HANDLE event) {
+            g_flagWasSet = g_request->requested;
+            g_lockWasFree = !g_request->lock.owns_lock() && IsFree(g_request->mutex);
+            return SetEvent(event);
+        });
 
     adapter->Notify(request.lock, request.requested);
 

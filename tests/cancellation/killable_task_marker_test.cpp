@@ -31,7 +31,9 @@ TEST(KillableTaskMarker, DoesNotNest) {
     const RunScope run;
     const KillableTaskMarker outer;
 
-    { const KillableTaskMarker inner; }
+    {
+        const KillableTaskMarker inner;
+    }
 
     EXPECT_FALSE(run.Cancellation().GetKillable());
 }
@@ -75,7 +77,9 @@ TEST(KillableTaskMarker, KeepsNothingAndLooksTheRunUpAnewAtItsEnd) {
 TEST(KillableTaskMarker, LeavesTheRequestAlone) {
     const RunScope run;
 
-    { const KillableTaskMarker marker; }
+    {
+        const KillableTaskMarker marker;
+    }
 
     EXPECT_FALSE(run.Cancellation().IsRequested());
 }

@@ -232,12 +232,13 @@ DWORD g_waited = 0;
 
 // The platform's waits are cut modulo 49.7 days; this sleep is cut to ten days before that.
 TEST(SleepNotificationAdapter, SleepOfMoreThanTenDaysIsCutToTenDays) {
-    const ImportPatch noSleep(LibraryUnderTest(), "SleepConditionVariableCS",
-                              +[](PCONDITION_VARIABLE, PCRITICAL_SECTION, DWORD milliseconds) -> BOOL {
-                                  g_waited = milliseconds;
-                                  SetLastError(ERROR_TIMEOUT);
-                                  return FALSE;
-                              });
+    const ImportPatch noSleep(
+        LibraryUnderTest(), "SleepConditionVariableCS",
+        +[](PCONDITION_VARIABLE, PCRITICAL_SECTION, DWORD milliseconds) -> BOOL {
+            g_waited = milliseconds;
+            SetLastError(ERROR_TIMEOUT);
+            return FALSE;
+        });
     const auto adapter = SleepNotificationAdapter::CreateInstance();
 
     for (const DWORD milliseconds : {864'000'001UL, 4'000'000'000UL, 0xFFFFFFFEUL}) {

@@ -94,8 +94,9 @@ TEST(ExceptionComMessage, WhatIsInTheCodePageOfTheThread) {
 }
 
 TEST(ExceptionComMessage, FailedConversionLeavesTheNarrowMessage) {
-    const ImportPatch noConversion(LibraryUnderTest(), "WideCharToMultiByte",
-                                   +[](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) { return 0; });
+    const ImportPatch noConversion(
+        LibraryUnderTest(), "WideCharToMultiByte",
+        +[](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) { return 0; });
 
     const ExceptionCOM error(kSomeHresult, kSomeGuid, L"still %s", L"there");
 

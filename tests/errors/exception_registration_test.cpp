@@ -24,10 +24,10 @@ struct Key {
 
 // In the order of registration.
 const Key kKeys[] = {
-    {false, 0x80070005, typeid(AccessDenied)},   {false, 0x800702E4, typeid(ElevationRequired)},
-    {true, 1, typeid(InternalError)},            {false, 0x80070057, typeid(InvalidArg)},
-    {false, 0x80004002, typeid(NoInterface)},    {false, 0x80004001, typeid(NotImplemented)},
-    {false, 0x8007000E, typeid(OutOfMemory)},    {false, 0x80004003, typeid(Pointer)},
+    {false, 0x80070005, typeid(AccessDenied)}, {false, 0x800702E4, typeid(ElevationRequired)},
+    {true, 1, typeid(InternalError)},          {false, 0x80070057, typeid(InvalidArg)},
+    {false, 0x80004002, typeid(NoInterface)},  {false, 0x80004001, typeid(NotImplemented)},
+    {false, 0x8007000E, typeid(OutOfMemory)},  {false, 0x80004003, typeid(Pointer)},
     {false, 0x8000FFFF, typeid(Unexpected)},
 };
 constexpr std::size_t kKeyCount = std::size(kKeys);

@@ -17,20 +17,40 @@ namespace {
 using namespace Orvane;
 using namespace Zarvo::Test;
 
-constexpr Handlers kOfComKinds{.standardException = true, .runtimeError = true, .errorStorage = true,
-                               .exceptionBase = true, .exceptionCom = true, .cloneableException = false,
+constexpr Handlers kOfComKinds{.standardException = true,
+                               .runtimeError = true,
+                               .errorStorage = true,
+                               .exceptionBase = true,
+                               .exceptionCom = true,
+                               .cloneableException = false,
                                .threadException = false};
-constexpr Handlers kOfInternalError{.standardException = true, .runtimeError = true, .errorStorage = true,
-                                    .exceptionBase = true, .exceptionCom = false, .cloneableException = false,
+constexpr Handlers kOfInternalError{.standardException = true,
+                                    .runtimeError = true,
+                                    .errorStorage = true,
+                                    .exceptionBase = true,
+                                    .exceptionCom = false,
+                                    .cloneableException = false,
                                     .threadException = false};
-constexpr Handlers kOfCancelRequested{.standardException = true, .runtimeError = false, .errorStorage = false,
-                                      .exceptionBase = false, .exceptionCom = false, .cloneableException = false,
+constexpr Handlers kOfCancelRequested{.standardException = true,
+                                      .runtimeError = false,
+                                      .errorStorage = false,
+                                      .exceptionBase = false,
+                                      .exceptionCom = false,
+                                      .cloneableException = false,
                                       .threadException = false};
-constexpr Handlers kOfCancelled{.standardException = true, .runtimeError = false, .errorStorage = false,
-                                .exceptionBase = false, .exceptionCom = false, .cloneableException = true,
+constexpr Handlers kOfCancelled{.standardException = true,
+                                .runtimeError = false,
+                                .errorStorage = false,
+                                .exceptionBase = false,
+                                .exceptionCom = false,
+                                .cloneableException = true,
                                 .threadException = true};
-constexpr Handlers kOfCloneableExceptionBase{.standardException = true, .runtimeError = true, .errorStorage = true,
-                                             .exceptionBase = true, .exceptionCom = false, .cloneableException = true,
+constexpr Handlers kOfCloneableExceptionBase{.standardException = true,
+                                             .runtimeError = true,
+                                             .errorStorage = true,
+                                             .exceptionBase = true,
+                                             .exceptionCom = false,
+                                             .cloneableException = true,
                                              .threadException = false};
 
 class ExceptionsAcrossModules : public testing::Test {

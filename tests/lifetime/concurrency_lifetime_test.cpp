@@ -122,7 +122,9 @@ TEST(ConcurrencyLifetime, OverReleaseIsNotRepaired) {
 
 TEST(ConcurrencyLifetime, OverReleaseAfterACycleDoesNotFreeTheSlotAgain) {
     const SlotLedger ledger;
-    { const ConcurrencyLifetime cycle; }
+    {
+        const ConcurrencyLifetime cycle;
+    }
 
     ConcurrencyUninitialize();
 

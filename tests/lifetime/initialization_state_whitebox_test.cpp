@@ -69,7 +69,9 @@ TEST(InitializationState, AllocatedSlotIsTheOneInUseWhileInitialisedAndOnlyThen)
 TEST(InitializationState, ReserveSlotStaysTheSameUntilItIsFreed) {
     const DWORD reserve = CurrentTaskSlot();
     EXPECT_EQ(CurrentTaskSlot(), reserve);
-    { const ConcurrencyLifetime lifetime; }
+    {
+        const ConcurrencyLifetime lifetime;
+    }
     EXPECT_EQ(CurrentTaskSlot(), reserve);
 
     FreeReserveSlot();

@@ -244,7 +244,9 @@ TEST(Teardown, WhatWasUsedBeforeInitialisationIsTornDownByTheLastUninitialisatio
     UseScheduler();
     EXPECT_FALSE(IsConcurrencyInitialized());
 
-    { const ConcurrencyLifetime lifetime; }
+    {
+        const ConcurrencyLifetime lifetime;
+    }
 
     EXPECT_EQ(threads.AliveCount(), 0U);
 }
@@ -281,7 +283,9 @@ TEST(Teardown, NothingIsLeftOf200CyclesOfUse) {
 }
 
 TEST(Teardown, NothingIsLeftOf200CyclesWithoutUse) {
-    { const ConcurrencyLifetime lifetime; }
+    {
+        const ConcurrencyLifetime lifetime;
+    }
     const ResourceProbe probe;
 
     for (int round = 0; round < 200; ++round) {
