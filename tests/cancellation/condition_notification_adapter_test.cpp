@@ -131,11 +131,17 @@ TEST(ConditionNotificationAdapter, CreationRegistersItAndASecondReplacesIt) {
     std::condition_variable_any otherCondition;
     const auto first = Adapter::CreateInstance(otherMutex, otherCondition);
     const auto second = Adapter::CreateInstance(waiter.mutex, waiter.condition);
-    const std::lock_guard firstHeld(otherMutex);  // whoever notified the first would wait here
+    // Whoever is notified must wait here.
+    std::unique_lock firstHeld(otherMutex);
+    std::unique_lock secondHeld(waiter.mutex);
+    const RequestOnAnotherThread request(run);
 
-    std::thread([&] { run.Cancellation().RequestCancel(); }).join();
+    std::this_thread::sleep_for(50ms);
+    EXPECT_FALSE(request.HasReturned());
+    secondHeld.unlock();
 
-    EXPECT_TRUE(run.Cancellation().IsRequested());
+    EXPECT_TRUE(request.Returns());
+    firstHeld.unlock();
 }
 
 TEST(ConditionNotificationAdapter, CreatorAloneOwnsIt) {
@@ -143,12 +149,13 @@ TEST(ConditionNotificationAdapter, CreatorAloneOwnsIt) {
     const RunScope run;
     auto adapter = Adapter::CreateInstance(waiter.mutex, waiter.condition);
     EXPECT_EQ(adapter.use_count(), 1);
-    const std::lock_guard held(waiter.mutex);
+    std::unique_lock held(waiter.mutex);
 
     adapter.reset();
-    std::thread([&] { run.Cancellation().RequestCancel(); }).join();
+    const RequestOnAnotherThread request(run);
 
-    EXPECT_TRUE(run.Cancellation().IsRequested());
+    EXPECT_TRUE(request.Returns());
+    held.unlock();
 }
 
 TEST(ConditionNotificationAdapter, KeepsAliveWhatItIsGivenUntilItDies) {
@@ -209,9 +216,10 @@ TEST(ConditionNotificationAdapter, AdapterIsRegisteredDuringTheWaitAndGoneAfterI
 
     EXPECT_TRUE(keptDuringTheWait);
     EXPECT_TRUE(observer.expired());
-    const std::lock_guard held(waiter.mutex);  // a notifier that was still there would wait here
-    std::thread([&] { run.Cancellation().RequestCancel(); }).join();
-    EXPECT_TRUE(run.Cancellation().IsRequested());
+    std::unique_lock held(waiter.mutex);  // a notifier that was still there would wait here
+    const RequestOnAnotherThread request(run);
+    EXPECT_TRUE(request.Returns());
+    held.unlock();
 }
 
 TEST(ConditionNotificationAdapter, AdapterIsGoneWhenTheWaitThrows) {

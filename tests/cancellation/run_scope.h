@@ -4,11 +4,15 @@
 // Threads: constructed and destroyed on the same thread; Cancellation() may be used from any.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <memory>
+#include <thread>
 
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/tasks/future_impl.h"
+#include "tests/support/eventually.h"
 
 namespace Zarvo::Test {
 
@@ -33,5 +37,28 @@ class RunScopeOf {
 };
 
 using RunScope = RunScopeOf<>;
+
+// Requests the run's cancellation on a thread of its own, to see whether the request returns. Let it return before this
+// object dies.
+class RequestOnAnotherThread {
+  public:
+    explicit RequestOnAnotherThread(const RunScope& run)
+        : m_thread([this, &run] {
+              run.Cancellation().RequestCancel();
+              m_returned = true;
+          }) {}
+    ~RequestOnAnotherThread() { m_thread.join(); }
+    RequestOnAnotherThread(const RequestOnAnotherThread&) = delete;
+    RequestOnAnotherThread& operator=(const RequestOnAnotherThread&) = delete;
+
+    bool HasReturned() const { return m_returned; }
+    bool Returns() const {
+        return Eventually([this] { return m_returned.load(); }, std::chrono::seconds(20));
+    }
+
+  private:
+    std::atomic<bool> m_returned = false;
+    std::thread m_thread;
+};
 
 }  // namespace Zarvo::Test

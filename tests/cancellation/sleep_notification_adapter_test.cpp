@@ -198,19 +198,14 @@ TEST(SleepNotificationAdapter, CreationRegistersItAndASecondReplacesIt) {
     // Whoever is notified must wait here.
     std::unique_lock firstHeld(OwnMutex(first));
     std::unique_lock secondHeld(OwnMutex(second));
-    std::atomic<bool> done = false;
-    std::thread requester([&] {
-        run.Cancellation().RequestCancel();
-        done = true;
-    });
+    const RequestOnAnotherThread request(run);
 
     std::this_thread::sleep_for(50ms);
-    EXPECT_FALSE(done);
+    EXPECT_FALSE(request.HasReturned());
     secondHeld.unlock();
 
-    EXPECT_TRUE(Eventually([&] { return done.load(); }));
+    EXPECT_TRUE(request.Returns());
     firstHeld.unlock();
-    requester.join();
 }
 
 TEST(SleepNotificationAdapter, CreatorAloneOwnsIt) {
