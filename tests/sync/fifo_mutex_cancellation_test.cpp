@@ -112,7 +112,7 @@ TEST_P(CancelledFifoMutexWait, LeavesWithTheExceptionOfCancellation) {
 // Without the wake-up the waiter would hear of it when it looks at the line again, after a tenth of a second.
 TEST_P(CancelledFifoMutexWait, IsWokenAtOnce) {
     m_mutex.lock();
-    EXPECT_LT(Fastest([this] {
+    EXPECT_LT(MedianOf([this] {
                   QueuedTask waiter(m_mutex, [this] { GetParam().wait(m_mutex); });
                   const Stopwatch stopwatch;
                   waiter->Cancel();
@@ -126,15 +126,20 @@ TEST_P(CancelledFifoMutexWait, IsWokenAtOnce) {
 TEST_P(CancelledFifoMutexWait, ThrowsWithoutWaitingWhenItWasCancelledBefore) {
     m_mutex.lock();
     LineOfTasks line(m_mutex, 1);
-    Gate cancelled;
-    TaskThread late([&] {
-        cancelled.Wait();
-        GetParam().wait(m_mutex);
-        m_mutex.unlock();
-    });
-    late.Cancel();
-    cancelled.Open();
-    EXPECT_TRUE(late.EndedCancelled());
+    EXPECT_LT(MedianOf([this] {
+                  Gate cancelled;
+                  TaskThread late([&] {
+                      cancelled.Wait();
+                      GetParam().wait(m_mutex);
+                      m_mutex.unlock();
+                  });
+                  late.Cancel();
+                  const Stopwatch stopwatch;
+                  cancelled.Open();
+                  EXPECT_TRUE(late.EndedCancelled());
+                  return stopwatch.Elapsed();
+              }),
+              50ms);
 
     line.Append();
     m_mutex.unlock();
@@ -226,23 +231,6 @@ TEST(FifoMutex, FreesWhatACancelledTaskHeldWhileItWaited) {
     EXPECT_TRUE(waiter->EndedCancelled());
     EXPECT_TRUE(IsFreeForOthers(held));
     wanted.unlock();
-}
-
-// A request may still be on its way to a waiter that has gone, and to a mutex that has gone with it.
-TEST(FifoMutex, MayBeDestroyedWhileARequestIsOnItsWay) {
-    for (int round = 0; round < 100; ++round) {
-        auto mutex = std::make_unique<fifo_mutex>();
-        mutex->lock();
-        QueuedTask waiter(*mutex, [&] {
-            mutex->lock();
-            mutex->unlock();
-            mutex.reset();
-        });
-        std::thread request([&] { waiter->Cancel(); });
-        mutex->unlock();
-        request.join();
-        waiter->Join();
-    }
 }
 
 }  // namespace

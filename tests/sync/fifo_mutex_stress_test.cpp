@@ -8,7 +8,6 @@
 #include <random>
 #include <thread>
 
-#include "concurrency/base/windows_api.h"
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
@@ -117,46 +116,5 @@ TEST_P(FifoMutexHandOver, IsNotLostWhenTheNextIsCancelled) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Part, FifoMutexHandOver, testing::Range(1U, 11U));
-
-// A mutex in a page of its own, which nobody can touch any more when the mutex is gone.
-class PagedMutex {
-  public:
-    PagedMutex()
-        : m_page(VirtualAlloc(nullptr, kSize, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE)),
-          m_mutex(new(m_page) fifo_mutex()) {}
-    ~PagedMutex() { VirtualFree(m_page, 0, MEM_RELEASE); }
-    PagedMutex(const PagedMutex&) = delete;
-    PagedMutex& operator=(const PagedMutex&) = delete;
-
-    fifo_mutex* operator->() const { return m_mutex; }
-
-    void Destroy() {
-        std::destroy_at(m_mutex);
-        DWORD before = 0;
-        VirtualProtect(m_page, kSize, PAGE_NOACCESS, &before);
-    }
-
-  private:
-    static constexpr std::size_t kSize = 4096;
-
-    void* const m_page;
-    fifo_mutex* const m_mutex;
-};
-
-// The unlock that makes it the owner may still be waking the others.
-TEST(FifoMutexLifetime, EndsWhenTheNextOwnerDestroysItAtOnce) {
-    const StressEffort effort(100);
-    for (int round = 0; round < effort.Rounds(); ++round) {
-        PagedMutex mutex;
-        mutex->lock();
-        TaskThread next([&] {
-            mutex->lock();
-            mutex->unlock();
-            mutex.Destroy();
-        });
-        mutex->unlock();
-        next.Join();
-    }
-}
 
 }  // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <functional>
 #include <thread>
@@ -26,14 +27,14 @@ bool IsFreeForOthers(Mutex& mutex) {
     return isFree;
 }
 
-// The shortest of some measurements: what something takes when the machine does nothing else for once.
+// The median of some measurements: what something takes, whatever the machine does besides now and then.
 template <typename Measure>
-std::chrono::nanoseconds Fastest(Measure measure) {
-    auto fastest = std::chrono::nanoseconds::max();
-    for (int i = 0; i < 10; ++i) {
-        fastest = std::min(fastest, measure());
-    }
-    return fastest;
+std::chrono::nanoseconds MedianOf(Measure measure) {
+    std::array<std::chrono::nanoseconds, 11> times;
+    std::generate(times.begin(), times.end(), measure);
+    const auto middle = times.begin() + times.size() / 2;
+    std::nth_element(times.begin(), middle, times.end());
+    return *middle;
 }
 
 }  // namespace Zarvo::Test
