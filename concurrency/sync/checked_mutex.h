@@ -5,7 +5,7 @@
 // Cancellation: no cancellation points.
 // Errors: std::system_error if a lock fails. On purpose nothing else: a long wait and misuse are reported, not thrown.
 //     unlock() does not check that the caller holds the mutex.
-// Lifetime: must outlive every waiter.
+// Lifetime: must outlive every waiter and every unlock(), which touches it when the next holder is in already.
 #pragma once
 
 #include <atomic>

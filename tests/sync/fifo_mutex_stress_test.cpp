@@ -61,7 +61,7 @@ class FifoMutexHandOver : public testing::TestWithParam<unsigned> {
 
     void ExpectServed(TaskThread& stayer) {
         const Stopwatch stopwatch;
-        WaitOrEnd("The waiter behind one that left", [&] { return !stayer.IsRunning(); });
+        WaitOrEnd("The waiter behind one that left", [&] { return !stayer.IsRunning(); }, [] { return 0; });
         m_late += stopwatch.Elapsed() > 50ms ? 1 : 0;
     }
 
