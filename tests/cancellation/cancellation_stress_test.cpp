@@ -3,16 +3,15 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <cstdlib>
+#include <cstddef>
 #include <mutex>
-#include <random>
-#include <string>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/condition_notification_adapter.h"
 #include "concurrency/cancellation/current_task.h"
 #include "tests/cancellation/wait_handles.h"
+#include "tests/support/stress_run.h"
 #include "tests/support/task_thread.h"
 
 namespace {
@@ -21,41 +20,24 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
-unsigned long NumberFromEnvironment(const char* name, unsigned long otherwise) {
-    const char* const text = std::getenv(name);
-    return text != nullptr && *text != '\0' ? std::strtoul(text, nullptr, 10) : otherwise;
-}
-
-// A few hundred moments between the start of a wait and its middle.
-class Moments {
-  public:
-    Moments() : m_seed(NumberFromEnvironment("ZARVO_STRESS_SEED", std::random_device()())), m_random(m_seed) {}
-
-    unsigned long Seed() const { return m_seed; }
-
-    void Pass() {
-        for (unsigned spins = m_random() % 20'000; spins != 0; --spins) {
-            std::atomic_signal_fence(std::memory_order_seq_cst);
-        }
+// A moment between the start of a wait and its middle.
+void PassMoment(Random& random) {
+    for (std::size_t spins = Choose(random, 20'000); spins != 0; --spins) {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
     }
-
-  private:
-    unsigned long m_seed;
-    std::mt19937 m_random;
-};
+}
 
 class CancellationStress : public testing::Test {
   protected:
     // Cancels a task at many moments of `wait`, which would otherwise go on for ever.
     template <typename Wait>
     void CancelAtManyMoments(Wait wait) {
-        const unsigned long rounds = 100 * NumberFromEnvironment("ZARVO_STRESS_ROUNDS", 3);
-        Moments moments;
-        RecordProperty("seed", std::to_string(moments.Seed()));
-        SCOPED_TRACE(testing::Message() << "ZARVO_STRESS_SEED=" << moments.Seed());
-        for (unsigned long round = 0; round < rounds; ++round) {
+        const StressRun stress(300);
+        SCOPED_TRACE(stress.Description());
+        Random random = stress.Generator(0, 0);
+        for (int round = 0; round < stress.Rounds(); ++round) {
             TaskThread waiter(wait);
-            moments.Pass();
+            PassMoment(random);
             waiter.Cancel();
             ASSERT_TRUE(waiter.EndedCancelled()) << "round " << round;
         }

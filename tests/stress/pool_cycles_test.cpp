@@ -8,8 +8,8 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
-#include "tests/stress/stress_run.h"
 #include "tests/support/eventually.h"
+#include "tests/support/stress_run.h"
 #include "tests/threadpool/background_call.h"
 
 namespace {

@@ -7,15 +7,14 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
-#include <random>
 #include <thread>
 #include <vector>
 
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/sync/fifo_mutex.h"
 #include "concurrency/tasks/make_task.h"
+#include "tests/support/stress_run.h"
 #include "tests/sync/others.h"
-#include "tests/sync/stress_effort.h"
 #include "tests/sync/wall_clock.h"
 #include "tests/sync/watchdog.h"
 
@@ -53,7 +52,7 @@ class FifoMutexSoak : public testing::Test {
     static constexpr unsigned kThreads = 8;
 
     // One task that takes the mutex in one of its ways, if it gets it.
-    void RunOneTask(std::mt19937& chances, CurrentTask& current) {
+    void RunOneTask(Random& chances, CurrentTask& current) {
         std::shared_ptr<FutureImpl<void>> future;
         Task task = MakeTask(
             L"soak",
@@ -72,7 +71,7 @@ class FifoMutexSoak : public testing::Test {
         m_cancelled += future->IsCancelled() ? 1 : 0;
     }
 
-    bool TakeInSomeWay(std::mt19937& chances) {
+    bool TakeInSomeWay(Random& chances) {
         const std::chrono::microseconds patience(chances() % 5000);
         switch (chances() % 6) {
             case 0: return m_mutex.try_lock();
@@ -103,17 +102,17 @@ class FifoMutexSoak : public testing::Test {
 };
 
 TEST_F(FifoMutexSoak, ServesPlainTimedAndCancelledWaitersToTheEnd) {
-    const StressEffort effort(60);
+    const StressRun stress(60);
     std::vector<std::thread> threads;
     for (unsigned index = 0; index < kThreads; ++index) {
-        threads.emplace_back([&, index, chances = effort.Chances(index)]() mutable {
-            for (int round = 0; round < effort.Rounds(); ++round) {
+        threads.emplace_back([&, index, chances = stress.Generator(0, index)]() mutable {
+            for (int round = 0; round < stress.Rounds(); ++round) {
                 RunOneTask(chances, m_current[index]);
             }
             --m_working;
         });
     }
-    std::thread cancelling([&, chances = effort.Chances(kThreads)]() mutable {
+    std::thread cancelling([&, chances = stress.Generator(0, kThreads)]() mutable {
         while (m_working != 0) {
             m_current[chances() % kThreads].Cancel();
             std::this_thread::sleep_for(1ms);

@@ -10,9 +10,9 @@
 
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/stopwatch.h"
+#include "tests/support/stress_run.h"
 #include "tests/support/task_thread.h"
 #include "tests/sync/others.h"
-#include "tests/sync/stress_effort.h"
 #include "tests/sync/wall_clock.h"
 #include "tests/sync/watchdog.h"
 
@@ -28,7 +28,7 @@ void SpinUntil(TimePoint time) {
     }
 }
 
-Duration Between(std::mt19937& chances, Duration least, Duration most) {
+Duration Between(Random& chances, Duration least, Duration most) {
     return Duration(std::uniform_int_distribution<std::int64_t>(least.count(), most.count())(chances));
 }
 
@@ -72,9 +72,9 @@ class FifoMutexHandOver : public testing::TestWithParam<unsigned> {
 };
 
 TEST_P(FifoMutexHandOver, IsNotLostWhenTheNextTimesOut) {
-    const StressEffort effort(kRoundsOfAPart);
-    std::mt19937 chances = effort.Chances(GetParam());
-    for (int round = 0; round < effort.Rounds(); ++round) {
+    const StressRun stress(kRoundsOfAPart);
+    Random chances = stress.Generator(0, GetParam());
+    for (int round = 0; round < stress.Rounds(); ++round) {
         m_mutex.lock();
         const TimePoint deadline = WallClockNow() + Between(chances, 2ms, 6ms);
         TaskThread leaver([&] {
@@ -92,9 +92,9 @@ TEST_P(FifoMutexHandOver, IsNotLostWhenTheNextTimesOut) {
 }
 
 TEST_P(FifoMutexHandOver, IsNotLostWhenTheNextIsCancelled) {
-    const StressEffort effort(kRoundsOfAPart);
-    std::mt19937 chances = effort.Chances(GetParam());
-    for (int round = 0; round < effort.Rounds(); ++round) {
+    const StressRun stress(kRoundsOfAPart);
+    Random chances = stress.Generator(0, GetParam());
+    for (int round = 0; round < stress.Rounds(); ++round) {
         m_mutex.lock();
         TaskThread leaver([&] {
             m_mutex.lock();

@@ -4,15 +4,14 @@
 
 #include <atomic>
 #include <chrono>
-#include <random>
 #include <thread>
 #include <vector>
 
 #include "concurrency/sync/checked_mutex.h"
 #include "concurrency/sync/fifo_mutex.h"
 #include "concurrency/sync/interprocess_mutex.h"
+#include "tests/support/stress_run.h"
 #include "tests/support/task_thread.h"
-#include "tests/sync/stress_effort.h"
 #include "tests/sync/wall_clock.h"
 #include "tests/sync/watchdog.h"
 
@@ -42,14 +41,14 @@ class MutexCounter : public testing::TestWithParam<int> {
     // About `additions` times the stress factor, each begun by `lock(mutex, chances)`, spread over the threads.
     template <typename Mutex, typename Lock>
     void ExpectExact(int additions, Lock lock) {
-        const StressEffort effort(additions / GetParam());
+        const StressRun stress(additions / GetParam());
         Mutex mutex;
         Number number;
         std::atomic<int> working = GetParam();
         std::vector<std::thread> threads;
         for (int index = 0; index < GetParam(); ++index) {
-            threads.emplace_back([&, chances = effort.Chances(static_cast<unsigned>(index))]() mutable {
-                for (int round = 0; round < effort.Rounds(); ++round) {
+            threads.emplace_back([&, chances = stress.Generator(0, static_cast<unsigned>(index))]() mutable {
+                for (int round = 0; round < stress.Rounds(); ++round) {
                     lock(mutex, chances);
                     number.AddOne();
                     mutex.unlock();
@@ -61,12 +60,12 @@ class MutexCounter : public testing::TestWithParam<int> {
         for (std::thread& thread : threads) {
             thread.join();
         }
-        EXPECT_EQ(number.Get(), static_cast<long>(effort.Rounds()) * GetParam());
+        EXPECT_EQ(number.Get(), static_cast<long>(stress.Rounds()) * GetParam());
     }
 };
 
 template <typename Mutex>
-void LockPlainly(Mutex& mutex, std::mt19937&) {
+void LockPlainly(Mutex& mutex, Random&) {
     mutex.lock();
 }
 
@@ -75,7 +74,7 @@ TEST_P(MutexCounter, IsExactUnderCheckedMutex) {
 }
 
 TEST_P(MutexCounter, IsExactUnderCheckedMutexLockedInAllWays) {
-    ExpectExact<checked_mutex>(4'000, [](checked_mutex& mutex, std::mt19937& chances) {
+    ExpectExact<checked_mutex>(4'000, [](checked_mutex& mutex, Random& chances) {
         const auto way = chances() % 3;
         if (way == 0 || (way == 1 && !mutex.try_lock())) {
             mutex.lock();

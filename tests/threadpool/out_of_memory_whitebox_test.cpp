@@ -43,7 +43,7 @@ TEST_P(QueueWithoutMemory, ChangesNothing) {
                                                 EXPECT_EQ(CountsOf(pool), before);
                                                 EXPECT_FALSE(SpawnIsInProgress(pool));
                                             });
-    EXPECT_GT(failures, 0);
+    EXPECT_GT(failures, 1);  // the growth's own, too
     EXPECT_TRUE(Eventually([&] { return ran == 1; }));
     EXPECT_TRUE(Eventually([&] { return CountsOf(pool).threadCount == 2 * kGrowthBatch; }));
 }

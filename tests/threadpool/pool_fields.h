@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <future>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,6 +32,14 @@ struct PoolCounts {
     std::uint32_t nextDedicatedNumber = 0;
 
     friend bool operator==(const PoolCounts&, const PoolCounts&) = default;
+
+    friend std::ostream& operator<<(std::ostream& stream, const PoolCounts& counts) {
+        return stream << "growable " << counts.growable << ", threadCount " << counts.threadCount << ", killed "
+                      << counts.killedCount << ", queue " << counts.queue << ", running " << counts.running
+                      << ", threads " << counts.threads << ", finished " << counts.finishedThreads << ", dedicated "
+                      << counts.dedicatedThreads << ", futures " << counts.completionFutures << ", promises "
+                      << counts.exitedPromises << ", next number " << counts.nextDedicatedNumber;
+    }
 };
 
 }  // namespace Zarvo::Test

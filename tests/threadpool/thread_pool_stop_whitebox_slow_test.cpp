@@ -100,6 +100,7 @@ TEST(ThreadPoolStop, JoinsWithoutLimitOnceItHasCancelled) {
     pool.Core()->Queue(MakeTask(L"queued", [] {}, future));
     const BackgroundCall stop([&] { pool.Core()->Stop(); });
     EXPECT_TRUE(Eventually([&] { return future->IsCancelled(); }, 60s));
+    EXPECT_EQ(CountsOf(pool).queue, 0U);
     Sleep(1'000);
     EXPECT_TRUE(stop.IsRunning());
     held.Release();

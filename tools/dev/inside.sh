@@ -98,7 +98,7 @@ stress() {
     compile debug
     start_wine
     say "stress seed $seed"
-    export ZARVO_STRESS_SEED=$seed ZARVO_STRESS_ROUNDS=${ZARVO_STRESS_ROUNDS:-50}
+    export ZARVO_STRESS_SEED=$seed ZARVO_STRESS_FACTOR=${ZARVO_STRESS_FACTOR:-50}
     run_tests build/debug --label-regex '^stress$'
     finish "stress: passed with seed $seed"
 }

@@ -1,10 +1,10 @@
 // What every stress test starts with: how often to repeat, and random numbers that a failure can be replayed with.
 //
 //     ZARVO_STRESS_SEED    the seed; without it every run takes a new one
-//     ZARVO_STRESS_ROUNDS  how often each test repeats its race
+//     ZARVO_STRESS_FACTOR  multiplies the rounds of each test; 1 without it, enough to see that the test works
 //
 // The seed is printed. It replays the choices and the pauses, not the processor's timing: repeat a failing seed with
-// more rounds.
+// a higher factor.
 #pragma once
 
 #include <chrono>
@@ -48,14 +48,11 @@ inline void Linger(Random& random) {
 
 class StressRun {
   public:
-    explicit StressRun(int usualRounds) : m_rounds(static_cast<int>(FromEnvironment("ZARVO_STRESS_ROUNDS"))) {
-        m_seed = FromEnvironment("ZARVO_STRESS_SEED");
-        if (m_rounds == 0) {
-            m_rounds = usualRounds;
-        }
-        if (m_seed == 0) {
-            m_seed = std::random_device()();
-        }
+    // `usualRounds` is the number of rounds without ZARVO_STRESS_FACTOR.
+    explicit StressRun(int usualRounds)
+        : m_factor(FromEnvironment("ZARVO_STRESS_FACTOR", 1)),
+          m_rounds(usualRounds * static_cast<int>(m_factor)),
+          m_seed(FromEnvironment("ZARVO_STRESS_SEED", std::random_device()())) {
         std::cout << Description() << std::endl;
     }
 
@@ -70,17 +67,18 @@ class StressRun {
 
     // For the failure message.
     std::string Description() const {
-        return "ZARVO_STRESS_SEED=" + std::to_string(m_seed) + " ZARVO_STRESS_ROUNDS=" + std::to_string(m_rounds);
+        return "ZARVO_STRESS_SEED=" + std::to_string(m_seed) + " ZARVO_STRESS_FACTOR=" + std::to_string(m_factor);
     }
 
   private:
-    static std::uint64_t FromEnvironment(const char* name) {
+    static std::uint64_t FromEnvironment(const char* name, std::uint64_t otherwise) {
         const char* const text = std::getenv(name);
-        return text != nullptr ? std::strtoull(text, nullptr, 10) : 0;
+        return text != nullptr && *text != '\0' ? std::strtoull(text, nullptr, 10) : otherwise;
     }
 
-    std::uint64_t m_seed = 0;
+    std::uint64_t m_factor;
     int m_rounds;
+    std::uint64_t m_seed;
 };
 
 }  // namespace Zarvo::Test
