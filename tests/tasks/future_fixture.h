@@ -1,6 +1,8 @@
 // Futures in every state, and exceptions for them to keep.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <array>
 #include <atomic>
 #include <cstddef>
@@ -10,6 +12,7 @@
 #include <ostream>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cloneable_exception.h"
@@ -184,6 +187,16 @@ inline void End(Future& future, State final) {
     } else {
         future.RequestCancel();
         future.ConfirmCancel();
+    }
+}
+
+// Applies `operation` to a future in every state and compares the states afterwards, in the order of kAllStates.
+template <typename Operation>
+void ExpectStatesAfter(Operation operation, const std::vector<State>& expected, RunsOn thread = RunsOn::AnotherThread) {
+    for (std::size_t index = 0; index < kAllStates.size(); ++index) {
+        const FuturePointer future = FutureIn(kAllStates[index], thread);
+        operation(*future);
+        EXPECT_EQ(StateOf(*future), expected[index]) << "from " << kAllStates[index];
     }
 }
 

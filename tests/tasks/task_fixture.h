@@ -1,6 +1,8 @@
 // Task states whose steps a test decides, and ways to look into a task.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <memory>
 #include <utility>
@@ -44,6 +46,12 @@ inline std::shared_ptr<ScriptedState> ScriptedIn(State state) {
 // Whether the task has been emptied.
 inline bool IsEmptied(Task task) {
     return std::dynamic_pointer_cast<Orvane::Internal::NullTaskWrapper>(task.GetWrapper()) != nullptr;
+}
+
+inline void ExpectEmptied(Task task) {
+    EXPECT_TRUE(IsEmptied(task));
+    EXPECT_TRUE(task.IsCancelled());
+    EXPECT_FALSE(task.IsBusy());
 }
 
 }  // namespace Zarvo::Test

@@ -1,16 +1,13 @@
-// Waiting for a task, and starting it afresh.
+// Waiting for a task.
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <memory>
-#include <stdexcept>
-#include <utility>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
-#include "concurrency/cancellation/current_task.h"
 #include "concurrency/tasks/make_task.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
@@ -28,12 +25,6 @@ using namespace std::chrono_literals;
 template <typename Thread>
 bool StillWaits(const Thread& thread) {
     return !Eventually([&] { return thread.HasEnded(); }, 50ms);
-}
-
-void ExpectEmptied(Task task) {
-    EXPECT_TRUE(IsEmptied(task));
-    EXPECT_TRUE(task.IsCancelled());
-    EXPECT_FALSE(task.IsBusy());
 }
 
 TEST(TaskWait, WaitsForTheRunAndEmptiesTheTask) {
@@ -271,138 +262,6 @@ TEST_F(TaskWaitResetTest, CancelReachesTheNewerRunOnly) {
     EXPECT_TRUE(StillWaits(*m_waiter));
     m_secondFuture->ConfirmCancel();
     EXPECT_TRUE(WaiterReturns());
-}
-
-TEST(TaskReset, GivesTheTaskAFreshStateForTheSameWork) {
-    int runs = 0;
-    Task task = MakeTask(L"again", [&runs] { ++runs; });
-    const auto before = task.GetWrapper();
-    task.Reset();
-
-    EXPECT_NE(task.GetWrapper(), before);
-    EXPECT_EQ(StateOf(*task.GetWrapper()->GetFuture()), State::NotStarted);
-    EXPECT_STREQ(task.GetName(), L"again");
-    task();
-    EXPECT_EQ(runs, 1);
-}
-
-TEST(TaskReset, DuringARunMakesTheTaskRunnableOnceMore) {
-    int runs = 0;
-    Task task;
-    task = MakeTask(L"", [&] {
-        ++runs;
-        task.Reset();
-    });
-    task();
-    task();
-    task();
-
-    EXPECT_EQ(runs, 3);
-}
-
-TEST(TaskReset, AfterANormalRunKeepsTheOldState) {
-    int runs = 0;
-    Task task = MakeTask(L"", [&runs] { ++runs; });
-    task();
-    const auto before = task.GetWrapper();
-    task.Reset();
-
-    EXPECT_EQ(task.GetWrapper(), before);
-    EXPECT_EQ(StateOf(*before->GetFuture()), State::Normal);
-    task();
-    EXPECT_EQ(runs, 1);
-}
-
-TEST(TaskReset, AfterAFailedRunAllowsAnother) {
-    int runs = 0;
-    Task task = MakeTask(L"", [&runs] {
-        if (++runs == 1) {
-            throw Failure(1);
-        }
-    });
-    task();
-    task.Reset();
-    task();
-
-    EXPECT_EQ(runs, 2);
-    EXPECT_EQ(StateOf(*task.GetWrapper()->GetFuture()), State::Normal);
-}
-
-TEST(TaskReset, AfterCancelLeavesTheCancelledStateInPlace) {
-    Task task = MakeTask(L"", [] {});
-    task.Cancel();
-    const auto before = task.GetWrapper();
-    task.Reset();
-
-    EXPECT_EQ(task.GetWrapper(), before);
-    EXPECT_TRUE(task.IsCancelled());
-}
-
-TEST(TaskReset, OfARunThatIsBeingCancelledIsRefused) {
-    for (const State state : {State::Cancelling, State::Cancelled}) {
-        auto scripted = ScriptedIn(state);
-        scripted->recreate = [] { return ScriptedIn(State::NotStarted); };
-        Task task(L"", scripted);
-        task.Reset();
-
-        EXPECT_EQ(task.GetWrapper(), scripted) << state;
-    }
-}
-
-TEST(TaskReset, DoesNotClearACancellation) {
-    // Cancelled through the handle, but the run had ended before.
-    auto scripted = ScriptedIn(State::Normal);
-    scripted->recreate = [] { return ScriptedIn(State::NotStarted); };
-    Task task(L"", scripted);
-    task.Cancel();
-    task.Reset();
-
-    EXPECT_TRUE(task.IsCancelled());
-    EXPECT_EQ(task.GetWrapper(), scripted);
-}
-
-TEST(TaskReset, AfterAWaitDoesNothing) {
-    Task task = MakeTask(L"", [] {});
-    task();
-    task.Wait();
-    task.Reset();
-
-    ExpectEmptied(task);
-}
-
-TEST(TaskReset, KeepsTheOldStateWhenTheWorkIsGone) {
-    const auto state = ScriptedIn(State::NotStarted);  // recreates nothing
-    Task task(L"", state);
-    task.Reset();
-
-    EXPECT_EQ(task.GetWrapper(), state);
-}
-
-TEST(TaskReset, FailureToCopyTheWorkIsPassedOnAndChangesNothing) {
-    const auto state = ScriptedIn(State::NotStarted);
-    state->recreate = []() -> std::shared_ptr<ITaskState> { throw std::runtime_error("no copy"); };
-    Task task(L"", state);
-
-    EXPECT_THROW(task.Reset(), std::runtime_error);
-    EXPECT_EQ(task.GetWrapper(), state);
-    PlainThread([&] { EXPECT_FALSE(task.IsBusy()); }).Join();  // the lock is free
-}
-
-TEST(TaskReset, DestroysTheOldStateOutsideOfTheTasksLock) {
-    Task task;
-    bool asked = false;
-    {
-        auto state = ScriptedIn(State::NotStarted);
-        state->recreate = [] { return ScriptedIn(State::NotStarted); };
-        state->destroyed = [&] {
-            PlainThread([&] { (void)task.IsBusy(); }).Join();
-            asked = true;
-        };
-        task = Task(L"", std::move(state));
-    }
-    task.Reset();
-
-    EXPECT_TRUE(asked);
 }
 
 }  // namespace
