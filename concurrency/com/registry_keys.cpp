@@ -1,0 +1,68 @@
+#include "concurrency/com/registry_keys.h"
+
+#include <string>
+
+#include "concurrency/com/module_path.h"
+
+namespace Orvane::Internal {
+
+namespace {
+
+// As in concurrency.rgs.
+constexpr wchar_t kLibraryKey[] = L"TypeLib\\{55EC072B-2104-4EBD-A91F-41FA01B7F6E6}";
+constexpr wchar_t kVersionKey[] = L"TypeLib\\{55EC072B-2104-4EBD-A91F-41FA01B7F6E6}\\1.0";
+
+HRESULT ResultOf(LSTATUS status) {
+    return HRESULT_FROM_WIN32(static_cast<unsigned long>(status));
+}
+
+std::wstring Below(const ClassesRoot& root, const wchar_t* key) {
+    return std::wstring(root.path) + key;
+}
+
+LSTATUS WriteDefault(HKEY root, const std::wstring& key, const std::wstring& value) {
+    HKEY opened = nullptr;
+    LSTATUS status = RegCreateKeyExW(root, key.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_SET_VALUE, nullptr,
+                                     &opened, nullptr);
+    if (status == ERROR_SUCCESS) {
+        const auto size = static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t));
+        status = RegSetValueExW(opened, nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()), size);
+        RegCloseKey(opened);
+    }
+    return status;
+}
+
+}  // namespace
+
+HRESULT WriteRegistryKeys(HINSTANCE module, RegistrationScope scope) {
+    const ClassesRoot root = ClassesRootOf(scope);
+    const std::wstring version = Below(root, kVersionKey);
+    const struct {
+        std::wstring key;
+        std::wstring value;
+    } keys[] = {
+        {version, L"FutureLib 1.0 Type Library"},
+        {version + L"\\0\\win32", ModulePath(module)},
+        {version + L"\\FLAGS", L"0"},
+        {version + L"\\HELPDIR", L""},
+    };
+    for (const auto& [key, value] : keys) {
+        if (const LSTATUS status = WriteDefault(root.key, key, value); status != ERROR_SUCCESS) {
+            return ResultOf(status);
+        }
+    }
+    return S_OK;
+}
+
+HRESULT RemoveRegistryKeys(RegistrationScope scope) {
+    const ClassesRoot root = ClassesRootOf(scope);
+    const LSTATUS status = RegDeleteTreeW(root.key, Below(root, kVersionKey).c_str());
+    return status == ERROR_FILE_NOT_FOUND ? S_OK : ResultOf(status);
+}
+
+void RemoveLibraryKeyIfEmpty(RegistrationScope scope) {
+    const ClassesRoot root = ClassesRootOf(scope);
+    RegDeleteKeyW(root.key, Below(root, kLibraryKey).c_str());  // refused while anything is in it
+}
+
+}  // namespace Orvane::Internal
