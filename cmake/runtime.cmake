@@ -29,5 +29,8 @@ endif()
 if(MINGW)
     # The same sources give the same file: no time stamp, no folder of this machine.
     add_link_options(-Wl,--no-insert-timestamp)
-    add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.")
+    add_compile_options(
+        "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=."
+        "-ffile-prefix-map=${PROJECT_BINARY_DIR}=./build"
+    )
 endif()

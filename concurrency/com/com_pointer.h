@@ -7,7 +7,9 @@ namespace Orvane::Internal {
 
 struct ReleaseComObject {
     template <typename Interface>
-    void operator()(Interface* object) const { object->Release(); }
+    void operator()(Interface* object) const {
+        object->Release();
+    }
 };
 
 template <typename Interface>

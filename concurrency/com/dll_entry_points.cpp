@@ -65,7 +65,8 @@ STDAPI DllUnregisterServer() {
         Guarded([&] { return ApplyRegistryScript(module.Handle(), scope, RegistryAction::kRemove); }),
         Guarded([&] { return module.UpdateClassRegistrations(false); }),
     };
-    const auto* const failure = std::find_if(std::begin(results), std::end(results), [](HRESULT r) { return FAILED(r); });
+    const auto* const failure =
+        std::find_if(std::begin(results), std::end(results), [](HRESULT r) { return FAILED(r); });
     return failure != std::end(results) ? *failure : S_OK;
 }
 

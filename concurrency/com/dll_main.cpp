@@ -17,8 +17,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved
                 FreeReserveSlot();
             }
             break;
-        default:
-            break;
+        default: break;
     }
     return TRUE;
 }

@@ -16,6 +16,27 @@ HRESULT ResultOf(LSTATUS status) {
     return HRESULT_FROM_WIN32(static_cast<unsigned long>(status));
 }
 
+bool HasSubkeys(HKEY root, const std::wstring& key) {
+    HKEY opened = nullptr;
+    if (RegOpenKeyExW(root, key.c_str(), 0, KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS) {
+        return false;
+    }
+    DWORD count = 0;
+    RegQueryInfoKeyW(opened, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                     nullptr);
+    RegCloseKey(opened);
+    return count != 0;
+}
+
+// A key that is not there, or in which somebody else's keys are, is left as it is.
+LSTATUS RemoveKey(HKEY root, const std::wstring& key) {
+    if (HasSubkeys(root, key)) {
+        return ERROR_SUCCESS;
+    }
+    const LSTATUS status = RegDeleteKeyW(root, key.c_str());
+    return status == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : status;
+}
+
 std::wstring Below(const ClassesRoot& root, const wchar_t* key) {
     return std::wstring(root.path) + key;
 }
@@ -56,13 +77,18 @@ HRESULT WriteRegistryKeys(HINSTANCE module, RegistrationScope scope) {
 
 HRESULT RemoveRegistryKeys(RegistrationScope scope) {
     const ClassesRoot root = ClassesRootOf(scope);
-    const LSTATUS status = RegDeleteTreeW(root.key, Below(root, kVersionKey).c_str());
-    return status == ERROR_FILE_NOT_FOUND ? S_OK : ResultOf(status);
+    const std::wstring version = Below(root, kVersionKey);
+    for (const wchar_t* below : {L"\\HELPDIR", L"\\FLAGS", L"\\0\\win32", L"\\0", L""}) {
+        if (const LSTATUS status = RemoveKey(root.key, version + below); status != ERROR_SUCCESS) {
+            return ResultOf(status);
+        }
+    }
+    return S_OK;
 }
 
 void RemoveLibraryKeyIfEmpty(RegistrationScope scope) {
     const ClassesRoot root = ClassesRootOf(scope);
-    RegDeleteKeyW(root.key, Below(root, kLibraryKey).c_str());  // refused while anything is in it
+    RemoveKey(root.key, Below(root, kLibraryKey));
 }
 
 }  // namespace Orvane::Internal
