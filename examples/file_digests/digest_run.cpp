@@ -8,18 +8,20 @@
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "examples/file_digests/checksum_line.h"
 #include "examples/file_digests/file_reader.h"
+#include "examples/file_digests/status_line.h"
 
 namespace FileDigests {
 
 namespace {
 
-// How often the stop signal and the status line are looked after.
+// How often the stop signal is looked after.
 constexpr std::chrono::milliseconds kTick{50};
 
-// As many tasks as keep the processors busy while some wait for a disk. On a small machine that is well below the
-// workers that a pool starts with; on a large one the pool adds the workers that it takes, and no more.
+// As many tasks as keep the processors busy while some wait for a disk. On a small machine that is, with the status
+// line, well below the workers that a pool starts with; on a large one the pool adds the workers that it takes, and no
+// more.
 std::size_t FilesInHand() {
-    return std::thread::hardware_concurrency() + 3;
+    return std::thread::hardware_concurrency() + 2;
 }
 
 Progress::Amount Total(const std::vector<FoundFile>& files) {
@@ -49,6 +51,7 @@ DigestRun::DigestRun(const RootFolder& root, const std::vector<FoundFile>& files
       m_startedAt(GetTickCount64()) {}
 
 void DigestRun::Run(TaskWindow::Launch launch) {
+    const StatusLine status(m_messages, [this](int columns) { return ProgressLine(columns); });
     TaskWindow tasks(launch, FilesInHand());
     std::size_t next = 0;
     while (next < m_files.size() || !tasks.IsEmpty()) {
@@ -64,7 +67,6 @@ void DigestRun::Run(TaskWindow::Launch launch) {
         if (const auto ended = tasks.WaitForOne(kTick)) {
             Settle(*ended);
         }
-        ShowProgress();
     }
 }
 
@@ -94,13 +96,10 @@ void DigestRun::Settle(const TaskWindow::Ended& ended) {
     }
 }
 
-void DigestRun::ShowProgress() {
-    if (!m_messages.IsStatusDue()) {
-        return;
-    }
+std::string DigestRun::ProgressLine(int columns) {
     const double seconds = static_cast<double>(GetTickCount64() - m_startedAt) / 1000;
     m_progress.Update({m_done + m_failed, m_bytesRead}, seconds);
-    m_messages.ShowStatus(m_progress.Line(m_messages.Columns()));
+    return m_progress.Line(columns);
 }
 
 }  // namespace FileDigests

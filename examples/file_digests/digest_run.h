@@ -1,6 +1,7 @@
 // Digests a list of files: one named task for each.
 //
-// Threads: one. Cancellation: the stop signal cancels every task; Run() then returns what was done.
+// Threads: one; while Run() is under way, a status line on another shows how far it is.
+// Cancellation: the stop signal cancels every task; Run() then returns what was done.
 // Errors: what the library throws when it cannot start a task. A file that cannot be read is said and counted.
 #pragma once
 
@@ -8,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "examples/file_digests/file_walk.h"
@@ -38,7 +40,7 @@ class DigestRun {
   private:
     void DigestFile(std::size_t index);
     void Settle(const TaskWindow::Ended& ended);
-    void ShowProgress();
+    std::string ProgressLine(int columns);
 
     const RootFolder& m_root;
     const std::vector<FoundFile>& m_files;
@@ -48,11 +50,11 @@ class DigestRun {
     const Sha256Algorithm m_algorithm;
     std::vector<std::optional<Digest>> m_digests;  // each written by its file's task
     std::atomic<std::uint64_t> m_bytesRead = 0;
-    std::size_t m_done = 0;
-    std::size_t m_failed = 0;
+    std::atomic<std::size_t> m_done = 0;
+    std::atomic<std::size_t> m_failed = 0;
     std::size_t m_cancelled = 0;
 
-    Progress m_progress;
+    Progress m_progress;  // the status line's own
     const std::uint64_t m_startedAt;  // in ms of the system's running time
 };
 

@@ -22,6 +22,7 @@
 #include "examples/file_digests/messages.h"
 #include "examples/file_digests/options.h"
 #include "examples/file_digests/output.h"
+#include "examples/file_digests/status_line.h"
 #include "examples/file_digests/utf8.h"
 
 using namespace FileDigests;
@@ -43,6 +44,7 @@ FileList FindFilesInATask(const RootFolder& root, const Options& options, const 
     }
     FileList list;
     std::atomic<std::size_t> found = 0;
+    const StatusLine status(messages, [&found](int) { return "Looking for files: " + std::to_string(found); });
     TaskWindow tasks(LaunchFor(options.threads), 1);
     tasks.Start(0, L"Find files", [&] { list = FindFiles(root, leftOut, found); });
     for (;;) {
@@ -55,9 +57,6 @@ FileList FindFilesInATask(const RootFolder& root, const Options& options, const 
         }
         if (stop.IsSet()) {
             tasks.CancelAll();
-        }
-        if (messages.IsStatusDue()) {
-            messages.ShowStatus("Looking for files: " + std::to_string(found));
         }
     }
 }
@@ -116,7 +115,6 @@ int Run(const Options& options, Messages& messages) {
     }
     DigestRun run(*root, list.files, stop, messages);
     run.Run(LaunchFor(options.threads));
-    messages.ShowStatus("");
     PrintDigests(list.files, run);
     return Conclude(list, run, static_cast<double>(GetTickCount64() - startedAt) / 1000, messages);
 }

@@ -8,9 +8,6 @@ namespace FileDigests {
 
 namespace {
 
-// In ms. Often enough to look alive.
-constexpr std::uint64_t kRedrawPeriod = 100;
-
 // The room behind the status line for the "^C" with which some terminals answer Ctrl+C.
 constexpr std::size_t kEcho = 2;
 
@@ -18,17 +15,10 @@ constexpr std::size_t kEcho = 2;
 
 Messages::Messages() : m_output(STD_ERROR_HANDLE) {}
 
-Messages::~Messages() {
-    ShowStatus("");
-}
-
 void Messages::Say(std::string_view message) {
-    ShowStatus("");
+    const std::lock_guard lock(m_mutex);
+    Draw("");
     Write("file_digests: " + std::string(message) + "\n");
-}
-
-bool Messages::IsStatusDue() const {
-    return m_output.IsConsole() && GetTickCount64() - m_drawnAt >= kRedrawPeriod;
 }
 
 // One less than the console has: writing into the last column moves some of them to the next line.
@@ -37,6 +27,12 @@ int Messages::Columns() const {
 }
 
 void Messages::ShowStatus(std::string_view status) {
+    const std::lock_guard lock(m_mutex);
+    Draw(status);
+}
+
+// Needs m_mutex.
+void Messages::Draw(std::string_view status) {
     if (status.empty() && m_statusLength == 0) {
         return;
     }
@@ -48,9 +44,9 @@ void Messages::ShowStatus(std::string_view status) {
     }
     Write(line);
     m_statusLength = status.size();
-    m_drawnAt = GetTickCount64();
 }
 
+// Needs m_mutex.
 void Messages::Write(std::string_view text) {
     try {
         m_output.Write(text);

@@ -1,10 +1,11 @@
 // What the program tells a person on its standard error: messages, and on a console a status line below them.
 //
-// Threads: one.
+// Threads: every member may be called from any thread.
 // Errors: none. On purpose: if standard error cannot be written, the work goes on.
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
+#include <mutex>
 #include <string_view>
 
 #include "examples/file_digests/output.h"
@@ -14,28 +15,26 @@ namespace FileDigests {
 class Messages {
   public:
     Messages();
-    ~Messages();
-    Messages(const Messages&) = delete;
-    Messages& operator=(const Messages&) = delete;
 
     // One line, with the program's name in front.
     void Say(std::string_view message);
 
-    // Whether it is time to draw the status line again. Never when nobody would see it.
-    bool IsStatusDue() const;
+    // Whether anybody would see a status line.
+    bool HasStatus() const { return m_output.IsConsole(); }
 
-    // The room for the status line.
+    // The room for it.
     int Columns() const;
 
     // Replaces the status line; empty takes it away.
     void ShowStatus(std::string_view status);
 
   private:
+    void Draw(std::string_view status);
     void Write(std::string_view text);
 
-    Output m_output;
-    std::size_t m_statusLength = 0;
-    std::uint64_t m_drawnAt = 0;  // in ms of the system's running time
+    std::mutex m_mutex;
+    Output m_output;  // written under m_mutex
+    std::size_t m_statusLength = 0;  // guarded by m_mutex
 };
 
 }  // namespace FileDigests

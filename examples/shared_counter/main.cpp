@@ -46,21 +46,21 @@ void LockWhateverHappenedBefore(Shared& shared) {
         shared.lock.lock();
         return;
     } catch (const Orvane::LockException& exception) {
-        std::cout << "caught: " << exception.what() << std::endl;
+        std::cout << "caught: " << exception.what() << '\n';
     }
     // Throws again if the caller does not own the lock: then it was no dead owner, and there is nothing to repair.
     shared.lock.unlock();
-    std::cout << "unlocked: the owner of the lock has died" << std::endl;
+    std::cout << "unlocked: the owner of the lock has died\n";
     {
         // Under the lock like all work on the counter. Others may have been faster: so the damage must show.
         const std::lock_guard repairing(shared.lock);
         if (!shared.counter.IsWhole()) {
             shared.counter.Repair();
-            std::cout << "repaired: took back an addition that was not completed" << std::endl;
+            std::cout << "repaired: took back an addition that was not completed\n";
         }
     }
     shared.lock.lock();
-    std::cout << "locked again" << std::endl;
+    std::cout << "locked again\n";
 }
 
 void Add(Shared& shared) {
@@ -79,15 +79,15 @@ int RunFirst(long additions) {
     }
     shared.firstIsDone.Set();
     if (!second.WaitFor(shared.secondIsHalfWay.Get())) {
-        std::cerr << "the second process ended too early" << std::endl;
+        std::cerr << "the second process ended too early\n";
         return 1;
     }
-    std::cout << "killing the second process, which holds the lock" << std::endl;
+    std::cout << "killing the second process, which holds the lock\n";
     second.Kill();
     Add(shared);
 
     const long long expected = 2LL * additions + 1;
-    std::cout << "total: " << shared.counter.Value() << ", expected " << expected << std::endl;
+    std::cout << "total: " << shared.counter.Value() << ", expected " << expected << '\n';
     return shared.counter.Value() == expected ? 0 : 1;
 }
 
@@ -120,7 +120,7 @@ int Run(int argc, char** argv) {
         return RunSecond(std::wstring(name.begin(), name.end()), AdditionsFrom(argv[3]));
     }
     if (argc > 2 || AdditionsFrom(first.c_str()) <= 0) {
-        std::cerr << "usage: shared_counter [ADDITIONS]" << std::endl;
+        std::cerr << "usage: shared_counter [ADDITIONS]\n";
         return 64;
     }
     return RunFirst(AdditionsFrom(first.c_str()));
@@ -132,7 +132,7 @@ int main(int argc, char** argv) {
     try {
         return Run(argc, argv);
     } catch (const std::exception& exception) {
-        std::cerr << "shared_counter: " << exception.what() << std::endl;
+        std::cerr << "shared_counter: " << exception.what() << '\n';
         return 1;
     }
 }

@@ -239,13 +239,16 @@ TEST_F(FileDigestsTest, FolderMayEndWithABackslash) {
     EXPECT_EQ(RunDigests({m_tree.Path() + "\\"}).standardOutput, kAbc + "a\n");
 }
 
-TEST_F(FileDigestsTest, AwayFromAConsoleThereIsNoProgressLine) {
+TEST_F(FileDigestsTest, AwayFromAConsoleThereIsNoProgressLineAndNoTaskForIt) {
     m_tree.Write(L"a", "abc");
+    m_tree.WriteZeros(L"zeros", 256 * 1024 * 1024);  // long enough for a few lines
 
     const ChildResult result = RunDigests({m_tree.Path()});
 
     EXPECT_THAT(result.standardError, Not(HasSubstr("\r")));
     EXPECT_EQ(Lines(result.standardError).size(), 1U) << result.standardError;
+    EXPECT_EQ(CountRecords(result, "Task [zeros] stopped"), 1U);
+    EXPECT_EQ(CountRecords(result, "Task [Status line]"), 0U);
 }
 
 TEST(FileDigests, WrongUsageRunsNothing) {

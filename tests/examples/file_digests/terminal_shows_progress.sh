@@ -1,6 +1,6 @@
 #!/bin/bash
-# terminal_shows_progress.sh PROGRAM EMULATOR...: on a terminal the progress is drawn again and again, and Ctrl+C, typed
-# there, cancels. gawk lends the terminal.
+# terminal_shows_progress.sh PROGRAM EMULATOR...: on a terminal the progress is drawn again and again, by a recurrent task,
+# and Ctrl+C, typed there, cancels. gawk lends the terminal.
 set -euo pipefail
 
 program=$1
@@ -12,6 +12,7 @@ echo small >"$folder/tree/a"
 truncate -s 1T "$folder/tree/endless"
 
 printf -v command '%q ' "$@" "$program" "Z:${folder//\//\\}\\tree"
+export ZARVO_LOG="file:Z:${folder//\//\\}\\log"
 COMMAND="stty cols 80 rows 24; exec $command 2>&1 >$folder/digests" gawk '
     BEGIN {
         command = ENVIRON["COMMAND"]
@@ -32,4 +33,6 @@ COMMAND="stty cols 80 rows 24; exec $command 2>&1 >$folder/digests" gawk '
             exit 1
         }
     }'
+[ "$(grep -c 'Task \[Status line\] started' "$folder/log")" -ge 3 ]
+[ "$(grep -c 'still in schedule' "$folder/log")" = 0 ]
 (cd "$folder/tree" && sha256sum a) | diff - "$folder/digests"
