@@ -10,7 +10,8 @@
 
 namespace Orvane::Internal {
 
-// Waits until `condition` is notified, woken for no reason, or `timeout` has passed: at most a day, see NextSlice().
+// Waits until `condition` is notified, woken for no reason, or `timeout` has passed: at most a day, see NextSlice(). May
+// return some 50 us too soon: whoever waits for a moment asks the clock and waits again.
 void PreciseWaitFor(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, const Duration& timeout);
 
 }  // namespace Orvane::Internal

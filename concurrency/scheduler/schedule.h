@@ -9,9 +9,11 @@
 // Errors: std::bad_alloc, std::system_error, what copying the callable throws; nothing is scheduled then.
 // Lifetime: the callable is copied for every run. What it refers to must live until the last copy of the returned
 //     Tracker is gone. It must not hold that Tracker, nor let its last copy go.
-// Units: any durations and system-clock time points; rounded to 100 ns, saturated at the ends of time.
+// Units: any durations and system-clock time points; rounded to 100 ns, saturated at the ends of time: a second start
+//     beyond the end of time never comes.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <limits>
@@ -46,6 +48,11 @@ class ScheduleAccess {
         return delay > TimePoint::max() - now ? TimePoint::max() : now + delay;
     }
 
+    // An interval that leads beyond the end of time would wrap around into the past, due at once and again and again.
+    static Duration WithinTime(const TimePoint& start, const Duration& interval) {
+        return start < TimePoint() ? interval : (std::min)(interval, TimePoint::max() - start);
+    }
+
     template <typename Callable>
     static Tracker Start(const wchar_t* name, const TimePoint& start, const Duration& interval, Callable&& callable) {
         Tracker tracker;
@@ -53,7 +60,7 @@ class ScheduleAccess {
         Internal::TrackerImpl* const impl = tracker.m_impl.get();
         const Internal::ScheduledTask task(MakeTask(name, [impl, work = std::function<void()>(std::forward<Callable>(
                                                                      callable))] { impl->UpdateWrapper(work); }),
-                                           start, interval);
+                                           start, WithinTime(start, interval));
         tracker.SetTask(task);
         Internal::GlobalScheduler::Insert(task);
         return tracker;

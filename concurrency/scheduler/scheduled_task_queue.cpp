@@ -32,12 +32,17 @@ ScheduledTaskQueue::~ScheduledTaskQueue() {
 }
 
 void ScheduledTaskQueue::Push(const ScheduledTask& task) {
+    bool isEarliest = false;
     {
         const std::lock_guard lock(m_lock);
+        isEarliest = m_heap.empty() || m_heap.front() > task;
         m_heap.push_back(task);
         std::push_heap(m_heap.begin(), m_heap.end(), std::greater<>());
     }
-    m_wake.notify_one();
+    // Whoever comes later does not change how long the thread may sleep.
+    if (isEarliest) {
+        m_wake.notify_one();
+    }
 }
 
 bool ScheduledTaskQueue::PopExpired(ScheduledTask& due) {

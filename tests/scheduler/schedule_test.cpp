@@ -79,6 +79,14 @@ TEST_F(ScheduleCall, SaturatesWhatReachesBeyondTheEndsOfTime) {
     EXPECT_EQ(m_runs, 1);
 }
 
+TEST_F(ScheduleCall, NeverRunsASecondTimeWhenTheIntervalPassesTheEndOfTime) {
+    const Tracker tracker = Schedule(L"Once", 0s, std::chrono::hours::max(), CountRuns());
+
+    ASSERT_TRUE(Eventually([&] { return m_runs >= 1; }));
+    std::this_thread::sleep_for(50ms);  // to show that nothing happens
+    EXPECT_EQ(m_runs, 1);
+}
+
 TEST_F(ScheduleCall, KeepsTheCallableNoLongerThanTheTracker) {
     const auto held = std::make_shared<int>(0);
     {
