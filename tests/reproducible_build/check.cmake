@@ -12,6 +12,8 @@ file(COPY
     DESTINATION ${WORK}
 )
 set(copy ${WORK}/${build_folder})
+# A compiler cache must not hand over the very objects of the other build.
+set(ENV{CCACHE_NAMESPACE} another_place)
 execute_process(
     COMMAND ${CMAKE_COMMAND} -S ${WORK} -B ${copy} ${OPTIONS}
         -D ZARVO_BUILD_TESTS=OFF -D ZARVO_BUILD_EXAMPLES=OFF -D ZARVO_BUILD_BENCH=OFF
