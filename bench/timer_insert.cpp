@@ -128,7 +128,8 @@ int main(int argc, char** argv) {
         "What does it cost to insert a task, the more tasks are scheduled already?",
         {
             "bare heap: std::priority_queue of the same tasks, under an SRWLOCK.",
-            "No task is due while it is measured. The scheduler's thread is woken by each insert that is due before all others.",
+            "No task is due while it is measured. The scheduler's thread is woken by each insert that is due before "
+            "all others.",
         },
     };
     return Answer(argc, argv, question, Tables);
