@@ -38,11 +38,13 @@ CriticalSection& SchedulerLock() {
 }
 
 void DestroyScheduler() noexcept {
+    std::shared_ptr<ScheduledTaskQueue> queue;  // destroyed after the lock: what is left in it is user code
     const CriticalSectionLock lock(SchedulerLock());
-    // Out of the callers' reach when the scheduler goes, so that it reports what was left in its queue.
-    const auto queue = g_queue.exchange(nullptr);
+    // Within the callers' reach until its thread has ended: one who inserts on that thread, as the destructor of a
+    // callable may, would wait for this lock for ever.
     delete g_scheduler;
     g_scheduler = nullptr;
+    queue = g_queue.exchange(nullptr);
 }
 
 void GlobalScheduler::Insert(ScheduledTask task) {
