@@ -12,6 +12,12 @@ else()
         $<$<BOOL:${ZARVO_WARNINGS_AS_ERRORS}>:-Werror>
     )
 endif()
+# What the compiler can check while the program runs. Traps: the runtime that would explain them is not there for Windows.
+option(ZARVO_CHECKED "Stop at undefined behaviour and broken preconditions of the standard library (GCC, Clang)" OFF)
+if(ZARVO_CHECKED AND NOT MSVC)
+    target_compile_options(zarvo_own_code INTERFACE -fsanitize=undefined -fsanitize-trap=all)
+    target_compile_definitions(zarvo_own_code INTERFACE _GLIBCXX_ASSERTIONS)
+endif()
 target_compile_definitions(zarvo_own_code INTERFACE
     UNICODE _UNICODE _WIN32_WINNT=0x0A00
 )
