@@ -1,0 +1,120 @@
+// What an overrun does besides its report.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <list>
+#include <memory>
+
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/scheduler/delay_report.h"
+#include "concurrency/scheduler/global_scheduler.h"
+#include "concurrency/scheduler/scheduler.h"
+#include "concurrency/threadpool/global_thread_pool.h"
+#include "tests/scheduler/moments.h"
+#include "tests/scheduler/probe_task.h"
+#include "tests/scheduler/scratch_configuration.h"
+#include "tests/support/eventually.h"
+#include "tests/support/recorded_reports.h"
+#include "tests/threadpool/held_worker.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+
+constexpr const wchar_t* kOverrun = L"TaskImpl %s taking longer to execute than scheduled interval";
+constexpr int kFirstWorkers = 8;
+
+ScheduledTask BusyOnce(const Probe& probe) {
+    probe->busy = true;
+    return ScheduledTask(probe.MakeTask(L"Busy"), k1970, kOnce);
+}
+
+class OverrunConsequences : public testing::Test {
+  protected:
+    // A cycle of the library with one overrun.
+    void Overrun() {
+        const std::size_t before = m_reports.Count(L"Scheduler", kOverrun);
+        {
+            const ConcurrencyLifetime lifetime;
+            GlobalScheduler::Insert(BusyOnce(Probe()));
+        }
+        EXPECT_EQ(m_reports.Count(L"Scheduler", kOverrun), before + 1);
+    }
+
+    ScratchConfiguration m_registry;
+    const RecordedReports m_reports;
+};
+
+TEST_F(OverrunConsequences, IsOnlyAReportWithoutConfiguration) {
+    Overrun();
+
+    EXPECT_EQ(g_IntervalExceeded, 0);
+}
+
+TEST_F(OverrunConsequences, IsAFlagInModeOneOnly) {
+    for (const std::uint32_t mode : {0U, 2U, 0x101U, 0xFFFF'FFFFU}) {
+        m_registry.SetAssertMode(mode);
+        Overrun();
+        EXPECT_EQ(g_IntervalExceeded, 0) << "mode " << mode;
+    }
+    m_registry.SetAssertMode(REG_SZ, L"1", 4);
+    Overrun();
+    EXPECT_EQ(g_IntervalExceeded, 0) << "text";
+
+    m_registry.SetAssertMode(1);
+    EXPECT_EQ(g_IntervalExceeded, 0);
+    Overrun();
+    EXPECT_EQ(g_IntervalExceeded, 1);
+}
+
+TEST_F(OverrunConsequences, AreAFlagThatTheLibraryNeverClears) {
+    m_registry.SetAssertMode(1);
+    Overrun();
+    ASSERT_EQ(g_IntervalExceeded, 1);
+
+    m_registry.SetAssertMode(DWORD{0});
+    Overrun();
+
+    EXPECT_EQ(g_IntervalExceeded, 1);
+}
+
+TEST_F(OverrunConsequences, AreReadFromTheRegistryOncePerScheduler) {
+    const ConcurrencyLifetime lifetime;
+    m_registry.SetAssertMode(2);
+    GlobalScheduler::Insert(BusyOnce(Probe()));
+    ASSERT_TRUE(m_reports.WaitFor(L"Scheduler", kOverrun, 1));
+
+    m_registry.SetAssertMode(1);
+    GlobalScheduler::Insert(BusyOnce(Probe()));
+    ASSERT_TRUE(m_reports.WaitFor(L"Concurrency.Task", nullptr, 4));
+
+    EXPECT_EQ(m_reports.Count(L"Scheduler", kOverrun), 2U);
+    EXPECT_EQ(g_IntervalExceeded, 0);
+}
+
+// The pool is busy with something else while the scheduler ends.
+TEST_F(OverrunConsequences, ComeTrueAfterTheSchedulerHasGone) {
+    m_registry.SetAssertMode(1);
+    const ConcurrencyLifetime lifetime;
+    std::list<HeldWorker> workers;
+    for (int i = 0; i < kFirstWorkers; ++i) {
+        workers.emplace_back(&GlobalThreadPool::Queue);
+    }
+    const Probe probe;
+    auto scheduler = std::make_unique<Scheduler>();
+    scheduler->Queue()->Push(BusyOnce(probe));
+    ASSERT_TRUE(Eventually([&] { return probe->destroyed.load(); }));
+    scheduler.reset();
+    EXPECT_EQ(m_reports.Count(L"Scheduler", kOverrun), 0U);
+
+    for (HeldWorker& worker : workers) {
+        worker.Release();
+    }
+
+    EXPECT_TRUE(Eventually([&] { return g_IntervalExceeded == 1; }));
+    EXPECT_EQ(m_reports.Count(L"Scheduler", kOverrun), 1U);
+}
+
+}  // namespace
