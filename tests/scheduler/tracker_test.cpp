@@ -18,7 +18,6 @@
 #include "tests/support/child_process.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
-#include "tests/support/plain_thread.h"
 
 namespace {
 
@@ -115,38 +114,6 @@ TEST(Tracker, WaitsForTheRunThatIsUnderWayWhenItIsDropped) {
             running.Wait();
         }
         EXPECT_TRUE(ended);
-    }
-}
-
-TEST(Tracker, NeverRunsATaskThatIsDroppedBeforeItsStart) {
-    const ConcurrencyLifetime lifetime;
-    std::atomic<int> runs = 0;
-    {
-        const Tracker tracker = Schedule(L"Before", 1h, 1h, [&runs] { ++runs; });
-    }
-    EXPECT_EQ(runs, 0);
-}
-
-TEST(Tracker, CanBeDroppedFromTwoCopiesAtOnce) {
-    const ConcurrencyLifetime lifetime;
-    for (int round = 0; round < 50; ++round) {
-        std::atomic<int> runs = 0;
-        auto first = std::make_unique<Tracker>(Schedule(L"Twice", 0s, 1ms, [&runs] { ++runs; }));
-        auto second = std::make_unique<Tracker>(*first);
-        ASSERT_TRUE(Eventually([&] { return runs >= 1; }));
-        Countdown together(2);
-        PlainThread one([&] {
-            together.Meet();
-            first.reset();
-        });
-        PlainThread two([&] {
-            together.Meet();
-            second.reset();
-        });
-        one.Join();
-        two.Join();
-        const int atTheEnd = runs;
-        EXPECT_EQ(runs, atTheEnd);
     }
 }
 
