@@ -6,14 +6,17 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
+#include <functional>
 #include <mutex>
 #include <new>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/lifetime/initialization_state.h"
 #include "concurrency/scheduler/global_scheduler.h"
+#include "concurrency/scheduler/scheduler_instance.h"
 #include "concurrency/tasks/make_task.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/probe_task.h"
@@ -21,6 +24,7 @@
 #include "tests/support/gate.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/resource_probe.h"
+#include "tests/threadpool/at_end.h"
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/failing_allocation.h"
 #include "tests/threadpool/thread_starts.h"
@@ -35,8 +39,9 @@ using namespace std::chrono_literals;
 // A last uninitialisation that has begun, and waits for the scheduler's thread, which is held in a task's turn.
 class HeldScheduler {
   public:
-    explicit HeldScheduler(bool busy) {
+    explicit HeldScheduler(bool busy, std::function<void()> whenDestroyed = [] {}) {
         m_probe->busy = busy;
+        m_probe->whenDestroyed = std::move(whenDestroyed);
         m_probe->whenAsked = [this] {
             m_held.Open();
             m_release.Wait();
@@ -96,6 +101,35 @@ TEST(SchedulerTeardown, HandsOverWhatIsDueAndOnlyThat) {
     EXPECT_EQ(runs, 10);
     ASSERT_EQ(reports.Count(L"Schedule"), 1U);
     EXPECT_EQ(reports.Matching(L"Schedule").front().arguments, Arguments(L"later"));
+}
+
+// What the end of a callable does is the user's code, and it may come at any time and on this thread.
+TEST(SchedulerTeardown, IsNotHeldUpByATaskThatInsertsOnTheSchedulersThread) {
+    const RecordedReports reports;
+    std::atomic<int> runs = 0;
+    HeldScheduler held(true, [&runs] {
+        GlobalScheduler::Insert(ScheduledTask(MakeTask(L"in time", [&runs] { ++runs; }), k1970, kOnce));
+        GlobalScheduler::Insert(ScheduledTask(MakeTask(L"too late", [&runs] { ++runs; }), Now() + 1h, kOnce));
+    });
+
+    held.TearDown([] {});
+
+    EXPECT_EQ(runs, 1);
+    ASSERT_EQ(reports.Count(L"Schedule"), 1U);
+    EXPECT_EQ(reports.Matching(L"Schedule").front().arguments, Arguments(L"too late"));
+}
+
+TEST(SchedulerTeardown, DestroysWhatIsLeftWithoutTheLockOfItsCreation) {
+    bool lockWasFree = false;
+    {
+        const ConcurrencyLifetime lifetime;
+        const auto useLock = [&] {
+            const BackgroundCall other([] { const CriticalSectionLock lock(SchedulerLock()); });
+            lockWasFree = other.Ends();
+        };
+        GlobalScheduler::Insert(ScheduledTask(MakeTask(L"left", [end = AtEnd(useLock)] {}), Now() + 1h, kOnce));
+    }
+    EXPECT_TRUE(lockWasFree);
 }
 
 // The thread is started first: it must not be left behind when something after it fails.
