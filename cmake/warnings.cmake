@@ -13,10 +13,13 @@ else()
     )
 endif()
 # What the compiler can check while the program runs. Traps: the runtime that would explain them is not there for Windows.
-option(ZARVO_CHECKED "Stop at undefined behaviour and broken preconditions of the standard library (GCC, Clang)" OFF)
-if(ZARVO_CHECKED AND NOT MSVC)
-    target_compile_options(zarvo_own_code INTERFACE -fsanitize=undefined -fsanitize-trap=all)
-    target_compile_definitions(zarvo_own_code INTERFACE _GLIBCXX_ASSERTIONS)
+option(ZARVO_CHECKED "Stop at locks out of order, undefined behaviour and broken preconditions of the standard library" OFF)
+if(ZARVO_CHECKED)
+    target_compile_definitions(zarvo_own_code INTERFACE ORVANE_CHECK_LOCK_ORDER)
+    if(NOT MSVC)
+        target_compile_options(zarvo_own_code INTERFACE -fsanitize=undefined -fsanitize-trap=all)
+        target_compile_definitions(zarvo_own_code INTERFACE _GLIBCXX_ASSERTIONS)
+    endif()
 endif()
 target_compile_definitions(zarvo_own_code INTERFACE
     UNICODE _UNICODE _WIN32_WINNT=0x0A00

@@ -9,6 +9,8 @@
 #include <chrono>
 #include <cstdint>
 
+#include "concurrency/base/thread_safety.h"
+
 namespace Orvane::Internal {
 
 inline constexpr std::chrono::hours kLongestSlice{24};
@@ -31,7 +33,8 @@ typename Clock::duration NextSlice(const typename Clock::time_point& deadline) n
 // Waits until `ready()` holds or `deadline` has passed; returns whether `ready()` holds. The predicate is tested before
 // the first sleep and after every wake-up; a deadline in the past costs one test and no sleep.
 template <typename Clock, typename Condition, typename Lock, typename Predicate>
-bool WaitUntil(Condition& condition, Lock& lock, const typename Clock::time_point& deadline, Predicate ready) {
+bool WaitUntil(Condition& condition, Lock& lock, const typename Clock::time_point& deadline,
+               Predicate ready) ORVANE_NO_THREAD_SAFETY_ANALYSIS {
     while (!ready()) {
         const auto slice = NextSlice<Clock>(deadline);
         if (slice == Clock::duration::zero()) {

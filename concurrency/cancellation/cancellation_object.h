@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "concurrency/base/export.h"
+#include "concurrency/base/guarded.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
 
@@ -34,15 +35,15 @@ class ORVANE_CONCURRENCY_API CancellationObject {
     void RegisterNotifier(std::weak_ptr<AbstractCancelNotifier> notifier);
 
     // Sets the flag for good and notifies the registered notifier if it is still alive. Repeatable.
-    void RequestCancel();
+    void RequestCancel() ORVANE_NO_THREAD_SAFETY_ANALYSIS;
 
   private:
     friend struct FieldOrder;
 
-    std::recursive_mutex m_mutex;
-    std::weak_ptr<AbstractCancelNotifier> m_notifier;  // guarded by m_mutex
+    RankedMutex<std::recursive_mutex, LockRank::CancellationObject> m_mutex;
+    std::weak_ptr<AbstractCancelNotifier> m_notifier ORVANE_GUARDED_BY(m_mutex);
     bool m_requested = false;  // written under m_mutex or by a notifier under its waiter's: access through atomic_ref
-    bool m_killable = false;  // guarded by m_mutex
+    bool m_killable ORVANE_GUARDED_BY(m_mutex) = false;
     const DWORD m_threadId;
 };
 

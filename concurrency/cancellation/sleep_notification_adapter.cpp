@@ -28,13 +28,13 @@ void SleepNotificationAdapter::Notify(std::unique_lock<std::recursive_mutex>& lo
     lock.unlock();
     // Under the sleeper's mutex: it tests the flag and begins to wait under one hold, so this broadcast cannot fall
     // between the two.
-    const std::lock_guard own(m_mutex);
+    const Guard own(m_mutex);
     std::atomic_ref(requested).store(true);
     m_condition.notify_all();
 }
 
 void SleepNotificationAdapter::Sleep(DWORD milliseconds) {
-    std::unique_lock lock(m_mutex);
+    Guard lock(m_mutex);
     CancellationPoint();
     if (milliseconds == INFINITE) {
         m_condition.wait(lock);

@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "concurrency/base/export.h"
+#include "concurrency/base/guarded.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
 
@@ -33,7 +34,8 @@ class ORVANE_CONCURRENCY_API SleepNotificationAdapter : public AbstractCancelNot
   private:
     SleepNotificationAdapter();
 
-    std::recursive_mutex m_mutex;  // taken before the cancellation object's, never while holding that
+    RankedMutex<std::recursive_mutex, LockRank::Waiter>
+        m_mutex;  // taken before the cancellation object's, never while holding that
     std::condition_variable_any m_condition;
 };
 

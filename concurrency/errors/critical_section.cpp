@@ -10,7 +10,9 @@ CriticalSection::~CriticalSection() {
     DeleteCriticalSection(&m_section);
 }
 
-CriticalSectionLock::CriticalSectionLock(CriticalSection& section) : m_owner(section) {
+CriticalSectionLock::CriticalSectionLock(CriticalSection& section, const std::source_location& where)
+    : m_owner(section), m_order(&section, Internal::LockRank::Creation, where) {
+    m_order.Taking();
     EnterCriticalSection(&m_owner.m_section);
 }
 

@@ -4,6 +4,7 @@
 // Lifetime: nobody may hold or wait for it when it is destroyed.
 #pragma once
 
+#include "concurrency/base/guarded.h"
 #include "concurrency/base/windows_api.h"
 
 namespace Orvane {
@@ -23,13 +24,15 @@ class CriticalSection {
 // Enters on construction, leaves on destruction.
 class CriticalSectionLock {
   public:
-    explicit CriticalSectionLock(CriticalSection& section);
+    explicit CriticalSectionLock(CriticalSection& section,
+                                 const std::source_location& where = std::source_location::current());
     ~CriticalSectionLock();
     CriticalSectionLock(const CriticalSectionLock&) = delete;
     CriticalSectionLock& operator=(const CriticalSectionLock&) = delete;
 
   private:
     CriticalSection& m_owner;
+    Internal::LockOrderEntry m_order;
 };
 
 }  // namespace Orvane

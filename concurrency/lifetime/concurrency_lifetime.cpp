@@ -11,10 +11,11 @@
 namespace Orvane {
 
 using Internal::g_initializationState;
+using Internal::Guard;
 using Internal::LifetimeMutex;
 
 void ConcurrencyInitialize() {
-    const std::lock_guard lock(LifetimeMutex());
+    const Guard lock(LifetimeMutex());
     auto& state = g_initializationState;
     if (state.initCount == 0) {
         state.currentTaskTlsIndex = TlsAlloc();
@@ -25,7 +26,7 @@ void ConcurrencyInitialize() {
 }
 
 void ConcurrencyUninitialize() {
-    const std::lock_guard lock(LifetimeMutex());
+    const Guard lock(LifetimeMutex());
     auto& state = g_initializationState;
     --state.initCount;
     if (state.initCount == 0) {

@@ -27,8 +27,8 @@ DWORD ReserveSlot() noexcept {
 
 }  // namespace
 
-std::recursive_mutex& LifetimeMutex() {
-    static std::recursive_mutex mutex;
+RankedMutex<std::recursive_mutex, LockRank::Lifetime>& LifetimeMutex() {
+    static RankedMutex<std::recursive_mutex, LockRank::Lifetime> mutex;
     return mutex;
 }
 

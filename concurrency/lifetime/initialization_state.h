@@ -6,13 +6,14 @@
 #include <cstdint>
 #include <mutex>
 
+#include "concurrency/base/guarded.h"
 #include "concurrency/base/win32.h"
 
 namespace Orvane::Internal {
 
 // Serialises initialisation and uninitialisation. Taken before every other lock of the library. Constructed on first
 // use: other modules' static objects may initialise the library.
-std::recursive_mutex& LifetimeMutex();
+RankedMutex<std::recursive_mutex, LockRank::Lifetime>& LifetimeMutex();
 
 struct InitializationState {
     // Initialisations less uninitialisations. Guarded by LifetimeMutex().

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 
+#include "concurrency/base/guarded.h"
 #include "concurrency/scheduler/scheduler_configuration.h"
 #include "concurrency/tasks/task.h"
 
@@ -26,8 +27,8 @@ class DelayReport : public std::enable_shared_from_this<DelayReport> {
   private:
     void Report(const wchar_t* overrunningTask);
 
-    std::recursive_mutex m_lock;
-    SchedulerConfiguration m_configuration;  // guarded by m_lock
+    RankedMutex<std::recursive_mutex, LockRank::Leaf> m_lock;
+    SchedulerConfiguration m_configuration ORVANE_GUARDED_BY(m_lock);
 };
 
 }  // namespace Orvane::Internal

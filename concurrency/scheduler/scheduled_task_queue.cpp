@@ -17,7 +17,7 @@ ScheduledTaskQueue::ScheduledTaskQueue() = default;
 ScheduledTaskQueue::~ScheduledTaskQueue() {
     std::vector<ScheduledTask> left;  // destroyed after the lock: user code
     try {
-        const std::lock_guard lock(m_lock);
+        const Guard lock(m_lock);
         left.reserve(m_heap.size());
         while (!m_heap.empty()) {
             left.push_back(TakeTop());
@@ -34,7 +34,7 @@ ScheduledTaskQueue::~ScheduledTaskQueue() {
 void ScheduledTaskQueue::Push(const ScheduledTask& task) {
     bool isEarliest = false;
     {
-        const std::lock_guard lock(m_lock);
+        const Guard lock(m_lock);
         isEarliest = m_heap.empty() || m_heap.front() > task;
         m_heap.push_back(task);
         std::push_heap(m_heap.begin(), m_heap.end(), std::greater<>());
@@ -46,7 +46,7 @@ void ScheduledTaskQueue::Push(const ScheduledTask& task) {
 }
 
 bool ScheduledTaskQueue::PopExpired(ScheduledTask& due) {
-    const std::lock_guard lock(m_lock);
+    const Guard lock(m_lock);
     if (m_heap.empty() || !m_heap.front().IsExpired()) {
         return false;
     }
@@ -55,24 +55,24 @@ bool ScheduledTaskQueue::PopExpired(ScheduledTask& due) {
 }
 
 bool ScheduledTaskQueue::WaitForNextStart() {
-    std::unique_lock lock(m_lock);
+    Guard lock(m_lock);
     if (m_stop) {
         return false;
     }
     if (m_heap.empty()) {
-        m_wake.wait(lock);
+        m_wake.wait(lock.Native());
         return true;
     }
     const auto slice = NextSlice<WallClock>(m_heap.front().GetStartTime());
     if (slice > Duration::zero()) {
-        PreciseWaitFor(m_wake, lock, slice);
+        PreciseWaitFor(m_wake, lock.Native(), slice);
     }
     return true;
 }
 
 void ScheduledTaskQueue::Stop() {
     {
-        const std::lock_guard lock(m_lock);
+        const Guard lock(m_lock);
         m_stop = true;
     }
     m_wake.notify_all();

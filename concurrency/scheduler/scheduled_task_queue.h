@@ -9,6 +9,7 @@
 #include <mutex>
 #include <vector>
 
+#include "concurrency/base/guarded.h"
 #include "concurrency/scheduler/scheduled_task.h"
 
 namespace Orvane::Internal {
@@ -31,12 +32,13 @@ class ScheduledTaskQueue {
     void Stop();
 
   private:
-    ScheduledTask TakeTop();
+    ScheduledTask TakeTop() ORVANE_REQUIRES(m_lock);
 
-    std::mutex m_lock;  // never held while something is signalled, queued on the pool or destroyed
+    // Never held while something is signalled, queued on the pool or destroyed.
+    RankedMutex<std::mutex, LockRank::ScheduleQueue> m_lock;
     std::condition_variable m_wake;  // with m_lock: an entry was inserted, or stopped
-    std::vector<ScheduledTask> m_heap;  // guarded by m_lock; heap order by operator>
-    bool m_stop = false;  // guarded by m_lock
+    std::vector<ScheduledTask> m_heap ORVANE_GUARDED_BY(m_lock);  // heap order by operator>
+    bool m_stop ORVANE_GUARDED_BY(m_lock) = false;
 };
 
 }  // namespace Orvane::Internal

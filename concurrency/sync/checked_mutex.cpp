@@ -27,17 +27,17 @@ bool checked_mutex::TimedMutex::TryTake() {
 }
 
 void checked_mutex::TimedMutex::Take() {
-    std::unique_lock lock(mutex);
+    Internal::Guard lock(mutex);
     ++waiters;
-    condition.wait(lock, [this] { return TryTake(); });
+    condition.wait(lock.Native(), [this] { return TryTake(); });
     --waiters;
 }
 
 template <typename Clock>
 bool checked_mutex::TimedMutex::TakeUntil(const typename Clock::time_point& deadline) {
-    std::unique_lock lock(mutex);
+    Internal::Guard lock(mutex);
     ++waiters;
-    const bool taken = Internal::WaitUntil<Clock>(condition, lock, deadline, [this] { return TryTake(); });
+    const bool taken = Internal::WaitUntil<Clock>(condition, lock.Native(), deadline, [this] { return TryTake(); });
     --waiters;
     return taken;
 }
@@ -47,7 +47,7 @@ void checked_mutex::TimedMutex::GiveBack() {
     if (waiters != 0) {
         {
             // Whoever has counted itself by now has seen the free word after this, or sleeps.
-            const std::lock_guard lock(mutex);
+            const Internal::Guard lock(mutex);
         }
         condition.notify_one();
     }

@@ -14,6 +14,7 @@
 #include <mutex>
 
 #include "concurrency/base/export.h"
+#include "concurrency/base/guarded.h"
 #include "concurrency/base/time.h"
 
 namespace Orvane {
@@ -45,7 +46,7 @@ class ORVANE_CONCURRENCY_API checked_mutex {
         bool TakeUntil(const typename Clock::time_point& deadline);
         void GiveBack();
 
-        std::mutex mutex;
+        Internal::RankedMutex<std::mutex, Internal::LockRank::Leaf> mutex;
         std::condition_variable condition;  // notified when the word becomes free and somebody waits
         std::atomic<std::uint32_t> held = 0;  // 0 or all ones
         std::atomic<std::uint32_t> waiters = 0;  // written under mutex

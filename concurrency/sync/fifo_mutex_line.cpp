@@ -34,8 +34,8 @@ fifo_mutex::Line::Place fifo_mutex::Line::WaitForTurn(Lock& lock, DWORD self, co
 fifo_mutex::Line::Place fifo_mutex::Line::WaitOnce(Lock& lock, const TimePoint* deadline) {
     // Registered before the request is looked for, and looked for and slept under one hold of the guard: no request is
     // missed.
-    const auto notifier = Internal::ConditionNotificationAdapter<std::recursive_mutex>::CreateInstance(
-        m_guard, m_wake, shared_from_this());
+    const auto notifier =
+        Internal::ConditionNotificationAdapter<GuardMutex>::CreateInstance(m_guard, m_wake, shared_from_this());
     if (IsCancellationRequested()) {
         return Place::Cancelled;
     }

@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 
+#include "concurrency/base/guarded.h"
 #include "concurrency/base/time.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/sync/fifo_mutex.h"
@@ -23,7 +24,7 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
     enum class Place { Waiting, Owner, TimedOut, Cancelled };
 
     bool TryLock() {
-        const std::lock_guard lock(m_guard);
+        const Internal::Guard lock(m_guard);
         return TakeIfFree(::GetCurrentThreadId());
     }
 
@@ -37,7 +38,7 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
     void Unlock() {
         std::shared_ptr<Line> self;  // the next owner may destroy the mutex before the others are woken
         {
-            const std::lock_guard lock(m_guard);
+            const Internal::Guard lock(m_guard);
             LeaveOneLevel();
             if (m_entries.empty()) {
                 return;
@@ -49,11 +50,10 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
 
   private:
     using Entries = std::list<DWORD>;
-    using Lock = std::unique_lock<std::recursive_mutex>;
+    using GuardMutex = Internal::RankedMutex<std::recursive_mutex, Internal::LockRank::Waiter>;
+    using Lock = Internal::Guard<GuardMutex>;
 
-    // All of these need the guard.
-
-    bool TakeIfFree(DWORD self) {
+    bool TakeIfFree(DWORD self) ORVANE_REQUIRES(m_guard) {
         if (!m_entries.empty() && m_entries.back() != self) {
             return false;
         }
@@ -61,7 +61,7 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
         return true;
     }
 
-    Entries::iterator Enter(Entries::iterator before, DWORD self) {
+    Entries::iterator Enter(Entries::iterator before, DWORD self) ORVANE_REQUIRES(m_guard) {
         if (m_spare.empty()) {
             return m_entries.insert(before, self);
         }
@@ -71,7 +71,7 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
         return entry;
     }
 
-    void LeaveOneLevel() {
+    void LeaveOneLevel() ORVANE_REQUIRES(m_guard) {
         const auto owner = std::prev(m_entries.end());
         if (m_spare.empty()) {
             m_spare.splice(m_spare.end(), m_entries, owner);
@@ -80,18 +80,18 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
         }
     }
 
-    Place WaitForTurn(Lock& lock, DWORD self, const TimePoint* deadline);
-    Place WaitOnce(Lock& lock, const TimePoint* deadline);
-    bool Sleep(Lock& lock, const TimePoint* deadline);
+    Place WaitForTurn(Lock& lock, DWORD self, const TimePoint* deadline) ORVANE_REQUIRES(m_guard);
+    Place WaitOnce(Lock& lock, const TimePoint* deadline) ORVANE_REQUIRES(m_guard);
+    bool Sleep(Lock& lock, const TimePoint* deadline) ORVANE_REQUIRES(m_guard) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
 
-    std::recursive_mutex m_guard;  // held briefly, never while the caller owns the mutex
+    GuardMutex m_guard;  // held briefly, never while the caller owns the mutex
     std::condition_variable_any m_wake;  // with m_guard: an owner has left
 
-    // Thread ids. Back: the owner, one entry per level. Front: the newest waiter. Empty: free. Guarded by m_guard.
-    Entries m_entries;
+    // Thread ids. Back: the owner, one entry per level. Front: the newest waiter. Empty: free.
+    Entries m_entries ORVANE_GUARDED_BY(m_guard);
 
-    // One entry that is not in use, so that an uncontended lock allocates nothing. Guarded by m_guard.
-    Entries m_spare;
+    // One entry that is not in use, so that an uncontended lock allocates nothing.
+    Entries m_spare ORVANE_GUARDED_BY(m_guard);
 };
 
 }  // namespace Orvane

@@ -31,6 +31,7 @@
 #include <mutex>
 
 #include "concurrency/base/export.h"
+#include "concurrency/base/guarded.h"
 #include "concurrency/base/time.h"
 #include "concurrency/tasks/ifuture_state.h"
 
@@ -93,7 +94,7 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
         Error = 5,
     };
 
-    mutable std::recursive_mutex m_mutex;
+    mutable RankedMutex<std::recursive_mutex, LockRank::Future> m_mutex;
     std::condition_variable_any m_condition;  // notified at every step into Normal, Cancelled and Error
 
     // Written under m_mutex. HandleErrors() and the first test of RequestCancel() read it without.
@@ -106,7 +107,7 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     // while it holds m_mutex.
     std::atomic<std::shared_ptr<CancellationObject>> m_cancellationObject;
 
-    bool m_attachedToTask = false;  // guarded by m_mutex
+    bool m_attachedToTask ORVANE_GUARDED_BY(m_mutex) = false;
 };
 
 }  // namespace Orvane::Internal

@@ -42,7 +42,7 @@ bool TaskImpl::IsCancelledLocked() const {
 void TaskImpl::Run() {
     std::shared_ptr<ITaskState> wrapper;
     {
-        const std::lock_guard lock(m_mutex);
+        const Guard lock(m_mutex);
         if (IsCancelledLocked()) {
             return;
         }
@@ -55,7 +55,7 @@ void TaskImpl::Run() {
 
 void TaskImpl::Cancel() {
     std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
-    const std::lock_guard lock(m_mutex);
+    const Guard lock(m_mutex);
     try {
         m_wrapper->GetFuture()->RequestCancel();
         m_cancelled = true;
@@ -67,28 +67,28 @@ void TaskImpl::Cancel() {
 }
 
 const wchar_t* TaskImpl::GetName() const {
-    const std::lock_guard lock(m_mutex);
+    const Guard lock(m_mutex);
     return m_name.data();
 }
 
 std::shared_ptr<ITaskState> TaskImpl::GetWrapper() const {
-    const std::lock_guard lock(m_mutex);
+    const Guard lock(m_mutex);
     return m_wrapper;
 }
 
 bool TaskImpl::IsBusy() const {
-    const std::lock_guard lock(m_mutex);
+    const Guard lock(m_mutex);
     return m_wrapper->GetFuture()->IsBusy();
 }
 
 bool TaskImpl::IsCancelled() const {
-    const std::lock_guard lock(m_mutex);
+    const Guard lock(m_mutex);
     return IsCancelledLocked();
 }
 
 void TaskImpl::Reset() {
     std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
-    const std::lock_guard lock(m_mutex);
+    const Guard lock(m_mutex);
     if (IsCancelledLocked()) {
         return;
     }
@@ -101,7 +101,7 @@ void TaskImpl::Reset() {
 // returns that run's state, to be waited for first, or its handle would call a running task idle.
 std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited) {
     std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
-    const std::lock_guard lock(m_mutex);
+    const Guard lock(m_mutex);
     if (m_wrapper != awaited) {
         const auto future = m_wrapper->GetFuture();
         if (future->IsBusy() || future->IsCancelling()) {

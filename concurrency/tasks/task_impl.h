@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 
+#include "concurrency/base/guarded.h"
 #include "concurrency/tasks/itask_state.h"
 
 namespace Orvane::Internal {
@@ -30,13 +31,13 @@ class TaskImpl {
   private:
     friend struct FieldOrder;
 
-    bool IsCancelledLocked() const;
+    bool IsCancelledLocked() const ORVANE_REQUIRES(m_mutex);
     std::shared_ptr<ITaskState> EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited);
 
-    mutable std::recursive_mutex m_mutex;  // taken before the future's mutex
+    mutable RankedMutex<std::recursive_mutex, LockRank::Task> m_mutex;  // taken before the future's mutex
     std::array<wchar_t, kNameCapacity> m_name{};  // constant after construction
-    std::shared_ptr<ITaskState> m_wrapper;        // guarded by m_mutex; never empty
-    bool m_cancelled = false;                     // guarded by m_mutex; never cleared
+    std::shared_ptr<ITaskState> m_wrapper ORVANE_GUARDED_BY(m_mutex);  // never empty
+    bool m_cancelled ORVANE_GUARDED_BY(m_mutex) = false;  // never cleared
 };
 
 }  // namespace Orvane::Internal

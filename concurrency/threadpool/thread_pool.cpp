@@ -23,9 +23,9 @@ ThreadPoolCore::~ThreadPoolCore() = default;
 
 void ThreadPoolCore::Queue(const Task& task) {
     std::list<Task> entry(1, task);
-    std::unique_lock spawnLock(m_spawnMutex);
-    m_spawnDone.wait(spawnLock, [this] { return !m_spawnInProgress || m_stopping; });
-    std::unique_lock lock(m_mutex);
+    Guard spawnLock(m_spawnMutex);
+    m_spawnDone.wait(spawnLock, [this]() ORVANE_REQUIRES(m_spawnMutex) { return !m_spawnInProgress || m_stopping; });
+    Guard lock(m_mutex);
     if (StaysFull(lock)) {
         lock.unlock();
         RequestGrowth(spawnLock);
@@ -37,7 +37,7 @@ void ThreadPoolCore::Queue(const Task& task) {
 }
 
 bool ThreadPoolCore::IsPresent(const Task& task) {
-    const std::lock_guard lock(m_mutex);
+    const Guard lock(m_mutex);
     const auto holds = [&task](const std::list<Task>& tasks) {
         return std::find(tasks.begin(), tasks.end(), task) != tasks.end();
     };
@@ -45,13 +45,13 @@ bool ThreadPoolCore::IsPresent(const Task& task) {
 }
 
 void ThreadPoolCore::IncreaseKilledThreadCount() {
-    const std::lock_guard lock(m_mutex);
+    const Guard lock(m_mutex);
     ++m_killedCount;
 }
 
 void ThreadPoolCore::RunWorker(WorkerBatch& batch) {
     std::list<Task> done;
-    std::unique_lock lock(m_mutex);
+    Guard lock(m_mutex);
     for (;;) {
         while (m_queue.empty()) {
             if (m_stopping) {
@@ -80,7 +80,7 @@ void ThreadPoolCore::RunWorker(WorkerBatch& batch) {
 
 void ThreadPoolCore::Abandon() {
     {
-        const std::lock_guard lock(m_mutex);
+        const Guard lock(m_mutex);
         m_stopping = true;
     }
     m_workAvailable.notify_all();
@@ -91,26 +91,26 @@ void ThreadPoolCore::Stop() {
     Abandon();
     // Once through the mutex: no caller of Queue() stands between its test of m_stopping and its sleep any more.
     {
-        const std::lock_guard spawnLock(m_spawnMutex);
+        const Guard spawnLock(m_spawnMutex);
     }
     m_spawnDone.notify_all();
     std::list<Task> removed;
     {
-        std::unique_lock lock(m_mutex);
+        Guard lock(m_mutex);
         const auto deadline = MonotonicClock::now() + kStopGrace;
         if (!WaitUntil<MonotonicClock>(m_workerExited, lock, deadline,
-                                       [this] { return m_threadCount == m_killedCount; })) {
+                                       [this]() ORVANE_REQUIRES(m_mutex) { return m_threadCount == m_killedCount; })) {
             CancelAll(removed);
         }
     }
     removed.clear();
     JoinThreads();
-    const std::lock_guard launchLock(m_launchMutex);
+    const Guard launchLock(m_launchMutex);
     ReapFinished(Reap::kWait);
 }
 
 void ThreadPoolCore::RefuseOwnThreads() {
-    const std::lock_guard lock(m_mutex);
+    const Guard lock(m_mutex);
     if (std::any_of(m_threads.begin(), m_threads.end(), [](const NativeThread& t) { return t.IsCurrentThread(); })) {
         throw std::runtime_error("Trying to call destructor in thread from thread pool causes deadlock!");
     }
@@ -132,7 +132,7 @@ void ThreadPoolCore::JoinThreads() {
     for (;;) {
         ThreadList ending;
         {
-            const std::lock_guard lock(m_mutex);
+            const Guard lock(m_mutex);
             if (m_threads.empty()) {
                 return;
             }

@@ -20,6 +20,7 @@
 #include <memory>
 #include <mutex>
 
+#include "concurrency/base/guarded.h"
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/tasks/policies.h"
@@ -80,46 +81,51 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
   private:
     friend struct FieldOrder;
 
+    using LaunchMutex = RankedMutex<std::recursive_mutex, LockRank::Launch>;
+    using SpawnMutex = RankedMutex<std::recursive_mutex, LockRank::Spawn>;
+    using PoolMutex = RankedMutex<std::recursive_mutex, LockRank::Pool>;
+    using ExitMutex = RankedMutex<std::recursive_mutex, LockRank::Leaf>;
+
     using ThreadList = std::list<NativeThread>;
     using PromiseMap = std::map<DWORD, std::promise<int>>;
 
     enum class Reap { kIfEnded, kWait };
 
-    bool IsFull() const;
-    bool StaysFull(std::unique_lock<std::recursive_mutex>& lock);
-    void RequestGrowth(std::unique_lock<std::recursive_mutex>& spawnLock);
+    bool IsFull() const ORVANE_REQUIRES(m_mutex);
+    bool StaysFull(Guard<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
+    void RequestGrowth(Guard<SpawnMutex>& spawnLock) ORVANE_REQUIRES(m_spawnMutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
     void StartBatch(std::uint64_t count);
 
     void RunDedicated(std::uint32_t number, Task task, PromiseMap::node_type promise) noexcept;
     void MarkFinished(std::uint32_t number);
-    void ReapFinished(Reap mode);
-    bool HasEnded(const NativeThread& thread);
+    void ReapFinished(Reap mode) ORVANE_REQUIRES(m_launchMutex);
+    bool HasEnded(const NativeThread& thread) ORVANE_REQUIRES(m_launchMutex);
 
     void RefuseOwnThreads();
-    void CancelAll(std::list<Task>& removed);
+    void CancelAll(std::list<Task>& removed) ORVANE_REQUIRES(m_mutex);
     void JoinThreads();
 
-    std::recursive_mutex m_mutex;
-    std::recursive_mutex m_exitMutex;
+    PoolMutex m_mutex;
+    ExitMutex m_exitMutex;
     std::condition_variable_any m_workAvailable;  // with m_mutex: the queue is not empty, or stopping
     std::condition_variable_any m_workerExited;  // with m_mutex: threadCount has sunk
     const bool m_growable;
-    std::list<Task> m_queue;  // guarded by m_mutex
-    std::list<Task> m_running;  // guarded by m_mutex
-    std::recursive_mutex m_launchMutex;  // one launch, one end of a dedicated thread or one reaping at a time
-    std::map<std::uint32_t, ThreadList::iterator> m_dedicatedThreads;  // guarded by m_launchMutex
+    std::list<Task> m_queue ORVANE_GUARDED_BY(m_mutex);
+    std::list<Task> m_running ORVANE_GUARDED_BY(m_mutex);
+    LaunchMutex m_launchMutex;  // one launch, one end of a dedicated thread or one reaping at a time
+    std::map<std::uint32_t, ThreadList::iterator> m_dedicatedThreads ORVANE_GUARDED_BY(m_launchMutex);
     ThreadList m_finishedThreads;  // changed under m_launchMutex and m_mutex, read under one
-    std::uint32_t m_nextDedicatedNumber = 0;  // guarded by m_launchMutex
+    std::uint32_t m_nextDedicatedNumber ORVANE_GUARDED_BY(m_launchMutex) = 0;
     std::atomic<bool> m_stopping = false;  // written under m_mutex
-    ThreadList m_threads;  // guarded by m_mutex
-    std::map<DWORD, std::future<int>> m_completionFutures;  // guarded by m_launchMutex
-    PromiseMap m_exitedPromises;  // guarded by m_exitMutex
-    std::uint64_t m_threadCount = 0;  // guarded by m_mutex
-    DWORD m_lastSpawnTick = 0;  // guarded by m_spawnMutex
-    std::uint64_t m_killedCount = 0;  // guarded by m_mutex
-    std::recursive_mutex m_spawnMutex;
+    ThreadList m_threads ORVANE_GUARDED_BY(m_mutex);
+    std::map<DWORD, std::future<int>> m_completionFutures ORVANE_GUARDED_BY(m_launchMutex);
+    PromiseMap m_exitedPromises ORVANE_GUARDED_BY(m_exitMutex);
+    std::uint64_t m_threadCount ORVANE_GUARDED_BY(m_mutex) = 0;
+    DWORD m_lastSpawnTick ORVANE_GUARDED_BY(m_spawnMutex) = 0;
+    std::uint64_t m_killedCount ORVANE_GUARDED_BY(m_mutex) = 0;
+    SpawnMutex m_spawnMutex;
     std::condition_variable_any m_spawnDone;  // with m_spawnMutex: a growth has ended, or stopping
-    bool m_spawnInProgress = false;  // guarded by m_spawnMutex
+    bool m_spawnInProgress ORVANE_GUARDED_BY(m_spawnMutex) = false;
     const WorkerBody m_workerBody;
 };
 

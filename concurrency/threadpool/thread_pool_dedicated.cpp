@@ -30,7 +30,7 @@ bool IsReady(const std::future<int>& future) {
 }  // namespace
 
 void ThreadPoolCore::LaunchInNewThread(const Task& task) {
-    const std::lock_guard launchLock(m_launchMutex);
+    const Guard launchLock(m_launchMutex);
     ReapFinished(Reap::kIfEnded);
 
     // Every node is allocated before the thread runs: from then on nothing may fail.
@@ -51,7 +51,7 @@ void ThreadPoolCore::LaunchInNewThread(const Task& task) {
     node.key() = record.front().GetId();
     m_completionFutures.insert(std::move(node));
     {
-        const std::lock_guard lock(m_mutex);
+        const Guard lock(m_mutex);
         m_threads.splice(m_threads.end(), record);
     }
     m_dedicatedThreads.merge(dedicated);
@@ -64,16 +64,16 @@ void ThreadPoolCore::RunDedicated(std::uint32_t number, Task task, PromiseMap::n
     MarkFinished(number);
     promise.mapped().set_value(1);
     promise.key() = ::GetCurrentThreadId();
-    const std::lock_guard lock(m_exitMutex);
+    const Guard lock(m_exitMutex);
     m_exitedPromises.insert(std::move(promise));
 }
 
 void ThreadPoolCore::MarkFinished(std::uint32_t number) {
-    const std::lock_guard launchLock(m_launchMutex);
+    const Guard launchLock(m_launchMutex);
     const auto entry = m_dedicatedThreads.find(number);
     {
         // Under one hold: once stopping, shutdown goes through m_threads and must find the record there.
-        const std::lock_guard lock(m_mutex);
+        const Guard lock(m_mutex);
         if (!m_stopping) {
             m_finishedThreads.splice(m_finishedThreads.end(), m_threads, entry->second);
         }
@@ -94,10 +94,10 @@ void ThreadPoolCore::ReapFinished(Reap mode) {
         record->Join();
         m_completionFutures.erase(id);
         {
-            const std::lock_guard lock(m_exitMutex);
+            const Guard lock(m_exitMutex);
             m_exitedPromises.erase(id);
         }
-        const std::lock_guard lock(m_mutex);
+        const Guard lock(m_mutex);
         m_finishedThreads.erase(record);
     }
 }

@@ -45,7 +45,7 @@ bool ThreadPoolCore::IsFull() const {
 }
 
 // Needs `lock` on m_mutex, which it lets go of in between.
-bool ThreadPoolCore::StaysFull(std::unique_lock<std::recursive_mutex>& lock) {
+bool ThreadPoolCore::StaysFull(Guard<PoolMutex>& lock) {
     if (!IsFull()) {
         return false;
     }
@@ -63,7 +63,7 @@ bool ThreadPoolCore::StaysFull(std::unique_lock<std::recursive_mutex>& lock) {
 
 // Puts a task that starts the next batch in front of all others, so that the caller creates no threads itself. Lets go
 // of `spawnLock` once other callers wait for the growth.
-void ThreadPoolCore::RequestGrowth(std::unique_lock<std::recursive_mutex>& spawnLock) {
+void ThreadPoolCore::RequestGrowth(Guard<SpawnMutex>& spawnLock) {
     // Built before anything is announced: without memory for it, every later caller would wait for a growth that
     // nobody runs. Bound to `this` alone: only this pool's workers, which hold the pool, run it.
     std::list<Task> growth(
@@ -74,7 +74,7 @@ void ThreadPoolCore::RequestGrowth(std::unique_lock<std::recursive_mutex>& spawn
     m_lastSpawnTick = GetTickCount();
     m_spawnInProgress = true;
     spawnLock.unlock();
-    const std::lock_guard lock(m_mutex);
+    const Guard lock(m_mutex);
     if (!m_stopping) {
         m_queue.splice(m_queue.begin(), growth);
     }
@@ -91,7 +91,7 @@ void ThreadPoolCore::SpawnThreads(std::uint64_t count) {
 }
 
 void ThreadPoolCore::StartBatch(std::uint64_t count) {
-    std::unique_lock spawnLock(m_spawnMutex);
+    Guard spawnLock(m_spawnMutex);
     const auto batch = std::make_shared<WorkerBatch>();
     ThreadList started;
     for (std::uint64_t i = 0; i < count; ++i) {
@@ -99,7 +99,7 @@ void ThreadPoolCore::StartBatch(std::uint64_t count) {
         started.back() = NativeThread::Start([core = shared_from_this(), batch] { core->m_workerBody(*core, *batch); });
     }
     {
-        const std::lock_guard lock(m_mutex);
+        const Guard lock(m_mutex);
         m_threads.splice(m_threads.end(), started);
         m_threadCount += count - batch->leftEarly;
         batch->counted = true;
