@@ -1,4 +1,5 @@
-// Mutexes that know their place in the order of locks, and the one guard for them.
+// Mutexes that know their place in the order of locks, and the one guard for them. For the library's own classes: nothing
+// of it is exported.
 //
 // A thread takes only what comes after all that it holds, or what it holds already (docs/locks.md has the picture). In
 // checked builds (ORVANE_CHECK_LOCK_ORDER) every guard looks, and a violation ends the process with both places on
@@ -12,7 +13,6 @@
 #include <mutex>
 #include <source_location>
 
-#include "concurrency/base/export.h"
 #include "concurrency/base/thread_safety.h"
 
 namespace Orvane::Internal {
@@ -43,7 +43,7 @@ class ORVANE_CAPABILITY RankedMutex : public Mutex {
 #ifdef ORVANE_CHECK_LOCK_ORDER
 
 // What one guard has told the check. The guards of a thread form a list, the newest first.
-class ORVANE_CONCURRENCY_API LockOrderEntry {
+class LockOrderEntry {
   public:
     LockOrderEntry(const void* mutex, LockRank rank, const std::source_location& where);
     ~LockOrderEntry();

@@ -105,7 +105,7 @@ TEST(InitializationState, LifetimeMutexSerialisesInitialisationAndUninitialisati
 }
 
 TEST(InitializationState, LifetimeMutexIsRecursive) {
-    static_assert(std::is_same_v<decltype(LifetimeMutex()), std::recursive_mutex&>);
+    static_assert(std::is_base_of_v<std::recursive_mutex, std::remove_reference_t<decltype(LifetimeMutex())>>);
     const std::lock_guard held(LifetimeMutex());
 
     ConcurrencyInitialize();
