@@ -7,7 +7,7 @@ namespace Orvane::Internal {
 namespace {
 
 // 1970-01-01 00:00 UTC in FILETIME ticks, which count from 1601-01-01.
-constexpr std::int64_t kUnixEpochTicks = 116'444'736'000'000'000;
+constexpr std::uint64_t kUnixEpochTicks = 116'444'736'000'000'000;
 
 std::int64_t CounterFrequency() noexcept {
     LARGE_INTEGER frequency;
@@ -21,7 +21,7 @@ WallClock::time_point WallClock::now() noexcept {
     FILETIME now;
     GetSystemTimePreciseAsFileTime(&now);
     const std::uint64_t ticks = (static_cast<std::uint64_t>(now.dwHighDateTime) << 32) | now.dwLowDateTime;
-    return time_point(duration(static_cast<std::int64_t>(ticks) - kUnixEpochTicks));
+    return time_point(duration(static_cast<std::int64_t>(ticks - kUnixEpochTicks)));
 }
 
 MonotonicClock::time_point MonotonicClock::now() noexcept {

@@ -5,12 +5,42 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "concurrency/base/windows_api.h"
+
 namespace Orvane::Internal {
 
 namespace {
 
-// On purpose thread_local, which the library avoids otherwise: only checked builds have it.
-thread_local LockOrderEntry* t_newest = nullptr;
+// Each thread's newest entry. On purpose not thread_local, which may need memory at the first use of a thread and ends the
+// process if there is none; and not a slot of the other kind, which the library's own use of slots is told by.
+class NewestEntry {
+  public:
+    NewestEntry() : m_slot(FlsAlloc(nullptr)) {}
+    ~NewestEntry() { FlsFree(m_slot); }
+    NewestEntry(const NewestEntry&) = delete;
+    NewestEntry& operator=(const NewestEntry&) = delete;
+
+    // Neither touches the thread's last error: guards live where it is handed on.
+    LockOrderEntry* Get() const {
+        const DWORD error = GetLastError();
+        auto* const entry = static_cast<LockOrderEntry*>(FlsGetValue(m_slot));
+        SetLastError(error);
+        return entry;
+    }
+    void Set(LockOrderEntry* entry) {
+        const DWORD error = GetLastError();
+        FlsSetValue(m_slot, entry);
+        SetLastError(error);
+    }
+
+  private:
+    const DWORD m_slot;
+};
+
+NewestEntry& Newest() {
+    static NewestEntry newest;
+    return newest;
+}
 
 void Print(const char* what, LockRank rank, const std::source_location& where) {
     std::fprintf(stderr, "%s rank %d at %s:%u (%s)\n", what, static_cast<int>(rank), where.file_name(),
@@ -20,22 +50,22 @@ void Print(const char* what, LockRank rank, const std::source_location& where) {
 }  // namespace
 
 LockOrderEntry::LockOrderEntry(const void* mutex, LockRank rank, const std::source_location& where)
-    : m_mutex(mutex), m_rank(rank), m_where(where), m_older(t_newest) {
-    t_newest = this;
+    : m_mutex(mutex), m_rank(rank), m_where(where), m_older(Newest().Get()) {
+    Newest().Set(this);
 }
 
 LockOrderEntry::~LockOrderEntry() {
-    t_newest = m_older;
+    Newest().Set(m_older);
 }
 
 void LockOrderEntry::Taking() {
-    for (const LockOrderEntry* entry = t_newest; entry != nullptr; entry = entry->m_older) {
+    for (const LockOrderEntry* entry = this; entry != nullptr; entry = entry->m_older) {
         if (entry->m_held && entry->m_mutex == m_mutex) {
             m_held = true;
             return;  // one level more: nobody is waited for
         }
     }
-    for (const LockOrderEntry* entry = t_newest; entry != nullptr; entry = entry->m_older) {
+    for (const LockOrderEntry* entry = this; entry != nullptr; entry = entry->m_older) {
         if (entry->m_held) {
             Allow(*entry);
         }
