@@ -13,7 +13,7 @@ namespace {
 
 constexpr GUID kNoGuid{};
 constexpr unsigned int kInternalErrorCode = 1;
-constexpr long kElevationRequired = static_cast<long>(0x800702E4);
+constexpr std::int32_t kElevationRequired = static_cast<std::int32_t>(0x800702E4);
 
 // The text in the thread's ANSI code page; empty when it cannot be converted.
 std::string Narrow(const wchar_t* text) {
@@ -40,7 +40,7 @@ ExceptionCOM::ExceptionCOM(const ErrorStorage& error) : ExceptionBase(error) {}
 
 ExceptionCOM::ExceptionCOM(long hresult, const GUID& guid) {
     isNamed = false;
-    com = {hresult, guid};
+    com = {static_cast<std::int32_t>(hresult), guid};
 }
 
 ExceptionCOM::ExceptionCOM(long hresult, const GUID& guid, const wchar_t* format, ...) : ExceptionCOM(hresult, guid) {
