@@ -37,7 +37,7 @@ void AppendEscaped(std::wstring_view text, WideText& line) noexcept {
             case L'\t': line.Append(L"\\t"); break;
             default:
                 if (character < L' ' || (character >= 0x7F && character < 0xA0)) {
-                    AppendFormatted(line, L"\\x%02x", unsigned{character});
+                    AppendFormatted(line, L"\\x%02x", static_cast<unsigned>(character));
                 } else {
                     line.Append(character);
                 }
