@@ -24,7 +24,7 @@ inline void SetMessages(Orvane::ErrorStorage& error, const char* narrow, const s
 inline Orvane::ErrorStorage ComRecord(long hresult, const GUID& guid) {
     Orvane::ErrorStorage error;
     error.isNamed = false;
-    error.com = {hresult, guid};
+    error.com = {static_cast<std::int32_t>(hresult), guid};
     SetMessages(error, "narrow text", L"wide text");
     return error;
 }
