@@ -88,7 +88,7 @@ TEST_F(ScheduleCall, NeverRunsASecondTimeWhenTheIntervalPassesTheEndOfTime) {
 }
 
 TEST_F(ScheduleCall, KeepsTheCallableNoLongerThanTheTracker) {
-    const auto held = std::make_shared<int>(0);
+    const auto held = std::make_shared<std::atomic<int>>(0);
     {
         const Tracker tracker = Schedule(L"Holder", 0s, 1ms, [held] { ++*held; });
         ASSERT_TRUE(Eventually([&] { return *held >= 2; }));
