@@ -128,7 +128,8 @@ TEST_P(FailedGrowth, EndsTheGrowthTaskAndLaterCallersWaitUntilThePoolStops) {
     EXPECT_TRUE(caller.Ends());
     held.Release();
     EXPECT_TRUE(stop.Ends());
-    EXPECT_EQ(CountTasks(reports, kStopped, L"held"), kFirstFull + 1);
+    // A worker of the failed growth may have taken one: nobody has waited for that.
+    EXPECT_TRUE(Eventually([&] { return CountTasks(reports, kStopped, L"held") == kFirstFull + 1; }));
     EXPECT_EQ(starts.Count(), kBatch + GetParam());
 }
 
@@ -208,7 +209,12 @@ TEST(ThreadStartFailure, FailedLaunchesLeaveNothingBehind) {
     for (int i = 0; i < 100; ++i) {
         fail();
     }
-    EXPECT_TRUE(Eventually([&] { return probe.Growth() == Resources{}; })) << probe.Growth();
+    // Less is no leak: the worker may still have been letting go of its task when the count began.
+    Resources growth;
+    EXPECT_TRUE(Eventually([&] {
+        growth = probe.Growth();
+        return growth.handles == 0 && growth.threads == 0 && growth.blocks <= 0;
+    })) << growth;
 }
 
 }  // namespace
