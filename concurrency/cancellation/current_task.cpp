@@ -21,16 +21,33 @@ Cell* CurrentCell(DWORD slot) noexcept {
     return static_cast<Cell*>(TlsGetValue(slot));
 }
 
+struct Place {
+    DWORD slot;
+    Cell* cell;
+};
+
+// The slot in use. If it is empty, the reserve may hold the cell: of a run that began before the library was initialised.
+Place FindPlace() noexcept {
+    const DWORD slot = CurrentTaskSlot();
+    Cell* const cell = CurrentCell(slot);
+    const DWORD reserve = ReserveSlotIfAny();
+    if (cell == nullptr && reserve != slot && reserve != TLS_OUT_OF_INDEXES) {
+        if (Cell* const early = CurrentCell(reserve)) {
+            return {reserve, early};
+        }
+    }
+    return {slot, cell};
+}
+
 }  // namespace
 
 std::shared_ptr<FutureState> GetFutureObject() {
-    const Cell* const cell = CurrentCell(CurrentTaskSlot());
+    const Cell* const cell = FindPlace().cell;
     return cell != nullptr ? cell->lock() : nullptr;
 }
 
 std::weak_ptr<FutureState> ResetFutureObject(std::weak_ptr<FutureState> future) {
-    const DWORD slot = CurrentTaskSlot();
-    Cell* const cell = CurrentCell(slot);
+    const auto [slot, cell] = FindPlace();
     const bool install = !future.expired();
     if (cell == nullptr) {
         if (install) {

@@ -39,6 +39,10 @@ DWORD CurrentTaskSlot() noexcept {
     return ReserveSlot();
 }
 
+DWORD ReserveSlotIfAny() noexcept {
+    return g_reserveSlot.load(std::memory_order_acquire);
+}
+
 void FreeReserveSlot() noexcept {
     const DWORD slot = g_reserveSlot.exchange(TLS_OUT_OF_INDEXES);
     if (slot != TLS_OUT_OF_INDEXES) {

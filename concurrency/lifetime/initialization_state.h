@@ -37,6 +37,9 @@ extern InitializationState g_initializationState;
 // library is not initialised, so that tasks see their own cancellation in that state too.
 DWORD CurrentTaskSlot() noexcept;
 
+// The module's reserve; TLS_OUT_OF_INDEXES as long as none has been needed.
+DWORD ReserveSlotIfAny() noexcept;
+
 // For the module's entry point, at unload.
 void FreeReserveSlot() noexcept;
 

@@ -7,6 +7,7 @@
 #include <list>
 #include <memory>
 #include <new>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -44,6 +45,12 @@ void UseEveryFunction() {
         EXPECT_NO_THROW(CancellationPoint());
     }
     EXPECT_EQ(GetFutureObject(), nullptr);
+}
+
+void UseInnerRun(const RunScope& outer) {
+    const RunScope inner;
+    EXPECT_EQ(GetFutureObject(), inner.GetFuture());
+    EXPECT_NE(inner.GetFuture(), outer.GetFuture());
 }
 
 // Slots of somebody else, the wanted one among them, each with a value that would crash whoever took it for a cell.
@@ -99,6 +106,25 @@ TEST(CurrentTaskSlot, WhileInitialisedTheAllocatedSlotIsUsedAndNoOther) {
 
     EXPECT_EQ(ledger.ForeignAccessCount(), 0U);
     EXPECT_EQ(ledger.Held().size(), 1U);
+}
+
+TEST(CurrentTaskSlot, RunThatBeginsBeforeTheInitialisationKeepsItsCurrentTaskAndLeavesNothing) {
+    {
+        const RunScope first;  // what is made once per process is no leak
+    }
+    const ResourceProbe probe;
+    {
+        std::optional<ConcurrencyLifetime> lifetime;
+        {
+            const RunScope run;
+            lifetime.emplace();
+            EXPECT_EQ(GetFutureObject(), run.GetFuture());
+            UseInnerRun(run);
+            EXPECT_EQ(GetFutureObject(), run.GetFuture());
+        }
+        EXPECT_EQ(GetFutureObject(), nullptr);
+    }
+    EXPECT_EQ(probe.Growth().blocks, 0);
 }
 
 TEST(CurrentTaskSlot, AfterTheLastUninitialisationTheFreedSlotIsLeftToItsNewOwner) {
