@@ -1,0 +1,58 @@
+// Threads, their ids, slots and locks.
+#pragma once
+
+#include "tests/host/windows/types.h"
+
+#define TLS_OUT_OF_INDEXES 0xFFFFFFFFUL
+
+#include <pthread.h>
+
+struct CRITICAL_SECTION {
+    pthread_mutex_t mutex;
+};
+using PCRITICAL_SECTION = CRITICAL_SECTION*;
+using LPCRITICAL_SECTION = CRITICAL_SECTION*;
+
+struct SRWLOCK {
+    void* word;
+};
+using PSRWLOCK = SRWLOCK*;
+
+// Only named: the standard library here has conditions of its own.
+struct CONDITION_VARIABLE;
+using PCONDITION_VARIABLE = CONDITION_VARIABLE*;
+
+#define THREAD_TERMINATE 0x0001
+
+extern "C" {
+DWORD GetCurrentThreadId();
+DWORD GetCurrentProcessId();
+HANDLE GetCurrentThread();
+HANDLE GetCurrentProcess();
+HANDLE OpenThread(DWORD access, BOOL inherit, DWORD id);
+
+// The thread stops where it is and keeps what it holds, but its memory stays.
+BOOL TerminateThread(HANDLE thread, DWORD exitCode);
+
+DWORD GetThreadId(HANDLE thread);
+DWORD GetProcessId(HANDLE process);
+HRESULT SetThreadDescription(HANDLE thread, PCWSTR description);
+HRESULT GetThreadDescription(HANDLE thread, PWSTR* description);
+HLOCAL LocalFree(HLOCAL memory);
+void Sleep(DWORD milliseconds);
+BOOL SwitchToThread();
+
+DWORD TlsAlloc();
+BOOL TlsFree(DWORD slot);
+LPVOID TlsGetValue(DWORD slot);
+BOOL TlsSetValue(DWORD slot, LPVOID value);
+
+void InitializeCriticalSection(LPCRITICAL_SECTION section);
+void DeleteCriticalSection(LPCRITICAL_SECTION section);
+void EnterCriticalSection(LPCRITICAL_SECTION section);
+BOOL TryEnterCriticalSection(LPCRITICAL_SECTION section);
+void LeaveCriticalSection(LPCRITICAL_SECTION section);
+
+void AcquireSRWLockExclusive(PSRWLOCK lock);
+void ReleaseSRWLockExclusive(PSRWLOCK lock);
+}
