@@ -10,6 +10,7 @@ packages_run=wine
 sources_build=benchmark # only as sources: it is built for Windows, like googletest
 packages_lint=clang-format-19,clang-tidy-19,python3-minimal
 packages_docs=doxygen,graphviz
+packages_sanitize=clang-19,libclang-rt-19-dev,llvm-19,libstdc++-14-dev,cmake,ninja-build,ccache,googletest
 
 # Sets toolchain_root: cross compiler, CMake and Wine.
 ensure_toolchain() {
@@ -21,6 +22,12 @@ ensure_toolchain() {
 ensure_lint_root() {
     ensure_root lint "$packages_common,$packages_build,$packages_lint"
     lint_root=$made_root
+}
+
+# Sets sanitize_root: a native compiler with the sanitizers' runtimes, which do not exist for Windows here.
+ensure_sanitize_root() {
+    ensure_root sanitize "$packages_common,$packages_sanitize"
+    sanitize_root=$made_root
 }
 
 # Sets docs_root.
