@@ -59,13 +59,13 @@ LockOrderEntry::~LockOrderEntry() {
 }
 
 void LockOrderEntry::Taking() {
-    for (const LockOrderEntry* entry = this; entry != nullptr; entry = entry->m_older) {
+    for (const LockOrderEntry* entry = Newest().Get(); entry != nullptr; entry = entry->m_older) {
         if (entry->m_held && entry->m_mutex == m_mutex) {
             m_held = true;
             return;  // one level more: nobody is waited for
         }
     }
-    for (const LockOrderEntry* entry = this; entry != nullptr; entry = entry->m_older) {
+    for (const LockOrderEntry* entry = Newest().Get(); entry != nullptr; entry = entry->m_older) {
         if (entry->m_held) {
             Allow(*entry);
         }
