@@ -1,5 +1,5 @@
 # Compares the names that a DLL exports with the list under review, or writes the list:
-#   cmake -D DLL=file -D OBJDUMP=program -D LIST=abi/exports.txt [-D UPDATE=ON] -P check_exports.cmake
+#   cmake -D DLL=file -D OBJDUMP=program -D LIST=abi/<module>.txt [-D UPDATE=ON] -P check_exports.cmake
 execute_process(COMMAND ${OBJDUMP} -p ${DLL} OUTPUT_VARIABLE dump COMMAND_ERROR_IS_FATAL ANY)
 
 string(FIND "${dump}" "[Ordinal/Name Pointer] Table" begin)

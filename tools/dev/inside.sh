@@ -126,11 +126,14 @@ bench() {
 }
 
 abi() {
+    local dll
     configure_debug
-    compile debug ZarvoConcurrency
-    step "list the exports" cmake -D DLL=build/debug/bin/ZarvoConcurrency.dll -D LIST=abi/exports.txt -D UPDATE=ON \
-        -D OBJDUMP=x86_64-w64-mingw32-objdump -P tools/check_exports.cmake
-    finish "abi: abi/exports.txt is written, review it with git diff"
+    compile debug
+    for dll in ZarvoConcurrency ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLogging; do
+        step "list the exports of $dll" cmake -D DLL=build/debug/bin/$dll.dll -D LIST=abi/$dll.txt -D UPDATE=ON \
+            -D OBJDUMP=x86_64-w64-mingw32-objdump -P tools/check_exports.cmake
+    done
+    finish "abi: the lists in abi/ are written, review them with git diff"
 }
 
 package() {

@@ -39,7 +39,7 @@ check_quickly() {
     step "compile" ninja -C build/lint --quiet
     check "each public header compiles alone" ninja -C build/lint --quiet -k 0 all_verify_interface_header_sets
     check "registrations" check_registrations
-    check "exports" cmake -D DLL=build/lint/bin/ZarvoConcurrency.dll -D LIST=abi/exports.txt \
+    check "exports" cmake -D DLL=build/lint/bin/ZarvoConcurrency.dll -D LIST=abi/ZarvoConcurrency.txt \
         -D OBJDUMP=x86_64-w64-mingw32-objdump -P tools/check_exports.cmake
 }
 
