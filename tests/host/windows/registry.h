@@ -5,8 +5,12 @@
 
 #define REG_NONE 0UL
 #define REG_SZ 1UL
+#define REG_EXPAND_SZ 2UL
 #define REG_BINARY 3UL
 #define REG_DWORD 4UL
+#define REG_DWORD_BIG_ENDIAN 5UL
+#define REG_LINK 6UL
+#define REG_MULTI_SZ 7UL
 #define REG_QWORD 11UL
 #define KEY_QUERY_VALUE 0x0001
 #define KEY_SET_VALUE 0x0002
@@ -19,9 +23,11 @@
 #define HKEY_CURRENT_USER (reinterpret_cast<HKEY>(std::uintptr_t{0x80000001}))
 #define HKEY_LOCAL_MACHINE (reinterpret_cast<HKEY>(std::uintptr_t{0x80000002}))
 
+using REGSAM = DWORD;
+
 extern "C" {
-LSTATUS RegOpenKeyExW(HKEY parent, LPCWSTR path, DWORD options, DWORD access, PHKEY key);
-LSTATUS RegCreateKeyExW(HKEY parent, LPCWSTR path, DWORD reserved, LPWSTR keyClass, DWORD options, DWORD access,
+LSTATUS RegOpenKeyExW(HKEY parent, LPCWSTR path, DWORD options, REGSAM access, PHKEY key);
+LSTATUS RegCreateKeyExW(HKEY parent, LPCWSTR path, DWORD reserved, LPWSTR keyClass, DWORD options, REGSAM access,
                         LPSECURITY_ATTRIBUTES security, PHKEY key, LPDWORD disposition);
 LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size);
 LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size);
