@@ -29,6 +29,8 @@ endif()
 if(MINGW)
     # The same sources give the same file: no time stamp, no folder of this machine.
     add_link_options(-Wl,--no-insert-timestamp)
+endif()
+if(MINGW AND NOT ZARVO_COVERAGE) # whose counts are found by the folder
     add_compile_options(
         "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=."
         "-ffile-prefix-map=${PROJECT_BINARY_DIR}=./build"

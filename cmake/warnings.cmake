@@ -21,6 +21,13 @@ if(ZARVO_CHECKED)
         target_compile_definitions(zarvo_own_code INTERFACE _GLIBCXX_ASSERTIONS)
     endif()
 endif()
+
+option(ZARVO_COVERAGE "Count which lines and branches run (GCC)" OFF)
+if(ZARVO_COVERAGE)
+    target_compile_options(zarvo_own_code INTERFACE --coverage -fprofile-update=atomic -fprofile-abs-path)
+    target_link_options(zarvo_own_code INTERFACE --coverage)
+endif()
+
 target_compile_definitions(zarvo_own_code INTERFACE
     UNICODE _UNICODE _WIN32_WINNT=0x0A00
 )

@@ -2,23 +2,8 @@
 set -euo pipefail
 
 . tools/dev/steps.sh
-
-# A private copy of the pristine prefix, with its services running. They inherit the first process's pipes, so Wine
-# is started here, on its own: a service that holds ninja's or ctest's pipe open makes them wait for ever.
-start_wine() {
-    if [ "$(cat "$WINEPREFIX/.made-from" 2>/dev/null)" != "$DEV_ROOT" ]; then
-        rm -rf "$WINEPREFIX"
-        mkdir -p "$(dirname "$WINEPREFIX")"
-        cp -a --reflink=auto /wine-prefix "$WINEPREFIX" || fail "copy the Wine prefix" $?
-        echo "$DEV_ROOT" >"$WINEPREFIX/.made-from"
-    fi
-    trap 'wineserver --kill || true' EXIT
-    wineserver --persistent </dev/null >/dev/null 2>&1
-    wine cmd /c exit </dev/null >/dev/null 2>&1 || fail "start Wine" $?
-    # The owner of the desktop, which the first single-threaded apartment would start otherwise: it would inherit the
-    # pipe of that test, and ctest would wait for it.
-    wine explorer /desktop </dev/null >/dev/null 2>&1 &
-}
+. tools/dev/wine.sh
+. tools/dev/ctest.sh
 
 # configure debug|release [OPTIONS]
 configure() {
@@ -44,26 +29,6 @@ build() {
     compile debug "$@"
     finish "build: build/debug is up to date"
 }
-
-# A test that mostly sleeps counts for one job, every other for sixteen: the long waits pass beside the rest, of which
-# as many run as there are processors.
-ctest_jobs() { echo $((16 * $(nproc) + 16)); }
-
-# run_tests FOLDER [CTEST OPTIONS]: runs the tests below a folder of the build, prints the totals, and fails when a test
-# failed or none ran.
-run_tests() {
-    local folder=$1 failures=$1/Testing/Temporary/LastTestsFailed.log report=build/debug/test-report.xml code=0
-    shift
-    rm -f "$report" "$failures"
-    say "run the tests: ctest --test-dir $folder --parallel $(ctest_jobs) $*"
-    ctest --test-dir "$folder" --parallel "$(ctest_jobs)" --output-on-failure --no-tests=error --no-label-summary \
-        --output-junit "$PWD/$report" "$@" || code=$?
-    # On purpose two sources: ctest counts as failed what it could not start, its report does not.
-    printf '\n%d passed, %d failed\n' "$(count_lines 'status="run"' "$report")" "$(count_lines . "$failures")"
-    [ "$code" = 0 ] || fail "run the tests" "$code"
-}
-
-count_lines() { grep --count "$1" "$2" 2>/dev/null || true; }
 
 # test_room [ROOM] [CTEST OPTIONS]: of a room only what its tests need is built; any other label may be anywhere.
 test_room() {

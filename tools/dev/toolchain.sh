@@ -9,6 +9,7 @@ packages_build=g++-mingw-w64-x86-64-win32,mingw-w64-tools,cmake,ninja-build,ccac
 packages_run=wine
 sources_build=benchmark # only as sources: it is built for Windows, like googletest
 packages_lint=clang-format-19,clang-tidy-19,python3-minimal
+packages_coverage=gcovr
 packages_docs=doxygen,graphviz
 packages_sanitize=clang-19,libclang-rt-19-dev,llvm-19,libstdc++-14-dev,cmake,ninja-build,ccache,googletest
 
@@ -28,6 +29,12 @@ ensure_lint_root() {
 ensure_sanitize_root() {
     ensure_root sanitize "$packages_common,$packages_sanitize"
     sanitize_root=$made_root
+}
+
+# Sets coverage_root: the toolchain beside the program that reads its counts.
+ensure_coverage_root() {
+    ensure_root coverage "$packages_common,$packages_build,$packages_run,$packages_coverage"
+    coverage_root=$made_root
 }
 
 # Sets docs_root.
@@ -60,7 +67,7 @@ make_root() {
     finish_root "$new" || fail "finish the $1 root" $?
     mv "$new" "$made_root"
     case $1 in
-        toolchain) prepare_wine "$made_root" || fail "prepare Wine" $? ;;
+        toolchain | coverage) prepare_wine "$made_root" || fail "prepare Wine" $? ;;
         docs) prepare_graphviz "$made_root" || fail "prepare graphviz" $? ;;
     esac
     rm -f "$new.log"
