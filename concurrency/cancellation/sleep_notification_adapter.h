@@ -34,8 +34,8 @@ class ORVANE_CONCURRENCY_API SleepNotificationAdapter : public AbstractCancelNot
   private:
     SleepNotificationAdapter();
 
-    RankedMutex<std::recursive_mutex, LockRank::Waiter>
-        m_mutex;  // taken before the cancellation object's, never while holding that
+    // Taken before the cancellation object's, never while holding that.
+    RankedMutex<std::recursive_mutex, LockRank::Waiter> m_mutex;
     std::condition_variable_any m_condition;
 };
 

@@ -26,7 +26,7 @@ class ScheduledTaskQueue {
     // Takes the earliest task out if it is due. `due` must be empty: what it held would be destroyed under the lock.
     bool PopExpired(ScheduledTask& due);
 
-    // Sleeps until the earliest start, an insert or Stop(), or until woken for no reason. Returns false once stopped.
+    // Sleeps until the earliest start, an earlier insert or Stop(), or for no reason at all. Returns false once stopped.
     bool WaitForNextStart();
 
     void Stop();
@@ -36,7 +36,7 @@ class ScheduledTaskQueue {
 
     // Never held while something is signalled, queued on the pool or destroyed.
     RankedMutex<std::mutex, LockRank::ScheduleQueue> m_lock;
-    std::condition_variable m_wake;  // with m_lock: an entry was inserted, or stopped
+    std::condition_variable m_wake;  // with m_lock: there is a new earliest entry, or stopped
     std::vector<ScheduledTask> m_heap ORVANE_GUARDED_BY(m_lock);  // heap order by operator>
     bool m_stop ORVANE_GUARDED_BY(m_lock) = false;
 };
