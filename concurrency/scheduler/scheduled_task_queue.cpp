@@ -1,16 +1,24 @@
 #include "concurrency/scheduler/scheduled_task_queue.h"
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 #include <system_error>
 #include <utility>
 
 #include "concurrency/base/clock.h"
-#include "concurrency/base/precise_wait.h"
 #include "concurrency/base/report.h"
 #include "concurrency/base/wait.h"
 
 namespace Orvane::Internal {
+
+namespace {
+
+// What the system adds to a timed wait of a thread at rest, to let wake-ups fall together. Asked for so much less, the
+// thread wakes when it wants to. Where nothing is added it wakes too soon, and waits once more for what is left.
+constexpr Duration kSlack = std::chrono::microseconds(50);
+
+}  // namespace
 
 ScheduledTaskQueue::ScheduledTaskQueue() = default;
 
@@ -60,12 +68,12 @@ bool ScheduledTaskQueue::WaitForNextStart() {
         return false;
     }
     if (m_heap.empty()) {
-        m_wake.wait(lock.Native());
+        m_wake.wait(lock);
         return true;
     }
     const auto slice = NextSlice<WallClock>(m_heap.front().GetStartTime());
     if (slice > Duration::zero()) {
-        PreciseWaitFor(m_wake, lock.Native(), slice);
+        m_wake.wait_for(lock, slice > kSlack ? slice - kSlack : slice);
     }
     return true;
 }

@@ -25,11 +25,11 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 
+#include "concurrency/base/condition.h"
 #include "concurrency/base/export.h"
 #include "concurrency/base/guarded.h"
 #include "concurrency/base/time.h"
@@ -95,7 +95,7 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     };
 
     mutable RankedMutex<std::recursive_mutex, LockRank::Future> m_mutex;
-    std::condition_variable_any m_condition;  // notified at every step into Normal, Cancelled and Error
+    Condition m_condition;  // notified at every step into Normal, Cancelled and Error
 
     // Written under m_mutex. HandleErrors() and the first test of RequestCancel() read it without.
     std::atomic<std::uint32_t> m_state{NotStarted};

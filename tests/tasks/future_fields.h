@@ -11,7 +11,7 @@ namespace Orvane::Internal {
 
 struct FieldOrder {
     static std::recursive_mutex& MutexOf(FutureState& future) { return future.m_mutex; }
-    static std::condition_variable_any& ConditionOf(FutureState& future) { return future.m_condition; }
+    static Condition& ConditionOf(FutureState& future) { return future.m_condition; }
     static std::uint32_t CodeOf(const FutureState& future) { return future.m_state; }
 
     // From the start of the object.

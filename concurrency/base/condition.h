@@ -1,0 +1,108 @@
+// A condition for the library's own guards, whatever mutex they are on. Its members are named as the standard's.
+//
+// Where the toolchain's mutexes are the platform's critical sections, it is the platform's condition on the very mutex: no
+// mutex of its own, no memory, and timed waits with the resolution of the interface's ticks instead of whole
+// milliseconds. Elsewhere it is the standard's.
+//
+// Whoever notifies has changed what is waited for under the mutex, and may have let go of it since. With nobody waiting it
+// costs one look at a number.
+//
+// Threads: any. Errors: none.
+// Recursion: a wait gives the mutex back once: never wait while holding it twice.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+#include "concurrency/base/export.h"
+#include "concurrency/base/guarded.h"
+#include "concurrency/base/time.h"
+
+namespace Orvane::Internal {
+
+class Condition {
+  public:
+    Condition() = default;
+    Condition(const Condition&) = delete;
+    Condition& operator=(const Condition&) = delete;
+
+    template <typename Mutex>
+    void wait(Guard<Mutex>& lock) {
+        const Waiter waiter(*this);
+        Sleep(lock, nullptr);
+    }
+
+    template <typename Mutex, typename Predicate>
+    void wait(Guard<Mutex>& lock, Predicate ready) ORVANE_NO_THREAD_SAFETY_ANALYSIS {
+        while (!ready()) {
+            wait(lock);
+        }
+    }
+
+    // At most a day, see NextSlice(). Any wake-up ends it: whoever waits for a moment asks the clock and waits again.
+    template <typename Mutex, typename Rep, typename Period>
+    void wait_for(Guard<Mutex>& lock, const std::chrono::duration<Rep, Period>& timeout) {
+        const Waiter waiter(*this);
+        const auto ticks = std::chrono::ceil<Duration>(timeout);
+        Sleep(lock, &ticks);
+    }
+
+    void notify_one() noexcept {
+        if (HasWaiters()) {
+            WakeOne();
+        }
+    }
+    void notify_all() noexcept {
+        if (HasWaiters()) {
+            WakeAll();
+        }
+    }
+
+    // Exact while the mutex is held: who waits is counted under it, until it has the mutex again.
+    bool HasWaiters() const noexcept { return m_waiters.load(std::memory_order_relaxed) != 0; }
+
+  private:
+    class Waiter {
+      public:
+        explicit Waiter(Condition& condition) : m_condition(condition) { ++m_condition.m_waiters; }
+        ~Waiter() { --m_condition.m_waiters; }
+        Waiter(const Waiter&) = delete;
+        Waiter& operator=(const Waiter&) = delete;
+
+      private:
+        Condition& m_condition;
+    };
+
+    std::atomic<std::uint32_t> m_waiters = 0;  // written under the mutex
+
+#ifdef GCC_GTHR_WIN32_H
+    // Null `timeout`: without limit.
+    template <typename Mutex>
+    void Sleep(Guard<Mutex>& lock, const Duration* timeout) {
+        SleepOn(lock.Native().mutex()->native_handle(), timeout);
+    }
+    ORVANE_CONCURRENCY_API void SleepOn(void* criticalSection, const Duration* timeout) noexcept;
+    ORVANE_CONCURRENCY_API void WakeOne() noexcept;
+    ORVANE_CONCURRENCY_API void WakeAll() noexcept;
+
+    void* m_native = nullptr;  // a CONDITION_VARIABLE, which is one pointer
+#else
+    template <typename Mutex>
+    void Sleep(Guard<Mutex>& lock, const Duration* timeout) {
+        if (timeout == nullptr) {
+            m_standard.wait(lock);
+        } else {
+            m_standard.wait_for(lock, *timeout);
+        }
+    }
+    void WakeOne() noexcept { m_standard.notify_one(); }
+    void WakeAll() noexcept { m_standard.notify_all(); }
+
+    std::condition_variable_any m_standard;
+#endif
+};
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,138 @@
+#include "concurrency/base/condition.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "tests/support/eventually.h"
+#include "tests/support/stopwatch.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+// With a mutex of either kind that the library has.
+template <typename Mutex>
+class ConditionTest : public testing::Test {
+  protected:
+    using Ranked = RankedMutex<Mutex, LockRank::Leaf>;
+
+    // Sleeps until told, on a thread of its own.
+    std::jthread StartSleeper() {
+        return std::jthread([this] {
+            Guard lock(m_mutex);
+            m_condition.wait(lock, [this] { return m_told; });
+            ++m_awake;
+        });
+    }
+
+    void AwaitASleeper() {
+        ASSERT_TRUE(Eventually([&] {
+            const Guard lock(m_mutex);
+            return m_condition.HasWaiters();
+        }));
+    }
+
+    Ranked m_mutex;
+    Condition m_condition;
+    bool m_told = false;
+    std::atomic<int> m_awake = 0;
+};
+
+using Mutexes = testing::Types<std::mutex, std::recursive_mutex>;
+TYPED_TEST_SUITE(ConditionTest, Mutexes);
+
+TYPED_TEST(ConditionTest, ReturnsWhenTheTimeHasPassedAndOwnsTheLockAgain) {
+    Guard lock(this->m_mutex);
+    const Stopwatch stopwatch;
+    this->m_condition.wait_for(lock, 20ms);
+
+    EXPECT_GE(stopwatch.Elapsed(), 19ms);
+    bool taken = true;
+    std::thread([&] { taken = this->m_mutex.try_lock(); }).join();
+    EXPECT_FALSE(taken);
+}
+
+TYPED_TEST(ConditionTest, TakesTimesBelowAMillisecond) {
+    Guard lock(this->m_mutex);
+    const Stopwatch stopwatch;
+    for (int round = 0; round < 20; ++round) {
+        this->m_condition.wait_for(lock, 500us);
+    }
+    EXPECT_GE(stopwatch.Elapsed(), 9ms);
+}
+
+TYPED_TEST(ConditionTest, WakesASleeperThatWasToldUnderTheMutex) {
+    const std::jthread sleeper = this->StartSleeper();
+    this->AwaitASleeper();
+    {
+        const Guard lock(this->m_mutex);
+        this->m_told = true;
+    }
+    this->m_condition.notify_one();
+
+    EXPECT_TRUE(Eventually([&] { return this->m_awake == 1; }));
+}
+
+TYPED_TEST(ConditionTest, WakesAllWhoSleep) {
+    std::vector<std::jthread> sleepers;
+    for (int i = 0; i < 4; ++i) {
+        sleepers.push_back(this->StartSleeper());
+    }
+    this->AwaitASleeper();
+    {
+        const Guard lock(this->m_mutex);
+        this->m_told = true;
+    }
+    this->m_condition.notify_all();
+
+    EXPECT_TRUE(Eventually([&] { return this->m_awake == 4; }));
+}
+
+TYPED_TEST(ConditionTest, EndsATimedWaitWhenNotified) {
+    std::atomic<bool> woken = false;
+    const std::jthread sleeper([&] {
+        Guard lock(this->m_mutex);
+        this->m_condition.wait_for(lock, 24h);
+        woken = true;
+    });
+
+    EXPECT_TRUE(Eventually([&] {
+        this->m_condition.notify_all();
+        return woken.load();
+    }));
+}
+
+TYPED_TEST(ConditionTest, LetsGoOfTheLockWhileItWaits) {
+    Guard lock(this->m_mutex);
+    const std::jthread notifier([&] {
+        const Guard other(this->m_mutex);
+        this->m_condition.notify_all();
+    });
+    const Stopwatch stopwatch;
+    this->m_condition.wait_for(lock, 60s);
+
+    EXPECT_LT(stopwatch.Elapsed(), 59s);
+}
+
+TYPED_TEST(ConditionTest, KnowsWhetherSomebodyWaits) {
+    EXPECT_FALSE(this->m_condition.HasWaiters());
+    {
+        const std::jthread sleeper = this->StartSleeper();
+        this->AwaitASleeper();
+        const Guard lock(this->m_mutex);
+        EXPECT_TRUE(this->m_condition.HasWaiters());
+        this->m_told = true;
+        this->m_condition.notify_one();
+    }
+    EXPECT_FALSE(this->m_condition.HasWaiters());
+}
+
+}  // namespace
