@@ -63,6 +63,8 @@ class ORVANE_CONCURRENCY_API Task {
     void Wait();
 
   private:
+    friend class PooledTask;
+
     std::shared_ptr<TaskImpl> m_impl;
 };
 

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 
@@ -28,6 +30,9 @@ class TaskImpl {
     void Reset();
     void Wait();
 
+    // For PooledTask alone.
+    std::atomic<std::uint64_t>& PlaceInPool() { return m_placeInPool; }
+
   private:
     friend struct FieldOrder;
 
@@ -38,6 +43,7 @@ class TaskImpl {
     std::array<wchar_t, kNameCapacity> m_name{};  // constant after construction
     std::shared_ptr<ITaskState> m_wrapper ORVANE_GUARDED_BY(m_mutex);  // never empty
     bool m_cancelled ORVANE_GUARDED_BY(m_mutex) = false;  // never cleared
+    std::atomic<std::uint64_t> m_placeInPool = 0;
 };
 
 }  // namespace Orvane::Internal

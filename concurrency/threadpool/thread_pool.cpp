@@ -15,33 +15,64 @@ namespace {
 // How long shutdown lets the workers finish before it cancels what is left.
 constexpr std::chrono::seconds kStopGrace{30};
 
+constinit std::atomic<std::uint32_t> g_poolsSoFar = 0;
+
 }  // namespace
 
-ThreadPoolCore::ThreadPoolCore(bool growable, WorkerBody workerBody) : m_growable(growable), m_workerBody(workerBody) {}
+ThreadPoolCore::ThreadPoolCore(bool growable, WorkerBody workerBody)
+    : m_growable(growable), m_workerBody(workerBody), m_number(++g_poolsSoFar) {}
 
 ThreadPoolCore::~ThreadPoolCore() = default;
 
 void ThreadPoolCore::Queue(const Task& task) {
-    std::list<Task> entry(1, task);
-    Guard spawnLock(m_spawnMutex);
-    m_spawnDone.wait(spawnLock, [this]() ORVANE_REQUIRES(m_spawnMutex) { return !m_spawnInProgress || m_stopping; });
-    Guard lock(m_mutex);
-    if (StaysFull(lock)) {
-        lock.unlock();
-        RequestGrowth(spawnLock);
-        lock.lock();
+    TaskList entry;
+    entry.emplace_back(task);
+    if (!AppendUnlessFull(entry)) {
+        AppendAfterGrowth(entry);
     }
-    m_queue.splice(m_queue.end(), entry);
+}
+
+// The usual way in, past the callers that add workers. Returns false, and leaves `entry`, if the pool looks full or a
+// growth is under way.
+bool ThreadPoolCore::AppendUnlessFull(TaskList& entry) {
+    Guard lock(m_mutex);
+    if (m_spawnInProgress || IsFull()) {
+        return false;
+    }
+    Append(entry, lock);
+    return true;
+}
+
+// Lets go of `lock` on m_mutex.
+void ThreadPoolCore::Append(TaskList& entry, Guard<PoolMutex>& lock) {
+    Insert(m_queue.end(), entry);
+    const bool wake = ClaimWakeUp();
     lock.unlock();
-    m_workAvailable.notify_one();
+    if (wake) {
+        m_workAvailable.notify_one();
+    }
+}
+
+// Needs m_mutex. `entry` holds one task.
+void ThreadPoolCore::Insert(TaskList::iterator before, TaskList& entry) {
+    entry.front().Enter(m_number);
+    m_queue.splice(before, entry);
+    m_untaken.store(m_queue.size(), std::memory_order_relaxed);
+}
+
+// Whether the caller is to wake a worker, after the lock. One at a time: whoever comes in and leaves tasks behind wakes
+// the next, and a burst of tasks does not raise more workers than are needed. While one is on its way no other is woken
+// for what is queued meanwhile: it looks at the queue before it sleeps again.
+bool ThreadPoolCore::ClaimWakeUp() {
+    if (m_isWaking || m_queue.empty() || !m_workAvailable.HasWaiters()) {
+        return false;
+    }
+    m_isWaking = true;
+    return true;
 }
 
 bool ThreadPoolCore::IsPresent(const Task& task) {
-    const Guard lock(m_mutex);
-    const auto holds = [&task](const std::list<Task>& tasks) {
-        return std::find(tasks.begin(), tasks.end(), task) != tasks.end();
-    };
-    return holds(m_queue) || holds(m_running);
+    return PooledTask::IsIn(m_number, task);
 }
 
 void ThreadPoolCore::IncreaseKilledThreadCount() {
@@ -50,32 +81,51 @@ void ThreadPoolCore::IncreaseKilledThreadCount() {
 }
 
 void ThreadPoolCore::RunWorker(WorkerBatch& batch) {
-    std::list<Task> done;
+    TaskList taken;
     Guard lock(m_mutex);
-    for (;;) {
-        while (m_queue.empty()) {
-            if (m_stopping) {
-                if (batch.counted) {
-                    --m_threadCount;
-                } else {
-                    ++batch.leftEarly;
-                }
-                lock.unlock();
-                m_workerExited.notify_one();
-                return;
-            }
-            m_workAvailable.wait(lock);
+    while (WaitForWork(lock)) {
+        const auto task = TakeFirst();
+        const bool wake = ClaimWakeUp();
+        lock.unlock();
+        if (wake) {
+            m_workAvailable.notify_one();
         }
-        m_running.splice(m_running.begin(), m_queue, m_queue.begin());
-        const auto task = m_running.begin();
-        lock.unlock();
-        (*task)();
+        task->Get()();
         lock.lock();
-        done.splice(done.begin(), m_running, task);
+        taken.splice(taken.begin(), m_running, task);
         lock.unlock();
-        done.clear();  // may destroy the user's callable
+        taken.clear();  // may destroy the user's callable
         lock.lock();
     }
+    if (batch.counted) {
+        --m_threadCount;
+    } else {
+        ++batch.leftEarly;
+    }
+    lock.unlock();
+    m_workerExited.notify_one();
+}
+
+// Returns false once the pool stops and nothing is queued.
+bool ThreadPoolCore::WaitForWork(Guard<PoolMutex>& lock) {
+    while (m_queue.empty()) {
+        if (m_stopping) {
+            return false;
+        }
+        m_workAvailable.wait(lock);
+        m_isWaking = false;  // whoever was woken
+    }
+    return true;
+}
+
+// Moves the first queued task to the running ones.
+ThreadPoolCore::TaskList::iterator ThreadPoolCore::TakeFirst() {
+    m_running.splice(m_running.begin(), m_queue, m_queue.begin());
+    m_untaken.store(m_queue.size(), std::memory_order_relaxed);
+    if (m_queue.empty()) {
+        m_allTaken.notify_all();
+    }
+    return m_running.begin();
 }
 
 void ThreadPoolCore::Abandon() {
@@ -94,7 +144,7 @@ void ThreadPoolCore::Stop() {
         const Guard spawnLock(m_spawnMutex);
     }
     m_spawnDone.notify_all();
-    std::list<Task> removed;
+    TaskList removed;
     {
         Guard lock(m_mutex);
         const auto deadline = MonotonicClock::now() + kStopGrace;
@@ -117,14 +167,15 @@ void ThreadPoolCore::RefuseOwnThreads() {
 }
 
 // Needs m_mutex. The queued tasks go to `removed`, to be destroyed when the lock is free.
-void ThreadPoolCore::CancelAll(std::list<Task>& removed) {
-    for (Task& task : m_running) {
-        task.Cancel();
+void ThreadPoolCore::CancelAll(TaskList& removed) {
+    for (PooledTask& task : m_running) {
+        task.Get().Cancel();
     }
-    for (Task& task : m_queue) {
-        task.Cancel();
+    for (PooledTask& task : m_queue) {
+        task.Get().Cancel();
     }
     removed.splice(removed.end(), m_queue);
+    m_untaken.store(0, std::memory_order_relaxed);
 }
 
 // One record at a time and without a lock: ending threads take the locks, and growth may still add records.

@@ -12,7 +12,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <future>
 #include <list>
@@ -20,10 +19,12 @@
 #include <memory>
 #include <mutex>
 
+#include "concurrency/base/condition.h"
 #include "concurrency/base/guarded.h"
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/tasks/policies.h"
+#include "concurrency/tasks/pooled_task.h"
 #include "concurrency/tasks/task.h"
 
 namespace Orvane::Internal {
@@ -59,7 +60,7 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     //     nothing is changed.
     void LaunchInNewThread(const Task& task);
 
-    // Whether the task is queued or running on a worker.
+    // Whether the task is queued or running on a worker. Takes no lock, whatever is queued.
     bool IsPresent(const Task& task);
 
     // For clients that forcibly ended a worker: shutdown does not wait for it.
@@ -86,13 +87,25 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     using PoolMutex = RankedMutex<std::recursive_mutex, LockRank::Pool>;
     using ExitMutex = RankedMutex<std::recursive_mutex, LockRank::Leaf>;
 
+    using TaskList = std::list<PooledTask>;
     using ThreadList = std::list<NativeThread>;
     using PromiseMap = std::map<DWORD, std::promise<int>>;
 
     enum class Reap { kIfEnded, kWait };
 
+    bool AppendUnlessFull(TaskList& entry);
+    void Append(TaskList& entry, Guard<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
+    void Insert(TaskList::iterator before, TaskList& entry) ORVANE_REQUIRES(m_mutex);
+    bool ClaimWakeUp() ORVANE_REQUIRES(m_mutex);
+    bool WaitForWork(Guard<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex);
+    TaskList::iterator TakeFirst() ORVANE_REQUIRES(m_mutex);
+
+    void AppendAfterGrowth(TaskList& entry);
     bool IsFull() const ORVANE_REQUIRES(m_mutex);
+    bool IsBeingTaken() const ORVANE_REQUIRES(m_mutex);
     bool StaysFull(Guard<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
+    void LetWorkersTake(Guard<PoolMutex>& lock, Duration waited) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
+    void SetGrowing(bool growing) ORVANE_REQUIRES(m_spawnMutex);
     void RequestGrowth(Guard<SpawnMutex>& spawnLock) ORVANE_REQUIRES(m_spawnMutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
     void StartBatch(std::uint64_t count);
 
@@ -102,16 +115,16 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     bool HasEnded(const NativeThread& thread) ORVANE_REQUIRES(m_launchMutex);
 
     void RefuseOwnThreads();
-    void CancelAll(std::list<Task>& removed) ORVANE_REQUIRES(m_mutex);
+    void CancelAll(TaskList& removed) ORVANE_REQUIRES(m_mutex);
     void JoinThreads();
 
     PoolMutex m_mutex;
     ExitMutex m_exitMutex;
-    std::condition_variable_any m_workAvailable;  // with m_mutex: the queue is not empty, or stopping
-    std::condition_variable_any m_workerExited;  // with m_mutex: threadCount has sunk
+    Condition m_workAvailable;  // with m_mutex: the queue is not empty, or stopping
+    Condition m_workerExited;  // with m_mutex: threadCount has sunk
     const bool m_growable;
-    std::list<Task> m_queue ORVANE_GUARDED_BY(m_mutex);
-    std::list<Task> m_running ORVANE_GUARDED_BY(m_mutex);
+    TaskList m_queue ORVANE_GUARDED_BY(m_mutex);
+    TaskList m_running ORVANE_GUARDED_BY(m_mutex);
     LaunchMutex m_launchMutex;  // one launch, one end of a dedicated thread or one reaping at a time
     std::map<std::uint32_t, ThreadList::iterator> m_dedicatedThreads ORVANE_GUARDED_BY(m_launchMutex);
     ThreadList m_finishedThreads;  // changed under m_launchMutex and m_mutex, read under one
@@ -124,9 +137,13 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     DWORD m_lastSpawnTick ORVANE_GUARDED_BY(m_spawnMutex) = 0;
     std::uint64_t m_killedCount ORVANE_GUARDED_BY(m_mutex) = 0;
     SpawnMutex m_spawnMutex;
-    std::condition_variable_any m_spawnDone;  // with m_spawnMutex: a growth has ended, or stopping
-    bool m_spawnInProgress ORVANE_GUARDED_BY(m_spawnMutex) = false;
+    Condition m_spawnDone;  // with m_spawnMutex: a growth has ended, or stopping
+    bool m_spawnInProgress = false;  // changed under m_spawnMutex and m_mutex, read under one
+    bool m_isWaking ORVANE_GUARDED_BY(m_mutex) = false;  // a worker was woken and has not come in yet
+    std::atomic<std::size_t> m_untaken = 0;  // the size of m_queue, written under m_mutex
+    Condition m_allTaken;  // with m_mutex: the queue has become empty
     const WorkerBody m_workerBody;
+    const std::uint32_t m_number;  // for the entries
 };
 
 // Owns a pool: constructing it starts the workers, destroying it stops them.

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "concurrency/base/clock.h"
+#include "concurrency/base/pause.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cloneable_exception.h"
@@ -21,9 +22,20 @@ constexpr std::uint64_t kSpareWorkers = 2;
 // At most one growth per this many milliseconds.
 constexpr DWORD kGrowthPeriod = 250;
 
-// How long a queuing caller lets workers that are already awake take what is queued, before it believes that they are
-// all busy. Without it a burst of tasks of a few microseconds would add workers in batches.
-constexpr std::chrono::milliseconds kSettleTime{1};
+// How long a queuing caller lets the workers take what is queued before it believes that they are all busy: without it
+// a burst of tasks of a few microseconds would add workers in batches. It spins, yields, and then sleeps.
+constexpr Duration kSettleTime = std::chrono::milliseconds(1);
+
+// The same while tasks stand untaken although workers are on their way to them, as on a machine with other work.
+constexpr Duration kLongestSettleTime = std::chrono::milliseconds(20);
+
+constexpr Duration kSpinTime = std::chrono::microseconds(20);
+
+// How long a caller that finds room again waits for the queue to be empty: room for one task would fill up at once.
+constexpr Duration kMoreRoomTime = std::chrono::microseconds(50);
+
+// Between two looks of one that spins.
+constexpr int kPauses = 64;
 
 // A std::runtime_error for the pool's creator, and cloneable, so that the growth task's future can keep it.
 class SpawnError : public std::runtime_error, public virtual CloneableException {
@@ -44,21 +56,54 @@ bool ThreadPoolCore::IsFull() const {
     return m_growable && m_threadCount - busy <= kSpareWorkers;
 }
 
-// Needs `lock` on m_mutex, which it lets go of in between.
-bool ThreadPoolCore::StaysFull(Guard<PoolMutex>& lock) {
-    if (!IsFull()) {
-        return false;
-    }
-    const auto deadline = MonotonicClock::now() + kSettleTime;
-    while (IsFull()) {
-        if (m_stopping || MonotonicClock::now() >= deadline) {
-            return !m_stopping;
-        }
+// Needs m_mutex. Whether there are queued tasks and workers who will take them next.
+bool ThreadPoolCore::IsBeingTaken() const {
+    return !m_queue.empty() && m_running.size() < m_threadCount;
+}
+
+void ThreadPoolCore::AppendAfterGrowth(TaskList& entry) {
+    Guard spawnLock(m_spawnMutex);
+    m_spawnDone.wait(spawnLock, [this] { return !m_spawnInProgress || m_stopping; });
+    Guard lock(m_mutex);
+    if (StaysFull(lock)) {
         lock.unlock();
-        std::this_thread::yield();
+        RequestGrowth(spawnLock);
         lock.lock();
     }
+    Append(entry, lock);
+}
+
+// Needs `lock` on m_mutex, which it lets go of in between. The answer is that of the moment in which it returns.
+bool ThreadPoolCore::StaysFull(Guard<PoolMutex>& lock) {
+    const auto start = MonotonicClock::now();
+    while (!m_stopping) {
+        const auto waited = std::chrono::duration_cast<Duration>(MonotonicClock::now() - start);
+        const bool isBeingTaken = IsBeingTaken();
+        if (!IsFull() && (!isBeingTaken || waited >= kMoreRoomTime)) {
+            return false;
+        }
+        if (waited >= (isBeingTaken ? kLongestSettleTime : kSettleTime)) {
+            return IsFull();
+        }
+        LetWorkersTake(lock, waited);
+    }
     return false;
+}
+
+void ThreadPoolCore::LetWorkersTake(Guard<PoolMutex>& lock, Duration waited) {
+    if (waited >= kSettleTime) {
+        m_allTaken.wait_for(lock, kSettleTime);
+        return;
+    }
+    lock.unlock();
+    if (waited >= kSpinTime) {
+        std::this_thread::yield();
+    } else {
+        for (int i = 0; i < kPauses && m_untaken.load(std::memory_order_relaxed) != 0; ++i) {
+            Pause();
+        }
+    }
+    lock.lock();
 }
 
 // Puts a task that starts the next batch in front of all others, so that the caller creates no threads itself. Lets go
@@ -66,18 +111,31 @@ bool ThreadPoolCore::StaysFull(Guard<PoolMutex>& lock) {
 void ThreadPoolCore::RequestGrowth(Guard<SpawnMutex>& spawnLock) {
     // Built before anything is announced: without memory for it, every later caller would wait for a growth that
     // nobody runs. Bound to `this` alone: only this pool's workers, which hold the pool, run it.
-    std::list<Task> growth(
-        1, MakeTask(L"ThreadPool worker thread", std::bind(&ThreadPoolCore::SpawnThreads, this, kGrowthBatch)));
-    if (const DWORD elapsed = GetTickCount() - m_lastSpawnTick; elapsed < kGrowthPeriod) {
-        CancellableSleep(kGrowthPeriod - elapsed);
+    TaskList growth;
+    growth.emplace_back(
+        MakeTask(L"ThreadPool worker thread", std::bind(&ThreadPoolCore::SpawnThreads, this, kGrowthBatch)));
+    // Before the pause: from now on every caller comes this way, and waits, instead of going past.
+    SetGrowing(true);
+    try {
+        if (const DWORD elapsed = GetTickCount() - m_lastSpawnTick; elapsed < kGrowthPeriod) {
+            CancellableSleep(kGrowthPeriod - elapsed);
+        }
+    } catch (...) {
+        SetGrowing(false);
+        throw;
     }
     m_lastSpawnTick = GetTickCount();
-    m_spawnInProgress = true;
     spawnLock.unlock();
     const Guard lock(m_mutex);
     if (!m_stopping) {
-        m_queue.splice(m_queue.begin(), growth);
+        Insert(m_queue.begin(), growth);
     }
+}
+
+// Needs m_spawnMutex.
+void ThreadPoolCore::SetGrowing(bool growing) {
+    const Guard lock(m_mutex);
+    m_spawnInProgress = growing;
 }
 
 void ThreadPoolCore::SpawnThreads(std::uint64_t count) {
@@ -103,8 +161,8 @@ void ThreadPoolCore::StartBatch(std::uint64_t count) {
         m_threads.splice(m_threads.end(), started);
         m_threadCount += count - batch->leftEarly;
         batch->counted = true;
+        m_spawnInProgress = false;
     }
-    m_spawnInProgress = false;
     spawnLock.unlock();
     m_spawnDone.notify_all();
 }

@@ -76,14 +76,16 @@ struct FieldOrder {
 
     static void Append(Core& core, const Task& task) {
         const std::lock_guard lock(core.m_mutex);
-        core.m_queue.push_back(task);
+        ThreadPoolCore::TaskList entry;
+        entry.emplace_back(task);
+        core.Insert(core.m_queue.end(), entry);
     }
 
     static std::vector<std::wstring> Names(Core& core) {
         const std::lock_guard lock(core.m_mutex);
         std::vector<std::wstring> names;
-        for (const Task& task : core.m_queue) {
-            names.emplace_back(task.GetName());
+        for (PooledTask& task : core.m_queue) {
+            names.emplace_back(task.Get().GetName());
         }
         return names;
     }
