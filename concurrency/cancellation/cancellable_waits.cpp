@@ -6,16 +6,15 @@
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/current_task.h"
-#include "concurrency/cancellation/handle_notification_adapter.h"
 #include "concurrency/cancellation/sleep_notification_adapter.h"
+#include "concurrency/cancellation/wait_event.h"
 
 namespace Orvane {
 
 namespace {
 
-using Internal::AbstractCancelNotifier;
-using Internal::HandleNotificationAdapter;
 using Internal::SleepNotificationAdapter;
+using Internal::WaitEvent;
 
 struct WaitOutcome {
     DWORD result;
@@ -35,35 +34,32 @@ WaitOutcome WaitForAny(DWORD count, const HANDLE* handles, DWORD milliseconds) n
     return {result, result == WAIT_FAILED ? GetLastError() : ERROR_SUCCESS};
 }
 
-HANDLE EventOf(const std::shared_ptr<AbstractCancelNotifier>& notifier) noexcept {
-    return static_cast<HandleNotificationAdapter&>(*notifier).GetHandle();
-}
-
 // The event stands at `eventIndex`. Its signal without a request is returned like any other.
-void ThrowIfCancelled(const WaitOutcome& outcome, DWORD eventIndex) {
+void ThrowIfCancelled(const WaitOutcome& outcome, DWORD eventIndex, WaitEvent& event) {
     if (outcome.result == WAIT_OBJECT_0 + eventIndex) {
+        event.SetSignalled();
         CancellationPoint();
     }
 }
 
 WaitOutcome WaitForOne(HANDLE handle, DWORD milliseconds) {
-    const auto notifier = HandleNotificationAdapter::CreateInstance();
+    const auto event = WaitEvent::CreateInstance();
     CancellationPoint();
-    const HANDLE handles[] = {handle, EventOf(notifier)};
+    const HANDLE handles[] = {handle, event->GetHandle()};
     const WaitOutcome outcome = WaitForAny(2, handles, milliseconds);
-    ThrowIfCancelled(outcome, 1);
+    ThrowIfCancelled(outcome, 1, *event);
     return outcome;
 }
 
 WaitOutcome WaitForSeveral(DWORD count, const HANDLE* handles, DWORD milliseconds) {
-    const auto notifier = HandleNotificationAdapter::CreateInstance();
+    const auto event = WaitEvent::CreateInstance();
     CancellationPoint();
     // On purpose: the size does not wrap for the largest count, while the count passed on does and is refused there.
     const auto all = std::make_unique_for_overwrite<HANDLE[]>(static_cast<std::size_t>(count) + 1);
     std::copy_n(handles, count, all.get());
-    all[count] = EventOf(notifier);
+    all[count] = event->GetHandle();
     const WaitOutcome outcome = WaitForAny(count + 1, all.get(), milliseconds);
-    ThrowIfCancelled(outcome, count);
+    ThrowIfCancelled(outcome, count, *event);
     return outcome;
 }
 

@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/wait_event.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/lifetime/initialization_state.h"
 #include "concurrency/scheduler/scheduler_instance.h"
@@ -33,6 +34,7 @@ void ConcurrencyUninitialize() {
         // The scheduler first: it queues into the pool.
         Internal::DestroyScheduler();
         Internal::DestroyThreadPool();
+        Internal::CloseSpareEvents();
         state.slotIsLive = false;
         TlsFree(state.currentTaskTlsIndex);
     }

@@ -224,13 +224,15 @@ TEST(CancellableWaitForSingleObject, CallersHandleWinsOverACancellationAtTheSame
 }
 
 TEST(CancellableWaitForSingleObject, SignalOfAnEarlierWaitDoesNotReachALaterOne) {
-    const RunScope run;
-    const Event event(true);
+    const Event event;
     {
-        const SignalledEvents signalled;
+        const RunScope run;
+        const RequestAtTheWait late(run, event.Get());
         ASSERT_EQ(CancellableWaitForSingleObject(event.Get(), INFINITE), 0U);
+        ASSERT_TRUE(IsCancellationRequested());
     }
 
+    const RunScope run;
     EXPECT_EQ(CancellableWaitForSingleObject(event.Get(), 0), 0x102U);
 }
 

@@ -1,0 +1,44 @@
+// The notifier of the cancellable handle waits, and its event.
+//
+// Creating and closing an event costs more than a wait does. So an event that nobody has signalled is kept for a later
+// wait. One that was signalled is closed: a signal belongs to one wait and never reaches another.
+//
+// Threads: created and destroyed on any; Notify() on the thread that cancels.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+
+#include "concurrency/base/win32.h"
+#include "concurrency/cancellation/abstract_cancel_notifier.h"
+
+namespace Orvane::Internal {
+
+class WaitEvent : public AbstractCancelNotifier {
+  public:
+    // Registered with the calling thread's run, if there is one, in place of any other notifier.
+    static std::shared_ptr<WaitEvent> CreateInstance();
+
+    WaitEvent();
+    ~WaitEvent() override;
+    WaitEvent(const WaitEvent&) = delete;
+    WaitEvent& operator=(const WaitEvent&) = delete;
+
+    void Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) override;
+
+    // Null if the platform had no event: a wait on it fails as the platform decides.
+    HANDLE GetHandle() const { return m_event; }
+
+    // To be told when a wait has ended with this event.
+    void SetSignalled() noexcept { m_signalled = true; }
+
+  private:
+    const HANDLE m_event;
+    std::atomic<bool> m_signalled = false;
+};
+
+// Closes what is kept for later waits.
+void CloseSpareEvents() noexcept;
+
+}  // namespace Orvane::Internal
