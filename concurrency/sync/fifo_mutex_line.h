@@ -1,13 +1,18 @@
 // The line of a fifo_mutex: its owner and those who wait.
 //
+// While nobody waits, one word says who owns the mutex and how often, and guard and list are not touched. The first that
+// must wait moves the owner from the word into the list; when the list has become empty, the word is in force again. So
+// nobody finds a free word who would overtake a waiter.
+//
 // What happens without waiting is here, to be compiled into the mutex as a whole; waiting is in the source.
 //
 // Threads: any. Errors: std::system_error if the guard fails; std::bad_alloc or std::length_error if the line cannot grow.
 // Lifetime: owned through std::shared_ptr: by the mutex, and by whoever still wakes waiters when the mutex is gone.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
-#include <iterator>
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -24,28 +29,30 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
     enum class Place { Waiting, Owner, TimedOut, Cancelled };
 
     bool TryLock() {
-        const Internal::Guard lock(m_guard);
-        return TakeIfFree(::GetCurrentThreadId());
+        const DWORD self = ::GetCurrentThreadId();
+        std::uint64_t word = 0;
+        if (TakeWord(self, word)) {
+            return true;
+        }
+        return word == kInLine && TryLockInLine(self);
     }
 
     // Null `deadline`: without limit. Never leaves the caller waiting.
     Place LockUntil(const TimePoint* deadline) {
-        Lock lock(m_guard);
         const DWORD self = ::GetCurrentThreadId();
-        return TakeIfFree(self) ? Place::Owner : WaitForTurn(lock, self, deadline);
+        std::uint64_t word = 0;
+        return TakeWord(self, word) ? Place::Owner : LockInLine(self, deadline);
     }
 
     void Unlock() {
-        std::shared_ptr<Line> self;  // the next owner may destroy the mutex before the others are woken
-        {
-            const Internal::Guard lock(m_guard);
-            LeaveOneLevel();
-            if (m_entries.empty()) {
+        std::uint64_t word = m_word.load(std::memory_order_relaxed);
+        while (word != kInLine) {
+            const std::uint64_t left = LevelsOf(word) > 1 ? word - 1 : kFree;
+            if (m_word.compare_exchange_weak(word, left)) {
                 return;
             }
-            self = shared_from_this();
         }
-        self->m_wake.notify_all();
+        UnlockInLine();
     }
 
   private:
@@ -53,33 +60,31 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
     using GuardMutex = Internal::RankedMutex<std::recursive_mutex, Internal::LockRank::Waiter>;
     using Lock = Internal::Guard<GuardMutex>;
 
-    bool TakeIfFree(DWORD self) ORVANE_REQUIRES(m_guard) {
-        if (!m_entries.empty() && m_entries.back() != self) {
-            return false;
+    // The word: the owner's id in its upper half, its levels in the lower.
+    static constexpr std::uint64_t kFree = 0;
+    static constexpr std::uint64_t kInLine = 1;  // no thread's: the list says it
+    static constexpr std::uint64_t Owner(DWORD id, std::uint64_t levels) { return std::uint64_t{id} << 32 | levels; }
+    static constexpr DWORD OwnerOf(std::uint64_t word) { return static_cast<DWORD>(word >> 32); }
+    static constexpr std::uint32_t LevelsOf(std::uint64_t word) { return static_cast<std::uint32_t>(word); }
+
+    // Takes the mutex, or one level more of it, if the word is in force. `word` is what was found, or kFree to begin with.
+    bool TakeWord(DWORD self, std::uint64_t& word) {
+        while (word == kFree || OwnerOf(word) == self) {
+            const std::uint64_t taken = word == kFree ? Owner(self, 1) : word + 1;
+            if (m_word.compare_exchange_weak(word, taken)) {
+                return true;
+            }
         }
-        Enter(m_entries.end(), self);
-        return true;
+        return false;
     }
 
-    Entries::iterator Enter(Entries::iterator before, DWORD self) ORVANE_REQUIRES(m_guard) {
-        if (m_spare.empty()) {
-            return m_entries.insert(before, self);
-        }
-        const auto entry = m_spare.begin();
-        *entry = self;
-        m_entries.splice(before, m_spare, entry);
-        return entry;
-    }
+    bool TryLockInLine(DWORD self);
+    Place LockInLine(DWORD self, const TimePoint* deadline);
+    void UnlockInLine();
 
-    void LeaveOneLevel() ORVANE_REQUIRES(m_guard) {
-        const auto owner = std::prev(m_entries.end());
-        if (m_spare.empty()) {
-            m_spare.splice(m_spare.end(), m_entries, owner);
-        } else {
-            m_entries.erase(owner);
-        }
-    }
-
+    bool EnterLine(DWORD self) ORVANE_REQUIRES(m_guard);
+    bool TakeIfFree(DWORD self) ORVANE_REQUIRES(m_guard);
+    void Leave(Entries::iterator entry) ORVANE_REQUIRES(m_guard);
     Place WaitForTurn(Lock& lock, DWORD self, const TimePoint* deadline) ORVANE_REQUIRES(m_guard);
     Place WaitOnce(Lock& lock, const TimePoint* deadline) ORVANE_REQUIRES(m_guard);
     bool Sleep(Lock& lock, const TimePoint* deadline) ORVANE_REQUIRES(m_guard) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
@@ -87,11 +92,10 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
     GuardMutex m_guard;  // held briefly, never while the caller owns the mutex
     std::condition_variable_any m_wake;  // with m_guard: an owner has left
 
-    // Thread ids. Back: the owner, one entry per level. Front: the newest waiter. Empty: free.
-    Entries m_entries ORVANE_GUARDED_BY(m_guard);
+    std::atomic<std::uint64_t> m_word = kFree;  // leaves and becomes kInLine under m_guard
 
-    // One entry that is not in use, so that an uncontended lock allocates nothing.
-    Entries m_spare ORVANE_GUARDED_BY(m_guard);
+    // Thread ids. Back: the owner, one entry per level. Front: the newest waiter. Empty: the word is in force.
+    Entries m_entries ORVANE_GUARDED_BY(m_guard);
 };
 
 }  // namespace Orvane

@@ -42,24 +42,30 @@ class FailingAllocation {
     const ImportPatch m_patch{LibraryUnderTest(), "_Znwy", &Allocate};
 };
 
-TEST(FifoMutex, StaysFreeWhenThereIsNoMemoryForItsOwner) {
+TEST(FifoMutex, NeedsNoMemoryWhileNobodyWaits) {
     fifo_mutex mutex;
-    {
-        const FailingAllocation failure(0);
-        EXPECT_THROW(mutex.lock(), std::bad_alloc);
-    }
+    const FailingAllocation failure(0);
+    mutex.lock();
+    EXPECT_TRUE(mutex.try_lock());
+    mutex.unlock();
+    mutex.unlock();
     EXPECT_TRUE(IsFreeForOthers(mutex));
 }
 
 TEST(FifoMutex, KeepsTheLineAsItWasWhenThereIsNoMemoryForAPlaceInIt) {
     fifo_mutex mutex;
-    mutex.lock();
-    OnAnotherThread([&] {
-        const FailingAllocation failure(0);
-        EXPECT_THROW(mutex.lock(), std::bad_alloc);
-    });
-    mutex.unlock();
-    EXPECT_TRUE(IsFreeForOthers(mutex));
+    for (const int successes : {0, 1}) {  // the line itself; the place in it
+        mutex.lock();
+        mutex.lock();
+        OnAnotherThread([&] {
+            const FailingAllocation failure(successes);
+            EXPECT_THROW(mutex.lock(), std::bad_alloc);
+        });
+        mutex.unlock();
+        EXPECT_FALSE(IsFreeForOthers(mutex));
+        mutex.unlock();
+        EXPECT_TRUE(IsFreeForOthers(mutex));
+    }
 }
 
 // On purpose: only cancellation and time-outs give up the place.
@@ -70,7 +76,7 @@ TEST(FifoMutex, KeepsThePlaceOfAThreadThatHasNoMemoryToWait) {
     Gate leave;
     std::thread ghost([&] {
         {
-            const FailingAllocation failure(1);
+            const FailingAllocation failure(2);
             EXPECT_THROW(mutex.lock(), std::bad_alloc);
         }
         failed.Open();
