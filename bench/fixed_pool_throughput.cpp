@@ -48,37 +48,54 @@ Figures FloodSystemPool(const Load& load) {
     return WarmFlood(load, TrySubmitEmptyTask);
 }
 
-Table PeersTable(const char* name, const Load& load) {
+Table PeersTable(const std::string& name, const Load& load) {
     return {
         name,
-        std::to_string(load.tasks) + " empty tasks, producers: " + std::to_string(load.producers),
+        std::to_string(load.tasks) + " empty tasks, producers: " + std::to_string(load.producers) + ", 8 workers",
         {{kCost, 0, true}},
         {
-            {"8 fixed workers", [=] { return FloodFixedPool(load); }},
+            {"fixed pool", [=] { return FloodFixedPool(load); }},
             {"TrySubmit", [=] { return FloodSystemPool(load); }, true},
             {"bare deque", [=] { return FloodBareDeque(load); }, true},
         },
     };
 }
 
+// The cost for each of some numbers of workers, in a column of its own.
 Table WorkersTable(std::size_t tasks) {
-    Table table{
-        "workers", std::to_string(tasks) + " empty tasks, one producer, more and more workers", {{kCost, 0, true}}, {}};
-    for (const std::size_t workers : {8, 32, 128, 512}) {
-        const Load load{tasks, 1, workers};
-        table.subjects.push_back(
-            {std::to_string(workers) + " fixed workers", [=] { return FloodFixedPool(load); }, workers == 8});
+    const std::vector<std::size_t> crews{8, 32, 128, 512};
+    const auto heading = [](std::size_t workers) { return std::to_string(workers) + " workers, ns"; };
+    const auto measure = [=](Figures (*flood)(const Load& load)) {
+        Figures figures;
+        for (const std::size_t workers : crews) {
+            figures[heading(workers)] = flood({tasks, 1, workers}).at(kCost);
+        }
+        return figures;
+    };
+    Table table{"workers", std::to_string(tasks) + " empty tasks, one producer, more and more workers", {}, {}};
+    for (const std::size_t workers : crews) {
+        table.columns.push_back({heading(workers), 0, true});
     }
+    table.subjects = {
+        {"fixed pool", [=] { return measure(FloodFixedPool); }},
+        {"bare deque", [=] { return measure(FloodBareDeque); }, true},
+    };
     return table;
 }
 
 std::vector<Table> Tables(Effort effort) {
+    const bool isLong = effort == Effort::kAll;
     const std::size_t tasks = Scaled(effort, 30'000);
-    std::vector<Table> tables{
-        PeersTable("one_producer", {tasks, 1, 8}),
-        PeersTable("four_producers", {tasks, 4, 8}),
-    };
-    if (effort == Effort::kAll) {
+    const std::vector<std::size_t> crowds =
+        isLong ? std::vector<std::size_t>{1, 4, 16, 64} : std::vector<std::size_t>{1, 4};
+    std::vector<Table> tables;
+    for (const std::size_t producers : crowds) {
+        tables.push_back(PeersTable("producers_" + std::to_string(producers), {tasks, producers, 8}));
+    }
+    if (isLong) {
+        for (const std::size_t many : {1'000, 10'000, 100'000, 1'000'000}) {
+            tables.push_back(PeersTable("tasks_" + std::to_string(many), {many, 1, 8}));
+        }
         tables.push_back(WorkersTable(tasks));
     }
     return tables;
@@ -94,7 +111,7 @@ int main(int argc, char** argv) {
         "fixed_pool_throughput",
         "What does an empty task cost on a pool that never grows?",
         {
-            "fixed workers: the global pool's class with a fixed number of threads. The bare deque has as many.",
+            "fixed pool: the global pool's class with a fixed number of threads. The bare deque has as many.",
         },
     };
     return Answer(argc, argv, question, Tables);

@@ -220,7 +220,7 @@ std::vector<Subject> EveryMutex(std::size_t fast, std::size_t handed, std::size_
         {"std::mutex", MeasureOf<std::mutex>{fast}, true},
         {"std::recursive_mutex", MeasureOf<std::recursive_mutex>{fast}},
         {"std::timed_mutex", MeasureOf<std::timed_mutex>{fast}},
-        {"CRITICAL_SECTION", MeasureOf<SystemCriticalSection>{fast}},
+        {"CRITICAL_SECTION", MeasureOf<SystemCriticalSection>{fast}, true},
         {"SRWLOCK", MeasureOf<SlimLock>{fast}},
         {"kernel mutex", MeasureOf<KernelMutex>{slow}, true},
     };

@@ -39,7 +39,7 @@ Figures FloodBareDeque(std::size_t tasks, std::size_t producers) {
     return {{kCost, Flood(tasks, producers, submit)}, {kThreads, kWorkers}};
 }
 
-Table FloodTable(const char* name, std::size_t tasks, std::size_t producers) {
+Table FloodTable(const std::string& name, std::size_t tasks, std::size_t producers) {
     const ThreadIds atStart = ThreadsOfThisProcess();
     return {
         name,
@@ -54,15 +54,17 @@ Table FloodTable(const char* name, std::size_t tasks, std::size_t producers) {
 }
 
 std::vector<Table> Tables(Effort effort) {
-    const std::size_t tasks = Scaled(effort, 30'000);
-    std::vector<Table> tables{
-        FloodTable("one_producer", tasks, 1),
-        FloodTable("four_producers", tasks, 4),
-    };
-    if (effort == Effort::kAll) {
-        tables.push_back(FloodTable("sixteen_producers", tasks, 16));
-        tables.push_back(FloodTable("sixty_four_producers", tasks, 64));
-        tables.push_back(FloodTable("flood", 1'000'000, 1));
+    const bool isLong = effort == Effort::kAll;
+    const std::vector<std::size_t> crowds =
+        isLong ? std::vector<std::size_t>{1, 4, 16, 64} : std::vector<std::size_t>{1, 4};
+    std::vector<Table> tables;
+    for (const std::size_t producers : crowds) {
+        tables.push_back(FloodTable("producers_" + std::to_string(producers), Scaled(effort, 30'000), producers));
+    }
+    if (isLong) {
+        for (const std::size_t tasks : {1'000, 10'000, 100'000, 1'000'000}) {
+            tables.push_back(FloodTable("tasks_" + std::to_string(tasks), tasks, 1));
+        }
     }
     return tables;
 }
