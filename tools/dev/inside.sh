@@ -68,26 +68,28 @@ stress() {
     finish "stress: passed with seed $seed"
 }
 
-# bench [FILTER|all]: the usual tables, those that match, or the long ones too.
+# bench [all] [FILTER]: the usual tables or the long ones too, those that match. Keeps the results of this run only.
 bench() {
-    local filter=. options=() name program matched=0
-    case ${1:-} in
-        '') ;;
-        all) options=(--all) ;;
-        *) filter=$1 ;;
-    esac
+    local options=() filter name program matched=0 results=build/bench/results
+    if [ "${1:-}" = all ]; then
+        options=(--all)
+        shift
+    fi
+    filter=${1:-.}
     start_wine
     configure release -DZARVO_BUILD_BENCH=ON
     compile release benchmarks
+    rm -rf "$results"
+    mkdir -p "$results"
     for name in $(cat build/release/bench/questions.txt); do
         program=(wine "build/release/bin/${name}_bench.exe" --benchmark_filter="$filter" "${options[@]}")
         if "${program[@]}" --benchmark_list_tests 2>/dev/null | grep --quiet .; then
-            step "run ${name}_bench" "${program[@]}"
+            step "run ${name}_bench" "${program[@]}" --benchmark_out="$results/$name.json"
             matched=$((matched + 1))
         fi
     done
     [ "$matched" != 0 ] || fail "find a benchmark that matches '$filter'"
-    finish "bench: $matched programs run"
+    say "$matched programs run, every round is in $results/"
 }
 
 abi() {

@@ -11,6 +11,7 @@ sources_build=benchmark # only as sources: it is built for Windows, like googlet
 packages_lint=clang-format-19,clang-tidy-19,python3-minimal
 packages_coverage=gcovr
 packages_docs=doxygen,graphviz
+packages_charts=python3-matplotlib
 packages_sanitize=clang-19,libclang-rt-19-dev,llvm-19,libstdc++-14-dev,cmake,ninja-build,ccache,googletest
 
 # Sets toolchain_root: cross compiler, CMake and Wine.
@@ -41,6 +42,12 @@ ensure_coverage_root() {
 ensure_docs_root() {
     ensure_root docs "$packages_common,$packages_docs"
     docs_root=$made_root
+}
+
+# Sets charts_root: what turns measurements into tables and pictures.
+ensure_charts_root() {
+    ensure_root charts "$packages_common,$packages_charts"
+    charts_root=$made_root
 }
 
 # The root's name holds a hash of all that decides its contents, so that a change makes a new one.
@@ -104,7 +111,13 @@ finish_root() (
     ln -sf gawk usr/bin/awk
     if [ -e usr/bin/x86_64-w64-mingw32-gcc-win32 ]; then link_compiler; fi
     if [ -d usr/lib/wine ]; then finish_wine; fi
+    if [ -d usr/lib/x86_64-linux-gnu/blas ]; then link_algebra; fi
 )
+
+# Python's arrays need them where Debian's alternatives would have put them.
+link_algebra() {
+    ln -sf blas/libblas.so.3 lapack/liblapack.so.3 usr/lib/x86_64-linux-gnu/
+}
 
 link_compiler() {
     local tool
