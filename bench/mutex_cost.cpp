@@ -1,12 +1,12 @@
 // What do the mutexes cost: alone, in a crowd, when they are handed over, and when a waiter is cancelled?
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <latch>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -16,6 +16,8 @@
 #include "bench/harness/finish_line.h"
 #include "bench/harness/question.h"
 #include "bench/harness/samples.h"
+#include "bench/peers/system_mutexes.h"
+#include "bench/peers/ticket_lock.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
@@ -28,53 +30,19 @@ namespace Zarvo::Bench {
 
 namespace {
 
+using std::chrono::milliseconds;
+
 constexpr const char* kTurn = "ns a turn";
 constexpr const char* kMedian = "p50 us";
 constexpr const char* kTail = "p99 us";
-
-class SystemCriticalSection {
-  public:
-    SystemCriticalSection() { InitializeCriticalSection(&m_section); }
-    ~SystemCriticalSection() { DeleteCriticalSection(&m_section); }
-    SystemCriticalSection(const SystemCriticalSection&) = delete;
-    SystemCriticalSection& operator=(const SystemCriticalSection&) = delete;
-
-    void lock() { EnterCriticalSection(&m_section); }
-    void unlock() { LeaveCriticalSection(&m_section); }
-
-  private:
-    CRITICAL_SECTION m_section;
-};
-
-class SlimLock {
-  public:
-    void lock() { AcquireSRWLockExclusive(&m_lock); }
-    void unlock() { ReleaseSRWLockExclusive(&m_lock); }
-
-  private:
-    SRWLOCK m_lock = SRWLOCK_INIT;
-};
 
 std::wstring NameOf(const wchar_t* what) {
     return L"mutex_cost_" + std::to_wstring(GetCurrentProcessId()) + what;
 }
 
-class KernelMutex {
+class NamedKernelMutex : public KernelMutex {
   public:
-    KernelMutex() : m_handle(CreateMutexW(nullptr, FALSE, NameOf(L"_kernel").c_str())) {
-        if (m_handle == nullptr) {
-            throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CreateMutexW");
-        }
-    }
-    ~KernelMutex() { CloseHandle(m_handle); }
-    KernelMutex(const KernelMutex&) = delete;
-    KernelMutex& operator=(const KernelMutex&) = delete;
-
-    void lock() { WaitForSingleObject(m_handle, INFINITE); }
-    void unlock() { ReleaseMutex(m_handle); }
-
-  private:
-    const HANDLE m_handle;
+    NamedKernelMutex() : KernelMutex(NameOf(L"_kernel")) {}
 };
 
 class NamedInterprocessMutex : public Orvane::interprocess_mutex {
@@ -91,29 +59,40 @@ Figures Uncontended(std::size_t turns) {
              })}};
 }
 
-// Several threads that do nothing but take the mutex for a moment, again and again.
+// Several threads that do nothing but take turns. On purpose a turn ends when all the others stand in line: otherwise one
+// thread has thousands of cheap turns alone whenever the system lets the others stand still outside of the line.
 template <typename Mutex>
-Figures Contended(std::size_t turns, std::size_t threads) {
+Figures Contended(milliseconds time, std::size_t threads) {
     Mutex mutex;
-    std::size_t counter = 0;
-    std::latch gate(1);
-    const std::size_t share = std::max<std::size_t>(turns / threads, 1);
-    FinishLine finish(threads);
+    std::atomic<std::size_t> inLine = 0;
+    std::atomic<std::size_t> turns = 0;
+    std::atomic<bool> isOver = false;
+    const auto takeTurns = [&] {
+        while (!isOver) {
+            ++inLine;
+            const std::lock_guard lock(mutex);
+            --inLine;
+            while (inLine < threads - 1 && !isOver) {
+                SwitchToThread();
+            }
+            ++turns;
+        }
+    };
     std::vector<std::jthread> crowd;
     for (std::size_t i = 0; i < threads; ++i) {
-        crowd.emplace_back([&] {
-            gate.wait();
-            for (std::size_t turn = 0; turn < share; ++turn) {
-                const std::lock_guard lock(mutex);
-                ++counter;
-            }
-            finish.Arrive();
-        });
+        crowd.emplace_back(takeTurns);
     }
+    while (turns == 0) {
+        Sleep(1);
+    }
+    const std::size_t before = turns;
     const auto start = CounterClock::now();
-    gate.count_down();
-    const auto end = finish.WaitForLast();
-    return {{kTurn, static_cast<double>((end - start).count()) / static_cast<double>(share * threads)}};
+    std::this_thread::sleep_for(time);
+    const std::size_t after = turns;
+    const auto end = CounterClock::now();
+    isOver = true;
+    return {{kTurn, static_cast<double>((end - start).count()) /
+                        static_cast<double>(std::max<std::size_t>(after - before, 1))}};
 }
 
 // `block(isAwake)` runs on a thread of its own, blocks, and calls `isAwake()` as soon as it runs again. Meanwhile the
@@ -209,20 +188,20 @@ constexpr auto kThrow = [](auto isAwake) {
     }
 };
 
-// The same measurement of each mutex. Those that ask the system each time, and those that switch threads each time, are
-// measured with fewer turns.
-template <template <typename> typename MeasureOf>
-std::vector<Subject> EveryMutex(std::size_t fast, std::size_t handed, std::size_t slow) {
+// The same measurement of each mutex, for so long or so often; those that ask the system each time, for `slow`.
+template <template <typename> typename MeasureOf, typename Amount>
+std::vector<Subject> EveryMutex(Amount fast, Amount slow) {
     return {
         {"checked_mutex", MeasureOf<Orvane::checked_mutex>{fast}},
-        {"fifo_mutex", MeasureOf<Orvane::fifo_mutex>{handed}},
+        {"fifo_mutex", MeasureOf<Orvane::fifo_mutex>{fast}},
         {"interprocess_mutex", MeasureOf<NamedInterprocessMutex>{slow}},
         {"std::mutex", MeasureOf<std::mutex>{fast}, true},
         {"std::recursive_mutex", MeasureOf<std::recursive_mutex>{fast}},
         {"std::timed_mutex", MeasureOf<std::timed_mutex>{fast}},
         {"CRITICAL_SECTION", MeasureOf<SystemCriticalSection>{fast}, true},
         {"SRWLOCK", MeasureOf<SlimLock>{fast}},
-        {"kernel mutex", MeasureOf<KernelMutex>{slow}, true},
+        {"ticket lock", MeasureOf<TicketLock>{fast}, true},
+        {"kernel mutex", MeasureOf<NamedKernelMutex>{slow}, true},
     };
 }
 
@@ -236,8 +215,8 @@ template <std::size_t kThreads>
 struct MeasureContended {
     template <typename Mutex>
     struct Of {
-        std::size_t turns;
-        Figures operator()() const { return Contended<Mutex>(turns, kThreads); }
+        milliseconds time;
+        Figures operator()() const { return Contended<Mutex>(time, kThreads); }
     };
 };
 
@@ -250,17 +229,18 @@ struct MeasureHandOver {
 std::vector<Table> Tables(Effort effort) {
     const auto scaled = [effort](std::size_t usual) { return Scaled(effort, usual); };
     const std::size_t wakes = scaled(effort == Effort::kAll ? 2'000 : 200);
+    const milliseconds crowded(scaled(100));
     const std::vector<Column> wakeColumns{{kMedian, 1, true}, {kTail, 1, true}};
     const std::vector<Column> turnColumns{{kTurn, 1, true}};
     return {
         {"uncontended", "lock and unlock, one thread", turnColumns,
-         EveryMutex<MeasureUncontended>(scaled(500'000), scaled(500'000), scaled(2'000))},
-        {"contended_4", "lock, count, unlock, 4 threads", turnColumns,
-         EveryMutex<MeasureContended<4>::Of>(scaled(200'000), scaled(2'000), scaled(2'000))},
-        {"contended_16", "lock, count, unlock, 16 threads", turnColumns,
-         EveryMutex<MeasureContended<16>::Of>(scaled(200'000), scaled(800), scaled(800))},
+         EveryMutex<MeasureUncontended>(scaled(500'000), scaled(2'000))},
+        {"contended_4", "a turn of 4 threads, with all the others in line", turnColumns,
+         EveryMutex<MeasureContended<4>::Of>(crowded, crowded)},
+        {"contended_16", "a turn of 16 threads, with all the others in line", turnColumns,
+         EveryMutex<MeasureContended<16>::Of>(crowded, crowded)},
         {"hand_over", "unlock to the return of a lock that waited for it", wakeColumns,
-         EveryMutex<MeasureHandOver>(wakes, wakes, wakes)},
+         EveryMutex<MeasureHandOver>(wakes, wakes)},
         {"cancel_to_throw",
          "request to the handler in the task that waited",
          wakeColumns,
@@ -288,7 +268,7 @@ int main(int argc, char** argv) {
         "What do the mutexes cost?",
         {
             "fifo_mutex in a crowd hands over at every turn, to the thread that has waited longest: each turn is a "
-            "switch of threads. The others let the thread that runs go on.",
+            "switch of threads. So does the ticket lock. The others let the thread that runs go on.",
             "cancel_to_throw: the request is Task::Cancel; the times of the mutexes include throwing and catching. The "
             "conditions are notified under their mutex; in the last row their waiter throws and catches, too.",
         },
