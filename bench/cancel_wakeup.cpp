@@ -18,6 +18,7 @@
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/condition_notification_adapter.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/sync/fifo_mutex.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 
@@ -105,6 +106,12 @@ Figures CancelConditionWaits(std::size_t count) {
     });
 }
 
+Figures CancelFifoWaits(std::size_t count) {
+    Orvane::fifo_mutex mutex;
+    const std::lock_guard owner(mutex);
+    return CancelTasks(count, [&mutex] { mutex.lock(); });
+}
+
 Figures CancelSleeps(std::size_t count) {
     return CancelTasks(count, [] { Orvane::CancellableSleep(INFINITE); });
 }
@@ -145,13 +152,24 @@ Figures SetEvents(std::size_t count) {
     return WakeThread(count, [] {}, wait, [&] { cancel.Set(); });
 }
 
-Figures RequestStops(std::size_t count) {
+void ThrowAndCatch() {
+    try {
+        throw Orvane::CancelRequestedException();
+    } catch (const Orvane::CancelRequestedException&) {
+        return;
+    }
+}
+
+// `leave()` is what the waiter does as soon as it runs again.
+template <typename Leave>
+Figures RequestStops(std::size_t count, Leave leave) {
     std::mutex mutex;
     std::condition_variable_any condition;
     std::stop_source source;
     const auto wait = [&] {
         std::unique_lock lock(mutex);
         condition.wait(lock, source.get_token(), [] { return false; });
+        leave();
     };
     return WakeThread(count, [&] { source = std::stop_source(); }, wait, [&] { source.request_stop(); });
 }
@@ -165,9 +183,11 @@ std::vector<Table> Tables(Effort effort) {
         {
             {"event wait", [=] { return CancelEventWaits(count); }},
             {"condition wait", [=] { return CancelConditionWaits(count); }},
+            {"fifo_mutex wait", [=] { return CancelFifoWaits(count); }},
             {"sleep", [=] { return CancelSleeps(count); }},
             {"SetEvent", [=] { return SetEvents(count); }, true},
-            {"stop_token", [=] { return RequestStops(count); }, true},
+            {"stop_token", [=] { return RequestStops(count, [] {}); }, true},
+            {"stop_token, throw", [=] { return RequestStops(count, ThrowAndCatch); }, true},
         },
     }};
 }
@@ -184,7 +204,8 @@ int main(int argc, char** argv) {
         {
             "event wait: CancellableWaitForSingleObject. condition wait: ConditionNotificationAdapter. sleep: "
             "CancellableSleep.",
-            "Their times include throwing CancelRequestedException and catching it; the peers do not throw.",
+            "Their times include throwing CancelRequestedException and catching it. Of the peers only 'stop_token, "
+            "throw' does that.",
             "SetEvent: to a thread in WaitForMultipleObjects. stop_token: request_stop() to one in "
             "condition_variable_any::wait.",
             "request: how long the requesting thread is in Task::Cancel, SetEvent, request_stop().",
