@@ -111,9 +111,10 @@ Figures OnGlobalPoolByHandles(const Job& job) {
     return {{kTime, time}, {kThreads, ThreadsSince(before)}};
 }
 
-Figures OnSystemPool(const Job& job, const ThreadIds& atStart) {
+// `submit` uses the system's pool, the default one of the process.
+Figures OnSystemPool(const Job& job, const ThreadIds& atStart, void (*submit)(void* fork)) {
     WarmUp(TrySubmitEmptyTask);
-    const double time = Milliseconds(job, [](Fork& fork) { TrySubmit<RunTaskOf>(&fork); });
+    const double time = Milliseconds(job, [submit](Fork& fork) { submit(&fork); });
     return {{kTime, time}, {kThreads, ThreadsSince(atStart)}};
 }
 
@@ -137,7 +138,9 @@ std::vector<Table> Tables(Effort effort) {
         {
             {"global pool", [=] { return OnGlobalPool(job); }},
             {"global pool, Task::Wait", [=] { return OnGlobalPoolByHandles(job); }},
-            {"TrySubmit", [=] { return OnSystemPool(job, atStart); }, true},
+            {"TrySubmit", [=] { return OnSystemPool(job, atStart, [](void* fork) { TrySubmit<RunTaskOf>(fork); }); },
+             true},
+            {"work object", [=] { return OnSystemPool(job, atStart, SubmitWorkObject<RunTaskOf>); }, true},
             {"bare deque", [=] { return OnBareDeque(job); }, true},
             {"no pool", [=] { return OnThisThread(job); }, true},
         },

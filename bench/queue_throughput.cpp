@@ -1,5 +1,6 @@
 // What does an empty task cost on the pools, from the first submit until the last one has run?
 #include <cstddef>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -26,9 +27,11 @@ Figures FloodGlobalPool(std::size_t tasks, std::size_t producers) {
     return {{kCost, cost}, {kThreads, ThreadsSince(before)}};
 }
 
-Figures FloodSystemPool(std::size_t tasks, std::size_t producers, const ThreadIds& atStart) {
-    WarmUp(TrySubmitEmptyTask);
-    const double cost = Flood(tasks, producers, TrySubmitEmptyTask);
+// `submit` uses the system's pool, the default one of the process.
+Figures FloodSystemPool(std::size_t tasks, std::size_t producers, const ThreadIds& atStart,
+                        void (*submit)(FinishLine& finish)) {
+    WarmUp(submit);
+    const double cost = Flood(tasks, producers, submit);
     return {{kCost, cost}, {kThreads, ThreadsSince(atStart)}};
 }
 
@@ -39,6 +42,15 @@ Figures FloodBareDeque(std::size_t tasks, std::size_t producers) {
     return {{kCost, Flood(tasks, producers, submit)}, {kThreads, kWorkers}};
 }
 
+// A thread for each task.
+Figures FloodAsync(std::size_t tasks) {
+    std::vector<std::future<void>> futures;
+    const auto submit = [&futures](FinishLine& finish) {
+        futures.push_back(std::async(std::launch::async, [&finish] { finish.Arrive(); }));
+    };
+    return {{kCost, Flood(tasks, 1, submit)}};
+}
+
 Table FloodTable(const std::string& name, std::size_t tasks, std::size_t producers) {
     const ThreadIds atStart = ThreadsOfThisProcess();
     return {
@@ -47,7 +59,8 @@ Table FloodTable(const std::string& name, std::size_t tasks, std::size_t produce
         {{kCost, 0, true}, {kThreads, 0}},
         {
             {"global pool", [=] { return FloodGlobalPool(tasks, producers); }},
-            {"TrySubmit", [=] { return FloodSystemPool(tasks, producers, atStart); }, true},
+            {"TrySubmit", [=] { return FloodSystemPool(tasks, producers, atStart, TrySubmitEmptyTask); }, true},
+            {"work object", [=] { return FloodSystemPool(tasks, producers, atStart, SubmitEmptyWorkObject); }, true},
             {"bare deque", [=] { return FloodBareDeque(tasks, producers); }, true},
         },
     };
@@ -61,6 +74,8 @@ std::vector<Table> Tables(Effort effort) {
     for (const std::size_t producers : crowds) {
         tables.push_back(FloodTable("producers_" + std::to_string(producers), Scaled(effort, 30'000), producers));
     }
+    // On purpose fewer: they take a millisecond each, no matter how many they are.
+    tables.front().subjects.push_back({"std::async", [=] { return FloodAsync(Scaled(effort, 300)); }, true});
     if (isLong) {
         for (const std::size_t tasks : {1'000, 10'000, 100'000, 1'000'000}) {
             tables.push_back(FloodTable("tasks_" + std::to_string(tasks), tasks, 1));
@@ -80,6 +95,7 @@ int main(int argc, char** argv) {
         "What does an empty task cost, from the first submit until the last one has run?",
         {
             "global pool: Task built, queued, run and destroyed. TrySubmit: TrySubmitThreadpoolCallback, default pool.",
+            "work object: CreateThreadpoolWork, SubmitThreadpoolWork, CloseThreadpoolWork. std::async: 300 tasks only.",
             "bare deque: function pointers, SRWLOCK, CONDITION_VARIABLE, 8 threads. threads: of the pool, at the end.",
         },
     };

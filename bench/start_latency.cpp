@@ -70,13 +70,15 @@ Figures StartOnGlobalPool(std::size_t count) {
     return SubmitToStart(count, QueueEmptyTask);
 }
 
-Figures StartOnSystemPool(std::size_t count) {
-    return SubmitToStart(count, TrySubmitEmptyTask);
-}
-
 Figures StartOnBareDeque(std::size_t count) {
     BareDequePool pool(kWorkers);
     return SubmitToStart(count, [&pool](FinishLine& start) { SubmitEmptyTask(pool, start); });
+}
+
+Figures StartAsync(std::size_t count) {
+    std::future<void> future;  // of the last one, which has ended when the next one is submitted
+    return SubmitToStart(
+        count, [&future](FinishLine& start) { future = std::async(std::launch::async, [&start] { start.Arrive(); }); });
 }
 
 Figures WaitOnGlobalPool(std::size_t count) {
@@ -132,8 +134,10 @@ std::vector<Table> Tables(Effort effort) {
             columns,
             {
                 {"global pool", [=] { return StartOnGlobalPool(count); }},
-                {"TrySubmit", [=] { return StartOnSystemPool(count); }, true},
+                {"TrySubmit", [=] { return SubmitToStart(count, TrySubmitEmptyTask); }, true},
+                {"work object", [=] { return SubmitToStart(count, SubmitEmptyWorkObject); }, true},
                 {"bare deque", [=] { return StartOnBareDeque(count); }, true},
+                {"std::async", [=] { return StartAsync(count); }, true},
             },
         },
         {

@@ -30,4 +30,8 @@ inline void TrySubmitEmptyTask(FinishLine& finish) {
     TrySubmit<ArriveAt>(&finish);
 }
 
+inline void SubmitEmptyWorkObject(FinishLine& finish) {
+    SubmitWorkObject<ArriveAt>(&finish);
+}
+
 }  // namespace Zarvo::Bench
