@@ -1,0 +1,229 @@
+// What does it cost to have many tasks queued: in memory, and to ask whether one of them is?
+//
+// Linked to the library's objects: the pool class is not exported.
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdio>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bench/harness/counter_clock.h"
+#include "bench/harness/event.h"
+#include "bench/harness/finish_line.h"
+#include "bench/harness/private_bytes.h"
+#include "bench/harness/question.h"
+#include "bench/harness/samples.h"
+#include "bench/peers/bare_deque_pool.h"
+#include "bench/peers/empty_task.h"
+#include "bench/peers/system_pool.h"
+#include "concurrency/base/windows_api.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/tasks/make_task.h"
+#include "concurrency/tasks/policies.h"
+#include "concurrency/threadpool/thread_pool.h"
+#include "tests/support/child_process.h"
+
+namespace Zarvo::Bench {
+
+namespace {
+
+using FixedPool = Orvane::Internal::ThreadPool<Orvane::Internal::ComPolicyMTA>;
+using Orvane::Internal::Task;
+
+constexpr std::size_t kWorkers = 8;
+constexpr const char* kMemory = "bytes per task";
+constexpr const char* kLast = "the last one, ns";
+constexpr const char* kAbsent = "none of them, ns";
+
+// What keeps every worker of a pool from taking what is queued.
+class Roadblock {
+  public:
+    // `submit(block)` submits a task that calls block.Hold(); returns when all workers are held.
+    template <typename Submit>
+    explicit Roadblock(Submit submit) {
+        for (std::size_t i = 0; i < kWorkers; ++i) {
+            submit(*this);
+        }
+        m_allHeld.WaitForLast();
+    }
+    Roadblock(const Roadblock&) = delete;
+    Roadblock& operator=(const Roadblock&) = delete;
+
+    void Hold() noexcept {
+        m_allHeld.Arrive();
+        m_open.Wait();
+    }
+
+    void Open() noexcept { m_open.Set(); }
+
+  private:
+    FinishLine m_allHeld{kWorkers};
+    Event m_open{Event::Reset::kNever};
+};
+
+void HoldAt(void* block) {
+    static_cast<Roadblock*>(block)->Hold();
+}
+
+Task HoldingTask(Roadblock& block) {
+    return Orvane::MakeTask(L"Held", [&block] { block.Hold(); });
+}
+
+// Prints what this process has more for each of `count` tasks that nobody takes.
+//
+// On purpose ends the process: its workers are held for ever.
+template <typename Submit>
+[[noreturn]] void PrintGrowth(std::size_t count, Submit submit) {
+    FinishLine never(count);
+    const std::size_t before = PrivateBytes();
+    for (std::size_t i = 0; i < count; ++i) {
+        submit(never);
+    }
+    const std::size_t growth = PrivateBytes() - before;
+    std::printf("%.3f\n", static_cast<double>(growth) / static_cast<double>(count));
+    std::fflush(stdout);
+    TerminateProcess(GetCurrentProcess(), 0);
+    std::terminate();
+}
+
+[[noreturn]] void GrowFixedPool(std::size_t count) {
+    const Orvane::ConcurrencyLifetime lifetime;
+    const FixedPool pool(kWorkers);
+    const Roadblock block([&pool](Roadblock& held) { pool.Core()->Queue(HoldingTask(held)); });
+    PrintGrowth(count, [&pool](FinishLine& finish) { pool.Core()->Queue(EmptyTask(finish)); });
+}
+
+[[noreturn]] void GrowSystemPool(std::size_t count) {
+    PTP_POOL const pool = CreateThreadpool(nullptr);
+    SetThreadpoolThreadMaximum(pool, kWorkers);
+    TP_CALLBACK_ENVIRON environment;
+    InitializeThreadpoolEnvironment(&environment);
+    SetThreadpoolCallbackPool(&environment, pool);
+    const Roadblock block([&environment](Roadblock& held) { TrySubmit<HoldAt>(&held, &environment); });
+    PrintGrowth(count, [&environment](FinishLine& finish) { TrySubmit<ArriveAt>(&finish, &environment); });
+}
+
+[[noreturn]] void GrowBareDeque(std::size_t count) {
+    BareDequePool pool(kWorkers);
+    const Roadblock block([&pool](Roadblock& held) { pool.Submit(HoldAt, &held); });
+    PrintGrowth(count, [&pool](FinishLine& finish) { SubmitEmptyTask(pool, finish); });
+}
+
+struct Grower {
+    const char* name;
+    void (*grow)(std::size_t count);
+    bool isPeer;
+};
+
+constexpr Grower kGrowers[] = {
+    {"fixed pool", GrowFixedPool, false},
+    {"TrySubmit", GrowSystemPool, true},
+    {"bare deque", GrowBareDeque, true},
+};
+
+// This program is its own child: queued_tasks_bench --grow NAME COUNT.
+constexpr std::string_view kGrow = "--grow";
+
+void GrowIfAsked(int argc, char** argv) {
+    for (const Grower& grower : kGrowers) {
+        if (argc == 4 && argv[1] == kGrow && argv[2] == std::string_view(grower.name)) {
+            grower.grow(std::stoul(argv[3]));
+        }
+    }
+}
+
+// In a process of its own: what the heap and the library keep of the tasks of one round would serve the next.
+Figures Memory(const char* name, std::size_t count) {
+    const auto limit = std::chrono::minutes(5);
+    const Test::ChildResult child =
+        Test::RunChild("queued_tasks_bench", {std::string(kGrow), name, std::to_string(count)}, {}, limit);
+    if (child.exitCode != 0) {
+        throw std::runtime_error("the process that queues the tasks failed: " + child.standardError);
+    }
+    return {{kMemory, std::stod(child.standardOutput)}};
+}
+
+Table MemoryTable(std::size_t count) {
+    const std::string many = std::to_string(count);
+    Table table{
+        "memory_" + many, "private bytes of a process for each of " + many + " queued tasks", {{kMemory, 0, true}}, {}};
+    for (const Grower& grower : kGrowers) {
+        table.subjects.push_back(
+            {grower.name, [name = grower.name, count] { return Memory(name, count); }, grower.isPeer});
+    }
+    return table;
+}
+
+// At least for some milliseconds: one call may take as long as that, or so little that the clock hardly moves.
+template <typename Call>
+double NanosecondsPerCallInALoop(Call call) {
+    constexpr std::size_t kCalls = 100;
+    Samples samples;
+    const auto end = CounterClock::now() + std::chrono::milliseconds(20);
+    do {
+        samples.Add(NanosecondsPerCall(kCalls, call));
+    } while (CounterClock::now() < end);
+    return samples.Median();
+}
+
+Figures IsPresent(std::size_t count) {
+    const Orvane::ConcurrencyLifetime lifetime;
+    FinishLine finish(count);
+    const FixedPool pool(kWorkers);
+    Roadblock block([&pool](Roadblock& held) { pool.Core()->Queue(HoldingTask(held)); });
+    for (std::size_t i = 1; i < count; ++i) {
+        pool.Core()->Queue(EmptyTask(finish));
+    }
+    const Task last = EmptyTask(finish);
+    pool.Core()->Queue(last);
+    const Task absent = EmptyTask(finish);
+    const auto ask = [&pool](const Task& task) {
+        return NanosecondsPerCallInALoop([&] { benchmark::DoNotOptimize(pool.Core()->IsPresent(task)); });
+    };
+    const Figures figures{{kLast, ask(last)}, {kAbsent, ask(absent)}};
+    block.Open();
+    finish.WaitForLast();
+    return figures;
+}
+
+Table IsPresentTable(std::size_t few, std::size_t many) {
+    return {
+        "is_present",
+        "IsPresent of the task that was queued last, and of one that is not queued",
+        {{kLast, 0, true}, {kAbsent, 0, true}},
+        {
+            {std::to_string(few) + " queued", [=] { return IsPresent(few); }, true},
+            {std::to_string(many) + " queued", [=] { return IsPresent(many); }},
+        },
+    };
+}
+
+std::vector<Table> Tables(Effort effort) {
+    const std::size_t many = Scaled(effort, 100'000);
+    return {MemoryTable(Scaled(effort, 1'000'000)), IsPresentTable(10, many)};
+}
+
+}  // namespace
+
+}  // namespace Zarvo::Bench
+
+int main(int argc, char** argv) {
+    using namespace Zarvo::Bench;
+    GrowIfAsked(argc, argv);
+    const Question question{
+        "queued_tasks",
+        "What does it cost to have many tasks queued: in memory, and to ask whether one of them is?",
+        {
+            "Behind 8 workers that are held: of a fixed pool of the library's, of a pool of the system's with at most "
+            "8 "
+            "threads, of the bare deque.",
+            "The tasks are empty, so what a program would have to keep for a callback of the system's is not counted.",
+        },
+    };
+    return Answer(argc, argv, question, Tables);
+}
