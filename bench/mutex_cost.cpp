@@ -95,8 +95,8 @@ Figures Contended(milliseconds time, std::size_t threads) {
                         static_cast<double>(std::max<std::size_t>(after - before, 1))}};
 }
 
-// `block(isAwake)` runs on a thread of its own, blocks, and calls `isAwake()` as soon as it runs again. Meanwhile the
-// calling thread wakes it with `wake()`.
+// `block(begins, isAwake)` runs on a thread of its own, calls `begins()` right before it blocks and `isAwake()` as soon as
+// it runs again. Meanwhile the calling thread wakes it with `wake()`.
 template <typename Prepare, typename Block, typename Wake>
 Figures TimeToWake(std::size_t count, Prepare prepare, Block block, Wake wake) {
     Event begin;
@@ -106,8 +106,7 @@ Figures TimeToWake(std::size_t count, Prepare prepare, Block block, Wake wake) {
     std::jthread blocking([&] {
         for (std::size_t i = 0; i < count; ++i) {
             begin.Wait();
-            begun.Set();
-            block([&awake] { awake->Arrive(); });
+            block([&begun] { begun.Set(); }, [&awake] { awake->Arrive(); });
             ended.Set();
         }
     });
@@ -129,7 +128,8 @@ Figures TimeToWake(std::size_t count, Prepare prepare, Block block, Wake wake) {
 template <typename Mutex>
 Figures HandOver(std::size_t count) {
     Mutex mutex;
-    const auto block = [&mutex](auto isAwake) {
+    const auto block = [&mutex](auto begins, auto isAwake) {
+        begins();
         const std::lock_guard lock(mutex);
         isAwake();
     };
@@ -143,9 +143,10 @@ Figures CancelToThrow(std::size_t count) {
     Mutex mutex;
     mutex.lock();
     Orvane::Internal::Task task;
-    const auto block = [&](auto isAwake) {
-        task = Orvane::MakeTask(L"Cancelled", [&mutex, isAwake] {
+    const auto block = [&](auto begins, auto isAwake) {
+        task = Orvane::MakeTask(L"Cancelled", [&mutex, begins, isAwake] {
             try {
+                begins();
                 mutex.lock();
             } catch (const Orvane::CancelRequestedException&) {
                 isAwake();
@@ -165,7 +166,8 @@ Figures NotifyToWake(std::size_t count, Leave leave) {
     Mutex mutex;
     Condition condition;
     bool isRequested = false;
-    const auto block = [&](auto isAwake) {
+    const auto block = [&](auto begins, auto isAwake) {
+        begins();
         std::unique_lock lock(mutex);
         condition.wait(lock, [&] { return isRequested; });
         leave(isAwake);
