@@ -59,8 +59,8 @@ Figures Uncontended(std::size_t turns) {
              })}};
 }
 
-// Several threads that do nothing but take turns. On purpose a turn ends when all the others stand in line: otherwise one
-// thread has thousands of cheap turns alone whenever the system lets the others stand still outside of the line.
+// Several threads that do nothing but take turns. On purpose a turn ends when all the others stand in line: otherwise
+// one thread has thousands of cheap turns alone whenever the system lets the others stand still outside of the line.
 template <typename Mutex>
 Figures Contended(milliseconds time, std::size_t threads) {
     Mutex mutex;
@@ -95,8 +95,8 @@ Figures Contended(milliseconds time, std::size_t threads) {
                         static_cast<double>(std::max<std::size_t>(after - before, 1))}};
 }
 
-// `block(begins, isAwake)` runs on a thread of its own, calls `begins()` right before it blocks and `isAwake()` as soon as
-// it runs again. Meanwhile the calling thread wakes it with `wake()`.
+// `block(begins, isAwake)` runs on a thread of its own, calls `begins()` right before it blocks and `isAwake()` as soon
+// as it runs again. Meanwhile the calling thread wakes it with `wake()`.
 template <typename Prepare, typename Block, typename Wake>
 Figures TimeToWake(std::size_t count, Prepare prepare, Block block, Wake wake) {
     Event begin;

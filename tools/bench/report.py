@@ -1,5 +1,5 @@
-"""report.py FOLDER: reads FOLDER/results, prints the goals beside the figures, writes them as FOLDER/goals.md, and draws
-FOLDER/charts/*.svg.
+"""report.py FOLDER: reads FOLDER/results, prints the goals beside the figures, writes them as FOLDER/goals.md, and
+draws FOLDER/charts/*.svg.
 
 A missed goal is no failure: a measurement is not a test.
 """
