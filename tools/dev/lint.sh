@@ -35,6 +35,7 @@ check() {
 check_quickly() {
     check "format (./dev format repairs it)" check_format
     check "include layers" python3 tools/check_include_layers.py
+    check "goals are judged" python3 -B tools/bench/goals_test.py
     configure_lint build/lint -DCMAKE_VERIFY_INTERFACE_HEADER_SETS=ON
     step "compile" ninja -C build/lint --quiet
     check "each public header compiles alone" ninja -C build/lint --quiet -k 0 all_verify_interface_header_sets
