@@ -24,12 +24,16 @@ def judge(goal, results):
     peer, peer_column = goal.get("peer"), goal.get("peer_column")
     own = results.median(table, goal["subject"], column)
     if peer is None and peer_column is None:
-        return _verdict(goal, f"{column} <= {limit}", own, "" if own is None else f"{own:,.4g}")
+        return _verdict(goal, f"{column} <= {limit}", own, "" if own is None else _figure(own))
     text = f"{column} <= {limit} of {peer or peer_column}"
     other = results.median(table, peer or goal["subject"], peer_column or column)
     if own is None or not other:
         return _verdict(goal, text, None, "")
-    return _verdict(goal, text, own / other, f"{own / other:.2f} ({own:,.4g} to {other:,.4g})")
+    return _verdict(goal, text, own / other, f"{own / other:,.2f} ({_figure(own)} to {_figure(other)})")
+
+
+def _figure(value):
+    return f"{value:,.0f}" if value >= 1000 else f"{value:.4g}"
 
 
 def _verdict(goal, text, value, figure):
