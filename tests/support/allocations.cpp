@@ -48,8 +48,23 @@ bool Withheld() {
     return g_threadWithoutMemory == ::GetCurrentThreadId();
 }
 
-void* CountedMalloc(std::size_t size) {
+// What FailingNew looks for: 0 is no thread's id.
+std::atomic<DWORD> g_failingThread = 0;
+std::atomic<bool> g_othersFail = false;
+std::atomic<int> g_leftToSucceed = 0;
+
+bool IsTheFailingOne() {
+    const DWORD thread = g_failingThread;
+    return thread != 0 && (thread != ::GetCurrentThreadId()) == g_othersFail && g_leftToSucceed-- == 0;
+}
+
+// The compiler's runtime ends the process when there is no memory for a thread-local variable.
+void* CountedMallocOfTheCompiler(std::size_t size) {
     return Withheld() ? nullptr : Came(g_malloc(size));
+}
+
+void* CountedMalloc(std::size_t size) {
+    return IsTheFailingOne() ? nullptr : CountedMallocOfTheCompiler(size);
 }
 
 void* CountedCalloc(std::size_t count, std::size_t size) {
@@ -78,7 +93,7 @@ void CountedFree(void* block) {
 }
 
 void* CountedAlignedMalloc(std::size_t size, std::size_t alignment) {
-    void* const block = Withheld() ? nullptr : g_alignedMalloc(size, alignment);
+    void* const block = Withheld() || IsTheFailingOne() ? nullptr : g_alignedMalloc(size, alignment);
     g_blocks += block != nullptr ? 1 : 0;
     return block;
 }
@@ -121,7 +136,12 @@ void Count(const std::vector<HMODULE>& modules, const char* name, Function*& ori
 
 bool StartCounting() {
     const std::vector<HMODULE> modules = OwnModules();
-    Count(modules, "malloc", g_malloc, &CountedMalloc);
+    std::vector<HMODULE> callersOfNew = modules;
+    const HMODULE compiler = GetModuleHandleW(L"libgcc_s_seh-1.dll");
+    if (std::erase(callersOfNew, compiler) != 0) {
+        Count({compiler}, "malloc", g_malloc, &CountedMallocOfTheCompiler);
+    }
+    Count(callersOfNew, "malloc", g_malloc, &CountedMalloc);
     Count(modules, "calloc", g_calloc, &CountedCalloc);
     Count(modules, "realloc", g_realloc, &CountedRealloc);
     Count(modules, "free", g_free, &CountedFree);
@@ -158,6 +178,21 @@ NoMemory::NoMemory() {
 
 NoMemory::~NoMemory() {
     g_threadWithoutMemory = 0;
+}
+
+FailingNew::FailingNew(int number, AskedBy askedBy) {
+    CountFromNowOn();
+    g_leftToSucceed = number - 1;
+    g_othersFail = askedBy == AskedBy::OtherThreads;
+    g_failingThread = ::GetCurrentThreadId();
+}
+
+FailingNew::~FailingNew() {
+    g_failingThread = 0;
+}
+
+bool FailingNew::HasFailed() const {
+    return g_leftToSucceed < 0;
 }
 
 }  // namespace Zarvo::Test

@@ -28,4 +28,21 @@ class NoMemory {
     NoMemory& operator=(const NoMemory&) = delete;
 };
 
+enum class AskedBy { ThisThread, OtherThreads };
+
+// While one lives, one allocation of operator new fails: the one with the given number, counted from 1, that the
+// constructing thread asks for, or that all others do.
+//
+// Lifetime: one at a time.
+class FailingNew {
+  public:
+    explicit FailingNew(int number, AskedBy askedBy = AskedBy::ThisThread);
+    ~FailingNew();
+    FailingNew(const FailingNew&) = delete;
+    FailingNew& operator=(const FailingNew&) = delete;
+
+    // Whether there were so many.
+    bool HasFailed() const;
+};
+
 }  // namespace Zarvo::Test

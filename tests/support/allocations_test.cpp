@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <new>
+#include <string>
 #include <thread>
 
 #include "concurrency/cancellation/handle_notification_adapter.h"
@@ -48,6 +49,62 @@ TEST(NoMemory, LeavesOtherThreadsAlone) {
         other.join();
     }
     EXPECT_TRUE(made);
+}
+
+// Three blocks; how many of them came.
+int CountOfThree() {
+    int came = 0;
+    for (int i = 0; i < 3; ++i) {
+        try {
+            came += std::make_unique<char[]>(100) != nullptr ? 1 : 0;
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    return came;
+}
+
+TEST(FailingNew, FailsOnceAndOnlyAtItsNumber) {
+    const FailingNew third(3);
+    const auto first = std::make_unique<char[]>(100);
+    const auto second = std::make_unique<char[]>(100);
+    EXPECT_FALSE(third.HasFailed());
+    EXPECT_THROW(std::make_unique<char[]>(100), std::bad_alloc);
+    EXPECT_TRUE(third.HasFailed());
+
+    EXPECT_EQ(CountOfThree(), 3);
+}
+
+TEST(FailingNew, FailsInTheLibrary) {
+    const FailingNew first(1);
+
+    EXPECT_THROW(HandleNotificationAdapter::CreateInstance(), std::bad_alloc);
+}
+
+// Where the memory comes from is the runtime's business: strings are made inside of it.
+TEST(FailingNew, FailsInTheRuntime) {
+    const std::string text(100, 'x');
+    const FailingNew first(1);
+
+    EXPECT_THROW({ const std::string copy(text); }, std::bad_alloc);
+}
+
+TEST(FailingNew, ConcernsOneThreadOrAllOthers) {
+    for (const AskedBy askedBy : {AskedBy::ThisThread, AskedBy::OtherThreads}) {
+        const bool here = askedBy == AskedBy::ThisThread;
+        int elsewhere = 0;
+        Gate armed;
+        std::thread other([&] {
+            armed.Wait();
+            elsewhere = CountOfThree();
+        });
+        {
+            const FailingNew second(2, askedBy);
+            armed.Open();
+            other.join();
+            EXPECT_EQ(elsewhere, here ? 3 : 2);
+            EXPECT_EQ(CountOfThree(), here ? 2 : 3);
+        }
+    }
 }
 
 }  // namespace

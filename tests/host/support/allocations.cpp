@@ -2,11 +2,13 @@
 // import them.
 #include "tests/support/allocations.h"
 
+#include <dlfcn.h>
 #include <malloc.h>
 
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace {
@@ -14,6 +16,26 @@ namespace {
 constinit std::atomic<std::int64_t> g_blocks = 0;
 constinit std::atomic<std::int64_t> g_bytes = 0;
 thread_local constinit bool t_withheld = false;
+
+// What FailingNew looks for.
+constinit std::atomic<bool> g_oneFails = false;
+constinit std::atomic<bool> g_othersFail = false;
+constinit std::atomic<int> g_leftToSucceed = 0;
+thread_local constinit bool t_chooses = false;
+
+// The stand-in for the platform, whose own memory is none of the library's.
+bool IsInPlatform(const void* code) noexcept {
+    Dl_info module{};
+    return ::dladdr(code, &module) != 0 && std::strstr(module.dli_fname, "host_windows") != nullptr;
+}
+
+bool IsTheFailingOne(const void* caller) noexcept {
+    return g_oneFails && t_chooses != g_othersFail && !IsInPlatform(caller) && g_leftToSucceed-- == 0;
+}
+
+bool IsWithheld(const void* caller) noexcept {
+    return t_withheld || IsTheFailingOne(caller);
+}
 
 void* Came(void* block) noexcept {
     if (block != nullptr) {
@@ -23,13 +45,14 @@ void* Came(void* block) noexcept {
     return block;
 }
 
-void* Allocate(std::size_t size) noexcept {
-    return t_withheld ? nullptr : Came(std::malloc(size != 0 ? size : 1));
+void* Allocate(std::size_t size, const void* caller) noexcept {
+    return IsWithheld(caller) ? nullptr : Came(std::malloc(size != 0 ? size : 1));
 }
 
-void* AllocateAligned(std::size_t size, std::align_val_t alignment) noexcept {
+void* AllocateAligned(std::size_t size, std::align_val_t alignment, const void* caller) noexcept {
     const auto boundary = static_cast<std::size_t>(alignment);
-    return t_withheld ? nullptr : Came(std::aligned_alloc(boundary, (size + boundary - 1) / boundary * boundary));
+    return IsWithheld(caller) ? nullptr
+                              : Came(std::aligned_alloc(boundary, (size + boundary - 1) / boundary * boundary));
 }
 
 void Free(void* block) noexcept {
@@ -50,19 +73,19 @@ void* OrThrow(void* block) {
 }  // namespace
 
 void* operator new(std::size_t size) {
-    return OrThrow(Allocate(size));
+    return OrThrow(Allocate(size, __builtin_return_address(0)));
 }
 void* operator new[](std::size_t size) {
-    return OrThrow(Allocate(size));
+    return OrThrow(Allocate(size, __builtin_return_address(0)));
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size);
+    return Allocate(size, __builtin_return_address(0));
 }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size);
+    return Allocate(size, __builtin_return_address(0));
 }
 void* operator new(std::size_t size, std::align_val_t alignment) {
-    return OrThrow(AllocateAligned(size, alignment));
+    return OrThrow(AllocateAligned(size, alignment, __builtin_return_address(0)));
 }
 void operator delete(void* block) noexcept {
     Free(block);
@@ -105,6 +128,22 @@ NoMemory::NoMemory() {
 
 NoMemory::~NoMemory() {
     t_withheld = false;
+}
+
+FailingNew::FailingNew(int number, AskedBy askedBy) {
+    t_chooses = true;
+    g_leftToSucceed = number - 1;
+    g_othersFail = askedBy == AskedBy::OtherThreads;
+    g_oneFails = true;
+}
+
+FailingNew::~FailingNew() {
+    g_oneFails = false;
+    t_chooses = false;
+}
+
+bool FailingNew::HasFailed() const {
+    return g_leftToSucceed < 0;
 }
 
 }  // namespace Zarvo::Test
