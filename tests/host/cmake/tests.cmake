@@ -123,6 +123,6 @@ elseif(SANITIZER STREQUAL "undefined")
     expect_report(overflowing_start "runtime error: signed integer overflow")
 endif()
 
-foreach(room IN ITEMS base errors lifetime cancellation tasks threadpool scheduler sync journeys stress)
+foreach(room IN ITEMS base errors lifetime cancellation tasks threadpool scheduler sync faults journeys stress)
     test_room(${room})
 endforeach()

@@ -1,0 +1,121 @@
+// The platform refuses to start one of the pool's threads, counted over the pool's life: 1 to 8 are the first workers,
+// 9 to 16 the first growth, 17 to 24 the second. What happens then is told in tests/threadpool; here it is about what
+// is left behind, and about the second growth.
+#include <gtest/gtest.h>
+
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/tasks/make_task.h"
+#include "concurrency/threadpool/global_thread_pool.h"
+#include "tests/support/eventually.h"
+#include "tests/support/recorded_reports.h"
+#include "tests/support/resource_probe.h"
+#include "tests/threadpool/background_call.h"
+#include "tests/threadpool/fake_ticks.h"
+#include "tests/threadpool/held_tasks.h"
+#include "tests/threadpool/task_records.h"
+#include "tests/threadpool/thread_starts.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+using namespace Zarvo::Test;
+
+constexpr int kBatch = 8;
+constexpr int kSpare = 2;
+
+const auto kQueue = &GlobalThreadPool::Queue;
+
+// A pool whose start with the given number fails, and so many held tasks that it comes to that.
+class PoolThatCannotStart {
+  public:
+    explicit PoolThatCannotStart(int number) : m_number(number) { m_starts.FailAt(number); }
+
+    // Returns what the pool's first user is told.
+    std::string Fill() {
+        try {
+            const int growths = (m_number - 1) / kBatch;
+            for (int batches = 1; batches <= growths; ++batches) {
+                m_ticks.Advance(1'000);
+                EXPECT_TRUE(m_held.Start(batches * kBatch - kSpare - m_running, kQueue));
+                m_running = batches * kBatch - kSpare;
+            }
+            kQueue(m_last);
+            return {};
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+    }
+
+    // All starts were asked for, and what was running has ended.
+    void EmptyAgain() {
+        EXPECT_TRUE(Eventually([this] { return m_starts.Count() == m_number; }));
+        m_held.Release();
+        m_last.Wait();
+    }
+
+    HeldTasks& Held() { return m_held; }
+    FakeTicks& Ticks() { return m_ticks; }
+
+  private:
+    const int m_number;
+    FakeTicks m_ticks{100'000};
+    ThreadStarts m_starts;
+    HeldTasks m_held;
+    Task m_last = MakeTask(L"last", [] {});
+    int m_running = 0;
+};
+
+class ThreadStartOfAPool : public testing::TestWithParam<int> {
+  protected:
+    static bool IsAFirstWorker() { return GetParam() <= kBatch; }
+};
+
+TEST_P(ThreadStartOfAPool, LeavesNothingBehindWhenItFails) {
+    const auto failOnce = [] {
+        const ConcurrencyLifetime lifetime;
+        PoolThatCannotStart pool(GetParam());
+        EXPECT_EQ(pool.Fill(), IsAFirstWorker() ? "Failed to spawn thread, resource error" : "");
+        if (!IsAFirstWorker()) {
+            pool.EmptyAgain();
+        }
+    };
+    const Resources atFirst = Resources::Now();
+    failOnce();
+    ASSERT_TRUE(Eventually([&] { return Resources::Now().threads == atFirst.threads; }));
+    const ResourceProbe probe;
+    for (int i = 0; i < 5; ++i) {
+        failOnce();
+    }
+    EXPECT_TRUE(Eventually([&] { return probe.Growth() == Resources{}; })) << probe.Growth();
+}
+
+INSTANTIATE_TEST_SUITE_P(Number, ThreadStartOfAPool, testing::Values(1, 8, 9, 12, 17));
+
+// The first growth has shown that the pool grows; after a failure of the second it does not any more.
+TEST(SecondGrowth, ThatFailsHoldsLaterCallersUpUntilThePoolStops) {
+    const RecordedReports reports;
+    std::optional<ConcurrencyLifetime> lifetime(std::in_place);
+    PoolThatCannotStart pool(2 * kBatch + 1);
+    EXPECT_EQ(pool.Fill(), "");
+    pool.EmptyAgain();
+    EXPECT_TRUE(Eventually([&] { return CountTasks(reports, kStopped, kGrowthTask) == 2; }));
+
+    pool.Ticks().Advance(1'000);
+    const Task late = pool.Held().Make(L"late");
+    const BackgroundCall caller([&] { GlobalThreadPool::Queue(late); });
+    Sleep(100);
+    EXPECT_TRUE(caller.IsRunning());
+    EXPECT_FALSE(GlobalThreadPool::IsPresent(late));
+
+    const BackgroundCall stop([&] { lifetime.reset(); });
+    EXPECT_TRUE(caller.Ends());
+    EXPECT_TRUE(stop.Ends());
+}
+
+}  // namespace
