@@ -148,17 +148,19 @@ std::vector<Subject> WaitSubjects(std::size_t count) {
     };
 }
 
-void Report(const wchar_t* name) {
-    const unsigned process = GetCurrentProcessId();
+void ReportTwice(const wchar_t* name) {
     const unsigned thread = GetCurrentThreadId();
-    g_OrvaneLogging.Report(1, 16, L"Concurrency.Task",
-                           L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", name, thread, thread,
-                           process, process);
+    const unsigned process = GetCurrentProcessId();
+    for (int i = 0; i < 2; ++i) {
+        g_OrvaneLogging.Report(1, 16, L"Concurrency.Task",
+                               L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", name, thread, thread,
+                               process, process);
+    }
 }
 
 // The start and stop records of a task, when no sink wants them, within a run of `run` nanoseconds.
 Figures ShareOfReports(std::size_t count, double run) {
-    const double reports = 2 * NanosecondsPerCall(count, [] { Report(L"Nothing"); });
+    const double reports = NanosecondsPerCall(count, [] { ReportTwice(L"Nothing"); });
     return {{kTwoReports, reports}, {kRun, run}, {kShare, 100 * reports / run}};
 }
 

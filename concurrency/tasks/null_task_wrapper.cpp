@@ -5,8 +5,8 @@
 namespace Orvane::Internal {
 
 std::shared_ptr<ITaskState> NullTaskWrapper::Instance() {
-    static const std::shared_ptr<ITaskState> instance = std::make_shared<NullTaskWrapper>();
-    return instance;
+    static NullTaskWrapper instance;
+    return std::shared_ptr<ITaskState>(std::shared_ptr<void>(), &instance);
 }
 
 NullTaskWrapper::NullTaskWrapper() = default;

@@ -14,11 +14,15 @@ namespace Orvane::Internal {
 
 namespace {
 
-// Thread and process ids stand twice in both records: hexadecimal and decimal.
-void ReportRun(const wchar_t* format, const wchar_t* name) {
-    const unsigned process = ::GetCurrentProcessId();
+// Where a run is.
+struct RunPlace {
     const unsigned thread = ::GetCurrentThreadId();
-    g_OrvaneLogging.Report(1, 16, L"Concurrency.Task", format, name, thread, thread, process, process);
+    const unsigned process = ::GetCurrentProcessId();
+};
+
+// Thread and process ids stand twice in both records: hexadecimal and decimal.
+void ReportRun(const wchar_t* format, const wchar_t* name, const RunPlace& at) {
+    g_OrvaneLogging.Report(1, 16, L"Concurrency.Task", format, name, at.thread, at.thread, at.process, at.process);
 }
 
 }  // namespace
@@ -30,9 +34,14 @@ TaskImpl::TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper)
     }
 }
 
+// Needs m_mutex. An emptied task answers by itself: its state would make a future to be asked, and that needs memory.
+bool TaskImpl::IsEmptied() const {
+    return m_wrapper == NullTaskWrapper::Instance();
+}
+
 // Needs m_mutex.
 bool TaskImpl::IsCancelledLocked() const {
-    if (m_cancelled) {
+    if (m_cancelled || IsEmptied()) {
         return true;
     }
     const auto future = m_wrapper->GetFuture();
@@ -48,16 +57,19 @@ void TaskImpl::Run() {
         }
         wrapper = m_wrapper;
     }
-    ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
+    const RunPlace at;
+    ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data(), at);
     (*wrapper)();
-    ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
+    ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data(), at);
 }
 
 void TaskImpl::Cancel() {
     std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
     const Guard lock(m_mutex);
     try {
-        m_wrapper->GetFuture()->RequestCancel();
+        if (!IsEmptied()) {
+            m_wrapper->GetFuture()->RequestCancel();
+        }
         m_cancelled = true;
     } catch (const CancelRequestedException&) {
         // The task cancels itself: this handle is done with it, the run goes on through its own reference.
@@ -78,7 +90,7 @@ std::shared_ptr<ITaskState> TaskImpl::GetWrapper() const {
 
 bool TaskImpl::IsBusy() const {
     const Guard lock(m_mutex);
-    return m_wrapper->GetFuture()->IsBusy();
+    return !IsEmptied() && m_wrapper->GetFuture()->IsBusy();
 }
 
 bool TaskImpl::IsCancelled() const {
@@ -102,7 +114,7 @@ void TaskImpl::Reset() {
 std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited) {
     std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
     const Guard lock(m_mutex);
-    if (m_wrapper != awaited) {
+    if (m_wrapper != awaited && !IsEmptied()) {
         const auto future = m_wrapper->GetFuture();
         if (future->IsBusy() || future->IsCancelling()) {
             return m_wrapper;
@@ -114,7 +126,7 @@ std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<I
 
 void TaskImpl::Wait() {
     std::shared_ptr<ITaskState> awaited = GetWrapper();
-    while (awaited) {
+    while (awaited && awaited != NullTaskWrapper::Instance()) {
         awaited->GetFuture()->Wait();
         awaited = EmptyUnlessRunning(awaited);
     }

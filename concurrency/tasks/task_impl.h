@@ -36,6 +36,7 @@ class TaskImpl {
   private:
     friend struct FieldOrder;
 
+    bool IsEmptied() const ORVANE_REQUIRES(m_mutex);
     bool IsCancelledLocked() const ORVANE_REQUIRES(m_mutex);
     std::shared_ptr<ITaskState> EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited);
 

@@ -10,6 +10,7 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
 #include "tests/cancellation/notifiers.h"
 #include "tests/cancellation/run_scope.h"
 #include "tests/cancellation/wait_faults.h"
@@ -268,6 +269,32 @@ TEST(CancellableWaitForSingleObject, EveryWayOutReleasesItsEvent) {
         leaveInEveryWay();
     }
 
+    EXPECT_EQ(probe.Growth(), Resources{});
+}
+
+TEST(CancellableWaitForSingleObject, UsesAnEventAgainThatNobodySignalled) {
+    const CreatedEvents created;
+    const Event silent;
+    for (int round = 0; round < 10; ++round) {
+        const RunScope run;
+        EXPECT_EQ(CancellableWaitForSingleObject(silent.Get(), 0), 0x102U);
+    }
+    EXPECT_EQ(created.Count(), 1);
+}
+
+TEST(CancellableWaitForSingleObject, LastUninitialisationClosesTheEventsThatAreKept) {
+    const Event silent;
+    const auto waitInitialised = [&] {
+        const ConcurrencyLifetime lifetime;
+        EXPECT_EQ(CancellableWaitForSingleObject(silent.Get(), 0), 0x102U);
+    };
+    const CreatedEvents created;
+    waitInitialised();
+    const ResourceProbe probe;
+
+    waitInitialised();
+
+    EXPECT_EQ(created.Count(), 2);
     EXPECT_EQ(probe.Growth(), Resources{});
 }
 

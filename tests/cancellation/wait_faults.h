@@ -3,6 +3,7 @@
 // Lifetime: one object of a class at a time.
 #pragma once
 
+#include <atomic>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
@@ -63,6 +64,23 @@ class SignalledEvents {
         return CreateEventW(security, manualReset, TRUE, name);
     }
 
+    ImportPatch m_patch{LibraryUnderTest(), "CreateEventW", &Create};
+};
+
+// Counts the events that are created.
+class CreatedEvents {
+  public:
+    CreatedEvents() { g_created = 0; }
+
+    int Count() const { return g_created; }
+
+  private:
+    static HANDLE WINAPI Create(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL state, LPCWSTR name) {
+        ++g_created;
+        return CreateEventW(security, manualReset, state, name);
+    }
+
+    static inline std::atomic<int> g_created = 0;
     ImportPatch m_patch{LibraryUnderTest(), "CreateEventW", &Create};
 };
 

@@ -77,9 +77,7 @@ TEST(TrackerWithoutMemory, IsNotMade) {
     EXPECT_GT(failures, 0);
 }
 
-// Once what stands in an emptied task's place is there.
 TEST(TrackerWithoutMemory, IsCopiedCancelledAndDropped) {
-    Task(L"emptied", nullptr).Wait();
     const int failures = ForEveryAllocation([](Attempt& attempt) {
         int runs = 0;
         Task task = MakeTask(L"tracked", [&runs] { ++runs; });
@@ -95,6 +93,29 @@ TEST(TrackerWithoutMemory, IsCopiedCancelledAndDropped) {
         EXPECT_EQ(runs, 0);
     });
     EXPECT_EQ(failures, 0);
+}
+
+TEST(TrackerWithoutMemory, IsDroppedAfterAWait) {
+    ForEveryAllocation([](Attempt& attempt) {
+        std::optional<Tracker> tracker(std::in_place);
+        Task task = MakeTask(L"tracked", [] {});
+        tracker->SetTask(ScheduledTask(task, k1970, kOnce));
+        task();
+        tracker->Wait();
+        EXPECT_TRUE(attempt.Succeeds([&] { tracker.reset(); }));
+    });
+}
+
+TEST(LifetimeWithoutMemory, EndsThoughATaskInTheScheduleHasBeenWaitedFor) {
+    ForEveryAllocation([](Attempt& attempt) {
+        ConcurrencyInitialize();
+        Task task = MakeTask(L"later", [] {});
+        GlobalScheduler::Insert(ScheduledTask(task, k1970 + std::chrono::hours(24 * 365 * 200), kOnce));
+        task();
+        task.Wait();
+        EXPECT_TRUE(attempt.Succeeds([] { ConcurrencyUninitialize(); }));
+        EXPECT_FALSE(IsConcurrencyInitialized());
+    });
 }
 
 TEST(ScheduledTaskWithoutMemory, MovesItsStartOn) {
