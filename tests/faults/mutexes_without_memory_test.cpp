@@ -52,8 +52,10 @@ TEST(FifoMutexWithoutMemory, IsNotMade) {
 TEST(FifoMutexWithoutMemory, IsTakenAndTakenOnceMoreWhileNobodyWaits) {
     const int failures = ForEveryAllocation([](Attempt& attempt) {
         fifo_mutex mutex;
-        EXPECT_TRUE(attempt.Succeeds([&] { mutex.lock(); }));
-        EXPECT_TRUE(attempt.Succeeds([&] { EXPECT_TRUE(mutex.try_lock()); }));
+        EXPECT_TRUE(attempt.Succeeds([&] {
+            mutex.lock();
+            EXPECT_TRUE(mutex.try_lock());
+        }));
         mutex.unlock();
         EXPECT_FALSE(IsFreeForOthers(mutex));
         mutex.unlock();
