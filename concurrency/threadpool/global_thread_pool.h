@@ -14,7 +14,8 @@ namespace Orvane::Internal {
 
 class ORVANE_CONCURRENCY_API GlobalThreadPool {
   public:
-    // Queues the task: first in, first out. Blocks while workers are being added (at most one batch per 250 ms).
+    // Queues the task: first in, first out. Blocks while workers are being added (at most one batch per 250 ms),
+    // and up to 20 ms while a pool that looks full is still taking what is queued.
     //
     // Cancellation: a cancellation point when it must wait before it adds workers; the task is not queued then.
     static void Queue(const Task& task);
