@@ -75,7 +75,8 @@ TEST(LockException, ClonesIntoAnObjectOfItsOwnType) {
 
     ASSERT_NE(clone, nullptr);
     EXPECT_EQ(clone.use_count(), 1);
-    EXPECT_EQ(typeid(*clone), typeid(LockException));
+    const CloneableException& itself = *clone;
+    EXPECT_EQ(typeid(itself), typeid(LockException));
     EXPECT_NE(dynamic_cast<const void*>(clone.get()), static_cast<const void*>(&exception));
 }
 

@@ -57,8 +57,9 @@ require_label() {
         fail "find the tests of '$1'; there are: $(echo $labels)" 2
 }
 
+# stress SEED
 stress() {
-    local seed=${1:-$RANDOM$RANDOM}
+    local seed=$1
     configure_debug
     compile debug
     start_wine

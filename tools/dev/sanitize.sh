@@ -1,5 +1,5 @@
-# ./dev sanitize [SANITIZER ...] [--stress [SEED]] [-- CTEST OPTIONS], inside the sanitizers' root: the library's sources
-# built for this system and its tests run, once for each sanitizer.
+# ./dev sanitize [SANITIZER ...] [--short | --stress [SEED]] [-- CTEST OPTIONS], inside the sanitizers' root: the
+# library's sources built for this system and its tests run, once for each sanitizer.
 set -euo pipefail
 
 . tools/dev/steps.sh
@@ -48,28 +48,41 @@ sanitize_with() {
 }
 
 sanitize() {
-    local chosen=() seed='' options=() sanitizer
+    local chosen=() options=() sanitizer
     while [ $# != 0 ]; do
         case $1 in
             thread | address | undefined) chosen+=("$1") ;;
-            --stress) seed=$RANDOM$RANDOM ;;
-            [0-9]*) seed=$1 ;;
+            --short) be_short ;;
+            --stress)
+                if [[ ${2:-} =~ ^[0-9]+$ ]]; then stress "$2"; shift; else stress "$RANDOM$RANDOM"; fi ;;
             --) shift; options+=("$@"); break ;;
-            *) fail "know the sanitizer '$1'; there are: thread address undefined" 2 ;;
+            *) fail "know '$1'; the sanitizers are: thread address undefined" 2 ;;
         esac
         shift
     done
-    [ ${#chosen[@]} != 0 ] || chosen=(thread address undefined)
-    if [ -n "$seed" ]; then
-        say "stress seed $seed"
-        export ZARVO_STRESS_SEED=$seed
-        options+=(--label-regex '^stress$' --repeat until-fail:20)
-    fi
-    for sanitizer in "${chosen[@]}"; do sanitize_with "$sanitizer" "${options[@]}"; done
+    [ ${#chosen[@]} != 0 ] || chosen=("${usual[@]}")
+    for sanitizer in "${chosen[@]}"; do sanitize_with "$sanitizer" "${kind[@]}" "${options[@]}"; done
     printf '\n'
     printf '%s\n' "${summary[@]}"
     [ ${#failed[@]} = 0 ] || fail "sanitize: ${failed[*]}"
     finish "sanitize: nothing to report"
+}
+
+# The sanitizers that nobody has to name, and which tests run under them.
+usual=(thread address undefined)
+kind=()
+
+# Without what takes long. What `undefined` finds, the tests on the target end at as well: their build traps there.
+be_short() {
+    usual=(thread address)
+    kind=(--label-exclude '^(slow|stress)$')
+}
+
+# stress SEED
+stress() {
+    say "stress seed $1"
+    export ZARVO_STRESS_SEED=$1
+    kind=(--label-regex '^stress$' --repeat until-fail:20)
 }
 
 sanitize "$@"
