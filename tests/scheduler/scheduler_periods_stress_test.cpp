@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <iostream>
 #include <list>
 #include <map>
@@ -18,6 +19,7 @@
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/eventually.h"
 #include "tests/support/plain_thread.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/stress_run.h"
@@ -36,16 +38,19 @@ constexpr std::size_t kTasks = 1'000;
 constexpr std::chrono::milliseconds kPeriod{10};
 constexpr int kFailuresOnly = 4;
 
-// A recurrent task that mostly ends at once, and now and then takes longer than its period.
+// A recurrent task that mostly ends at once, and now and then takes longer than its period. No run of it ends before
+// `mayEnd`.
 class Job {
   public:
-    Job(std::wstring name, Random random) : m_name(std::move(name)), m_random(random) {}
+    Job(std::wstring name, Random random, std::function<bool()> mayEnd)
+        : m_name(std::move(name)), m_random(random), m_mayEnd(std::move(mayEnd)) {}
 
     void Run() {
         m_together += m_inside.exchange(true) ? 1 : 0;
         if (Choose(m_random, 500) == 0) {
             std::this_thread::sleep_for(kPeriod * 2);
         }
+        EXPECT_TRUE(Eventually(m_mayEnd));
         ++m_runs;
         m_inside = false;
     }
@@ -57,6 +62,7 @@ class Job {
   private:
     const std::wstring m_name;
     Random m_random;  // of the one run that there is at a time
+    const std::function<bool()> m_mayEnd;
     std::atomic<bool> m_inside = false;
     std::atomic<std::size_t> m_runs = 0;
     std::atomic<std::size_t> m_together = 0;
@@ -99,8 +105,10 @@ TEST(SchedulerPeriods, AreAllRunOrReportedAndNeverTwiceAtOnce) {
     const RecordedReports reports;
     g_OrvaneLogging.SetMinimumLevel(kFailuresOnly);
     std::list<Job> jobs;
-    for (std::size_t i = 0; i < kTasks; ++i) {
-        jobs.emplace_back(L"job " + std::to_wstring(i), stress.Generator(0, i));
+    // There is an overrun even where the scheduler needs more than a period to come round.
+    jobs.emplace_back(L"job 0", stress.Generator(0, 0), [&] { return reports.Count(L"Scheduler") != 0; });
+    for (std::size_t i = 1; i < kTasks; ++i) {
+        jobs.emplace_back(L"job " + std::to_wstring(i), stress.Generator(0, i), [] { return true; });
     }
     const auto runs = [&] {
         std::size_t sum = 0;

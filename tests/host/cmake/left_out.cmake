@@ -39,6 +39,9 @@ set(left_out_tests
     # What the wait in ticks asks of the platform: here it is the standard's wait.
     ScheduledTaskQueueWait.SleepsForTheTimeThatIsLeftADayAtMost
 
+    # How fast workers are: here a sanitizer decides that.
+    ThreadPoolGrowth.BurstOfShortTasksHardlyGrowsThePool
+
     # Starts what is left out above.
     ConcurrencyLifetimeProcess.UnloadingTheLibraryGivesItsSlotsBack
 )
