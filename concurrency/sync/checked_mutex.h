@@ -9,10 +9,10 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 
-#include "concurrency/base/condition.h"
 #include "concurrency/base/export.h"
 #include "concurrency/base/guarded.h"
 #include "concurrency/base/time.h"
@@ -47,7 +47,7 @@ class ORVANE_CONCURRENCY_API checked_mutex {
         void GiveBack();
 
         Internal::RankedMutex<std::mutex, Internal::LockRank::Leaf> mutex;
-        Internal::Condition condition;  // notified when the word becomes free and somebody waits
+        std::condition_variable condition;  // notified when the word becomes free and somebody waits
         std::atomic<std::uint32_t> held = 0;  // 0 or all ones
         std::atomic<std::uint32_t> waiters = 0;  // written under mutex
     };
