@@ -160,6 +160,11 @@ void ThreadPoolCore::Stop() {
 }
 
 void ThreadPoolCore::RefuseOwnThreads() {
+    // Once through the mutexes under which threads are started: whoever has started this one has put it on record then.
+    {
+        const Guard launchLock(m_launchMutex);
+        const Guard spawnLock(m_spawnMutex);
+    }
     const Guard lock(m_mutex);
     if (std::any_of(m_threads.begin(), m_threads.end(), [](const NativeThread& t) { return t.IsCurrentThread(); })) {
         throw std::runtime_error("Trying to call destructor in thread from thread pool causes deadlock!");

@@ -16,6 +16,7 @@
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/pool_fields.h"
+#include "tests/threadpool/stop_from_inside.h"
 #include "tests/threadpool/task_records.h"
 #include "tests/threadpool/thread_starts.h"
 
@@ -189,6 +190,30 @@ TEST_F(HeldWorkers, StopDuringAGrowthDoesNotMissTheEndOfTheNewWorkers) {
     EXPECT_LT(stopwatch.Elapsed(), 25s);
     EXPECT_EQ(CountsOf(*m_core).threadCount, 0U);
     EXPECT_EQ(starts.Count(), static_cast<int>(kGrowthBatch));
+}
+
+// Like any worker, although its batch is not on record yet.
+TEST_F(HeldWorkers, NewWorkerMayNotStopThePool) {
+    StopFromInside stop(m_core);
+    Task stopping = stop.MakeTask();
+    ThreadStarts starts;
+    starts.After([&](int number) {
+        if (number == 1) {
+            stop.GiveItAChance();
+        }
+    });
+    {
+        HeldTasks held;
+        for (int i = 0; i < 6; ++i) {
+            AppendToQueue(*m_core, held.Make());
+        }
+        m_core->Queue(held.Make());  // behind the growth: there is one for each of the first workers
+        AppendToQueue(*m_core, stopping);
+        s_mayBegin->Open();
+        stopping.Wait();
+    }
+    EXPECT_EQ(stop.Refusal(), kStopRefused);
+    EXPECT_FALSE(IsStopping(*m_core));
 }
 
 // Nor is the end of workers that were never counted taken for the end of others.

@@ -3,8 +3,6 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
-#include <stdexcept>
-#include <string>
 #include <system_error>
 #include <vector>
 
@@ -19,6 +17,8 @@
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/pool_fields.h"
+#include "tests/threadpool/stop_from_inside.h"
+#include "tests/threadpool/thread_starts.h"
 
 namespace {
 
@@ -30,8 +30,6 @@ using namespace std::chrono_literals;
 using Pool = ThreadPool<NullPolicy>;
 
 constexpr std::chrono::seconds kLessThanTheGrace{25};  // shutdown waits 30 s before it cancels
-
-constexpr const char* kDeadlock = "Trying to call destructor in thread from thread pool causes deadlock!";
 
 TEST(ThreadPoolStop, IdlePoolStopsAtOnce) {
     const Pool pool(0);
@@ -111,17 +109,11 @@ TEST(ThreadPoolStop, StoppedPoolTakesTasksButNeverRunsThem) {
 
 TEST(ThreadPoolStop, IsRefusedOnAWorkerAndChangesNothing) {
     const Pool pool(2);
-    std::string message;
-    Task task = MakeTask(L"stops its own pool", [&] {
-        try {
-            pool.Core()->Stop();
-        } catch (const std::runtime_error& error) {
-            message = error.what();
-        }
-    });
+    StopFromInside stop(pool.Core());
+    Task task = stop.MakeTask();
     pool.Core()->Queue(task);
     task.Wait();
-    EXPECT_EQ(message, kDeadlock);
+    EXPECT_EQ(stop.Refusal(), kStopRefused);
     EXPECT_FALSE(IsStopping(*pool.Core()));
     EXPECT_EQ(CountsOf(pool).threadCount, 2U);
     Task after = MakeTask(L"after", [] {});
@@ -129,22 +121,16 @@ TEST(ThreadPoolStop, IsRefusedOnAWorkerAndChangesNothing) {
     after.Wait();
 }
 
+// Even before its launch is over and the pool has it on record.
 TEST(ThreadPoolStop, IsRefusedOnADedicatedThread) {
     const Pool pool(1);
-    std::string message;
-    Gate launched;  // the pool knows the thread as its own from then on
-    Task task = MakeTask(L"stops its own pool", [&] {
-        launched.Wait();
-        try {
-            pool.Core()->Stop();
-        } catch (const std::runtime_error& error) {
-            message = error.what();
-        }
-    });
+    StopFromInside stop(pool.Core());
+    ThreadStarts starts;
+    starts.After([&](int) { stop.GiveItAChance(); });
+    Task task = stop.MakeTask();
     pool.Core()->LaunchInNewThread(task);
-    launched.Open();
     task.Wait();
-    EXPECT_EQ(message, kDeadlock);
+    EXPECT_EQ(stop.Refusal(), kStopRefused);
     EXPECT_FALSE(IsStopping(*pool.Core()));
 }
 

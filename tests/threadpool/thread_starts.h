@@ -1,6 +1,6 @@
 // Counts the threads that the library starts, and makes chosen starts fail.
 //
-// Threads: Count() from any. Before() belongs before the first start; FailAt() may be called at any time.
+// Threads: Count() from any. Before() and After() belong before the first start; FailAt() may be called at any time.
 // Lifetime: one at a time; must outlive the starts.
 #pragma once
 
@@ -23,7 +23,10 @@ class ThreadStarts {
         s_count = 0;
         s_failAt = 0;
     }
-    ~ThreadStarts() { s_before = nullptr; }
+    ~ThreadStarts() {
+        s_before = nullptr;
+        s_after = nullptr;
+    }
     ThreadStarts(const ThreadStarts&) = delete;
     ThreadStarts& operator=(const ThreadStarts&) = delete;
 
@@ -35,6 +38,9 @@ class ThreadStarts {
 
     // Called on the starting thread before every start, with the start's number.
     void Before(std::function<void(int)> action) { s_before = std::move(action); }
+
+    // The same when the thread has been started, and perhaps run.
+    void After(std::function<void(int)> action) { s_after = std::move(action); }
 
   private:
     using Entry = unsigned(__stdcall*)(void*);
@@ -50,13 +56,18 @@ class ThreadStarts {
             errno = EAGAIN;
             return 0;
         }
-        return s_original.load()(security, stackSize, entry, argument, flags, id);
+        const std::uintptr_t thread = s_original.load()(security, stackSize, entry, argument, flags, id);
+        if (s_after) {
+            s_after(number);
+        }
+        return thread;
     }
 
     static inline std::atomic<BeginThread*> s_original = nullptr;
     static inline std::atomic<int> s_count = 0;
     static inline std::atomic<int> s_failAt = 0;
     static inline std::function<void(int)> s_before;
+    static inline std::function<void(int)> s_after;
 
     const ImportPatch m_patch;
 };
