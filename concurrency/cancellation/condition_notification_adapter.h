@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/cancellation/notifier_registration.h"
 
@@ -53,12 +54,18 @@ class ConditionNotificationAdapter : public AbstractCancelNotifier {
 template <typename Mutex, typename Wait>
 auto CancellableConditionWait(Mutex& mutex, std::condition_variable_any& condition,
                               std::shared_ptr<const void> keepAlive, Wait wait) {
-    // Registered before the flag is tested, and tested and waited under one hold of `mutex`: no request is missed.
-    const auto notifier = ConditionNotificationAdapter<Mutex>::CreateInstance(mutex, condition, std::move(keepAlive));
-    CancellationPoint();
-    auto result = wait();
-    CancellationPoint();
-    return result;
+    {
+        // Registered before the flag is tested, and tested and waited under one hold of `mutex`: no request is missed.
+        const auto notifier =
+            ConditionNotificationAdapter<Mutex>::CreateInstance(mutex, condition, std::move(keepAlive));
+        if (!IsCancellationRequested()) {
+            auto result = wait();
+            if (!IsCancellationRequested()) {
+                return result;
+            }
+        }
+    }
+    throw CancelRequestedException();  // here, where there is nothing to destroy on its way
 }
 
 }  // namespace Orvane::Internal

@@ -5,6 +5,7 @@
 #include <chrono>
 
 #include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/cancellation/notifier_registration.h"
 
@@ -34,8 +35,16 @@ void SleepNotificationAdapter::Notify(std::unique_lock<std::recursive_mutex>& lo
 }
 
 void SleepNotificationAdapter::Sleep(DWORD milliseconds) {
+    if (!SleepUnlessCancelled(milliseconds)) {
+        throw CancelRequestedException();
+    }
+}
+
+bool SleepNotificationAdapter::SleepUnlessCancelled(DWORD milliseconds) {
     Guard lock(m_mutex);
-    CancellationPoint();
+    if (IsCancellationRequested()) {
+        return false;
+    }
     if (milliseconds == INFINITE) {
         m_condition.wait(lock);
     } else if (milliseconds == 0) {
@@ -44,7 +53,7 @@ void SleepNotificationAdapter::Sleep(DWORD milliseconds) {
     } else {
         m_condition.wait_for(lock, std::min(std::chrono::milliseconds(milliseconds), kLongestSleep));
     }
-    CancellationPoint();
+    return !IsCancellationRequested();
 }
 
 }  // namespace Orvane::Internal

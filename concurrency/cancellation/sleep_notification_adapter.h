@@ -1,7 +1,7 @@
 // A sleep that a cancellation request ends.
 //
-// Threads: CreateInstance() and Sleep() on the task's thread; Notify() on the thread that cancels.
-// Cancellation: Sleep() is a cancellation point, before and after it waits.
+// Threads: CreateInstance() and the sleeps on the task's thread; Notify() on the thread that cancels.
+// Cancellation: a sleep is a cancellation point, before and after it waits.
 // Errors: std::bad_alloc, std::system_error.
 #pragma once
 
@@ -30,6 +30,9 @@ class ORVANE_CONCURRENCY_API SleepNotificationAdapter : public AbstractCancelNot
     //
     // Units: milliseconds.
     void Sleep(DWORD milliseconds);
+
+    // The same for a caller who throws himself. Returns false if it was cancelled.
+    bool SleepUnlessCancelled(DWORD milliseconds);
 
   private:
     SleepNotificationAdapter();

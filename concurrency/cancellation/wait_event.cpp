@@ -70,7 +70,7 @@ std::shared_ptr<WaitEvent> WaitEvent::CreateInstance() {
 WaitEvent::WaitEvent() : m_event(TakeOrCreate()) {}
 
 WaitEvent::~WaitEvent() {
-    if (m_signalled || m_event == nullptr || !g_spareEvents.Keep(m_event)) {
+    if (m_signals != 0 || m_event == nullptr || !g_spareEvents.Keep(m_event)) {
         CloseHandle(m_event);
     }
 }
@@ -78,7 +78,7 @@ WaitEvent::~WaitEvent() {
 void WaitEvent::Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) {
     std::atomic_ref(requested).store(true);
     lock.unlock();
-    m_signalled = true;
+    ++m_signals;
     SetEvent(m_event);
 }
 

@@ -1,7 +1,7 @@
 // The notifier of the cancellable handle waits, and its event.
 //
-// Creating and closing an event costs more than a wait does. So an event that nobody has signalled is kept for a later
-// wait. One that was signalled is closed: a signal belongs to one wait and never reaches another.
+// Creating and closing an event costs more than a wait does. So an event is kept for a later wait, unless it may still be
+// signalled: a signal belongs to one wait and never reaches another.
 //
 // Threads: created and destroyed on any; Notify() on the thread that cancels.
 #pragma once
@@ -30,12 +30,14 @@ class WaitEvent : public AbstractCancelNotifier {
     // Null if the platform had no event: a wait on it fails as the platform decides.
     HANDLE GetHandle() const { return m_event; }
 
-    // To be told when a wait has ended with this event.
-    void SetSignalled() noexcept { m_signalled = true; }
+    // To be told when a wait has ended with this event, which took its signal.
+    void SignalTaken() noexcept { --m_signals; }
 
   private:
     const HANDLE m_event;
-    std::atomic<bool> m_signalled = false;
+
+    // Sent and not taken. Two may have become one in the event; then it counts as signalled although it is not.
+    std::atomic<int> m_signals = 0;
 };
 
 // Closes what is kept for later waits.

@@ -282,6 +282,28 @@ TEST(CancellableWaitForSingleObject, UsesAnEventAgainThatNobodySignalled) {
     EXPECT_EQ(created.Count(), 1);
 }
 
+TEST(CancellableWaitForSingleObject, UsesAnEventAgainWhoseSignalItTook) {
+    const CreatedEvents created;
+    const Event silent;
+    for (int round = 0; round < 10; ++round) {
+        const RunScope run;
+        const RequestAtTheWait late(run);
+        EXPECT_THROW(CancellableWaitForSingleObject(silent.Get(), INFINITE), CancelRequestedException);
+    }
+    EXPECT_EQ(created.Count(), 1);
+}
+
+TEST(CancellableWaitForSingleObject, SecondSignalDoesNotReachALaterWait) {
+    const Event silent;
+    {
+        const RunScope run;
+        const RequestsAroundTheWait twice(run);
+        ASSERT_THROW(CancellableWaitForSingleObject(silent.Get(), INFINITE), CancelRequestedException);
+    }
+    const RunScope run;
+    EXPECT_EQ(CancellableWaitForSingleObject(silent.Get(), 0), 0x102U);
+}
+
 TEST(CancellableWaitForSingleObject, LastUninitialisationClosesTheEventsThatAreKept) {
     const Event silent;
     const auto waitInitialised = [&] {

@@ -58,6 +58,23 @@ class RequestAtTheWait {
     ImportPatch m_patch{LibraryUnderTest(), "WaitForMultipleObjects", &RequestThenWait};
 };
 
+// One request comes right before the platform looks at the handles, another one right after.
+class RequestsAroundTheWait {
+  public:
+    explicit RequestsAroundTheWait(const RunScope& run) { g_run = &run; }
+
+  private:
+    static DWORD WINAPI RequestAndWait(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
+        g_run->Cancellation().RequestCancel();
+        const DWORD result = WaitForMultipleObjects(count, handles, all, milliseconds);
+        g_run->Cancellation().RequestCancel();
+        return result;
+    }
+
+    static inline const RunScope* g_run = nullptr;
+    ImportPatch m_patch{LibraryUnderTest(), "WaitForMultipleObjects", &RequestAndWait};
+};
+
 // Every event is created signalled: as if somebody else had signalled it.
 class SignalledEvents {
     static HANDLE WINAPI Create(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL, LPCWSTR name) {
