@@ -17,23 +17,13 @@
 #include "tests/scheduler/moments.h"
 #include "tests/support/allocations.h"
 #include "tests/support/eventually.h"
+#include "tests/support/say_why.h"
 
 namespace {
 
 using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
-
-[[noreturn]] void SayWhy() {
-    try {
-        std::rethrow_exception(std::current_exception());
-    } catch (const std::exception& error) {
-        std::fputs(error.what(), stdout);
-        std::fflush(stdout);
-    } catch (...) {
-    }
-    std::abort();
-}
 
 void Insert(const Task& task) {
     GlobalScheduler::Insert(ScheduledTask(task, k1970, kOnce));

@@ -1,6 +1,4 @@
 // Has the scheduler need a pool that cannot be made.
-#include <cstdio>
-#include <cstdlib>
 #include <exception>
 
 #include "concurrency/lifetime/concurrency_lifetime.h"
@@ -8,22 +6,8 @@
 #include "concurrency/tasks/make_task.h"
 #include "tests/scheduler/moments.h"
 #include "tests/support/gate.h"
+#include "tests/support/say_why.h"
 #include "tests/threadpool/thread_starts.h"
-
-namespace {
-
-[[noreturn]] void SayWhy() {
-    try {
-        std::rethrow_exception(std::current_exception());
-    } catch (const std::exception& error) {
-        std::fputs(error.what(), stdout);
-        std::fflush(stdout);
-    } catch (...) {
-    }
-    std::abort();
-}
-
-}  // namespace
 
 int main() {
     using namespace Zarvo::Test;

@@ -7,15 +7,18 @@ include(GoogleTest)
 add_library(host_memory SHARED support/allocations.cpp)
 function(test_support target library)
     add_library(${target} OBJECT
+        ${root}/tests/support/child_process.cpp
         ${root}/tests/support/eventually.cpp
         ${root}/tests/support/gate.cpp
+        ${root}/tests/support/import_patch.cpp
         ${root}/tests/support/plain_thread.cpp
         ${root}/tests/support/recorded_reports.cpp
+        ${root}/tests/support/resources.cpp
         ${root}/tests/support/stopwatch.cpp
         ${root}/tests/support/task_thread.cpp
-        support/child_process.cpp
-        support/import_patch.cpp
+        support/import_entries.cpp
         support/resource_probe.cpp
+        support/running_child.cpp
     )
     target_link_libraries(${target} PUBLIC host_memory ${library} ${CMAKE_DL_LIBS})
 endfunction()

@@ -1,7 +1,6 @@
 #include "tests/support/resource_probe.h"
 
 #include <mutex>
-#include <ostream>
 
 #include "tests/host/windows/kernel.h"
 #include "tests/support/allocations.h"
@@ -28,16 +27,6 @@ Resources Resources::Now() {
     now.blocks = LiveBlocks();
     now.bytes = LiveBytes();
     return now;
-}
-
-Resources operator-(const Resources& left, const Resources& right) {
-    return {left.handles - right.handles, left.threads - right.threads, left.blocks - right.blocks,
-            left.bytes - right.bytes};
-}
-
-std::ostream& operator<<(std::ostream& stream, const Resources& resources) {
-    return stream << resources.handles << " handles, " << resources.threads << " threads, " << resources.blocks
-                  << " blocks, " << resources.bytes << " bytes";
 }
 
 }  // namespace Zarvo::Test

@@ -1,6 +1,6 @@
 // Import patching for this system's modules: a function that a module calls in another one is reached through an entry
 // of the module's global offset table.
-#include "tests/support/import_patch.h"
+#include "tests/support/import_entries.h"
 
 #include <dlfcn.h>
 #include <elf.h>
@@ -13,6 +13,7 @@
 #include <string>
 
 #include "concurrency/base/windows_api.h"
+#include "tests/support/import_patch.h"
 
 namespace Zarvo::Test {
 
@@ -72,12 +73,13 @@ const char* NameHere(const char* function) {
     return entry != names.end() ? entry->second : function;
 }
 
-Entries EntriesOf(HINSTANCE__* module, const char* function) {
+}  // namespace
+
+Entries ImportEntries(HINSTANCE__* module, const char* function) {
     return Imports(module).Named(NameHere(function));
 }
 
-// The entry may be in a read-only page.
-void Store(void** entry, void* function) {
+void StoreImport(void** entry, void* function) {
     DWORD before = 0;
     if (VirtualProtect(entry, sizeof(*entry), PAGE_READWRITE, &before) == FALSE) {
         throw std::runtime_error("ImportPatch: the import table cannot be written");
@@ -85,36 +87,9 @@ void Store(void** entry, void* function) {
     std::atomic_ref(*entry).store(function);
 }
 
-}  // namespace
-
-HINSTANCE__* LibraryUnderTest() {
-#ifdef ORVANE_CONCURRENCY_STATIC
-    return GetModuleHandleW(nullptr);
-#else
-    return GetModuleHandleW(L"ZarvoConcurrency.dll");
-#endif
-}
-
 // Not what stands in the table: that may still wait for the first call, to be looked up.
 void* ImportedFunction(HINSTANCE__* module, const char* function) {
-    return EntriesOf(module, function).empty() ? nullptr : dlsym(RTLD_DEFAULT, NameHere(function));
-}
-
-ImportPatch::ImportPatch(HINSTANCE__* module, const char* function, void* replacement)
-    : m_entries(EntriesOf(module, function)) {
-    if (m_entries.empty()) {
-        throw std::runtime_error(std::string("ImportPatch: the module does not import ") + function);
-    }
-    m_original = ImportedFunction(module, function);
-    for (void** entry : m_entries) {
-        Store(entry, replacement);
-    }
-}
-
-ImportPatch::~ImportPatch() {
-    for (void** entry : m_entries) {
-        Store(entry, m_original);
-    }
+    return ImportEntries(module, function).empty() ? nullptr : dlsym(RTLD_DEFAULT, NameHere(function));
 }
 
 }  // namespace Zarvo::Test
