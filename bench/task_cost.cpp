@@ -149,12 +149,14 @@ std::vector<Subject> WaitSubjects(std::size_t count) {
 }
 
 void ReportTwice(const wchar_t* name) {
-    const unsigned thread = GetCurrentThreadId();
-    const unsigned process = GetCurrentProcessId();
     for (int i = 0; i < 2; ++i) {
-        g_OrvaneLogging.Report(1, 16, L"Concurrency.Task",
-                               L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", name, thread, thread,
-                               process, process);
+        if (g_OrvaneLogging.Wants(1)) {
+            const unsigned thread = GetCurrentThreadId();
+            const unsigned process = GetCurrentProcessId();
+            g_OrvaneLogging.Report(1, 16, L"Concurrency.Task",
+                                   L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", name, thread,
+                                   thread, process, process);
+        }
     }
 }
 

@@ -14,15 +14,15 @@ namespace Orvane::Internal {
 
 namespace {
 
-// Where a run is.
-struct RunPlace {
+// Thread and process ids stand twice in both records: hexadecimal and decimal.
+void ReportRun(const wchar_t* format, const wchar_t* name) {
+    constexpr int kSeverity = 1;
+    if (!g_OrvaneLogging.Wants(kSeverity)) {
+        return;
+    }
     const unsigned thread = ::GetCurrentThreadId();
     const unsigned process = ::GetCurrentProcessId();
-};
-
-// Thread and process ids stand twice in both records: hexadecimal and decimal.
-void ReportRun(const wchar_t* format, const wchar_t* name, const RunPlace& at) {
-    g_OrvaneLogging.Report(1, 16, L"Concurrency.Task", format, name, at.thread, at.thread, at.process, at.process);
+    g_OrvaneLogging.Report(kSeverity, 16, L"Concurrency.Task", format, name, thread, thread, process, process);
 }
 
 }  // namespace
@@ -57,10 +57,9 @@ void TaskImpl::Run() {
         }
         wrapper = m_wrapper;
     }
-    const RunPlace at;
-    ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data(), at);
+    ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
     (*wrapper)();
-    ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data(), at);
+    ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
 }
 
 void TaskImpl::Cancel() {
