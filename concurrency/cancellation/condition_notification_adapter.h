@@ -20,17 +20,17 @@
 
 namespace Orvane::Internal {
 
-template <typename Mutex>
+template <typename Mutex, typename ConditionVariable = std::condition_variable_any>
 class ConditionNotificationAdapter : public AbstractCancelNotifier {
   public:
     // Registers with the calling thread's run, if there is one, in place of any other notifier.
-    static std::shared_ptr<AbstractCancelNotifier> CreateInstance(Mutex& mutex, std::condition_variable_any& condition,
+    static std::shared_ptr<AbstractCancelNotifier> CreateInstance(Mutex& mutex, ConditionVariable& condition,
                                                                   std::shared_ptr<const void> keepAlive = nullptr) {
         return RegisterWithCurrentRun(std::shared_ptr<AbstractCancelNotifier>(
             new ConditionNotificationAdapter(mutex, condition, std::move(keepAlive))));
     }
 
-    ConditionNotificationAdapter(Mutex& mutex, std::condition_variable_any& condition,
+    ConditionNotificationAdapter(Mutex& mutex, ConditionVariable& condition,
                                  std::shared_ptr<const void> keepAlive = nullptr)
         : m_mutex(&mutex), m_condition(&condition), m_keepAlive(std::move(keepAlive)) {}
 
@@ -45,7 +45,7 @@ class ConditionNotificationAdapter : public AbstractCancelNotifier {
 
   private:
     Mutex* m_mutex;
-    std::condition_variable_any* m_condition;
+    ConditionVariable* m_condition;
     std::shared_ptr<const void> m_keepAlive;
 };
 

@@ -96,8 +96,8 @@ fifo_mutex::Line::Place fifo_mutex::Line::WaitForTurn(Lock& lock, DWORD self, co
 fifo_mutex::Line::Place fifo_mutex::Line::WaitOnce(Lock& lock, const TimePoint* deadline) {
     // Registered before the request is looked for, and looked for and slept under one hold of the guard: no request is
     // missed.
-    const auto notifier =
-        Internal::ConditionNotificationAdapter<GuardMutex>::CreateInstance(m_guard, m_wake, shared_from_this());
+    using Notifier = Internal::ConditionNotificationAdapter<GuardMutex, Internal::Condition>;
+    const auto notifier = Notifier::CreateInstance(m_guard, m_wake, shared_from_this());
     if (IsCancellationRequested()) {
         return Place::Cancelled;
     }

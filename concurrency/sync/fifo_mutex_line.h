@@ -11,12 +11,12 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <list>
 #include <memory>
 #include <mutex>
 
+#include "concurrency/base/condition.h"
 #include "concurrency/base/guarded.h"
 #include "concurrency/base/time.h"
 #include "concurrency/base/windows_api.h"
@@ -90,7 +90,7 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
     bool Sleep(Lock& lock, const TimePoint* deadline) ORVANE_REQUIRES(m_guard) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
 
     GuardMutex m_guard;  // held briefly, never while the caller owns the mutex
-    std::condition_variable_any m_wake;  // with m_guard: an owner has left
+    Internal::Condition m_wake;  // with m_guard: an owner has left
 
     std::atomic<std::uint64_t> m_word = kFree;  // leaves and becomes kInLine under m_guard
 
