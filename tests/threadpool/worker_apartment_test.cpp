@@ -61,11 +61,11 @@ struct ComCalls {
 // The first eight and those of a growth alike.
 TEST(WorkerApartment, EveryWorkerIsInTheMultithreadedApartment) {
     constexpr int kTasks = 16;
-    const ConcurrencyLifetime lifetime;
     Countdown all(kTasks);
     std::mutex mutex;
     std::set<DWORD> workers;
     std::atomic<int> inApartment = 0;
+    const ConcurrencyLifetime lifetime;  // ends first: the last task may still be on its way out of the countdown
     for (int i = 0; i < kTasks; ++i) {
         GlobalThreadPool::Queue(MakeTask(L"look", [&] {
             const Apartment apartment = Apartment::OfThisThread();
