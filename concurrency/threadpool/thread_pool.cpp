@@ -161,8 +161,11 @@ void ThreadPoolCore::Stop() {
 
 void ThreadPoolCore::RefuseOwnThreads() {
     // Once through the mutexes under which threads are started: whoever has started this one has put it on record then.
+    // One after the other: an end of a dedicated thread need not wait for a growth.
     {
         const Guard launchLock(m_launchMutex);
+    }
+    {
         const Guard spawnLock(m_spawnMutex);
     }
     const Guard lock(m_mutex);
