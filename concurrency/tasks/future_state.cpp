@@ -86,8 +86,12 @@ void FutureState::ConfirmCancel() {
 
 void FutureState::RequestCancel() {
     // Two futures may pass requests on to each other, from two threads, each holding its own mutex. Whoever comes
-    // second finds the state set here and turns back instead of waiting for the other.
-    if (m_state > Busy && !RunsOnThisThread(m_cancellationObject.load())) {
+    // second finds the state set here and turns back instead of waiting for the other, with the exception if it is the
+    // run itself that comes: only a run that is under way has a cancellation object.
+    if (m_state > Busy) {
+        if (RunsOnThisThread(m_cancellationObject.load())) {
+            throw CancelRequestedException();
+        }
         return;
     }
     Guard lock(m_mutex);

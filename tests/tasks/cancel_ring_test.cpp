@@ -54,6 +54,29 @@ TEST(CancelRing, TwoRequestsThatMeetDoNotWaitForEachOther) {
     EXPECT_EQ(StateOf(*right), State::Cancelling);
 }
 
+// The same, and each request comes from the other's run, which it would come back to.
+TEST(CancelRing, TwoRunsThatCancelEachOtherDoNotWaitForEachOther) {
+    Gate bothKnown;
+    Countdown bothListen(2);
+    Countdown meeting(2);
+    std::unique_ptr<TaskThread> left;
+    std::unique_ptr<TaskThread> right;
+    const auto cancel = [&](const std::unique_ptr<TaskThread>& other) {
+        bothKnown.Wait();
+        const auto toOther = std::make_shared<MeetingNotifier>(meeting, other->Future());
+        GetCancellationObject()->RegisterNotifier(toOther);
+        bothListen.Meet();
+        other->Future()->RequestCancel();
+    };
+    left = std::make_unique<TaskThread>([&] { cancel(right); });
+    right = std::make_unique<TaskThread>([&] { cancel(left); });
+    bothKnown.Open();
+
+    ASSERT_TRUE(Eventually([&] { return !left->IsRunning() && !right->IsRunning(); }));
+    EXPECT_TRUE(left->EndedCancelled());
+    EXPECT_TRUE(right->EndedCancelled());
+}
+
 // Two tasks, each of which passes its cancellation on to the other and goes on until it is cancelled itself.
 class Ring {
   public:
