@@ -29,12 +29,16 @@ void ConcurrencyInitialize() {
 void ConcurrencyUninitialize() {
     const Guard lock(LifetimeMutex());
     auto& state = g_initializationState;
-    --state.initCount;
-    if (state.initCount == 0) {
+    // On purpose before the count sinks: what is destroyed here may be a callable whose destructor initialises and
+    // uninitialises for itself, on this thread. It shall find the library as it is.
+    if (state.initCount == 1) {
         // The scheduler first: it queues into the pool.
         Internal::DestroyScheduler();
         Internal::DestroyThreadPool();
         Internal::CloseSpareEvents();
+    }
+    --state.initCount;
+    if (state.initCount == 0) {
         state.slotIsLive = false;
         TlsFree(state.currentTaskTlsIndex);
     }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <utility>
 
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/scheduler/scheduler.h"
@@ -42,8 +43,7 @@ void DestroyScheduler() noexcept {
     const CriticalSectionLock lock(SchedulerLock());
     // Within the callers' reach until its thread has ended: one who inserts on that thread, as the destructor of a
     // callable may, would wait for this lock for ever.
-    delete g_scheduler;
-    g_scheduler = nullptr;
+    delete std::exchange(g_scheduler, nullptr);
     queue = g_queue.exchange(nullptr);
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <utility>
 
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/threadpool/thread_pool.h"
@@ -40,10 +41,11 @@ CriticalSection& ThreadPoolLock() {
 }
 
 void DestroyThreadPool() noexcept {
+    std::shared_ptr<ThreadPoolCore> core;  // destroyed after the lock: what is left in its queue is user code
     const CriticalSectionLock lock(ThreadPoolLock());
-    delete g_pool;
-    g_pool = nullptr;
-    g_core.store(nullptr);
+    // Not to be found while it stops: what its shutdown destroys may come back here.
+    delete std::exchange(g_pool, nullptr);
+    core = g_core.exchange(nullptr);
 }
 
 void GlobalThreadPool::Queue(const Task& task) {
