@@ -7,6 +7,7 @@
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/tasks/null_task_wrapper.h"
 #include "zarvo_orvane_logging/orvane_logging.h"
 
@@ -23,6 +24,17 @@ void ReportRun(const wchar_t* format, const wchar_t* name) {
     const unsigned thread = ::GetCurrentThreadId();
     const unsigned process = ::GetCurrentProcessId();
     g_OrvaneLogging.Report(kSeverity, 16, L"Concurrency.Task", format, name, thread, thread, process, process);
+}
+
+// Whether the run, which may not have started yet, is still to be waited for by this thread. Null is no run.
+bool IsUnderWayElsewhere(const std::shared_ptr<ITaskState>& run) {
+    if (!run) {
+        return false;
+    }
+    const auto future = run->GetFuture();
+    const auto cancellation = future->GetCancellationObject();
+    const bool isOwn = cancellation && cancellation->GetThreadId() == ::GetCurrentThreadId();
+    return !isOwn && (!future->IsReady() || future->IsCancelling());
 }
 
 }  // namespace
@@ -56,6 +68,7 @@ void TaskImpl::Run() {
             return;
         }
         wrapper = m_wrapper;
+        m_run = wrapper;
     }
     ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
     (*wrapper)();
@@ -108,14 +121,27 @@ void TaskImpl::Reset() {
     }
 }
 
-// Puts the empty state in place and returns nothing, unless a reset came in between and its run is under way: then
-// returns that run's state, to be waited for first, or its handle would call a running task idle.
-std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited) {
-    std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
+// A run that has cancelled itself has emptied the task, and goes on.
+std::shared_ptr<ITaskState> TaskImpl::FirstToAwait() {
+    std::shared_ptr<ITaskState> run;  // destroyed after the lock: its destructor runs user code
     const Guard lock(m_mutex);
+    if (!IsEmptied()) {
+        return m_wrapper;
+    }
+    run = m_run.lock();
+    return IsUnderWayElsewhere(run) ? run : nullptr;
+}
+
+// Puts the empty state in place and returns nothing, unless a reset came in between and a run of the new state is under
+// way: then returns that, to be waited for first, or its handle would call a running task idle.
+std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited) {
+    std::shared_ptr<ITaskState> run;  // destroyed after the lock: their destructors run user code
+    std::shared_ptr<ITaskState> released;
+    const Guard lock(m_mutex);
+    run = m_run.lock();
     if (m_wrapper != awaited && !IsEmptied()) {
         const auto future = m_wrapper->GetFuture();
-        if (future->IsBusy() || future->IsCancelling()) {
+        if (future->IsBusy() || future->IsCancelling() || (run == m_wrapper && IsUnderWayElsewhere(run))) {
             return m_wrapper;
         }
     }
@@ -124,8 +150,8 @@ std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<I
 }
 
 void TaskImpl::Wait() {
-    std::shared_ptr<ITaskState> awaited = GetWrapper();
-    while (awaited && awaited != NullTaskWrapper::Instance()) {
+    std::shared_ptr<ITaskState> awaited = FirstToAwait();
+    while (awaited) {
         awaited->GetFuture()->Wait();
         awaited = EmptyUnlessRunning(awaited);
     }

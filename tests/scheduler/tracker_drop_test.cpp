@@ -103,6 +103,30 @@ TEST_F(DroppedTracker, WhileTheTaskIsQueuedLeavesNothingToRun) {
     ExpectNoMoreRuns(0, m_start);
 }
 
+TEST_F(DroppedTracker, WhileARunThatCancelledItselfIsStillLeavingWaitsForIt) {
+    Gate assigned;
+    Gate leaving;
+    Gate mayLeave;
+    std::optional<Tracker> tracker;
+    tracker = Schedule(L"leaving", m_start - 1h, 1h, [&, call = Call()] {
+        assigned.Wait();
+        const auto last = AtEnd([&] {
+            leaving.Open();
+            mayLeave.Wait();
+        });
+        call();
+        tracker->Cancel();
+    });
+    assigned.Open();
+    leaving.Wait();
+
+    const PlainThread dropping([&] { tracker.reset(); });
+    EXPECT_FALSE(Eventually([&] { return dropping.HasEnded(); }, 50ms));
+    mayLeave.Open();
+    EXPECT_TRUE(Eventually([&] { return dropping.HasEnded(); }));
+    ExpectNoMoreRuns(1, m_start);
+}
+
 TEST_F(DroppedTracker, DuringARunThatIsBeingSkippedWaitsForTheRunOnly) {
     const RecordedReports reports;
     std::atomic<bool> ended = false;

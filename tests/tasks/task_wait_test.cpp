@@ -1,7 +1,6 @@
 // Waiting for a task.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <memory>
 
 #include "concurrency/base/windows_api.h"
@@ -14,18 +13,13 @@
 #include "tests/support/plain_thread.h"
 #include "tests/support/task_thread.h"
 #include "tests/tasks/task_fixture.h"
+#include "tests/threadpool/at_end.h"
 
 namespace {
 
 using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
-using namespace std::chrono_literals;
-
-template <typename Thread>
-bool StillWaits(const Thread& thread) {
-    return !Eventually([&] { return thread.HasEnded(); }, 50ms);
-}
 
 TEST(TaskWait, WaitsForTheRunAndEmptiesTheTask) {
     Gate gate;
@@ -171,97 +165,40 @@ TEST(TaskWait, AllWaitersReturn) {
     ExpectEmptied(task);
 }
 
-// A task whose first run is awaited while it is started afresh.
-class TaskWaitResetTest : public testing::Test {
-  protected:
-    void SetUp() override {
-        m_firstFuture = AttachedFutureIn(State::Busy);
-        m_secondFuture = AttachedFutureIn(State::NotStarted);
-        m_second = std::make_shared<ScriptedState>(m_secondFuture);
-        const auto first = std::make_shared<ScriptedState>(m_firstFuture);
-        first->recreate = [this] { return m_second; };
-        m_task = Task(L"", first);
-        m_waiter = std::make_unique<SleepingWaiter>([task = m_task]() mutable { task.Wait(); }, *m_firstFuture);
-        m_task.Reset();
-        ASSERT_EQ(m_task.GetWrapper(), m_second);
-    }
+// The run goes on until it has been left.
+TEST(TaskWait, WaitsForARunThatHasCancelledItself) {
+    Gate leaving;
+    Gate mayLeave;
+    Task task;
+    task = MakeTask(L"", [&] {
+        const auto last = AtEnd([&] {
+            leaving.Open();
+            mayLeave.Wait();
+        });
+        task.Cancel();
+    });
+    PlainThread runner([run = task]() mutable { run(); });
+    leaving.Wait();
+    ExpectEmptied(task);
+    PlainThread waiter([awaited = task]() mutable { awaited.Wait(); });
 
-    bool WaiterReturns() {
-        return Eventually([&] { return m_waiter->HasEnded(); });
-    }
-
-    FuturePointer m_firstFuture;
-    FuturePointer m_secondFuture;
-    std::shared_ptr<ScriptedState> m_second;
-    Task m_task;
-    std::unique_ptr<SleepingWaiter> m_waiter;
-};
-
-TEST_F(TaskWaitResetTest, WaitsForANewerRunThatIsBusy) {
-    StartRun(*m_secondFuture, RunsOn::AnotherThread);
-    m_firstFuture->SetValue();
-
-    EXPECT_TRUE(StillWaits(*m_waiter));
-    EXPECT_TRUE(m_task.IsBusy()) << "a handle calls a running task idle";
-    EXPECT_EQ(m_task.GetWrapper(), m_second);
-    m_secondFuture->SetValue();
-    EXPECT_TRUE(WaiterReturns());
-    ExpectEmptied(m_task);
+    EXPECT_TRUE(StillWaits(waiter));
+    mayLeave.Open();
+    EXPECT_TRUE(Eventually([&] { return waiter.HasEnded() && runner.HasEnded(); }));
 }
 
-TEST_F(TaskWaitResetTest, WaitsForANewerRunThatIsCancelling) {
-    StartRun(*m_secondFuture, RunsOn::AnotherThread);
-    m_secondFuture->RequestCancel();
-    m_firstFuture->SetValue();
+TEST(TaskWait, OfARunThatHasCancelledItselfDoesNotWaitForItself) {
+    bool returned = false;
+    Task task;
+    task = MakeTask(L"", [&] {
+        EXPECT_THROW(task.Cancel(), CancelRequestedException);
+        task.Wait();
+        returned = true;
+    });
+    task();
 
-    EXPECT_TRUE(StillWaits(*m_waiter));
-    m_secondFuture->ConfirmCancel();
-    EXPECT_TRUE(WaiterReturns());
-    ExpectEmptied(m_task);
-}
-
-TEST_F(TaskWaitResetTest, DropsANewerStateThatHasNotStarted) {
-    m_firstFuture->SetValue();
-
-    EXPECT_TRUE(WaiterReturns());
-    ExpectEmptied(m_task);
-    EXPECT_EQ(StateOf(*m_secondFuture), State::NotStarted);
-}
-
-TEST_F(TaskWaitResetTest, DropsANewerRunThatHasEnded) {
-    End(*m_secondFuture, State::Error);
-    m_firstFuture->SetValue();
-
-    EXPECT_TRUE(WaiterReturns());
-    ExpectEmptied(m_task);
-}
-
-TEST_F(TaskWaitResetTest, WaitsForEveryNewerRunThatIsBusy) {
-    const FuturePointer thirdFuture = AttachedFutureIn(State::Busy);
-    const auto third = std::make_shared<ScriptedState>(thirdFuture);
-    m_second->recreate = [&] { return third; };
-    StartRun(*m_secondFuture, RunsOn::AnotherThread);
-    m_firstFuture->SetValue();
-    ASSERT_TRUE(StillWaits(*m_waiter));
-    m_task.Reset();
-    m_secondFuture->SetValue();
-
-    EXPECT_TRUE(StillWaits(*m_waiter));
-    thirdFuture->SetValue();
-    EXPECT_TRUE(WaiterReturns());
-    ExpectEmptied(m_task);
-}
-
-TEST_F(TaskWaitResetTest, CancelReachesTheNewerRunOnly) {
-    StartRun(*m_secondFuture, RunsOn::AnotherThread);
-    m_task.Cancel();
-
-    EXPECT_EQ(StateOf(*m_firstFuture), State::Busy);
-    EXPECT_EQ(StateOf(*m_secondFuture), State::Cancelling);
-    m_firstFuture->SetValue();
-    EXPECT_TRUE(StillWaits(*m_waiter));
-    m_secondFuture->ConfirmCancel();
-    EXPECT_TRUE(WaiterReturns());
+    EXPECT_TRUE(returned);
+    ExpectEmptied(task);
 }
 
 }  // namespace
