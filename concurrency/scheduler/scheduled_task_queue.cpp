@@ -40,15 +40,16 @@ ScheduledTaskQueue::~ScheduledTaskQueue() {
 }
 
 void ScheduledTaskQueue::Push(const ScheduledTask& task) {
-    bool isEarliest = false;
+    bool wake = false;
     {
         const Guard lock(m_lock);
-        isEarliest = m_heap.empty() || m_heap.front() > task;
+        // Whoever comes later does not change how long the thread may sleep, unless it sleeps past what is due already:
+        // the clock was set forward, or the machine was suspended.
+        wake = m_heap.empty() || m_heap.front() > task || (m_wake.HasWaiters() && m_heap.front().IsExpired());
         m_heap.push_back(task);
         std::push_heap(m_heap.begin(), m_heap.end(), std::greater<>());
     }
-    // Whoever comes later does not change how long the thread may sleep.
-    if (isEarliest) {
+    if (wake) {
         m_wake.notify_one();
     }
 }

@@ -15,6 +15,7 @@
 #include "concurrency/tasks/make_task.h"
 #include "tests/scheduler/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
+#include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/stopwatch.h"
 #include "tests/sync/wall_clock.h"
@@ -197,6 +198,25 @@ TEST_F(ScheduledTaskQueueWait, GoesOnWhenALaterTaskIsInserted) {
     std::this_thread::sleep_for(20ms);  // to show that nothing happens
     EXPECT_LE(m_wakeUps, kFewWakeUps);
     m_queue.Stop();
+    EXPECT_TRUE(wait.Ends());
+}
+
+// The thread does not hear of the step. Whatever is inserted afterwards brings it to look at the clock again.
+TEST_F(ScheduledTaskQueueWait, EndsAtTheInsertOfALaterTaskWhenTheClockWasSetForward) {
+    const TimePoint now = Now();
+    FakeWallClock clock(now);
+    m_queue.Push(Idle(now + 1h));
+    const BackgroundCall wait([this] {
+        ScheduledTask due;
+        while (!m_queue.PopExpired(due)) {
+            m_queue.WaitForNextStart();
+        }
+    });
+    // Asked whether it is due, and how long there is to wait: it keeps the lock from here until it sleeps.
+    ASSERT_TRUE(Eventually([&] { return clock.Reads() == 2; }));
+    clock.Set(now + 2h);
+    m_queue.Push(Idle(now + 3h));
+
     EXPECT_TRUE(wait.Ends());
 }
 
