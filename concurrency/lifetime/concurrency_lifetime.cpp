@@ -32,7 +32,8 @@ void ConcurrencyUninitialize() {
     // On purpose before the count sinks: what is destroyed here may be a callable whose destructor initialises and
     // uninitialises for itself, on this thread. It shall find the library as it is.
     if (state.initCount == 1) {
-        // The scheduler first: it queues into the pool.
+        // The scheduler first: it queues into the pool, and must not wait there for a growth that nobody ends.
+        Internal::StopThreadPoolGrowth();
         Internal::DestroyScheduler();
         Internal::DestroyThreadPool();
         Internal::CloseSpareEvents();

@@ -40,6 +40,12 @@ CriticalSection& ThreadPoolLock() {
     return lock;
 }
 
+void StopThreadPoolGrowth() noexcept {
+    if (const auto core = g_core.load()) {
+        core->StopGrowing();
+    }
+}
+
 void DestroyThreadPool() noexcept {
     std::shared_ptr<ThreadPoolCore> core;  // destroyed after the lock: what is left in its queue is user code
     const CriticalSectionLock lock(ThreadPoolLock());

@@ -69,6 +69,10 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     // Starts `count` workers. Errors: std::runtime_error "Failed to spawn thread, resource error".
     void SpawnThreads(std::uint64_t count);
 
+    // From now on it does not grow, and nobody waits for a growth, one that has failed included: for who is about to stop
+    // threads that queue, and waits for them before he stops the pool.
+    void StopGrowing();
+
     // Shuts down: lets the workers finish what is queued for 30 s, then cancels, and joins every thread.
     //
     // Threads: not on a thread of this pool: std::runtime_error, nothing is changed.
@@ -139,6 +143,7 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     SpawnMutex m_spawnMutex;
     Condition m_spawnDone;  // with m_spawnMutex: a growth has ended, or stopping
     bool m_spawnInProgress = false;  // changed under m_spawnMutex and m_mutex, read under one
+    bool m_growthIsOver ORVANE_GUARDED_BY(m_mutex) = false;
     bool m_isWaking ORVANE_GUARDED_BY(m_mutex) = false;  // a worker was woken and has not come in yet
     std::atomic<std::size_t> m_untaken = 0;  // the size of m_queue, written under m_mutex
     Condition m_allTaken;  // with m_mutex: the queue has become empty

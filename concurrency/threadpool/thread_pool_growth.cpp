@@ -40,12 +40,19 @@ constexpr int kPauses = 64;
 // A std::runtime_error for the pool's creator, and cloneable, so that the growth task's future can keep it.
 class SpawnError : public std::runtime_error, public virtual CloneableException {
   public:
-    SpawnError() : std::runtime_error("Failed to spawn thread, resource error") {}
+    // Copies of it share its text, which needs memory: there may be none left when it is thrown.
+    static const SpawnError& Original() {
+        static const SpawnError original;
+        return original;
+    }
 
     std::shared_ptr<CloneableException> Clone() const override {
         return std::shared_ptr<CloneableException>(new SpawnError(*this));
     }
     void Rethrow() const override { throw SpawnError(*this); }
+
+  private:
+    SpawnError() : std::runtime_error("Failed to spawn thread, resource error") {}
 };
 
 }  // namespace
@@ -53,7 +60,7 @@ class SpawnError : public std::runtime_error, public virtual CloneableException 
 // Needs m_mutex. On purpose unsigned: with more work than workers the difference wraps, and the pool does not grow.
 bool ThreadPoolCore::IsFull() const {
     const std::uint64_t busy = m_queue.size() + m_running.size();
-    return m_growable && m_threadCount - busy <= kSpareWorkers;
+    return m_growable && !m_growthIsOver && m_threadCount - busy <= kSpareWorkers;
 }
 
 // Needs m_mutex. Whether there are queued tasks and workers who will take them next.
@@ -138,13 +145,24 @@ void ThreadPoolCore::SetGrowing(bool growing) {
     m_spawnInProgress = growing;
 }
 
+void ThreadPoolCore::StopGrowing() {
+    {
+        const Guard spawnLock(m_spawnMutex);
+        const Guard lock(m_mutex);
+        m_growthIsOver = true;
+        m_spawnInProgress = false;
+    }
+    m_spawnDone.notify_all();
+}
+
 void ThreadPoolCore::SpawnThreads(std::uint64_t count) {
+    const SpawnError& failure = SpawnError::Original();
     try {
         StartBatch(count);
     } catch (...) {
         // On purpose: a failed growth is not taken back, so later callers of Queue() wait until the pool stops.
         m_spawnDone.notify_all();
-        throw SpawnError();
+        throw SpawnError(failure);
     }
 }
 

@@ -8,6 +8,9 @@ namespace Orvane::Internal {
 // Serialises creation and destruction of the pool. Constructed on first use.
 CriticalSection& ThreadPoolLock();
 
+// Lets callers of the pool pass who wait for it to grow, see ThreadPoolCore::StopGrowing().
+void StopThreadPoolGrowth() noexcept;
+
 // Stops and destroys the pool, if there is one. A failed shutdown ends the process.
 void DestroyThreadPool() noexcept;
 

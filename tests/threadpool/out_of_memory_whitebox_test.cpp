@@ -4,10 +4,13 @@
 #include <atomic>
 #include <exception>
 #include <new>
+#include <stdexcept>
+#include <string_view>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/thread_pool.h"
+#include "tests/support/allocations.h"
 #include "tests/support/eventually.h"
 #include "tests/threadpool/failing_allocation.h"
 #include "tests/threadpool/fake_ticks.h"
@@ -64,6 +67,22 @@ TEST(LaunchWithoutMemory, ChangesNothing) {
     task.Wait();
     EXPECT_EQ(ran, 1);
     EXPECT_EQ(CountsOf(pool).nextDedicatedNumber, 1U);
+}
+
+TEST(SpawnWithoutMemory, IsASpawnErrorEvenIfThereIsNoneForTheError) {
+    const Pool pool(1);
+    bool isSpawnError = false;
+    {
+        const NoMemory none;
+        try {
+            pool.Core()->SpawnThreads(1);
+        } catch (const std::runtime_error& error) {
+            isSpawnError = std::string_view(error.what()) == "Failed to spawn thread, resource error";
+        } catch (const std::exception&) {
+            isSpawnError = false;
+        }
+    }
+    EXPECT_TRUE(isSpawnError);
 }
 
 TEST(SpawnWithoutMemory, IsASpawnErrorAndCountsNoWorker) {

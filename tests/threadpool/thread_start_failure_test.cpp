@@ -10,12 +10,15 @@
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/scheduler/global_scheduler.h"
+#include "concurrency/scheduler/scheduled_task.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/resource_probe.h"
+#include "tests/tasks/task_fixture.h"
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/fake_ticks.h"
 #include "tests/threadpool/held_tasks.h"
@@ -134,6 +137,34 @@ TEST_P(FailedGrowth, EndsTheGrowthTaskAndLaterCallersWaitUntilThePoolStops) {
 }
 
 INSTANTIATE_TEST_SUITE_P(At, FailedGrowth, testing::Values(1, 4, 8));
+
+// The scheduler's thread, for which the last uninitialisation waits first, is one of the callers that wait.
+TEST(ThreadStartFailure, OfAGrowthDoesNotKeepTheSchedulerFromEnding) {
+    class AskedState : public ScriptedState {
+      public:
+        AskedState() : ScriptedState(AttachedFutureIn(State::NotStarted)) {}
+        std::shared_ptr<IFutureState> GetFuture() override {
+            isAsked = true;
+            return future;
+        }
+        std::atomic<bool> isAsked = false;
+    };
+    const RecordedReports reports;
+    ThreadStarts starts;
+    std::optional<ConcurrencyLifetime> lifetime(std::in_place);
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(kFirstFull, kQueue));
+    starts.FailAt(kBatch + 1);
+    ASSERT_TRUE(held.Start(1, kQueue));  // calls for the growth
+    ASSERT_TRUE(Eventually([&] { return CountTasks(reports, kStopped, kGrowthTask) == 1; }));
+    const auto due = std::make_shared<AskedState>();
+    GlobalScheduler::Insert(ScheduledTask(Task(L"due", due), TimePoint(), Duration(0)));
+    ASSERT_TRUE(Eventually([&] { return due->isAsked.load(); }));  // right before it is queued
+
+    const BackgroundCall stop([&] { lifetime.reset(); });
+    held.Release();
+    EXPECT_TRUE(stop.Ends());
+}
 
 // The second start of the growth fails, so one new worker is there. Nobody else can take the seventh task: six workers
 // are busy, one is held, and the one that runs the growth waits for it.
