@@ -98,10 +98,7 @@ Figures CancelConditionWaits(std::size_t count) {
     return CancelTasks(count, [&] {
         std::unique_lock lock(mutex);
         for (;;) {
-            Orvane::Internal::CancellableConditionWait(mutex, condition, nullptr, [&] {
-                condition.wait(lock);
-                return true;
-            });
+            Orvane::Internal::CancellableConditionWait(mutex, condition, nullptr, [&] { condition.wait(lock); });
         }
     });
 }

@@ -1,7 +1,7 @@
-// Wakes a task out of a wait on a condition of its own, and the cancellable waits made of it.
+// Wakes a task out of a wait on a condition of its own, and the cancellable wait made of it.
 //
 // Threads: creation and waits on the task's thread; Notify() on the thread that cancels.
-// Cancellation: both waits are cancellation points, before and after they wait.
+// Cancellation: the wait is a cancellation point, before and after it waits.
 // Errors: std::bad_alloc, std::system_error.
 // Lifetime: mutex and condition are the caller's. A request may still use them when the wait has long ended: where
 //     they can be destroyed by then, pass what keeps them alive.
@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <type_traits>
 #include <utility>
 
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
@@ -49,8 +50,13 @@ class ConditionNotificationAdapter : public AbstractCancelNotifier {
     std::shared_ptr<const void> m_keepAlive;
 };
 
-// One cancellable wait on `condition`: `wait` is called with the lock, which owns `mutex`, and its result is returned.
-// Any wake-up ends it; the caller loops around its own condition of progress.
+// One cancellable wait on `condition`. The caller owns `mutex`; `wait()` waits with that very lock, and what it returns is
+// returned. Any wake-up ends it: the caller loops around its own condition of progress.
+//
+//     std::unique_lock lock(mutex);
+//     while (queue.empty()) {
+//         CancellableConditionWait(mutex, condition, nullptr, [&] { condition.wait(lock); });
+//     }
 template <typename Mutex, typename Wait>
 auto CancellableConditionWait(Mutex& mutex, std::condition_variable_any& condition,
                               std::shared_ptr<const void> keepAlive, Wait wait) {
@@ -59,9 +65,16 @@ auto CancellableConditionWait(Mutex& mutex, std::condition_variable_any& conditi
         const auto notifier =
             ConditionNotificationAdapter<Mutex>::CreateInstance(mutex, condition, std::move(keepAlive));
         if (!IsCancellationRequested()) {
-            auto result = wait();
-            if (!IsCancellationRequested()) {
-                return result;
+            if constexpr (std::is_void_v<std::invoke_result_t<Wait&>>) {
+                wait();
+                if (!IsCancellationRequested()) {
+                    return;
+                }
+            } else {
+                auto result = wait();
+                if (!IsCancellationRequested()) {
+                    return result;
+                }
             }
         }
     }

@@ -9,8 +9,8 @@
 // Errors: std::bad_alloc, std::system_error, what copying the callable throws; nothing is scheduled then.
 // Lifetime: the callable is copied for every run. What it refers to must live until the last copy of the returned
 //     Tracker is gone. It must not hold that Tracker, nor let its last copy go.
-// Units: any durations and system-clock time points; rounded to 100 ns, saturated at the ends of time: a second start
-//     beyond the end of time never comes.
+// Units: any durations and system-clock time points; cut to whole 100 ns (an interval below that is 0: once), saturated at
+//     the ends of time: a second start beyond the end of time never comes.
 #pragma once
 
 #include <algorithm>
@@ -34,29 +34,29 @@ class ScheduleAccess {
     template <typename Rep, typename Period>
     static Duration ToTicks(const std::chrono::duration<Rep, Period>& duration) {
         using Seconds = std::chrono::duration<long double>;
-        if (Seconds(duration) >= Seconds(Duration::max())) {
-            return Duration::max();
+        if (Seconds(duration) >= Seconds((Duration::max)())) {
+            return (Duration::max)();
         }
-        if (Seconds(duration) <= Seconds(Duration::min())) {
-            return Duration::min();
+        if (Seconds(duration) <= Seconds((Duration::min)())) {
+            return (Duration::min)();
         }
         return std::chrono::duration_cast<Duration>(duration);
     }
 
     static TimePoint After(const Duration& delay) {
         const auto now = std::chrono::time_point_cast<Duration>(std::chrono::system_clock::now());
-        return delay > TimePoint::max() - now ? TimePoint::max() : now + delay;
+        return delay > (TimePoint::max)() - now ? (TimePoint::max)() : now + delay;
     }
 
     // An interval that leads beyond the end of time would wrap around into the past, due at once and again and again.
     static Duration WithinTime(const TimePoint& start, const Duration& interval) {
-        return start < TimePoint() ? interval : (std::min)(interval, TimePoint::max() - start);
+        return start < TimePoint() ? interval : (std::min)(interval, (TimePoint::max)() - start);
     }
 
     template <typename Callable>
     static Tracker Start(const wchar_t* name, const TimePoint& start, const Duration& interval, Callable&& callable) {
         Tracker tracker;
-        // By plain pointer: a shared one would keep the tracker for ever. The tracker ends no earlier than the run.
+        // By plain pointer: a shared one would keep the tracker for ever. The tracker's end waits for the run.
         Internal::TrackerImpl* const impl = tracker.m_impl.get();
         const Internal::ScheduledTask task(MakeTask(name, [impl, work = std::function<void()>(std::forward<Callable>(
                                                                      callable))] { impl->UpdateWrapper(work); }),

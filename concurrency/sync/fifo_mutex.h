@@ -44,8 +44,8 @@ class ORVANE_CONCURRENCY_API fifo_mutex {
     template <typename Rep, typename Period>
     bool try_lock_for(const std::chrono::duration<Rep, Period>& duration) {
         const auto now = std::chrono::time_point_cast<Duration>(std::chrono::system_clock::now());
-        if (Seconds(duration) >= Seconds(TimePoint::max() - now)) {
-            return try_lock_until(TimePoint::max());
+        if (Seconds(duration) >= Seconds((TimePoint::max)() - now)) {
+            return try_lock_until((TimePoint::max)());
         }
         return try_lock_until(duration > duration.zero() ? now + std::chrono::ceil<Duration>(duration) : now);
     }

@@ -64,10 +64,7 @@ TEST_F(CancellationStress, NoRequestIsLostOnAConditionWait) {
     CancelAtManyMoments([&] {
         std::unique_lock lock(mutex);
         for (;;) {
-            CancellableConditionWait(mutex, condition, nullptr, [&] {
-                condition.wait(lock);
-                return true;
-            });
+            CancellableConditionWait(mutex, condition, nullptr, [&] { condition.wait(lock); });
         }
     });
 }

@@ -240,10 +240,7 @@ TEST(ConditionNotificationAdapter, CancelWakesATaskThatLoopsAroundItsOwnConditio
     TaskThread task([&] {
         std::unique_lock lock(waiter.mutex);
         while (!waiter.ready) {
-            CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [&] {
-                waiter.condition.wait(lock);
-                return true;
-            });
+            CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [&] { waiter.condition.wait(lock); });
         }
     });
 
@@ -258,10 +255,7 @@ TEST(ConditionNotificationAdapter, ProgressEndsTheLoopWithoutACancellation) {
     TaskThread task([&] {
         std::unique_lock lock(waiter.mutex);
         while (!waiter.ready) {
-            CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [&] {
-                waiter.condition.wait(lock);
-                return true;
-            });
+            CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [&] { waiter.condition.wait(lock); });
         }
     });
     {

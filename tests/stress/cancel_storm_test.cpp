@@ -58,10 +58,7 @@ class Never {
     static void WaitForCondition() {
         const auto state = std::make_shared<std::pair<std::recursive_mutex, std::condition_variable_any>>();
         std::unique_lock lock(state->first);
-        CancellableConditionWait(state->first, state->second, state, [&] {
-            state->second.wait(lock);
-            return true;
-        });
+        CancellableConditionWait(state->first, state->second, state, [&] { state->second.wait(lock); });
     }
 
     const HANDLE m_event;
