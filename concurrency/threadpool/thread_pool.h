@@ -22,6 +22,7 @@
 #include "concurrency/base/condition.h"
 #include "concurrency/base/guarded.h"
 #include "concurrency/base/native_thread.h"
+#include "concurrency/base/spinning_mutex.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/tasks/policies.h"
 #include "concurrency/tasks/pooled_task.h"
@@ -88,7 +89,7 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
 
     using LaunchMutex = RankedMutex<std::recursive_mutex, LockRank::Launch>;
     using SpawnMutex = RankedMutex<std::recursive_mutex, LockRank::Spawn>;
-    using PoolMutex = RankedMutex<std::recursive_mutex, LockRank::Pool>;
+    using PoolMutex = RankedMutex<SpinningMutex, LockRank::Pool>;
     using ExitMutex = RankedMutex<std::recursive_mutex, LockRank::Leaf>;
 
     using TaskList = std::list<PooledTask>;

@@ -1,0 +1,52 @@
+#include "concurrency/base/spinning_mutex.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace Orvane::Internal;
+
+TEST(SpinningMutex, LetsOneInAtATime) {
+    constexpr int kThreads = 4;
+    constexpr int kTurns = 2'000;
+    SpinningMutex mutex;
+    int turns = 0;
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+            for (int turn = 0; turn < kTurns; ++turn) {
+                const std::lock_guard lock(mutex);
+                const int before = turns;
+                if (turn % 64 == 0) {
+                    std::this_thread::yield();
+                }
+                turns = before + 1;
+            }
+        });
+    }
+    threads.clear();
+    EXPECT_EQ(turns, kThreads * kTurns);
+}
+
+TEST(SpinningMutex, IsRecursive) {
+    SpinningMutex mutex;
+    mutex.lock();
+    mutex.lock();
+    mutex.unlock();
+    std::atomic<bool> entered = false;
+    std::jthread other([&] {
+        const std::lock_guard lock(mutex);
+        entered = true;
+    });
+    EXPECT_FALSE(entered);
+    mutex.unlock();
+    other.join();
+    EXPECT_TRUE(entered);
+}
+
+}  // namespace
