@@ -12,7 +12,7 @@ void ReportNoThrow(int severity, int kind, const wchar_t* category, const wchar_
     try {
         g_OrvaneLogging.Report(severity, kind, category, format, arguments...);
     } catch (...) {
-        // Nowhere left to say it.
+        // On purpose nothing: there is nowhere left to say it.
     }
 }
 

@@ -48,7 +48,7 @@ void DestroyScheduler() noexcept {
 }
 
 void GlobalScheduler::Insert(ScheduledTask task) {
-    GetOrCreateQueue()->Push(task);
+    GetOrCreateQueue()->Push(std::move(task));
 }
 
 }  // namespace Orvane::Internal

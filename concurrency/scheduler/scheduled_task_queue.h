@@ -21,7 +21,7 @@ class ScheduledTaskQueue {
     ScheduledTaskQueue(const ScheduledTaskQueue&) = delete;
     ScheduledTaskQueue& operator=(const ScheduledTaskQueue&) = delete;
 
-    void Push(const ScheduledTask& task);
+    void Push(ScheduledTask task);
 
     // Takes the earliest task out if it is due. `due` must be empty: what it held would be destroyed under the lock.
     bool PopExpired(ScheduledTask& due);

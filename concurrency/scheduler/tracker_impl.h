@@ -36,7 +36,7 @@ class ORVANE_CONCURRENCY_API TrackerImpl : private ScheduledTask {
     // Runs `work` on behalf of the tracked task and makes a recurrent task runnable once more, whether `work` returned
     // or threw. Instantiated for std::function<void()>, whose empty value throws std::bad_function_call.
     template <typename Work>
-    void UpdateWrapper(Work work);
+    void UpdateWrapper(Work work);  // NOLINT(performance-unnecessary-value-param): a copy for each run
 
   private:
     friend struct FieldOrder;
