@@ -27,4 +27,6 @@ install(
         ${CMAKE_CURRENT_BINARY_DIR}/ZarvoConcurrencyConfigVersion.cmake
     DESTINATION ${package_dir}
 )
-install(FILES LICENSE README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency OPTIONAL)
+# To be read; the examples too, which the guides refer to.
+install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency)
+install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency)

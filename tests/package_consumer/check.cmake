@@ -1,5 +1,7 @@
 # Installs a build, then configures, builds and runs the consumer against it:
 #   cmake -D BUILD=folder -D INSTALL=folder [-D RUN_WITH=wine] [-D INSTALL_OPTIONS=...] [-D CONSUMER_OPTIONS=...] -P check.cmake
+cmake_minimum_required(VERSION 3.25)
+
 function(run)
     execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
@@ -7,6 +9,37 @@ endfunction()
 set(consumer ${BUILD}/package_consumer)
 file(REMOVE_RECURSE ${INSTALL})
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${INSTALL} ${INSTALL_OPTIONS})
+
+# What a text of the package refers to is in the package.
+set(texts_dir ${INSTALL}/share/ZarvoConcurrency)
+file(GLOB_RECURSE texts ${texts_dir}/*.md)
+foreach(needed IN ITEMS README.md CONTRIBUTING.md CHANGELOG.md docs/architecture.md)
+    if(NOT "${texts_dir}/${needed}" IN_LIST texts)
+        message(FATAL_ERROR "The package has no ${needed}")
+    endif()
+endforeach()
+foreach(text IN LISTS texts)
+    file(READ ${text} content)
+    string(REPLACE "](" "\nlink " content "${content}")
+    string(REGEX MATCHALL "\nlink [^):\n]+\\)" links "${content}")
+    cmake_path(GET text PARENT_PATH folder)
+    foreach(link IN LISTS links)
+        string(REGEX REPLACE "^\nlink ([^#)]*).*$" "\\1" target "${link}")
+        if(NOT EXISTS ${folder}/${target})
+            message(FATAL_ERROR "${text} refers to ${target}, which is not in the package")
+        endif()
+    endforeach()
+endforeach()
+
+# Another compiler is told so, instead of failing at link time.
+block()
+    set(CMAKE_CXX_COMPILER_ID Another)
+    find_package(ZarvoConcurrency QUIET CONFIG NO_DEFAULT_PATH PATHS ${INSTALL})
+    if(ZarvoConcurrency_FOUND OR NOT ZarvoConcurrency_NOT_FOUND_MESSAGE MATCHES "compiler")
+        message(FATAL_ERROR "The package was found by another compiler")
+    endif()
+endblock()
+
 run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${consumer} --fresh ${CONSUMER_OPTIONS}
     -DZarvoConcurrency_DIR=${INSTALL}/lib/cmake/ZarvoConcurrency
 )
