@@ -3,7 +3,7 @@
 demo() {
     local folder=$project arguments=() digests=$project/build/demo.sha256 code=0
     if [ $# != 0 ] && [[ $1 != --* ]]; then
-        folder=$(cd "$1" 2>/dev/null && pwd -P) || fail "open the folder '$1'" 2
+        folder=$(cd "$caller" && cd "$1" 2>/dev/null && pwd -P) || fail "open the folder '$1'" 2
         sandbox_options=(--ro-bind "$folder" /input)
         arguments=('Z:\input')
         shift
