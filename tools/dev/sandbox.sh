@@ -18,14 +18,17 @@ TEXT
 
 # in_toolchain ROOT COMMAND...
 in_toolchain() {
-    local root=$1
+    local root=$1 name passed_on=()
     shift
+    for name in ZARVO_STRESS_SEED ZARVO_STRESS_FACTOR; do
+        [ -z "${!name:-}" ] || passed_on+=(--setenv "$name" "${!name}")
+    done
     mkdir -p "$cache/ccache"
     env --ignore-environment PATH="$PATH" bwrap --ro-bind "$root/usr" /usr --ro-bind "$root/etc" /etc \
         --symlink usr/bin /bin --symlink usr/sbin /sbin --symlink usr/lib /lib --symlink usr/lib64 /lib64 \
         --dev /dev --proc /proc --ro-bind /sys /sys --tmpfs /tmp --tmpfs /run --dir /var/tmp \
         --bind "$cache/ccache" /ccache --ro-bind-try "$root/wine-prefix" /wine-prefix \
-        --bind "$project" "$project" "${sandbox_options[@]}" \
+        --bind "$project" "$project" "${sandbox_options[@]}" "${passed_on[@]}" \
         --unshare-pid --unshare-net --unshare-ipc --die-with-parent --chdir "$project" \
         --setenv PATH /usr/bin:/usr/sbin --setenv HOME /tmp --setenv LC_ALL C.UTF-8 --setenv TERM "${TERM:-dumb}" \
         --setenv XDG_RUNTIME_DIR /tmp --setenv DEV_ROOT "${root##*/}" \

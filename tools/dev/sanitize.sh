@@ -54,7 +54,7 @@ sanitize() {
             thread | address | undefined) chosen+=("$1") ;;
             --short) be_short ;;
             --stress)
-                if [[ ${2:-} =~ ^[0-9]+$ ]]; then stress "$2"; shift; else stress "$RANDOM$RANDOM"; fi ;;
+                if [[ ${2:-} =~ ^[0-9]+$ ]]; then stress "$2"; shift; else stress "${ZARVO_STRESS_SEED:-$RANDOM$RANDOM}"; fi ;;
             --) shift; options+=("$@"); break ;;
             *) fail "know '$1'; the sanitizers are: thread address undefined" 2 ;;
         esac
@@ -80,6 +80,7 @@ be_short() {
 
 # stress SEED
 stress() {
+    [[ $1 =~ ^[0-9]+$ ]] || fail "use '$1' as a seed: it is a number" 2
     say "stress seed $1"
     export ZARVO_STRESS_SEED=$1
     kind=(--label-regex '^stress$' --repeat until-fail:20)
