@@ -1,4 +1,4 @@
-# ./dev docs, inside the docs root: reference pages from the public headers' own comments, in build/docs.
+# ./dev docs, inside the docs root: reference pages from the headers' own comments, the private ones too, in build/docs.
 set -euo pipefail
 
 . tools/dev/steps.sh

@@ -135,7 +135,7 @@ run_example() {
     wine "build/release/bin/$name.exe" "$@"
 }
 
-# On purpose with a prefix of its own: a shell may stay open while another terminal runs the tests.
+# On purpose with a prefix of its own: a shell may stay open while another terminal runs the tests. A second one waits.
 shell() {
     export WINEPREFIX=$WINEPREFIX-shell
     start_wine

@@ -39,9 +39,29 @@ in_toolchain() {
         "$@"
 }
 
-# claim NAME: one ./dev at a time works on a part of build/. Building, the tests and the Wine prefix are one part.
+# The parts of build/ in the order in which one verb claims them. Building, the tests and their Wine prefix are one part.
+parts=(build shell docs lint coverage sanitize)
+declare -A claimed=()
+
+# claim PART: one ./dev at a time works on it, until this one ends or releases it.
 claim() {
+    local descriptor
     mkdir -p "$project/build"
-    exec 8>"$project/build/.$1.lock"
-    flock --nonblock 8 || { say "wait: another ./dev works on this checkout's $1"; flock 8; }
+    exec {descriptor}>"$project/build/.$1.lock"
+    claimed[$1]=$descriptor
+    flock --nonblock "$descriptor" || { say "wait: another ./dev works on this checkout's $1"; flock "$descriptor"; }
+}
+
+release() {
+    local descriptor=${claimed[$1]}
+    exec {descriptor}>&-
+    unset "claimed[$1]"
+}
+
+# Waits for every other verb. The locks stay: whoever waits for one would wait for a file that nobody else sees.
+clean() {
+    local part
+    for part in "${parts[@]}"; do claim "$part"; done
+    step "empty build/" find build -mindepth 1 -maxdepth 1 ! -name '.*.lock' -exec rm -rf {} +
+    finish "clean: build/ is empty"
 }

@@ -5,16 +5,20 @@ test_all() {
     [ $# = 0 ] || { inside_only test "$@"; return; }
     ensure_sanitize_root # before minutes are spent on building
     inside_only test
+    local passed=$(grep --count 'status="run"' build/debug/test-report.xml)
+    release build # for those who only build
     sanitize --short
-    finish "test: $(grep --count 'status="run"' build/debug/test-report.xml) passed, 0 failed on the target;" \
+    finish "test: $passed passed, 0 failed on the target;" \
         "nothing to report under the sanitizers"
 }
 
 # stress_all [SEED]: one seed for both.
 stress_all() {
-    local seed=${1:-$RANDOM$RANDOM}
+    local seed=${1:-${ZARVO_STRESS_SEED:-$RANDOM$RANDOM}}
+    [[ $seed =~ ^[0-9]+$ ]] || fail "use '$seed' as a seed: it is a number" 2
     ensure_sanitize_root
     inside_only stress "$seed"
+    release build
     sanitize thread address --stress "$seed"
     finish "stress: passed with seed $seed, on the target and under the sanitizers"
 }
