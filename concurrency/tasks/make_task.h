@@ -7,9 +7,11 @@
 // Threads: any. The callable runs on whatever thread runs the task.
 // Cancellation: inside the callable, CancellationPoint() and the cancellable waits leave when the task is cancelled.
 // Errors: std::bad_alloc, and what copying the callable throws.
-// Lifetime: the callable is copied, also by Task::Reset(), and destroyed before its run counts as ended. What it refers
-//     to must live until then, or until the last handle of a task that never runs is gone. Its destructor must not
-//     block.
+// Lifetime: the callable is copied, also by Task::Reset(). If it returns, it is destroyed before its run counts as ended.
+//     If it throws or never runs, it lives on until the task was waited for, or its last handle is gone, and the thread
+//     that ran it has let go, which may be after Wait() has returned. So what it uses must live until its run has ended,
+//     and what the destructors of its captures use until they have run: at the latest in the last uninitialisation.
+//     Its destructor must not block.
 #pragma once
 
 #include <memory>

@@ -10,7 +10,9 @@
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/threadpool/global_thread_pool.h"
+#include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/plain_thread.h"
 #include "tests/tasks/task_fixture.h"
 
 namespace {
@@ -78,6 +80,40 @@ TEST(MakeTask, ReplacesWhatTheFuturePointerHeld) {
     const Task task = MakeTask(L"", [] {}, future);
 
     EXPECT_TRUE(before.expired());
+}
+
+// Keeps the thread in the run whose outcome everybody has seen already.
+struct HeldPolicy {
+    static bool Enter() noexcept { return true; }
+    static void Leave() noexcept { letGo->Wait(); }
+    static inline Gate* letGo = nullptr;
+};
+
+// Whether what the callable has captured is there when the task has been waited for, and when its thread has let go.
+template <typename Callable>
+std::pair<bool, bool> OutlivesWaitAndRun(Callable body) {
+    Gate letGo;
+    HeldPolicy::letGo = &letGo;
+    auto captured = std::make_shared<int>(0);
+    const std::weak_ptr<int> watched = captured;
+    Task task = MakeTask<HeldPolicy>(L"Held", [captured, body] { body(); });
+    captured.reset();
+    PlainThread runner([task]() mutable { task(); });
+
+    task.Wait();
+    const bool afterTheWait = !watched.expired();
+    letGo.Open();
+    runner.Join();
+    return {afterTheWait, !watched.expired()};
+}
+
+TEST(MakeTask, CallableThatReturnsIsGoneAfterTheWait) {
+    EXPECT_EQ(OutlivesWaitAndRun([] {}), std::pair(false, false));
+}
+
+TEST(MakeTask, CallableThatThrowsIsKeptUntilItsThreadLetsGo) {
+    EXPECT_EQ(OutlivesWaitAndRun([] { throw Unexpected(L"failed"); }), std::pair(true, false));
+    EXPECT_EQ(OutlivesWaitAndRun([] { GetFutureObject()->RequestCancel(); }), std::pair(true, false));
 }
 
 TEST(MakeTask, TakesEveryKindOfCallable) {
