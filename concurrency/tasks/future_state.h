@@ -17,9 +17,10 @@
 // throws ends Error; only a run that confirms ends Cancelled.
 //
 // Threads: any thread may ask, wait and request. Start() and the final transitions belong to the run's thread.
-// Cancellation: Wait() and TimedWait() are cancellation points of the calling thread's own task, except when they find
-//     the state Cancelling. They test, they are not woken: a task that waits for another hears its own cancellation
-//     when the wait is over, unless it has a FutureNotificationAdapter.
+// Cancellation: Wait() and TimedWait() are cancellation points of the calling thread's own task if they find the state
+//     NotStarted or Busy: not for a run that is being cancelled or has ended, nor without a task. They test, they are
+//     not woken: a task that waits for another hears its own cancellation when the wait is over, unless it has a
+//     FutureNotificationAdapter.
 // Errors: std::system_error if a lock fails (nothing changed); std::bad_alloc from Start() (still NotStarted).
 // Lifetime: shared. Whoever ends a run, or cancels one that has not started, must hold a reference meanwhile.
 #pragma once
@@ -61,8 +62,8 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     // waits 30 s for the run to end and then logs a record and ends the process.
     void Wait() override;
 
-    // Returns whether the run has ended (for a state that is Cancelling: has left it) by `deadline`; false at once if
-    // no task is attached.
+    // Returns whether the run has ended (for a state that is Cancelling: has left it) by `deadline` (system clock, whose
+    // steps it follows); false at once if no task is attached.
     bool TimedWait(const TimePoint& deadline) override;
 
     void RequestCancel() override;
