@@ -9,7 +9,7 @@ namespace FileDigests {
 
 namespace {
 
-// About 49 days.
+// 11.6 days.
 constexpr std::size_t kMostDigits = 9;
 
 [[noreturn]] void Fail(const std::string& problem, std::wstring_view culprit) {
