@@ -4,6 +4,9 @@
 // destroys the scheduler, the thread pool and the slot, in this order. Pool and scheduler are created on first use.
 // Any number of cycles may follow one another.
 //
+// The last uninitialisation blocks: it hands over what is due, runs what is queued, cancels what is left on the pool after
+// 30 s, and joins all threads without limit. An initialisation on another thread waits meanwhile.
+//
 // Threads: any. The last uninitialisation must not run on one of the library's own threads: the process ends
 //     (std::terminate). A task must not initialise or uninitialise while the last uninitialisation runs: it would wait
 //     for the thread that waits for it.

@@ -30,8 +30,8 @@ class ORVANE_CONCURRENCY_API checked_mutex {
     void lock();
     bool try_lock();
 
-    // Waits until `deadline` at most; returns whether the mutex is held now. A free mutex is taken even if the deadline
-    // has passed.
+    // Waits until `deadline` (system clock, whose steps it follows) at most; returns whether the mutex is held now. A free
+    // mutex is taken even if the deadline has passed.
     bool timed_lock(const TimePoint& deadline);
     void unlock();
 

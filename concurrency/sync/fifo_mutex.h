@@ -35,7 +35,8 @@ class ORVANE_CONCURRENCY_API fifo_mutex {
     // that very moment.
     bool try_lock_until(const TimePoint& deadline);
 
-    // The same for any clock and duration, measured once, at the call.
+    // The same for any clock and duration, measured once, at the call: a deadline of the system clock from then on, which
+    // follows its steps.
     template <typename Clock, typename ClockDuration>
     bool try_lock_until(const std::chrono::time_point<Clock, ClockDuration>& deadline) {
         // In floating point: the distance to an extreme time point does not fit into its own type.

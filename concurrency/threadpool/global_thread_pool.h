@@ -1,5 +1,6 @@
-// The process-wide thread pool. Created on first use, with 8 workers; grows by 8 when fewer than 3 are spare; destroyed
-// by the last ConcurrencyUninitialize(). Every worker lives in the COM multithreaded apartment.
+// The process-wide thread pool. Created by the first call of any member, with 8 workers; grows by 8 when fewer than 3 are
+// spare, without a ceiling, and never shrinks; destroyed by the last ConcurrencyUninitialize(). Every worker lives in the
+// COM multithreaded apartment.
 //
 // Threads: any.
 // Errors: std::runtime_error "Failed to spawn thread, resource error" if the pool cannot be created; the next call tries
@@ -15,7 +16,8 @@ namespace Orvane::Internal {
 class ORVANE_CONCURRENCY_API GlobalThreadPool {
   public:
     // Queues the task: first in, first out. Blocks while workers are being added (at most one batch per 250 ms),
-    // and up to 20 ms while a pool that looks full is still taking what is queued.
+    // and up to 20 ms while a pool that looks full is still taking what is queued. So N long tasks take about N threads
+    // and N/8 of these times: bound what you queue.
     //
     // Cancellation: a cancellation point when it must wait before it adds workers; the task is not queued then.
     static void Queue(const Task& task);
