@@ -46,6 +46,7 @@ declare -A claimed=()
 # claim PART: one ./dev at a time works on it, until this one ends or releases it.
 claim() {
     local descriptor
+    [ -z "${claimed[$1]:-}" ] || return 0
     mkdir -p "$project/build"
     exec {descriptor}>"$project/build/.$1.lock"
     claimed[$1]=$descriptor
