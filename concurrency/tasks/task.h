@@ -58,8 +58,9 @@ class ORVANE_CONCURRENCY_API Task {
     void Reset();
 
     // Waits until the run has ended, then lets go of the callable and the future: from then on the task is cancelled. If
-    // Reset() came in between and that run is under way, waits for it as well. A run that the wait finds being cancelled
-    // has 30 s to end; after that the process is ended. Neither the task's exception nor its cancellation is thrown here.
+    // Reset() came in between and that run is under way, waits for it as well; so for a run that has cancelled itself and
+    // is not over yet. A run that the wait finds being cancelled has 30 s to end; after that the process is ended. Neither
+    // the task's exception nor its cancellation is thrown here.
     void Wait();
 
   private:
