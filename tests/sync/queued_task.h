@@ -1,39 +1,45 @@
 // A task on a thread of its own that waits in the line of a fifo_mutex.
 //
-// Threads: as TaskThread; only one is being constructed at a time.
+// Threads: as TaskThread.
 // Lifetime: as TaskThread: the destructor cancels it and joins.
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <utility>
 
-#include "concurrency/base/windows_api.h"
+#include "concurrency/base/thread_safety.h"
+#include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/eventually.h"
-#include "tests/support/import_patch.h"
 #include "tests/support/task_thread.h"
 #include "tests/sync/others.h"
+
+namespace Orvane::Internal {
+
+// Befriended by the cancellation record under this name.
+struct FieldOrder {
+    static bool HasNotifier(CancellationObject& run) ORVANE_NO_THREAD_SAFETY_ANALYSIS {
+        const std::lock_guard lock(run.m_mutex);
+        return !run.m_notifier.expired();
+    }
+};
+
+}  // namespace Orvane::Internal
 
 namespace Zarvo::Test {
 
 class QueuedTask {
   public:
-    // `body` begins with a wait for `mutex`, which another thread owns. When the constructor returns, the task has its
-    // place in the line and sleeps.
-    QueuedTask(Orvane::fifo_mutex& mutex, std::function<void()> body) {
-        const ImportPatch patch(LibraryUnderTest(), "GetCurrentThreadId", &ReadThreadId);
-        s_hasAsked = false;
-        m_thread = std::make_unique<TaskThread>([body = std::move(body)] {
-            s_watched = ::GetCurrentThreadId();
-            body();
-        });
-        const bool asked = Eventually([] { return s_hasAsked.load(); });
-        s_watched = 0;
-        // It reads its id under the guard and keeps the guard until it sleeps, and others cannot look before that.
-        if (!asked || IsFreeForOthers(mutex)) {
+    // `body` waits for `mutex`, which another thread owns, before it waits for anything else. When the constructor
+    // returns, the task has its place in the line and sleeps.
+    QueuedTask(Orvane::fifo_mutex& mutex, std::function<void()> body)
+        : m_thread(std::make_unique<TaskThread>(std::move(body))) {
+        // It registers its notifier when it has its place, under the guard, and keeps the guard until it sleeps. Others
+        // cannot look before that.
+        if (!Eventually([this] { return HasNotifier(); }) || IsFreeForOthers(mutex)) {
             throw std::logic_error("QueuedTask: the body does not wait for the mutex");
         }
     }
@@ -41,16 +47,10 @@ class QueuedTask {
     TaskThread* operator->() const { return m_thread.get(); }
 
   private:
-    static DWORD WINAPI ReadThreadId() {
-        const DWORD self = ::GetCurrentThreadId();
-        if (self == s_watched) {
-            s_hasAsked = true;
-        }
-        return self;
+    bool HasNotifier() const {
+        const auto run = m_thread->Future()->GetCancellationObject();
+        return run && Orvane::Internal::FieldOrder::HasNotifier(*run);
     }
-
-    static inline std::atomic<DWORD> s_watched = 0;
-    static inline std::atomic<bool> s_hasAsked = false;
 
     std::unique_ptr<TaskThread> m_thread;
 };
