@@ -54,7 +54,7 @@ TEST(FifoMutex, NeedsNoMemoryWhileNobodyWaits) {
 
 TEST(FifoMutex, KeepsTheLineAsItWasWhenThereIsNoMemoryForAPlaceInIt) {
     fifo_mutex mutex;
-    for (const int successes : {0, 1}) {  // the line itself; the place in it
+    for (const int successes : {0, 1, 2}) {  // the owner's first level, its second; the place in the line
         mutex.lock();
         mutex.lock();
         OnAnotherThread([&] {

@@ -11,6 +11,7 @@
 
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
+#include "tests/support/recorded_reports.h"
 #include "tests/support/resource_probe.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
@@ -293,6 +294,7 @@ TEST(FifoMutex, IsDestroyedSilentlyAndWithoutWaitingWhileItIsOwned) {
         fifo_mutex warmUp;
         warmUp.lock();
     }
+    const RecordedReports reports;
     const ResourceProbe probe;
     {
         fifo_mutex mutex;
@@ -300,6 +302,7 @@ TEST(FifoMutex, IsDestroyedSilentlyAndWithoutWaitingWhileItIsOwned) {
         mutex.lock();
     }
     EXPECT_EQ(probe.Growth(), Resources{});
+    EXPECT_TRUE(reports.All().empty());
 }
 
 }  // namespace
