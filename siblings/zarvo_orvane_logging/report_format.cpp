@@ -132,17 +132,17 @@ void AppendReal(const Conversion& conversion, double value, WideText& text) noex
     AppendNumber(conversion, SignFor(conversion, negative), body, 0, text);
 }
 
-// Narrow text is in the system's ANSI code page, as the exceptions' texts are.
+// Narrow text is in the thread's ANSI code page, as the exceptions' texts are.
 void AppendNarrow(const Conversion& conversion, const char* narrow, WideText& text) noexcept {
     const std::size_t length = LengthOf(narrow, conversion.precision);
     const auto bytes = static_cast<int>(std::min<std::size_t>(length, std::numeric_limits<int>::max()));
-    const int characters = bytes == 0 ? 0 : MultiByteToWideChar(CP_ACP, 0, narrow, bytes, nullptr, 0);
+    const int characters = bytes == 0 ? 0 : MultiByteToWideChar(CP_THREAD_ACP, 0, narrow, bytes, nullptr, 0);
     const auto wideLength = static_cast<std::size_t>(characters);
     const std::size_t padding = PaddingFor(conversion, wideLength);
     text.Append(conversion.leftAligned ? 0 : padding, L' ');
     const std::span<wchar_t> room = text.Extend(wideLength);
     if (!room.empty() &&
-        MultiByteToWideChar(CP_ACP, 0, narrow, bytes, room.data(), static_cast<int>(room.size())) == 0) {
+        MultiByteToWideChar(CP_THREAD_ACP, 0, narrow, bytes, room.data(), static_cast<int>(room.size())) == 0) {
         text.DropLast(room.size());
     }
     text.Append(conversion.leftAligned ? padding : 0, L' ');

@@ -170,11 +170,15 @@ TEST(ReportFormat, TextOfTheFailedRescheduleIsNarrow) {
         L"Task reschedule failed in thread [0x1a (26)] of process [0xb (11)]. reason");
 }
 
-TEST(ReportFormat, NarrowTextComesFromTheSystemsCodePage) {
-    const char narrow[] = "\xE9t\xE9";
-    wchar_t expected[8] = {};
-    MultiByteToWideChar(CP_ACP, 0, narrow, -1, expected, 8);
-    EXPECT_EQ(Format(L"%hs", narrow), expected);
+// The thread's own, not the process's: an exception's text is in that one.
+TEST(ReportFormat, NarrowTextComesFromTheThreadsCodePage) {
+    const LCID previous = GetThreadLocale();
+    ASSERT_TRUE(SetThreadLocale(MAKELCID(MAKELANGID(LANG_RUSSIAN, SUBLANG_DEFAULT), SORT_DEFAULT)));
+
+    const std::wstring text = Format(L"[%hs] [%3.1hs]", "\xE4\xE0", "\xE4\xE0");
+
+    SetThreadLocale(previous);
+    EXPECT_EQ(text, L"[\u0434\u0430] [  \u0434]");
 }
 
 TEST(ReportFormat, LongNarrowTextIsWhole) {
