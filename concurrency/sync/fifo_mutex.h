@@ -5,8 +5,9 @@
 // Cancellation: lock() and the timed locks are cancellation points while they must wait: they throw
 //     CancelRequestedException when the caller's task is cancelled. The place in the line is given up, the others keep
 //     theirs. A free or own mutex is taken without asking.
-// Errors: std::system_error if the guard fails; std::length_error or std::bad_alloc if the line cannot grow. On purpose:
-//     memory that runs out while waiting leaves the caller's place in the line, and nobody behind it is served.
+// Errors: std::bad_alloc from the constructor; std::system_error if the guard fails; std::length_error or std::bad_alloc
+//     if the line cannot grow. On purpose: memory that runs out while waiting leaves the caller's place in the line, and
+//     nobody behind it is served.
 // Lifetime: must outlive every owner and every waiter; this is not checked.
 #pragma once
 

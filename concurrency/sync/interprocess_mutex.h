@@ -4,7 +4,8 @@
 // Cancellation: lock() is a cancellation point.
 // Errors: LockException from lock() and unlock(), with a report; std::runtime_error if the mutex cannot be created.
 //     On purpose a mutex whose owner died is a failed lock(): LockException, although the caller owns the mutex then.
-//     To go on: catch, unlock(), repair what the owner left, lock() again.
+//     To go on: catch, unlock(), lock() again, and repair under that lock what the owner left: another process may have
+//     been first.
 // Lifetime: destroying it while locked is reported; the platform's mutex is then abandoned or stays with its owner.
 #pragma once
 
