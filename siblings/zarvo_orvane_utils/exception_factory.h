@@ -16,7 +16,8 @@ namespace Orvane {
 
 class ErrorStorage;
 
-// Threads: every member may be called from any thread at any time, also from static constructors and destructors.
+// Threads: every member may be called from any thread, also from static constructors and destructors. When the process
+//     ends, a call need not return if the system has ended another thread inside a member: it took the lock along.
 // Recursion: a thrower may call every member; it runs with no lock held.
 class ZARVO_ORVANE_UTILS_API ExceptionFactory {
   public:
