@@ -219,7 +219,6 @@ Member MemberOf(ITypeInfo& info, UINT index) {
 
 TEST_F(TypeLibrary, FutureHasFiveMembersInThisOrder) {
     constexpr USHORT kResult = PARAMFLAG_FOUT | PARAMFLAG_FRETVAL;
-    // The name of a property's own parameter is not told: it has none for callers.
     const std::vector<Member> expected{
         {L"Cancel", 1, INVOKE_FUNC, 7, VT_HRESULT, {}},
         {L"Wait", 2, INVOKE_FUNC, 8, VT_HRESULT, {}},

@@ -169,7 +169,8 @@ TEST_P(CancelledFifoMutexWait, ThrowsEvenIfTheTurnHasCome) {
         m_mutex.lock();
         m_mutex.unlock();
     });
-    // Without its notifier the waiter hears nothing of the request until somebody unlocks.
+    // Without its notifier the waiter is not woken by the request. It hears of it when somebody unlocks, or a tenth of a
+    // second after its last look at the line: if that comes in between, it leaves before its turn.
     const auto run = waiter->Future()->GetCancellationObject();
     run->RegisterNotifier({});
     waiter->Cancel();
