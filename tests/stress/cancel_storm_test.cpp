@@ -66,8 +66,8 @@ class Never {
 
 TEST(CancelStorm, NoRequestIsMissed) {
     const StressRun stress(10);
+    const Never never;  // outlives the tasks that wait for it
     const ConcurrencyLifetime lifetime;
-    const Never never;
     for (int number = 0; number < stress.Rounds(); ++number) {
         SCOPED_TRACE(stress.Description());
         std::vector<Task> tasks(kTasks);
@@ -126,8 +126,8 @@ bool SpinUntil(const std::atomic<bool>& flag) {
 TEST(CancelStorm, RequestAtTheMomentOfBlockingIsNotMissed) {
     constexpr int kRequests = 200;
     const StressRun stress(10);
+    const Never never;  // outlives the tasks that wait for it
     const ConcurrencyLifetime lifetime;
-    const Never never;
     for (int number = 0; number < stress.Rounds(); ++number) {
         SCOPED_TRACE(stress.Description());
         Random canceller = stress.Generator(number, 0);
