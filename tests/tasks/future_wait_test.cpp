@@ -3,16 +3,15 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <functional>
+#include <mutex>
 #include <vector>
 
 #include "concurrency/base/time.h"
-#include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
+#include "tests/scheduler/fake_wall_clock.h"
 #include "tests/support/eventually.h"
-#include "tests/support/import_patch.h"
 #include "tests/support/plain_thread.h"
 #include "tests/support/task_thread.h"
 #include "tests/tasks/future_fields.h"
@@ -25,6 +24,7 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
+const TimePoint kIn2012 = std::chrono::sys_days(std::chrono::December / 14 / 2012);
 const TimePoint kIn1969 = std::chrono::sys_days(std::chrono::July / 20 / 1969);
 
 TimePoint After(Duration time) {
@@ -41,6 +41,13 @@ const std::vector<Wait> kWaits{
 // Whether `thread` is still inside its wait after a while.
 bool StillWaits(const PlainThread& thread) {
     return !Eventually([&] { return thread.HasEnded(); }, 50ms);
+}
+
+// Sets the clock and wakes the waiters. Under the future's mutex: each of them has not looked at the clock yet, or sleeps.
+void SetClock(FakeWallClock& clock, TimePoint now, Future& future) {
+    const std::lock_guard lock(FieldOrder::MutexOf(future));
+    clock.Set(now);
+    FieldOrder::ConditionOf(future).notify_all();
 }
 
 // A task of which cancellation was requested while it ran; `body` is called after that.
@@ -284,10 +291,13 @@ TEST(FutureWait, HearsOfItsOwnCancellationWhenTheWaitIsOver) {
 
 TEST(FutureTimedWait, HearsOfItsOwnCancellationAtTheDeadline) {
     const FuturePointer future = AttachedFutureIn(State::Busy);
-    TaskThread task([&] { (void)future->TimedWait(After(200ms)); });
-    task.Cancel();
+    FakeWallClock clock(kIn2012);
+    SleepingWaiter waiter([&] { (void)future->TimedWait(kIn2012 + 1h); }, *future);
+    waiter.Cancel();
+    EXPECT_FALSE(Eventually([&] { return waiter.HasEnded(); }, 50ms)) << "woken by its own cancellation";
 
-    EXPECT_TRUE(task.EndedCancelled());
+    SetClock(clock, kIn2012 + 1h, *future);
+    EXPECT_TRUE(waiter.EndedCancelled());
     EXPECT_EQ(StateOf(*future), State::Busy);
 }
 
@@ -310,25 +320,15 @@ TEST(FutureWait, LetsGoOfTheMutexWhileItWaits) {
     }
 }
 
-std::atomic<std::uint64_t> g_fileTime = 0;
-
-void WINAPI TellFileTime(LPFILETIME time) {
-    const std::uint64_t now = g_fileTime;
-    time->dwLowDateTime = static_cast<DWORD>(now);
-    time->dwHighDateTime = static_cast<DWORD>(now >> 32);
-}
-
 // The 30 s for a run to confirm its cancellation are not measured with the wall clock.
 TEST(FutureWait, StepOfTheWallClockDoesNotEndTheProcess) {
     const FuturePointer future = AttachedFutureIn(State::Cancelling);
-    g_fileTime = 130'000'000'000'000'000;
-    const ImportPatch patch(LibraryUnderTest(), "GetSystemTimePreciseAsFileTime", &TellFileTime);
+    FakeWallClock clock(kIn2012);
     PlainThread waiter([&] { future->Wait(); });
     ASSERT_TRUE(StillWaits(waiter));
 
-    for (const std::uint64_t now : {140'000'000'000'000'000U, 120'000'000'000'000'000U}) {
-        g_fileTime = now;
-        FieldOrder::ConditionOf(*future).notify_all();
+    for (const auto step : {10'000h, -10'000h}) {
+        SetClock(clock, kIn2012 + step, *future);
         EXPECT_TRUE(StillWaits(waiter));
     }
     future->ConfirmCancel();
@@ -338,14 +338,11 @@ TEST(FutureWait, StepOfTheWallClockDoesNotEndTheProcess) {
 // An absolute deadline means the wall clock, wherever that is set to.
 TEST(FutureTimedWait, FollowsTheWallClock) {
     const FuturePointer future = AttachedFutureIn(State::Busy);
-    g_fileTime = 130'000'000'000'000'000;
-    const ImportPatch patch(LibraryUnderTest(), "GetSystemTimePreciseAsFileTime", &TellFileTime);
-    const TimePoint deadline(Duration(130'000'000'000'000'000 - 116'444'736'000'000'000) + 1h);
-    PlainThread waiter([&] { EXPECT_FALSE(future->TimedWait(deadline)); });
+    FakeWallClock clock(kIn2012);
+    PlainThread waiter([&] { EXPECT_FALSE(future->TimedWait(kIn2012 + 1h)); });
     ASSERT_TRUE(StillWaits(waiter));
 
-    g_fileTime = 130'000'000'000'000'000 + Duration(1h).count();
-    FieldOrder::ConditionOf(*future).notify_all();
+    SetClock(clock, kIn2012 + 1h, *future);
     EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
 }
 
