@@ -8,6 +8,7 @@
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "tests/cancellation/notifiers.h"
 #include "tests/cancellation/run_scope.h"
+#include "tests/cancellation/wait_faults.h"
 #include "tests/support/resource_probe.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
@@ -36,10 +37,15 @@ TEST(CancellableSleep, InATaskThatIsNotCancelledItIsAnOrdinarySleep) {
     EXPECT_GE(stopwatch.Elapsed(), 99ms);
 }
 
-TEST(CancellableSleep, OfZeroReturnsAtOnceInsideAndOutsideATask) {
+TEST(CancellableSleep, OfZeroDoesNotWaitInsideNorOutsideATask) {
+    const RecordedSleeps sleeps;
     CancellableSleep(0);
     const RunScope run;
     CancellableSleep(0);
+    EXPECT_TRUE(sleeps.List().empty());
+
+    CancellableSleep(60'000);
+    EXPECT_FALSE(sleeps.List().empty());
 }
 
 TEST(CancellableSleep, ThrowsBeforeItWaitsWhenCancellationWasRequested) {

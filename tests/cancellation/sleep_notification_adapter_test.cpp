@@ -15,9 +15,9 @@
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "tests/cancellation/notifiers.h"
 #include "tests/cancellation/run_scope.h"
+#include "tests/cancellation/wait_faults.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
-#include "tests/support/import_patch.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
 
@@ -70,12 +70,13 @@ TEST(SleepNotificationAdapter, SleepInATaskThatIsNotCancelledLastsTheRequestedTi
     EXPECT_GE(stopwatch.Elapsed(), 99ms);
 }
 
-TEST(SleepNotificationAdapter, SleepOfZeroReturnsAtOnce) {
+TEST(SleepNotificationAdapter, SleepOfZeroDoesNotWait) {
+    const RecordedSleeps sleeps;
     const auto adapter = SleepNotificationAdapter::CreateInstance();
 
-    for (int round = 0; round < 1000; ++round) {
-        AsSleepAdapter(adapter).Sleep(0);
-    }
+    AsSleepAdapter(adapter).Sleep(0);
+
+    EXPECT_TRUE(sleeps.List().empty());
 }
 
 TEST(SleepNotificationAdapter, SleepOfZeroThrowsWhenCancellationWasRequestedBefore) {
@@ -223,23 +224,16 @@ TEST(SleepNotificationAdapter, IsMadeByCreateInstanceOnly) {
     static_assert(std::is_base_of_v<AbstractCancelNotifier, SleepNotificationAdapter>);
 }
 
-DWORD g_waited = 0;
-
 // The platform's waits are cut modulo 49.7 days; this sleep is cut to ten days before that.
 TEST(SleepNotificationAdapter, SleepOfMoreThanTenDaysIsCutToTenDays) {
-    const ImportPatch noSleep(
-        LibraryUnderTest(), "SleepConditionVariableCS",
-        +[](PCONDITION_VARIABLE, PCRITICAL_SECTION, DWORD milliseconds) -> BOOL {
-            g_waited = milliseconds;
-            SetLastError(ERROR_TIMEOUT);
-            return FALSE;
-        });
+    const RecordedSleeps sleeps;
     const auto adapter = SleepNotificationAdapter::CreateInstance();
 
     for (const DWORD milliseconds : {864'000'001UL, 4'000'000'000UL, 0xFFFFFFFEUL}) {
         AsSleepAdapter(adapter).Sleep(milliseconds);
-        EXPECT_LE(g_waited, 864'000'000U) << milliseconds;
-        EXPECT_GT(g_waited, 863'000'000U) << milliseconds;
+        ASSERT_FALSE(sleeps.List().empty());
+        EXPECT_LE(sleeps.List().back(), 864'000'000U) << milliseconds;
+        EXPECT_GT(sleeps.List().back(), 863'000'000U) << milliseconds;
     }
 }
 

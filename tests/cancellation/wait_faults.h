@@ -1,4 +1,4 @@
-// What the cancellable handle waits meet at the border to the platform, arranged by a test for a scope.
+// What the cancellable waits meet at the border to the platform, arranged by a test for a scope.
 //
 // Lifetime: one object of a class at a time.
 #pragma once
@@ -33,6 +33,24 @@ class RecordedWaits {
 
     static inline std::vector<Wait> g_waits;
     ImportPatch m_patch{LibraryUnderTest(), "WaitForMultipleObjects", &Record};
+};
+
+// Every sleep on a condition times out at once and is recorded: its milliseconds.
+class RecordedSleeps {
+  public:
+    RecordedSleeps() { g_sleeps.clear(); }
+
+    const std::vector<DWORD>& List() const { return g_sleeps; }
+
+  private:
+    static BOOL WINAPI Record(PCONDITION_VARIABLE, PCRITICAL_SECTION, DWORD milliseconds) {
+        g_sleeps.push_back(milliseconds);
+        SetLastError(ERROR_TIMEOUT);
+        return FALSE;
+    }
+
+    static inline std::vector<DWORD> g_sleeps;
+    ImportPatch m_patch{LibraryUnderTest(), "SleepConditionVariableCS", &Record};
 };
 
 // A request comes after the wait has tested the flag and before the platform looks at the handles; at the same moment

@@ -28,7 +28,9 @@ set(left_out_tests
     # Replaces what the platform's standard library is made of: critical sections, its conditions, its heap.
     FifoMutexLifetime.EndsWithTheNextOwnerThoughTheOneBeforeIsStillInUnlock
     FifoMutexLifetime.EndsWithTheOwnerThoughARequestForAFormerWaiterIsOnItsWay
+    CancellableSleep.OfZeroDoesNotWaitInsideNorOutsideATask
     SleepNotificationAdapter.SleepOfMoreThanTenDaysIsCutToTenDays
+    SleepNotificationAdapter.SleepOfZeroDoesNotWait
     CancellableWaitForMultipleObjects.NoMemoryForTheArrayIsBadAllocAlsoForTheLargestCount
 
     # At the end of a process on the platform the program's static objects go before the library's, and other threads are
