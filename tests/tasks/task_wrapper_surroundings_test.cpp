@@ -14,6 +14,28 @@
 #include "tests/tasks/bound_wrapper.h"
 #include "tests/tasks/future_fixture.h"
 
+namespace Zarvo::Test {
+
+struct Noted;
+
+}  // namespace Zarvo::Test
+
+namespace Orvane::Internal {
+
+// Notes which future is the current one when the run completes it.
+template <>
+class FutureImpl<Zarvo::Test::Noted> : public FutureState {
+  public:
+    void SetValue() {
+        currentAtCompletion = GetFutureObject();
+        Complete();
+    }
+
+    std::weak_ptr<FutureState> currentAtCompletion;
+};
+
+}  // namespace Orvane::Internal
+
 namespace {
 
 using namespace Orvane;
@@ -92,7 +114,7 @@ TEST(TaskWrapper, RefusedRunDoesNotTouchTheOuterFuture) {
     EXPECT_EQ(afterInner, outer.future);
 }
 
-// The future is still the current one while the bound arguments die and the waiters are woken.
+// The future is still the current one while the bound arguments die and when the waiters are woken.
 TEST(TaskWrapper, PutsTheOuterFutureBackAfterTheCompletion) {
     struct Argument {
         explicit Argument(std::shared_ptr<FutureState>& seen) : future(&seen) {}
@@ -101,11 +123,14 @@ TEST(TaskWrapper, PutsTheOuterFutureBackAfterTheCompletion) {
     };
     std::shared_ptr<FutureState> atDestruction;
     auto argument = std::make_shared<Argument>(atDestruction);
-    Bound bound([argument] {});
+    const auto future = std::make_shared<FutureImpl<Noted>>();
+    TaskWrapper<Noted, Callable> wrapper([argument] {}, future);
     argument.reset();
-    bound.Run();
+    wrapper();
 
-    EXPECT_EQ(atDestruction, bound.future);
+    EXPECT_EQ(atDestruction, future);
+    EXPECT_EQ(future->currentAtCompletion.lock(), future);
+    EXPECT_EQ(GetFutureObject(), nullptr);
 }
 
 Arrivals* g_steps = nullptr;
