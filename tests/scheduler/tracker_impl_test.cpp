@@ -6,10 +6,12 @@
 #include <memory>
 #include <stdexcept>
 
+#include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/tasks/make_task.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/scheduler_fields.h"
+#include "tests/support/child_process.h"
 #include "tests/support/gate.h"
 #include "tests/support/plain_thread.h"
 #include "tests/support/recorded_reports.h"
@@ -152,6 +154,10 @@ TEST(TrackerImpl, ReportsAFailedResetTwiceAndSwallowsIt) {
     const auto records = reports.Matching(L"ScopedReset.dtor");
     ASSERT_EQ(records.size(), 2U);
     EXPECT_EQ(records[0].format, L"Task reschedule failed in thread [0x%x (%d)] of process [0x%x (%d)]. %s");
+    const unsigned thread = ::GetCurrentThreadId();
+    const unsigned process = ::GetCurrentProcessId();
+    EXPECT_EQ(records[0].arguments,
+              Arguments(thread, static_cast<int>(thread), process, static_cast<int>(process), L"no renewal"));
     EXPECT_NE(records[0].text.find(L"no renewal"), std::wstring::npos) << "the reason is narrow text";
     EXPECT_EQ(records[1].format, L"Failed Task name = (%s)");
     EXPECT_EQ(records[1].arguments, Arguments(L"Stubborn"));
@@ -159,6 +165,15 @@ TEST(TrackerImpl, ReportsAFailedResetTwiceAndSwallowsIt) {
         EXPECT_EQ(record.severity, 4);
         EXPECT_EQ(record.kind, 16);
     }
+}
+
+// Only what says its reason is survived: anything else would have to leave a destructor.
+TEST(TrackerImpl, EndsTheProcessWhenAResetThrowsWhatIsNoStandardException) {
+    const ChildResult child = RunChild("tracker_impl_test_child");
+
+    EXPECT_EQ(child.exitCode, kTerminated);
+    EXPECT_EQ(child.standardOutput, "renewing");
+    EXPECT_TRUE(child.log.empty()) << child.LastRecord();
 }
 
 TEST(TrackerImpl, CancelsItsTaskAndWaitsForItsRunWhenItEnds) {
