@@ -10,7 +10,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "concurrency/base/thread_safety.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/eventually.h"
@@ -21,7 +20,7 @@ namespace Orvane::Internal {
 
 // Befriended by the cancellation record under this name.
 struct FieldOrder {
-    static bool HasNotifier(CancellationObject& run) ORVANE_NO_THREAD_SAFETY_ANALYSIS {
+    static bool HasNotifier(CancellationObject& run) {
         const std::lock_guard lock(run.m_mutex);
         return !run.m_notifier.expired();
     }
