@@ -46,9 +46,14 @@ TrackerImpl::TrackerImpl() = default;
 TrackerImpl::TrackerImpl(const TrackerImpl&) = default;
 TrackerImpl& TrackerImpl::operator=(const TrackerImpl&) = default;
 
+// On purpose more than the two: a run that has cancelled itself has emptied the task, and one at its end has reset it.
+// Either goes on for a moment, with what its callable refers to.
 TrackerImpl::~TrackerImpl() {
     Cancel();
     Wait();
+    if (m_isTaskSet) {
+        GetTask().EndRun();
+    }
 }
 
 void TrackerImpl::SetTask(const ScheduledTask& task) {

@@ -63,4 +63,10 @@ void Task::Wait() {
     }
 }
 
+void Task::EndRun() {
+    if (const auto impl = m_impl) {
+        impl->EndRun();
+    }
+}
+
 }  // namespace Orvane::Internal

@@ -18,6 +18,7 @@
 namespace Orvane::Internal {
 
 class TaskImpl;
+class TrackerImpl;
 
 class ORVANE_CONCURRENCY_API Task {
   public:
@@ -58,13 +59,17 @@ class ORVANE_CONCURRENCY_API Task {
     void Reset();
 
     // Waits until the run has ended, then lets go of the callable and the future: from then on the task is cancelled. If
-    // Reset() came in between and that run is under way, waits for it as well; so for a run that has cancelled itself and
-    // is not over yet. A run that the wait finds being cancelled has 30 s to end; after that the process is ended. Neither
-    // the task's exception nor its cancellation is thrown here.
+    // Reset() came in between and that run is under way, waits for it as well. A run that the wait finds being cancelled
+    // has 30 s to end; after that the process is ended. Neither the task's exception nor its cancellation is thrown here.
+    // A task whose run has cancelled itself is empty already: returns at once, although that run may not be over yet.
     void Wait();
 
   private:
     friend class PooledTask;
+    friend class TrackerImpl;
+
+    // Cancels the run that is under way on another thread, whatever has become of the task's state, and waits for it.
+    void EndRun();
 
     std::shared_ptr<TaskImpl> m_impl;
 };

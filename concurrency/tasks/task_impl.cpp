@@ -121,17 +121,6 @@ void TaskImpl::Reset() {
     }
 }
 
-// A run that has cancelled itself has emptied the task, and goes on.
-std::shared_ptr<ITaskState> TaskImpl::FirstToAwait() {
-    std::shared_ptr<ITaskState> run;  // destroyed after the lock: its destructor runs user code
-    const Guard lock(m_mutex);
-    if (!IsEmptied()) {
-        return m_wrapper;
-    }
-    run = m_run.lock();
-    return IsUnderWayElsewhere(run) ? run : nullptr;
-}
-
 // Puts the empty state in place and returns nothing, unless a reset came in between and a run of the new state is under
 // way: then returns that, to be waited for first, or its handle would call a running task idle.
 std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited) {
@@ -150,10 +139,23 @@ std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<I
 }
 
 void TaskImpl::Wait() {
-    std::shared_ptr<ITaskState> awaited = FirstToAwait();
-    while (awaited) {
+    std::shared_ptr<ITaskState> awaited = GetWrapper();
+    while (awaited && awaited != NullTaskWrapper::Instance()) {
         awaited->GetFuture()->Wait();
         awaited = EmptyUnlessRunning(awaited);
+    }
+}
+
+void TaskImpl::EndRun() {
+    std::shared_ptr<ITaskState> run;
+    {
+        const Guard lock(m_mutex);
+        run = m_run.lock();
+    }
+    if (IsUnderWayElsewhere(run)) {
+        const auto future = run->GetFuture();
+        future->RequestCancel();  // after which the wait is no cancellation point
+        future->Wait();
     }
 }
 

@@ -29,6 +29,7 @@ class TaskImpl {
     bool IsCancelled() const;
     void Reset();
     void Wait();
+    void EndRun();
 
     // For PooledTask alone.
     std::atomic<std::uint64_t>& PlaceInPool() { return m_placeInPool; }
@@ -38,7 +39,6 @@ class TaskImpl {
 
     bool IsEmptied() const ORVANE_REQUIRES(m_mutex);
     bool IsCancelledLocked() const ORVANE_REQUIRES(m_mutex);
-    std::shared_ptr<ITaskState> FirstToAwait();
     std::shared_ptr<ITaskState> EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited);
 
     mutable RankedMutex<std::recursive_mutex, LockRank::Task> m_mutex;  // taken before the future's mutex

@@ -127,6 +127,35 @@ TEST_F(DroppedTracker, WhileARunThatCancelledItselfIsStillLeavingWaitsForIt) {
     ExpectNoMoreRuns(1, m_start);
 }
 
+// The task has been reset by then: its next run is what a wait would be for.
+TEST_F(DroppedTracker, WhileTheCallableOfARunIsBeingDestroyedWaitsForIt) {
+    static std::atomic<bool> armed;
+    static Gate destroying;
+    static Gate mayGo;
+    struct Capture {
+        Capture() = default;
+        Capture(const Capture&) = default;
+        Capture& operator=(const Capture&) = delete;
+        ~Capture() {
+            if (armed.exchange(false)) {
+                destroying.Open();
+                mayGo.Wait();
+            }
+        }
+    };
+    std::optional<Tracker> tracker = Schedule(L"ending", m_start - 1h, 1h, [call = Call(), capture = Capture()] {
+        call();
+        armed = true;
+    });
+    destroying.Wait();
+
+    const PlainThread dropping([&] { tracker.reset(); });
+    EXPECT_FALSE(Eventually([&] { return dropping.HasEnded(); }, 50ms));
+    mayGo.Open();
+    EXPECT_TRUE(Eventually([&] { return dropping.HasEnded(); }));
+    ExpectNoMoreRuns(1, m_start);
+}
+
 TEST_F(DroppedTracker, DuringARunThatIsBeingSkippedWaitsForTheRunOnly) {
     const RecordedReports reports;
     std::atomic<bool> ended = false;
