@@ -1,5 +1,5 @@
-// A recursive mutex whose lock() looks a few times before it sleeps: for what is never held longer than it takes to move a
-// list node, and is wanted by many. Putting a thread to sleep and waking it costs some twenty times as much.
+// A recursive mutex whose lock() looks a few times before it sleeps: for what is wanted by many and hardly ever held longer
+// than it takes to move a list node. Putting a thread to sleep and waking it costs some twenty times as much.
 //
 // Threads, Recursion, Errors: as the standard's.
 #pragma once

@@ -29,17 +29,20 @@ void ConcurrencyInitialize() {
 void ConcurrencyUninitialize() {
     const Guard lock(LifetimeMutex());
     auto& state = g_initializationState;
-    // On purpose before the count sinks: what is destroyed here may be a callable whose destructor initialises and
-    // uninitialises for itself, on this thread. It shall find the library as it is.
-    if (state.initCount == 1) {
+    const bool isLast = state.initCount == 1 && !state.isTearingDown;
+    if (isLast) {
+        // On purpose before the count sinks: what is destroyed here may be a callable whose destructor initialises and
+        // uninitialises for itself, on this thread. It shall find the library as it is.
+        state.isTearingDown = true;
         // The scheduler first: it queues into the pool, and must not wait there for a growth that nobody ends.
         Internal::StopThreadPoolGrowth();
         Internal::DestroyScheduler();
         Internal::DestroyThreadPool();
         Internal::CloseSpareEvents();
+        state.isTearingDown = false;
     }
     --state.initCount;
-    if (state.initCount == 0) {
+    if (isLast && state.initCount <= 0) {
         state.slotIsLive = false;
         TlsFree(state.currentTaskTlsIndex);
     }

@@ -19,6 +19,9 @@ struct InitializationState {
     // Initialisations less uninitialisations. Guarded by LifetimeMutex().
     std::int32_t initCount = 0;
 
+    // While the last uninitialisation is under way: another one within it only counts. Guarded by LifetimeMutex().
+    bool isTearingDown = false;
+
     // What IsConcurrencyInitialized() reads: follows initCount, but reaches 0 only when the teardown is done. The
     // scheduler's thread asks while the thread that holds LifetimeMutex() waits for it to end.
     std::atomic<std::int32_t> publishedCount = 0;

@@ -43,8 +43,8 @@ void ScheduledTaskQueue::Push(ScheduledTask task) {
     bool wake = false;
     {
         const Guard lock(m_lock);
-        // Whoever comes later does not change how long the thread may sleep, unless it sleeps past what is due already:
-        // the clock was set forward, or the machine was suspended.
+        // Whoever comes later does not change how long the thread may sleep. But if it sleeps although the first is due,
+        // the clock was set forward or the machine was suspended.
         wake = m_heap.empty() || m_heap.front() > task || (m_wake.HasWaiters() && m_heap.front().IsExpired());
         m_heap.push_back(std::move(task));
         std::push_heap(m_heap.begin(), m_heap.end(), std::greater<>());

@@ -21,6 +21,9 @@ ProcessPool* g_pool = nullptr;  // guarded by ThreadPoolLock()
 // The same pool for callers, who take no lock. A caller that comes too late holds the stopped body.
 constinit std::atomic<std::shared_ptr<ThreadPoolCore>> g_core;
 
+// While the last uninitialisation ends the scheduler.
+constinit std::atomic<bool> g_growthIsOver = false;
+
 std::shared_ptr<ThreadPoolCore> GetOrCreate() {
     if (auto core = g_core.load()) {
         return core;
@@ -29,6 +32,9 @@ std::shared_ptr<ThreadPoolCore> GetOrCreate() {
     if (g_pool == nullptr) {
         g_pool = new ProcessPool(0);
         g_core.store(g_pool->Core());
+        if (g_growthIsOver) {
+            g_pool->Core()->StopGrowing();
+        }
     }
     return g_pool->Core();
 }
@@ -41,6 +47,8 @@ CriticalSection& ThreadPoolLock() {
 }
 
 void StopThreadPoolGrowth() noexcept {
+    // The flag first, and read after the pool is to be seen: for a pool that is created meanwhile.
+    g_growthIsOver = true;
     if (const auto core = g_core.load()) {
         core->StopGrowing();
     }
@@ -52,6 +60,7 @@ void DestroyThreadPool() noexcept {
     // Not to be found while it stops: what its shutdown destroys may come back here.
     delete std::exchange(g_pool, nullptr);
     core = g_core.exchange(nullptr);
+    g_growthIsOver = false;
 }
 
 void GlobalThreadPool::Queue(const Task& task) {

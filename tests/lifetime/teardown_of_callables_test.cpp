@@ -23,6 +23,13 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
+void ExpectOneSlotGivenBack(const SlotLedger& ledger) {
+    EXPECT_FALSE(IsConcurrencyInitialized());
+    EXPECT_EQ(ledger.AllocationCount(), 1U);
+    EXPECT_EQ(ledger.FreeCount(), 1U);
+    EXPECT_EQ(ledger.ForeignAccessCount(), 0U);
+}
+
 TEST(TeardownOfCallables, MayInitialiseAndUninitialise) {
     const SlotLedger ledger;
     bool wasInitialised = false;
@@ -36,10 +43,7 @@ TEST(TeardownOfCallables, MayInitialiseAndUninitialise) {
         GlobalScheduler::Insert(ScheduledTask(MakeTask(L"left", [end = AtEnd(use)] {}), TimeFromNow(1h), Duration(0)));
     }
     EXPECT_TRUE(wasInitialised);
-    EXPECT_FALSE(IsConcurrencyInitialized());
-    EXPECT_EQ(ledger.AllocationCount(), 1U);
-    EXPECT_EQ(ledger.FreeCount(), 1U);
-    EXPECT_EQ(ledger.ForeignAccessCount(), 0U);
+    ExpectOneSlotGivenBack(ledger);
 }
 
 // An initialisation that is left behind counts: the slot goes with its own uninitialisation.
@@ -55,10 +59,22 @@ TEST(TeardownOfCallables, MayInitialiseForGood) {
     UsePool();
 
     ConcurrencyUninitialize();
+    ExpectOneSlotGivenBack(ledger);
+}
+
+// As anywhere else, one uninitialisation too many only counts.
+TEST(TeardownOfCallables, MayUninitialiseOnceTooOften) {
+    const SlotLedger ledger;
+    {
+        const ConcurrencyLifetime lifetime;
+        UsePool();
+        GlobalScheduler::Insert(ScheduledTask(MakeTask(L"left", [end = AtEnd([] { ConcurrencyUninitialize(); })] {}),
+                                              TimeFromNow(1h), Duration(0)));
+    }
+    ExpectOneSlotGivenBack(ledger);
+    ConcurrencyInitialize();  // from -1
     EXPECT_FALSE(IsConcurrencyInitialized());
     EXPECT_EQ(ledger.AllocationCount(), 1U);
-    EXPECT_EQ(ledger.FreeCount(), 1U);
-    EXPECT_EQ(ledger.ForeignAccessCount(), 0U);
 }
 
 // Queued when all workers have left, it stays in the queue.
