@@ -56,8 +56,7 @@ class ScheduleAccess {
     template <typename Callable>
     static Tracker Start(const wchar_t* name, const TimePoint& start, const Duration& interval, Callable&& callable) {
         Tracker tracker;
-        // By plain pointer: a shared one would keep the tracker for ever. The tracker's end waits for a run
-        // that is under way, to its end.
+        // By plain pointer: a shared one would keep the tracker for ever. The tracker's end awaits that of a run.
         Internal::TrackerImpl* const impl = tracker.m_impl.get();
         const Internal::ScheduledTask task(MakeTask(name, [impl, work = std::function<void()>(std::forward<Callable>(
                                                                      callable))] { impl->UpdateWrapper(work); }),

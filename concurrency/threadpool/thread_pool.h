@@ -142,7 +142,7 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     DWORD m_lastSpawnTick ORVANE_GUARDED_BY(m_spawnMutex) = 0;
     std::uint64_t m_killedCount ORVANE_GUARDED_BY(m_mutex) = 0;
     SpawnMutex m_spawnMutex;
-    Condition m_spawnDone;  // with m_spawnMutex: a growth has ended, or stopping
+    Condition m_spawnDone;  // with m_spawnMutex: a growth has ended, no more growth, or stopping
     bool m_spawnInProgress = false;  // changed under m_spawnMutex and m_mutex, read under one
     bool m_growthIsOver ORVANE_GUARDED_BY(m_mutex) = false;
     bool m_isWaking ORVANE_GUARDED_BY(m_mutex) = false;  // a worker was woken and has not come in yet

@@ -160,7 +160,7 @@ void ThreadPoolCore::SpawnThreads(std::uint64_t count) {
     try {
         StartBatch(count);
     } catch (...) {
-        // On purpose: a failed growth is not taken back, so later callers of Queue() wait until the pool stops.
+        // On purpose: a failed growth is not taken back, so later callers of Queue() wait until StopGrowing().
         m_spawnDone.notify_all();
         throw SpawnError(failure);
     }

@@ -54,6 +54,14 @@ class DroppedTracker : public testing::Test {
         EXPECT_EQ(m_runs, runs);
     }
 
+    // Until the gate has been opened.
+    static void ExpectThatTheDropWaits(std::optional<Tracker>& tracker, Gate& gate) {
+        const PlainThread dropping([&] { tracker.reset(); });
+        EXPECT_FALSE(Eventually([&] { return dropping.HasEnded(); }, 50ms));
+        gate.Open();
+        EXPECT_TRUE(Eventually([&] { return dropping.HasEnded(); }));
+    }
+
     std::atomic<int> m_runs = 0;
     std::atomic<bool> m_destroyed = false;
     const TimePoint m_start = Now() + 1h;
@@ -120,10 +128,7 @@ TEST_F(DroppedTracker, WhileARunThatCancelledItselfIsStillLeavingWaitsForIt) {
     assigned.Open();
     leaving.Wait();
 
-    const PlainThread dropping([&] { tracker.reset(); });
-    EXPECT_FALSE(Eventually([&] { return dropping.HasEnded(); }, 50ms));
-    mayLeave.Open();
-    EXPECT_TRUE(Eventually([&] { return dropping.HasEnded(); }));
+    ExpectThatTheDropWaits(tracker, mayLeave);
     ExpectNoMoreRuns(1, m_start);
 }
 
@@ -149,10 +154,7 @@ TEST_F(DroppedTracker, WhileTheCallableOfARunIsBeingDestroyedWaitsForIt) {
     });
     destroying.Wait();
 
-    const PlainThread dropping([&] { tracker.reset(); });
-    EXPECT_FALSE(Eventually([&] { return dropping.HasEnded(); }, 50ms));
-    mayGo.Open();
-    EXPECT_TRUE(Eventually([&] { return dropping.HasEnded(); }));
+    ExpectThatTheDropWaits(tracker, mayGo);
     ExpectNoMoreRuns(1, m_start);
 }
 

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <exception>
 #include <functional>
@@ -198,6 +199,12 @@ void ExpectStatesAfter(Operation operation, const std::vector<State>& expected, 
         operation(*future);
         EXPECT_EQ(StateOf(*future), expected[index]) << "from " << kAllStates[index];
     }
+}
+
+// Whether the thread does not end within a moment.
+template <typename Thread>
+bool StillWaits(const Thread& thread) {
+    return !Eventually([&] { return thread.HasEnded(); }, std::chrono::milliseconds(50));
 }
 
 }  // namespace Zarvo::Test

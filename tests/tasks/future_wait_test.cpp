@@ -38,11 +38,6 @@ const std::vector<Wait> kWaits{
     [](Future& future) { EXPECT_TRUE(future.TimedWait(TimePoint::max())); },
 };
 
-// Whether `thread` is still inside its wait after a while.
-bool StillWaits(const PlainThread& thread) {
-    return !Eventually([&] { return thread.HasEnded(); }, 50ms);
-}
-
 // Sets the clock and wakes the waiters. Under the future's mutex: each of them has not looked at the clock yet, or sleeps.
 void SetClock(FakeWallClock& clock, TimePoint now, Future& future) {
     const std::lock_guard lock(FieldOrder::MutexOf(future));

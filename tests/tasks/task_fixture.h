@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -11,7 +10,6 @@
 #include "concurrency/tasks/itask_state.h"
 #include "concurrency/tasks/null_task_wrapper.h"
 #include "concurrency/tasks/task.h"
-#include "tests/support/eventually.h"
 #include "tests/tasks/future_fixture.h"
 
 namespace Zarvo::Test {
@@ -43,12 +41,6 @@ class ScriptedState : public ITaskState {
 // A task state around a future in the given state, whose run is on another thread.
 inline std::shared_ptr<ScriptedState> ScriptedIn(State state) {
     return std::make_shared<ScriptedState>(AttachedFutureIn(state));
-}
-
-// Whether the thread does not end within a moment.
-template <typename Thread>
-bool StillWaits(const Thread& thread) {
-    return !Eventually([&] { return thread.HasEnded(); }, std::chrono::milliseconds(50));
 }
 
 // Whether the task has been emptied.
