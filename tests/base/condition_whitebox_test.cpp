@@ -5,11 +5,11 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "tests/support/eventually.h"
 #include "tests/support/stopwatch.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -25,8 +25,8 @@ class ConditionTest : public testing::Test {
     using Ranked = RankedMutex<Mutex, LockRank::Leaf>;
 
     // Sleeps until told, on a thread of its own.
-    std::jthread StartSleeper() {
-        return std::jthread([this] {
+    Thread StartSleeper() {
+        return Thread([this] {
             Guard lock(m_mutex);
             m_condition.wait(lock, [this] { return m_told; });
             ++m_awake;
@@ -56,7 +56,7 @@ TYPED_TEST(ConditionTest, ReturnsWhenTheTimeHasPassedAndOwnsTheLockAgain) {
 
     EXPECT_GE(stopwatch.Elapsed(), 19ms);
     bool taken = true;
-    std::thread([&] { taken = this->m_mutex.try_lock(); }).join();
+    Thread([&] { taken = this->m_mutex.try_lock(); }).join();
     EXPECT_FALSE(taken);
 }
 
@@ -70,7 +70,7 @@ TYPED_TEST(ConditionTest, TakesTimesBelowAMillisecond) {
 }
 
 TYPED_TEST(ConditionTest, WakesASleeperThatWasToldUnderTheMutex) {
-    const std::jthread sleeper = this->StartSleeper();
+    const Thread sleeper = this->StartSleeper();
     this->AwaitASleeper();
     {
         const Guard lock(this->m_mutex);
@@ -82,7 +82,7 @@ TYPED_TEST(ConditionTest, WakesASleeperThatWasToldUnderTheMutex) {
 }
 
 TYPED_TEST(ConditionTest, WakesAllWhoSleep) {
-    std::vector<std::jthread> sleepers;
+    std::vector<Thread> sleepers;
     for (int i = 0; i < 4; ++i) {
         sleepers.push_back(this->StartSleeper());
     }
@@ -98,7 +98,7 @@ TYPED_TEST(ConditionTest, WakesAllWhoSleep) {
 
 TYPED_TEST(ConditionTest, EndsATimedWaitWhenNotified) {
     std::atomic<bool> woken = false;
-    const std::jthread sleeper([&] {
+    const Thread sleeper([&] {
         Guard lock(this->m_mutex);
         this->m_condition.wait_for(lock, 24h);
         woken = true;
@@ -112,7 +112,7 @@ TYPED_TEST(ConditionTest, EndsATimedWaitWhenNotified) {
 
 TYPED_TEST(ConditionTest, LetsGoOfTheLockWhileItWaits) {
     Guard lock(this->m_mutex);
-    const std::jthread notifier([&] {
+    const Thread notifier([&] {
         const Guard other(this->m_mutex);
         this->m_condition.notify_all();
     });
@@ -125,7 +125,7 @@ TYPED_TEST(ConditionTest, LetsGoOfTheLockWhileItWaits) {
 TYPED_TEST(ConditionTest, KnowsWhetherSomebodyWaits) {
     EXPECT_FALSE(this->m_condition.HasWaiters());
     {
-        const std::jthread sleeper = this->StartSleeper();
+        const Thread sleeper = this->StartSleeper();
         this->AwaitASleeper();
         const Guard lock(this->m_mutex);
         EXPECT_TRUE(this->m_condition.HasWaiters());

@@ -1,4 +1,5 @@
 #include "concurrency/base/spinning_mutex.h"
+#include "tests/support/thread.h"
 
 #include <gtest/gtest.h>
 
@@ -9,13 +10,14 @@
 namespace {
 
 using namespace Orvane::Internal;
+using Zarvo::Test::Thread;
 
 TEST(SpinningMutex, LetsOneInAtATime) {
     constexpr int kThreads = 4;
     constexpr int kTurns = 2'000;
     SpinningMutex mutex;
     int turns = 0;
-    std::vector<std::jthread> threads;
+    std::vector<Thread> threads;
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&] {
             for (int turn = 0; turn < kTurns; ++turn) {
@@ -36,7 +38,7 @@ TEST(SpinningMutex, IsRecursive) {
     SpinningMutex mutex;
     const auto isFreeForOthers = [&] {
         bool isFree = false;
-        std::thread([&] {
+        Thread([&] {
             isFree = mutex.try_lock();
             if (isFree) {
                 mutex.unlock();

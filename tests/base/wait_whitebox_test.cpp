@@ -7,13 +7,13 @@
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "concurrency/base/clock.h"
 #include "concurrency/base/time.h"
 #include "tests/support/eventually.h"
 #include "tests/support/stopwatch.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -200,7 +200,7 @@ TEST_F(RealWaitTest, FarthestDeadlineWaitsForTheNotification) {
          {TimePoint::max(), TimePoint(std::chrono::sys_days(std::chrono::January / 1 / 2263))}) {
         bool ready = false;
         bool waiting = false;
-        std::jthread notifier([&] {
+        Thread notifier([&] {
             EXPECT_TRUE(Eventually([&] {
                 const std::lock_guard lock(m_mutex);
                 return waiting;
@@ -221,7 +221,7 @@ TEST_F(RealWaitTest, FarthestDeadlineWaitsForTheNotification) {
 TEST_F(RealWaitTest, FarthestDeadlineHoldsTheWaiterBack) {
     bool ready = false;
     std::atomic<bool> returned = false;
-    std::jthread waiter([&] {
+    Thread waiter([&] {
         std::unique_lock lock(m_mutex);
         EXPECT_TRUE(WaitUntil<WallClock>(m_condition, lock, TimePoint::max(), [&] { return ready; }));
         returned = true;

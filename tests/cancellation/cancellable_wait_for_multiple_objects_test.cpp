@@ -19,6 +19,7 @@
 #include "tests/support/resource_probe.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -55,7 +56,7 @@ TEST_P(CancellableWaitForMultipleObjectsAnywhere, ReturnsTheIndexOfTheSignalledH
 
 TEST_P(CancellableWaitForMultipleObjectsAnywhere, ReturnsTheIndexOfTheHandleThatIsSignalledDuringTheWait) {
     const Events events(3);
-    std::thread signaller([&] {
+    Thread signaller([&] {
         std::this_thread::sleep_for(20ms);
         events.Signal(1);
     });

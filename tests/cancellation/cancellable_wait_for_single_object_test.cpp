@@ -18,6 +18,7 @@
 #include "tests/support/resource_probe.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -52,7 +53,7 @@ TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsZeroAndTakesTheSignalOfASi
 
 TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsZeroWhenTheEventIsSignalledDuringTheWait) {
     const Event event;
-    std::thread signaller([&] {
+    Thread signaller([&] {
         std::this_thread::sleep_for(20ms);
         event.Signal();
     });

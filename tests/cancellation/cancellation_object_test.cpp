@@ -15,6 +15,7 @@
 
 #include "concurrency/base/windows_api.h"
 #include "tests/cancellation/notifiers.h"
+#include "tests/support/thread.h"
 
 namespace Orvane::Internal {
 
@@ -77,7 +78,7 @@ TEST(CancellationObject, StartsNeitherRequestedNorKillableAndWithoutANotifier) {
 TEST(CancellationObject, ThreadIdIsThatOfTheConstructingThreadWhicheverThreadAsks) {
     std::unique_ptr<CancellationObject> object;
     DWORD constructingThread = 0;
-    std::thread([&] {
+    Thread([&] {
         constructingThread = ::GetCurrentThreadId();
         object = std::make_unique<CancellationObject>();
         EXPECT_EQ(object->GetThreadId(), constructingThread);
@@ -92,7 +93,7 @@ TEST(CancellationObject, ThreadIdIsReadWithoutTheMutex) {
     const std::lock_guard held(FieldOrder::Mutex(object));
 
     DWORD seen = 0;
-    std::thread([&] { seen = object.GetThreadId(); }).join();
+    Thread([&] { seen = object.GetThreadId(); }).join();
 
     EXPECT_EQ(seen, ::GetCurrentThreadId());
 }
@@ -314,16 +315,16 @@ TEST(CancellationObject, FlagsAreReadUnderTheMutex) {
     CancellationObject object;
     std::unique_lock held(FieldOrder::Mutex(object));
     std::atomic<int> answered = 0;
-    std::thread requested([&] { object.IsRequested(), ++answered; });
-    std::thread killable([&] { object.GetKillable(), ++answered; });
-    std::thread setting([&] { object.SetKillable(true), ++answered; });
-    std::thread registering([&] { object.RegisterNotifier({}), ++answered; });
+    Thread requested([&] { object.IsRequested(), ++answered; });
+    Thread killable([&] { object.GetKillable(), ++answered; });
+    Thread setting([&] { object.SetKillable(true), ++answered; });
+    Thread registering([&] { object.RegisterNotifier({}), ++answered; });
 
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(answered, 0);
 
     held.unlock();
-    for (std::thread* thread : {&requested, &killable, &setting, &registering}) {
+    for (Thread* thread : {&requested, &killable, &setting, &registering}) {
         thread->join();
     }
     EXPECT_EQ(answered, 4);

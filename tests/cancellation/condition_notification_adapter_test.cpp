@@ -19,6 +19,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/task_thread.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -61,7 +62,7 @@ TEST(ConditionNotificationAdapter, NotifyUnlocksBeforeItTakesTheCallersMutexAndS
     request.lock.unlock();
     std::unique_lock callers(waiter.mutex);
     Gate locked;
-    std::thread requester([&] {
+    Thread requester([&] {
         request.lock.lock();
         locked.Open();
         adapter->Notify(request.lock, request.requested);
@@ -100,7 +101,7 @@ TEST(ConditionNotificationAdapter, NotifyWakesEveryWaiterOfTheCondition) {
     Adapter adapter(waiter.mutex, waiter.condition);
     int waiting = 0;
     std::atomic<int> woken = 0;
-    std::vector<std::thread> waiters;
+    std::vector<Thread> waiters;
     for (int index = 0; index < kWaiters; ++index) {
         waiters.emplace_back([&] {
             std::unique_lock lock(waiter.mutex);
@@ -119,7 +120,7 @@ TEST(ConditionNotificationAdapter, NotifyWakesEveryWaiterOfTheCondition) {
 
     EXPECT_TRUE(Eventually([&] { return woken == kWaiters; }, 20s));
     waiter.condition.notify_all();  // for the sake of the join, should that have failed
-    for (std::thread& thread : waiters) {
+    for (Thread& thread : waiters) {
         thread.join();
     }
 }

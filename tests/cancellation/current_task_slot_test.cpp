@@ -8,7 +8,6 @@
 #include <memory>
 #include <new>
 #include <optional>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -21,6 +20,7 @@
 #include "tests/support/allocations.h"
 #include "tests/support/gate.h"
 #include "tests/support/resource_probe.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -92,7 +92,7 @@ TEST(CurrentTaskSlot, BeforeInitialisationNoForeignSlotIsTouched) {
     void* const firstSlot = TlsGetValue(0);
 
     UseEveryFunction();
-    std::thread(UseEveryFunction).join();
+    Thread(UseEveryFunction).join();
 
     EXPECT_EQ(ledger.ForeignAccessCount(), 0U);
     EXPECT_EQ(TlsGetValue(0), firstSlot);
@@ -209,14 +209,14 @@ TEST(CurrentTaskSlot, FirstUseFromManyThreadsBeforeInitialisationKeepsOneSlot) {
     SlotLedger ledger;
     ledger.PairAllocations();
     Countdown start(kThreads);
-    std::list<std::thread> threads;
+    std::list<Thread> threads;
     for (std::size_t index = 0; index < kThreads; ++index) {
         threads.emplace_back([&start] {
             start.Meet();
             UseEveryFunction();
         });
     }
-    for (std::thread& thread : threads) {
+    for (Thread& thread : threads) {
         thread.join();
     }
 

@@ -6,7 +6,6 @@
 
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
@@ -14,6 +13,7 @@
 #include "concurrency/tasks/future_impl.h"
 #include "concurrency/tasks/make_task.h"
 #include "tests/cancellation/run_scope.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -79,7 +79,7 @@ void ExpectNoCurrentTask() {
 
 TEST_P(CurrentTask, ThreadThatNeverRanATaskHasNoneAndIsNotCancelled) {
     ExpectNoCurrentTask();
-    std::thread(ExpectNoCurrentTask).join();
+    Thread(ExpectNoCurrentTask).join();
 }
 
 TEST_P(CurrentTask, InstalledFutureIsTheCurrentOneAndTheResultIsTheOneBefore) {
@@ -149,7 +149,7 @@ TEST_P(CurrentTask, CancellationIsHeardOnceItIsRequested) {
     EXPECT_FALSE(IsCancellationRequested());
     EXPECT_NO_THROW(CancellationPoint());
 
-    std::thread([&] { run.GetFuture()->RequestCancel(); }).join();
+    Thread([&] { run.GetFuture()->RequestCancel(); }).join();
 
     EXPECT_TRUE(IsCancellationRequested());
     EXPECT_THROW(CancellationPoint(), CancelRequestedException);
@@ -158,7 +158,7 @@ TEST_P(CurrentTask, CancellationIsHeardOnceItIsRequested) {
 
 TEST_P(CurrentTask, CancellationIsForgottenWhenTheRunHasEnded) {
     const RunScope run;
-    std::thread([&] { run.GetFuture()->RequestCancel(); }).join();
+    Thread([&] { run.GetFuture()->RequestCancel(); }).join();
     ASSERT_TRUE(IsCancellationRequested());
 
     run.GetFuture()->ConfirmCancel();
@@ -171,7 +171,7 @@ TEST_P(CurrentTask, BelongsToOneThreadAlone) {
     const RunScope run;
     run.Cancellation().RequestCancel();
 
-    std::thread(ExpectNoCurrentTask).join();
+    Thread(ExpectNoCurrentTask).join();
 
     EXPECT_TRUE(IsCancellationRequested());
 }
@@ -244,7 +244,7 @@ TEST_P(CurrentTask, TaskSeesItsOwnFutureAndItsOwnCancellation) {
         L"self",
         [&] {
             sawItself = GetFutureObject() == future;
-            std::thread([&] { future->RequestCancel(); }).join();
+            Thread([&] { future->RequestCancel(); }).join();
             CancellationPoint();
         },
         future);

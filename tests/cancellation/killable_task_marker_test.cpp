@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <thread>
 #include <type_traits>
 
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "tests/cancellation/run_scope.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ TEST(KillableTaskMarker, OtherThreadsSeeIt) {
     const KillableTaskMarker marker;
 
     bool killable = false;
-    std::thread([&] { killable = run.Cancellation().GetKillable(); }).join();
+    Thread([&] { killable = run.Cancellation().GetKillable(); }).join();
 
     EXPECT_TRUE(killable);
 }

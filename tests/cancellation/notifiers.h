@@ -4,10 +4,10 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Test {
 
@@ -45,7 +45,7 @@ class CountingNotifier : public Orvane::Internal::AbstractCancelNotifier {
 template <typename Mutex>
 bool IsFree(Mutex& mutex) {
     bool free = false;
-    std::thread([&] {
+    Thread([&] {
         free = mutex.try_lock();
         if (free) {
             mutex.unlock();

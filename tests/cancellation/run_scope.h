@@ -7,12 +7,12 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
-#include <thread>
 
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/tasks/future_impl.h"
 #include "tests/support/eventually.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Test {
 
@@ -58,7 +58,7 @@ class RequestOnAnotherThread {
 
   private:
     std::atomic<bool> m_returned = false;
-    std::thread m_thread;
+    Thread m_thread;
 };
 
 }  // namespace Zarvo::Test

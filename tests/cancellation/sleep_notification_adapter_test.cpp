@@ -20,6 +20,7 @@
 #include "tests/support/gate.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -160,7 +161,7 @@ TEST(SleepNotificationAdapter, UnlocksBeforeItTakesItsOwnMutexAndSetsTheFlagUnde
     request.lock.unlock();
     std::unique_lock own(OwnMutex(adapter));
     Gate locked;
-    std::thread requester([&] {
+    Thread requester([&] {
         request.lock.lock();
         locked.Open();
         adapter->Notify(request.lock, request.requested);

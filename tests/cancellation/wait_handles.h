@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cstddef>
-#include <thread>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Test {
 
@@ -62,7 +62,7 @@ class Events {
 class AbandonedMutex : public OwnedHandle {
   public:
     AbandonedMutex() : OwnedHandle(CreateMutexW(nullptr, FALSE, nullptr)) {
-        std::thread([this] { WaitForSingleObject(Get(), INFINITE); }).join();
+        Thread([this] { WaitForSingleObject(Get(), INFINITE); }).join();
     }
 };
 

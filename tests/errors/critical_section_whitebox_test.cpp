@@ -4,7 +4,6 @@
 
 #include <new>
 #include <string>
-#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -12,6 +11,7 @@
 #include "concurrency/scheduler/scheduler_instance.h"
 #include "concurrency/threadpool/thread_pool_instance.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -78,7 +78,7 @@ bool AnotherThreadCanEnter(CriticalSection& section) {
         CRITICAL_SECTION section;
     };
     bool entered = false;
-    std::thread([&] {
+    Thread([&] {
         CRITICAL_SECTION& inner = reinterpret_cast<Layout&>(section).section;
         entered = TryEnterCriticalSection(&inner) != FALSE;
         if (entered) {

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <list>
 #include <optional>
-#include <thread>
 #include <type_traits>
 #include <utility>
 
@@ -13,6 +12,7 @@
 #include "tests/lifetime/slot_ledger.h"
 #include "tests/lifetime/started_threads.h"
 #include "tests/support/gate.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -192,7 +192,7 @@ template <typename Body>
 void OnManyThreads(Body body) {
     constexpr std::size_t kThreads = 8;
     Countdown start(kThreads);
-    std::list<std::thread> threads;
+    std::list<Thread> threads;
     for (std::size_t index = 0; index < kThreads; ++index) {
         threads.emplace_back([&] {
             start.Meet();
@@ -201,7 +201,7 @@ void OnManyThreads(Body body) {
             }
         });
     }
-    for (std::thread& thread : threads) {
+    for (Thread& thread : threads) {
         thread.join();
     }
 }
@@ -236,10 +236,10 @@ TEST(ConcurrencyLifetime, CallsFromManyThreadsThatBeginAndEndLifetimesKeepNoSlot
 }
 
 TEST(ConcurrencyLifetime, InitialisationAndUninitialisationMayHappenOnDifferentThreads) {
-    std::thread([] { ConcurrencyInitialize(); }).join();
+    Thread([] { ConcurrencyInitialize(); }).join();
     EXPECT_TRUE(IsConcurrencyInitialized());
 
-    std::thread([] { ConcurrencyUninitialize(); }).join();
+    Thread([] { ConcurrencyUninitialize(); }).join();
     EXPECT_FALSE(IsConcurrencyInitialized());
 }
 

@@ -12,6 +12,7 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "tests/support/eventually.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -85,11 +86,11 @@ TEST(InitializationState, LifetimeMutexSerialisesInitialisationAndUninitialisati
     ConcurrencyInitialize();
     std::unique_lock held(LifetimeMutex());
     std::atomic<int> ended = 0;
-    std::thread initialising([&] {
+    Thread initialising([&] {
         ConcurrencyInitialize();
         ++ended;
     });
-    std::thread uninitialising([&] {
+    Thread uninitialising([&] {
         ConcurrencyUninitialize();
         ++ended;
     });
@@ -118,7 +119,7 @@ TEST(InitializationState, AskingDoesNotTakeTheLifetimeMutex) {
     ConcurrencyInitialize();
     std::unique_lock held(LifetimeMutex());
     std::atomic<bool> answer = false;
-    std::thread asking([&] { answer = IsConcurrencyInitialized(); });
+    Thread asking([&] { answer = IsConcurrencyInitialized(); });
 
     EXPECT_TRUE(Eventually([&] { return answer.load(); }, 20s));
 

@@ -18,6 +18,7 @@
 #include "tests/support/gate.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/resource_probe.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -41,7 +42,7 @@ class HeldTeardown {
             m_atEnd();
         }));
         m_entered.Wait();
-        m_thread = std::thread([this] {
+        m_thread = Thread([this] {
             ConcurrencyUninitialize();
             m_returned = true;
         });
@@ -72,7 +73,7 @@ class HeldTeardown {
     Gate m_entered;
     Gate m_release;
     std::atomic<bool> m_returned = false;
-    std::thread m_thread;
+    Thread m_thread;
     bool m_hasBegun = false;
 };
 
@@ -192,7 +193,7 @@ TEST(Teardown, InitialisationFromAnotherThreadWaitsUntilItIsOver) {
     ASSERT_TRUE(teardown.HasBegun());
     std::atomic<bool> initialised = false;
     std::size_t aliveThen = 99;
-    std::thread initialising([&] {
+    Thread initialising([&] {
         ConcurrencyInitialize();
         aliveThen = teardown.Threads().AliveCount();
         initialised = true;

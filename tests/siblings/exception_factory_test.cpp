@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cwchar>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -14,11 +13,13 @@
 #include <windows.h>
 
 #include "concurrency/errors/error_storage.h"
+#include "tests/support/thread.h"
 
 using Orvane::ErrorStorage;
 using Orvane::ExceptionBase;
 using Orvane::ExceptionFactory;
 using testing::SizeIs;
+using Zarvo::Test::Thread;
 
 namespace {
 
@@ -199,7 +200,7 @@ TEST(ExceptionFactory, AnotherDllRegistersAndThrowsInItsStaticConstructor) {
 // A lock held around the thrower would end this thread's or the other's progress here.
 TEST(ExceptionFactory, ThrowerRunsWithoutALock) {
     ExceptionFactory::Register(nullptr, 1, [](const ErrorStorage& error) {
-        std::thread([] { ExceptionFactory::Register(nullptr, 2, ThrowNumbered<2>); }).join();
+        Thread([] { ExceptionFactory::Register(nullptr, 2, ThrowNumbered<2>); }).join();
         ExceptionFactory::Throw(NamedError(nullptr, error.named.code + 1));
     });
     EXPECT_THROW(ExceptionFactory::Throw(NamedError(nullptr, 1)), Numbered<2>);
@@ -210,7 +211,7 @@ TEST(ExceptionFactory, ThreadsRegisterAndThrowAtTheSameTime) {
     constexpr unsigned kCalls = 3000;
     const std::size_t before = ExceptionFactory::Registrations().size();
     std::barrier start(kThreads);
-    std::vector<std::thread> threads;
+    std::vector<Thread> threads;
     for (unsigned thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([&start, thread] {
             const std::wstring name = L"thread " + std::to_wstring(thread);
@@ -221,7 +222,7 @@ TEST(ExceptionFactory, ThreadsRegisterAndThrowAtTheSameTime) {
             EXPECT_THROW(ExceptionFactory::Throw(NamedError(name.c_str(), kCalls / 2)), Numbered<1>);
         });
     }
-    for (std::thread& thread : threads) {
+    for (Thread& thread : threads) {
         thread.join();
     }
     EXPECT_THAT(ExceptionFactory::Registrations(), SizeIs(before + kThreads * kCalls));

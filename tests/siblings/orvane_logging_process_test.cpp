@@ -4,7 +4,6 @@
 #include <map>
 #include <regex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -12,6 +11,7 @@
 
 #include "tests/siblings/scratch_folder.h"
 #include "tests/support/child_process.h"
+#include "tests/support/thread.h"
 
 using testing::AllOf;
 using testing::Contains;
@@ -25,6 +25,7 @@ using Zarvo::Test::ChildResult;
 using Zarvo::Test::ReadLines;
 using Zarvo::Test::RunChild;
 using Zarvo::Test::ScratchFolder;
+using Zarvo::Test::Thread;
 
 namespace {
 
@@ -151,11 +152,11 @@ TEST_F(OrvaneLoggingProcess, ProcessThatEndsAmongReportsLeavesWholeLinesAndItsLa
 
 TEST_F(OrvaneLoggingProcess, SeveralProcessesShareAFileAndLoseNothing) {
     constexpr int kProcesses = 3;
-    std::vector<std::thread> runs;
+    std::vector<Thread> runs;
     for (int i = 0; i < kProcesses; ++i) {
         runs.emplace_back([this] { EXPECT_EQ(RunWith("many", {{"ZARVO_LOG", "file:" + File()}}).exitCode, 0u); });
     }
-    for (std::thread& run : runs) {
+    for (Thread& run : runs) {
         run.join();
     }
     const std::vector<std::string> lines = ReadLines(File());

@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -18,6 +17,7 @@
 
 #include "tests/siblings/scratch_folder.h"
 #include "tests/siblings/standard_error_into.h"
+#include "tests/support/thread.h"
 
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -26,6 +26,7 @@ using testing::SizeIs;
 using Zarvo::Test::ReadLines;
 using Zarvo::Test::ScratchFolder;
 using Zarvo::Test::StandardErrorInto;
+using Zarvo::Test::Thread;
 
 namespace {
 
@@ -223,7 +224,7 @@ TEST_F(OrvaneLoggingTest, LastErrorIsLeftAsItWas) {
 TEST_F(OrvaneLoggingTest, ThreadsWriteWholeLinesAndLoseNone) {
     constexpr int kThreads = 8;
     constexpr int kRecords = 10'000;
-    std::vector<std::thread> threads;
+    std::vector<Thread> threads;
     for (int thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([thread] {
             for (int i = 0; i < kRecords; ++i) {
@@ -231,7 +232,7 @@ TEST_F(OrvaneLoggingTest, ThreadsWriteWholeLinesAndLoseNone) {
             }
         });
     }
-    for (std::thread& thread : threads) {
+    for (Thread& thread : threads) {
         thread.join();
     }
 
@@ -262,7 +263,7 @@ TEST_F(OrvaneLoggingTest, AnotherDllReportsFromItsStaticConstructorAndDestructor
 // Not every system appends in one step: two that write at the same time would overwrite each other.
 TEST_F(OrvaneLoggingTest, WaitsWhileAnotherProcessWritesToTheFile) {
     std::optional<FileTurnOfAnother> other(File());
-    std::thread reporter([] { g_OrvaneLogging.Report(1, 16, L"test", L"after you"); });
+    Thread reporter([] { g_OrvaneLogging.Report(1, 16, L"test", L"after you"); });
     Sleep(50);
     EXPECT_THAT(Lines(), SizeIs(0));
     other.reset();

@@ -1,7 +1,6 @@
 #include "zarvo_orvane_logging/report_recording.h"
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -9,6 +8,7 @@
 
 #include <windows.h>
 
+#include "tests/support/thread.h"
 #include "zarvo_orvane_logging/orvane_logging.h"
 
 using Orvane::Reports::ClearRecorded;
@@ -19,6 +19,7 @@ using Orvane::Reports::ReportArgument;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
+using Zarvo::Test::Thread;
 
 namespace {
 
@@ -160,7 +161,7 @@ TEST_F(ReportRecording, RecordsOutlastAChangeOfTheSink) {
 TEST_F(ReportRecording, ThreadsLoseNothingAndKeepTheirOrder) {
     constexpr int kThreads = 4;
     constexpr int kRecords = 2000;
-    std::vector<std::thread> threads;
+    std::vector<Thread> threads;
     for (int thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([thread] {
             for (int i = 0; i < kRecords; ++i) {
@@ -168,7 +169,7 @@ TEST_F(ReportRecording, ThreadsLoseNothingAndKeepTheirOrder) {
             }
         });
     }
-    for (std::thread& thread : threads) {
+    for (Thread& thread : threads) {
         thread.join();
     }
 

@@ -6,10 +6,10 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <thread>
 
 #include "concurrency/cancellation/handle_notification_adapter.h"
 #include "tests/support/gate.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Test {
 namespace {
@@ -39,7 +39,7 @@ TEST(NoMemory, EndsWithItsScope) {
 TEST(NoMemory, LeavesOtherThreadsAlone) {
     bool made = false;
     Gate withheld;
-    std::thread other([&] {
+    Thread other([&] {
         withheld.Wait();
         made = std::make_unique<char[]>(100) != nullptr;
     });
@@ -93,7 +93,7 @@ TEST(FailingNew, ConcernsOneThreadOrAllOthers) {
         const bool here = askedBy == AskedBy::ThisThread;
         int elsewhere = 0;
         Gate armed;
-        std::thread other([&] {
+        Thread other([&] {
             armed.Wait();
             elsewhere = CountOfThree();
         });

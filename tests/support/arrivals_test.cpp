@@ -1,8 +1,7 @@
 #include "tests/support/arrivals.h"
+#include "tests/support/thread.h"
 
 #include <gtest/gtest.h>
-
-#include <thread>
 
 namespace Zarvo::Test {
 namespace {
@@ -10,7 +9,7 @@ namespace {
 TEST(Arrivals, ListsInOrderOfArrivalAcrossThreads) {
     Arrivals arrivals;
     arrivals.Add("first");
-    std::thread([&] { arrivals.Add("second"); }).join();
+    Thread([&] { arrivals.Add("second"); }).join();
     arrivals.Add("third");
 
     EXPECT_EQ(arrivals.List(), Names({"first", "second", "third"}));

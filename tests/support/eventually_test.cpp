@@ -1,4 +1,5 @@
 #include "tests/support/eventually.h"
+#include "tests/support/thread.h"
 
 #include <gtest/gtest.h>
 
@@ -33,7 +34,7 @@ TEST(Eventually, AsksOnceMoreAfterTheTimeIsUp) {
 
 TEST(Eventually, SeesWhatAnotherThreadDoes) {
     std::atomic<bool> done = false;
-    std::jthread thread([&] {
+    Thread thread([&] {
         PauseBriefly();
         done = true;
     });

@@ -4,9 +4,9 @@
 
 #include <atomic>
 #include <stdexcept>
-#include <thread>
 
 #include "tests/support/eventually.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Test {
 namespace {
@@ -14,7 +14,7 @@ namespace {
 TEST(Gate, HoldsAThreadUntilItIsOpened) {
     Gate gate;
     std::atomic<bool> through = false;
-    std::jthread thread([&] {
+    Thread thread([&] {
         gate.Wait();
         through = true;
     });
@@ -37,7 +37,7 @@ TEST(Gate, StaysOpen) {
 TEST(Countdown, HoldsEveryoneUntilTheLastHasArrived) {
     Countdown countdown(2);
     std::atomic<bool> through = false;
-    std::jthread thread([&] {
+    Thread thread([&] {
         countdown.Meet();
         through = true;
     });

@@ -8,9 +8,9 @@
 
 #include <functional>
 #include <memory>
-#include <thread>
 
 #include "tests/support/gate.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Test {
 
@@ -28,7 +28,7 @@ class PlainThread {
 
   private:
     std::shared_ptr<Gate> m_ended;
-    std::thread m_thread;
+    Thread m_thread;
 };
 
 }  // namespace Zarvo::Test

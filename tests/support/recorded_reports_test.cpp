@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
-#include <thread>
 
 #include "concurrency/base/windows_api.h"
+#include "tests/support/thread.h"
 #include "zarvo_orvane_logging/orvane_logging.h"
 
 namespace Zarvo::Test {
@@ -69,7 +69,7 @@ TEST(RecordedReports, LeavesOutWhatCameBeforeAndStopsAtItsEnd) {
 
 TEST(RecordedReports, WaitsForARecordOfAnotherThread) {
     const RecordedReports reports;
-    std::jthread thread([] {
+    Thread thread([] {
         PauseBriefly();
         g_OrvaneLogging.Report(1, 16, L"Tests", L"late");
         g_OrvaneLogging.Report(1, 16, L"Tests", L"late");

@@ -7,13 +7,13 @@
 #include <cstdlib>
 #include <memory>
 #include <sstream>
-#include <thread>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/handle_notification_adapter.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Test {
 namespace {
@@ -40,10 +40,10 @@ TEST_F(ResourceProbeTest, SeesOneLeakedEvent) {
 }
 
 TEST_F(ResourceProbeTest, SeesOneThreadThatStillRuns) {
-    std::thread([] {}).join();  // what the first thread of a process needs
+    Thread([] {}).join();  // what the first thread of a process needs
     Gate gate;
     const ResourceProbe probe;
-    std::thread thread([&] { gate.Wait(); });
+    Thread thread([&] { gate.Wait(); });
 
     EXPECT_EQ(probe.Growth().threads, 1);
     gate.Open();

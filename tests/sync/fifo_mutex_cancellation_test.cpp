@@ -16,6 +16,7 @@
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/gate.h"
 #include "tests/support/stopwatch.h"
+#include "tests/support/thread.h"
 #include "tests/sync/line_of_tasks.h"
 #include "tests/sync/others.h"
 #include "tests/sync/queued_task.h"
@@ -43,11 +44,11 @@ class CancelledFifoMutexWait : public testing::TestWithParam<KindOfWait> {
         constexpr std::size_t kCount = 5;
         m_mutex.lock();
         LineOfTasks line(m_mutex, kCount, GetParam().wait);
-        std::vector<std::thread> requests;
+        std::vector<Thread> requests;
         for (const std::size_t index : leaving) {
             requests.emplace_back([&line, index] { line[index].Cancel(); });
         }
-        for (std::thread& request : requests) {
+        for (Thread& request : requests) {
             request.join();
         }
         std::vector<std::size_t> staying;

@@ -5,13 +5,13 @@
 #include <atomic>
 #include <memory>
 #include <new>
-#include <thread>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/thread.h"
 #include "tests/sync/queued_task.h"
 
 namespace {
@@ -119,7 +119,7 @@ TEST(FifoMutexLifetime, EndsWithTheNextOwnerThoughTheOneBeforeIsStillInUnlock) {
     });
     HeldBehindALock owner;
     fifo_mutex& unlocked = *mutex;
-    std::thread destruction([&] {
+    Thread destruction([&] {
         owner.WaitUntilItIsHeld();
         next->Join();
         EXPECT_EQ(mutex, nullptr);
@@ -146,7 +146,7 @@ TEST(FifoMutexLifetime, EndsWithTheOwnerThoughARequestForAFormerWaiterIsOnItsWay
         }
     });
     HeldBehindALock requester;
-    std::thread request([&] {
+    Thread request([&] {
         requester.HoldMe();
         waiter->Future()->RequestCancel();
     });

@@ -4,12 +4,12 @@
 
 #include <atomic>
 #include <new>
-#include <thread>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/thread.h"
 #include "tests/sync/others.h"
 
 namespace {
@@ -74,7 +74,7 @@ TEST(FifoMutex, KeepsThePlaceOfAThreadThatHasNoMemoryToWait) {
     mutex.lock();
     Gate failed;
     Gate leave;
-    std::thread ghost([&] {
+    Thread ghost([&] {
         {
             const FailingAllocation failure(2);
             EXPECT_THROW(mutex.lock(), std::bad_alloc);

@@ -14,6 +14,7 @@
 #include "concurrency/sync/fifo_mutex.h"
 #include "concurrency/tasks/make_task.h"
 #include "tests/support/stress_run.h"
+#include "tests/support/thread.h"
 #include "tests/sync/others.h"
 #include "tests/sync/wall_clock.h"
 #include "tests/sync/watchdog.h"
@@ -103,7 +104,7 @@ class FifoMutexSoak : public testing::Test {
 
 TEST_F(FifoMutexSoak, ServesPlainTimedAndCancelledWaitersToTheEnd) {
     const StressRun stress(60);
-    std::vector<std::thread> threads;
+    std::vector<Thread> threads;
     for (unsigned index = 0; index < kThreads; ++index) {
         threads.emplace_back([&, index, chances = stress.Generator(0, index)]() mutable {
             for (int round = 0; round < stress.Rounds(); ++round) {
@@ -112,14 +113,14 @@ TEST_F(FifoMutexSoak, ServesPlainTimedAndCancelledWaitersToTheEnd) {
             --m_working;
         });
     }
-    std::thread cancelling([&, chances = stress.Generator(0, kThreads)]() mutable {
+    Thread cancelling([&, chances = stress.Generator(0, kThreads)]() mutable {
         while (m_working != 0) {
             m_current[chances() % kThreads].Cancel();
             std::this_thread::sleep_for(1ms);
         }
     });
     WaitOrEnd("The soak", [this] { return m_working == 0; }, [this] { return m_tasks.load(); });
-    for (std::thread& thread : threads) {
+    for (Thread& thread : threads) {
         thread.join();
     }
     cancelling.join();

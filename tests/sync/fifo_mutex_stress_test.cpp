@@ -6,12 +6,12 @@
 #include <chrono>
 #include <memory>
 #include <random>
-#include <thread>
 
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/stress_run.h"
 #include "tests/support/task_thread.h"
+#include "tests/support/thread.h"
 #include "tests/sync/others.h"
 #include "tests/sync/wall_clock.h"
 #include "tests/sync/watchdog.h"
@@ -103,7 +103,7 @@ TEST_P(FifoMutexHandOver, IsNotLostWhenTheNextIsCancelled) {
         });
         const auto stayer = StartStayer();
         const TimePoint moment = WallClockNow() + 3ms;
-        std::thread request([&, time = moment + Between(chances, -100us, 100us)] {
+        Thread request([&, time = moment + Between(chances, -100us, 100us)] {
             SpinUntil(time);
             leaver.Cancel();
         });

@@ -15,6 +15,7 @@
 #include "tests/support/resource_probe.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
+#include "tests/support/thread.h"
 #include "tests/sync/line_of_tasks.h"
 #include "tests/sync/others.h"
 #include "tests/sync/wall_clock.h"
@@ -117,7 +118,7 @@ TEST(FifoMutex, ServesThreadsThatRunNoTask) {
     fifo_mutex mutex;
     mutex.lock();
     std::atomic<bool> served = false;
-    std::thread waiter([&] {
+    Thread waiter([&] {
         mutex.lock();
         served = true;
         mutex.unlock();

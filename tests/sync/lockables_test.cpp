@@ -13,6 +13,7 @@
 #include "concurrency/sync/fifo_mutex.h"
 #include "concurrency/sync/interprocess_mutex.h"
 #include "tests/support/recorded_reports.h"
+#include "tests/support/thread.h"
 #include "tests/sync/mutex_fields.h"
 #include "tests/sync/others.h"
 
@@ -69,11 +70,11 @@ template <typename Mutex, typename MakeGuard>
 void ExpectGuardedScope(Mutex& mutex, MakeGuard makeGuard) {
     bool isInside = false;
     bool metOther = false;
-    std::thread other;
+    Thread other;
     {
         const auto guard = makeGuard(mutex);
         isInside = true;
-        other = std::thread([&] {
+        other = Thread([&] {
             const std::lock_guard own(mutex);
             metOther = isInside;
         });
@@ -107,7 +108,7 @@ TYPED_TEST(EveryMutex, IsUnlockedWhenAGuardIsUnwound) {
 TYPED_TEST(EveryMutex, GuardsAConditionOfItsUser) {
     std::condition_variable_any condition;
     bool isReady = false;
-    std::thread other([&] {
+    Thread other([&] {
         const std::lock_guard guard(this->m_mutex);
         isReady = true;
         condition.notify_all();
@@ -176,12 +177,12 @@ TEST(Mutexes, AreLockedTogetherInAnyOrderWithoutADeadlock) {
             ++shared;
         }
     };
-    std::vector<std::thread> threads;
+    std::vector<Thread> threads;
     threads.emplace_back([&] { repeat(checked, fifo, secondFifo, plain); });
     threads.emplace_back([&] { repeat(plain, secondFifo, fifo, checked); });
     threads.emplace_back([&] { repeat(fifo, plain, checked, secondFifo); });
     threads.emplace_back([&] { repeat(secondFifo, checked, plain, fifo); });
-    for (std::thread& thread : threads) {
+    for (Thread& thread : threads) {
         thread.join();
     }
     EXPECT_EQ(shared, 4 * kRounds);

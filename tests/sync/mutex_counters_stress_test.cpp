@@ -12,6 +12,7 @@
 #include "concurrency/sync/interprocess_mutex.h"
 #include "tests/support/stress_run.h"
 #include "tests/support/task_thread.h"
+#include "tests/support/thread.h"
 #include "tests/sync/wall_clock.h"
 #include "tests/sync/watchdog.h"
 
@@ -51,7 +52,7 @@ class MutexCounter : public testing::TestWithParam<int> {
         Mutex mutex;
         Number number;
         std::atomic<int> working = GetParam();
-        std::vector<std::thread> threads;
+        std::vector<Thread> threads;
         for (int index = 0; index < GetParam(); ++index) {
             threads.emplace_back([&, chances = stress.Generator(0, static_cast<unsigned>(index))]() mutable {
                 for (int round = 0; round < stress.Rounds(); ++round) {
@@ -63,7 +64,7 @@ class MutexCounter : public testing::TestWithParam<int> {
             });
         }
         WaitOrEnd("The threads that count", [&] { return working == 0; }, [&] { return number.Additions(); });
-        for (std::thread& thread : threads) {
+        for (Thread& thread : threads) {
             thread.join();
         }
         EXPECT_EQ(number.Get(), static_cast<long>(stress.Rounds()) * GetParam());

@@ -5,13 +5,14 @@
 #include <array>
 #include <chrono>
 #include <functional>
-#include <thread>
+
+#include "tests/support/thread.h"
 
 namespace Zarvo::Test {
 
 // Runs `body` on a thread of its own, to its end.
 inline void OnAnotherThread(const std::function<void()>& body) {
-    std::thread(body).join();
+    Thread(body).join();
 }
 
 // Whether a thread that owns nothing could have taken the mutex now. It is left as it was found.

@@ -11,10 +11,10 @@
 #include <cstdlib>
 #include <exception>
 #include <functional>
-#include <thread>
 #include <utility>
 
 #include "tests/support/eventually.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Test {
 
@@ -60,7 +60,7 @@ class BackgroundCall {
 
     std::atomic<bool> m_ended = false;
     std::exception_ptr m_error;  // written before m_ended
-    std::thread m_thread;        // last: it uses the others
+    Thread m_thread;        // last: it uses the others
 };
 
 }  // namespace Zarvo::Test

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
@@ -13,6 +12,7 @@
 #include "concurrency/tasks/make_task.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
+#include "tests/support/thread.h"
 #include "tests/threadpool/at_end.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/thread_starts.h"
@@ -65,14 +65,14 @@ TEST(GlobalThreadPool, SixteenConcurrentFirstUsesMakeOnePool) {
     const ThreadStarts starts;
     const ConcurrencyLifetime lifetime;
     Countdown all(kCallers);
-    std::vector<std::thread> callers;
+    std::vector<Thread> callers;
     for (int i = 0; i < kCallers; ++i) {
         callers.emplace_back([&all] {
             all.Meet();
             EXPECT_FALSE(GlobalThreadPool::IsPresent(Task()));
         });
     }
-    for (std::thread& caller : callers) {
+    for (Thread& caller : callers) {
         caller.join();
     }
     EXPECT_EQ(starts.Count(), kFirstWorkers);
@@ -211,7 +211,7 @@ TEST(GlobalThreadPool, CallableThatThrewIsDestroyedOutsideOfTheLocks) {
     Gate handleIsGone;
     Gate destroyed;
     const auto useFromAnotherThread = [&destroyed] {
-        std::thread([] {
+        Thread([] {
             Task task = MakeTask(L"from the destructor", [] {});
             GlobalThreadPool::Queue(task);
             task.Wait();

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
@@ -14,6 +13,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/stopwatch.h"
+#include "tests/support/thread.h"
 #include "tests/threadpool/at_end.h"
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
@@ -83,7 +83,7 @@ TEST(ThreadPoolStop, DestroysCancelledTasksOutsideOfTheLocks) {
     pool.Core()->Queue(MakeTask(L"runs for ever", &SleepUntilCancelled));
     ASSERT_TRUE(Eventually([&] { return CountsOf(pool).running == 1; }));
     pool.Core()->Queue(MakeTask(L"queued", [end = AtEnd([&] {
-                                                std::thread([&] { pool.Core()->Queue(Task()); }).join();
+                                                Thread([&] { pool.Core()->Queue(Task()); }).join();
                                                 destroyed.Open();
                                             })] {}));
     const BackgroundCall stop([&] { pool.Core()->Stop(); });
