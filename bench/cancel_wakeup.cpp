@@ -20,13 +20,11 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/sync/fifo_mutex.h"
 #include "concurrency/tasks/make_task.h"
-#include "concurrency/threadpool/global_thread_pool.h"
 
 namespace Zarvo::Bench {
 
 namespace {
 
-using Orvane::Internal::GlobalThreadPool;
 using Orvane::Internal::Task;
 
 constexpr const char* kMedian = "wake p50 us";
@@ -66,7 +64,13 @@ class WakeUps {
     Samples m_call;
 };
 
-// A task on the pool that blocks in `wait()` and is cancelled.
+void RunTask(void* argument) {
+    Task task = *static_cast<Task*>(argument);
+    task();
+}
+
+// A task that blocks in `wait()` and is cancelled. It runs on one and the same thread, as the peers do: which of a pool's
+// threads would take it, and on which processor that one slept, makes more difference than the wait does.
 template <typename Wait>
 Figures CancelTasks(std::size_t count, Wait wait) {
     const Orvane::ConcurrencyLifetime lifetime;
@@ -80,9 +84,10 @@ Figures CancelTasks(std::size_t count, Wait wait) {
             throw;
         }
     };
+    BareDequePool thread(1);
     for (std::size_t i = 0; i < count; ++i) {
         Task task = Orvane::MakeTask(L"Blocked", work);
-        wakeUps.Measure([&] { GlobalThreadPool::Queue(task); }, [&] { task.Cancel(); }, [&] { task.Wait(); });
+        wakeUps.Measure([&] { thread.Submit(&RunTask, &task); }, [&] { task.Cancel(); }, [&] { task.Wait(); });
     }
     return wakeUps.Result();
 }
