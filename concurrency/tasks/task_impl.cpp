@@ -60,16 +60,43 @@ bool TaskImpl::IsCancelledLocked() const {
     return future->IsCancelling() || future->IsCancelled();
 }
 
-void TaskImpl::Run() {
-    std::shared_ptr<ITaskState> wrapper;
-    {
-        const Guard lock(m_mutex);
-        if (IsCancelledLocked()) {
-            return;
-        }
-        wrapper = m_wrapper;
-        m_run = wrapper;
+// Returns what is to be run, null if the task is cancelled.
+std::shared_ptr<ITaskState> TaskImpl::BeginRun() {
+    const Guard lock(m_mutex);
+    if (IsCancelledLocked()) {
+        return nullptr;
     }
+    m_run = m_wrapper;
+    return m_wrapper;
+}
+
+// Not even its block may be kept: the caller's module made it, and may be unloaded while somebody keeps a handle.
+void TaskImpl::ForgetRun(const std::shared_ptr<ITaskState>& run) {
+    const Guard lock(m_mutex);
+    if (m_run.lock() == run) {
+        m_run.reset();
+    }
+}
+
+// At the end of a run, also if it throws.
+class TaskImpl::RunRecord {
+  public:
+    RunRecord(TaskImpl& task, const std::shared_ptr<ITaskState>& run) : m_task(task), m_run(run) {}
+    ~RunRecord() { m_task.ForgetRun(m_run); }
+    RunRecord(const RunRecord&) = delete;
+    RunRecord& operator=(const RunRecord&) = delete;
+
+  private:
+    TaskImpl& m_task;
+    const std::shared_ptr<ITaskState>& m_run;
+};
+
+void TaskImpl::Run() {
+    const std::shared_ptr<ITaskState> wrapper = BeginRun();
+    if (!wrapper) {
+        return;
+    }
+    const RunRecord record(*this, wrapper);
     ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
     (*wrapper)();
     ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
@@ -126,15 +153,23 @@ void TaskImpl::Reset() {
 std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited) {
     std::shared_ptr<ITaskState> run;  // destroyed after the lock: their destructors run user code
     std::shared_ptr<ITaskState> released;
-    const Guard lock(m_mutex);
-    run = m_run.lock();
-    if (m_wrapper != awaited && !IsEmptied()) {
-        const auto future = m_wrapper->GetFuture();
-        if (future->IsBusy() || future->IsCancelling() || (run == m_wrapper && IsUnderWayElsewhere(run))) {
-            return m_wrapper;
+    {
+        const Guard lock(m_mutex);
+        if (IsEmptied()) {
+            return nullptr;
         }
+        run = m_run.lock();
+        if (m_wrapper != awaited) {
+            const auto future = m_wrapper->GetFuture();
+            if (future->IsBusy() || future->IsCancelling() || (run == m_wrapper && IsUnderWayElsewhere(run))) {
+                return m_wrapper;
+            }
+        }
+        released = std::exchange(m_wrapper, NullTaskWrapper::Instance());
     }
-    released = std::exchange(m_wrapper, NullTaskWrapper::Instance());
+    if (released != awaited) {
+        released->GetFuture()->RequestCancel();  // it will never run: whoever waits for it waits no longer
+    }
     return nullptr;
 }
 

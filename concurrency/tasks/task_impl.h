@@ -37,8 +37,12 @@ class TaskImpl {
   private:
     friend struct FieldOrder;
 
+    class RunRecord;
+
     bool IsEmptied() const ORVANE_REQUIRES(m_mutex);
     bool IsCancelledLocked() const ORVANE_REQUIRES(m_mutex);
+    std::shared_ptr<ITaskState> BeginRun();
+    void ForgetRun(const std::shared_ptr<ITaskState>& run);
     std::shared_ptr<ITaskState> EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited);
 
     mutable RankedMutex<std::recursive_mutex, LockRank::Task> m_mutex;  // taken before the future's mutex
@@ -46,7 +50,7 @@ class TaskImpl {
     std::shared_ptr<ITaskState> m_wrapper ORVANE_GUARDED_BY(m_mutex);  // never empty
     bool m_cancelled ORVANE_GUARDED_BY(m_mutex) = false;  // never cleared
     std::atomic<std::uint64_t> m_placeInPool = 0;
-    std::weak_ptr<ITaskState> m_run ORVANE_GUARDED_BY(m_mutex);  // what was run last, from before it starts
+    std::weak_ptr<ITaskState> m_run ORVANE_GUARDED_BY(m_mutex);  // from before it starts until it has returned
 };
 
 }  // namespace Orvane::Internal

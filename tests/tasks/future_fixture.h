@@ -112,7 +112,7 @@ class SleepingWaiter {
               Orvane::Internal::TaskWrapper<void, std::function<void()>> wrapper(wait, future);
               wrapper();
           }) {
-        if (!Eventually([&] { return m_future->HasAsked(); }) || !awaited.IsBusy()) {
+        if (!Eventually([&] { return m_future->HasAsked(); }) || awaited.IsReady()) {
             throw std::runtime_error("SleepingWaiter: it does not wait");
         }
     }

@@ -1,9 +1,11 @@
 // Running a task: what is logged, and what leaves the run.
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
@@ -203,6 +205,51 @@ TEST(TaskRun, GoesOnWhenAnotherThreadEmptiesTheHandle) {
     task();
 
     EXPECT_FALSE(destroyedDuringTheRun);
+}
+
+// Counts the blocks that are there.
+template <typename T>
+struct CountingAllocator {
+    using value_type = T;
+
+    explicit CountingAllocator(int& count) : blocks(&count) {}
+    template <typename U>
+    explicit CountingAllocator(const CountingAllocator<U>& other) : blocks(other.blocks) {}
+
+    T* allocate(std::size_t count) {
+        ++*blocks;
+        return std::allocator<T>().allocate(count);
+    }
+    void deallocate(T* block, std::size_t count) {
+        --*blocks;
+        std::allocator<T>().deallocate(block, count);
+    }
+    friend bool operator==(const CountingAllocator&, const CountingAllocator&) = default;
+
+    int* blocks;
+};
+
+// The module that made it may be unloaded while somebody still has a handle.
+TEST(TaskRun, LeavesNothingOfItsStateToTheHandleThatWaitedForIt) {
+    int blocks = 0;
+    auto state =
+        std::allocate_shared<ScriptedState>(CountingAllocator<ScriptedState>(blocks), AttachedFutureIn(State::Normal));
+    Task task(L"", std::move(state));
+    EXPECT_EQ(blocks, 1);
+    task();
+    task.Wait();
+    EXPECT_EQ(blocks, 0);
+}
+
+TEST(TaskRun, LeavesNothingOfItsStateThoughItThrows) {
+    int blocks = 0;
+    auto state =
+        std::allocate_shared<ScriptedState>(CountingAllocator<ScriptedState>(blocks), AttachedFutureIn(State::Normal));
+    state->run = [] { throw std::runtime_error("left the run"); };
+    Task task(L"", std::move(state));
+    EXPECT_THROW(task(), std::runtime_error);
+    task.Wait();
+    EXPECT_EQ(blocks, 0);
 }
 
 }  // namespace

@@ -88,7 +88,17 @@ TEST_F(TaskWaitResetTest, DropsANewerStateThatHasNotStarted) {
 
     EXPECT_TRUE(WaiterReturns());
     ExpectEmptied(m_task);
-    EXPECT_EQ(StateOf(*m_secondFuture), State::NotStarted);
+}
+
+// It can no longer run.
+TEST_F(TaskWaitResetTest, LetsGoOthersWhoWaitForTheStateThatItDrops) {
+    SleepingWaiter other([task = m_task]() mutable { task.Wait(); }, *m_secondFuture);
+    m_firstFuture->SetValue();
+
+    EXPECT_TRUE(WaiterReturns());
+    EXPECT_TRUE(Eventually([&] { return other.HasEnded(); }));
+    EXPECT_EQ(StateOf(*m_secondFuture), State::Cancelled);
+    ExpectEmptied(m_task);
 }
 
 TEST_F(TaskWaitResetTest, DropsANewerRunThatHasEnded) {
