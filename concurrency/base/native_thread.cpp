@@ -51,6 +51,10 @@ bool NativeThread::IsCurrentThread() const noexcept {
     return IsJoinable() && m_id == ::GetCurrentThreadId();
 }
 
+bool NativeThread::IsRunning() const noexcept {
+    return WaitForSingleObject(m_handle, 0) == WAIT_TIMEOUT;
+}
+
 void NativeThread::Join() {
     if (IsCurrentThread()) {
         Throw(std::errc::resource_deadlock_would_occur);

@@ -34,8 +34,8 @@ void ConcurrencyUninitialize() {
         // On purpose before the count sinks: what is destroyed here may be a callable whose destructor initialises and
         // uninitialises for itself, on this thread. It shall find the library as it is.
         state.isTearingDown = true;
-        // The scheduler first: it queues into the pool, and must not wait there for a growth that nobody ends.
-        Internal::StopThreadPoolGrowth();
+        // The scheduler first: it queues into the pool, and must not wait there for a growth that has failed.
+        Internal::GiveUpFailedGrowth();
         Internal::DestroyScheduler();
         Internal::DestroyThreadPool();
         Internal::CloseSpareEvents();

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <utility>
 
 #include "concurrency/tasks/task.h"
 
@@ -20,6 +21,9 @@ class PooledTask {
 
     Task& Get() { return m_task; }
 
+    // Returns false if the entry is marked already: for who goes through a list that changes meanwhile.
+    bool Mark() { return !std::exchange(m_isMarked, true); }
+
     // From now on, and until its end, the entry counts. Once. Pools are told apart by number, from 1, later ones have
     // higher numbers.
     void Enter(std::uint32_t pool);
@@ -33,6 +37,7 @@ class PooledTask {
 
     Task m_task;
     std::uint32_t m_pool = 0;
+    bool m_isMarked = false;
 };
 
 }  // namespace Orvane::Internal

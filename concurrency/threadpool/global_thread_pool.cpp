@@ -22,7 +22,7 @@ ProcessPool* g_pool = nullptr;  // guarded by ThreadPoolLock()
 constinit std::atomic<std::shared_ptr<ThreadPoolCore>> g_core;
 
 // While the last uninitialisation ends the scheduler.
-constinit std::atomic<bool> g_growthIsOver = false;
+constinit std::atomic<bool> g_givesUpFailedGrowth = false;
 
 std::shared_ptr<ThreadPoolCore> GetOrCreate() {
     if (auto core = g_core.load()) {
@@ -32,8 +32,8 @@ std::shared_ptr<ThreadPoolCore> GetOrCreate() {
     if (g_pool == nullptr) {
         g_pool = new ProcessPool(0);
         g_core.store(g_pool->Core());
-        if (g_growthIsOver) {
-            g_pool->Core()->StopGrowing();
+        if (g_givesUpFailedGrowth) {
+            g_pool->Core()->GiveUpFailedGrowth();
         }
     }
     return g_pool->Core();
@@ -46,11 +46,11 @@ CriticalSection& ThreadPoolLock() {
     return lock;
 }
 
-void StopThreadPoolGrowth() noexcept {
+void GiveUpFailedGrowth() noexcept {
     // The flag first, and read after the pool is to be seen: for a pool that is created meanwhile.
-    g_growthIsOver = true;
+    g_givesUpFailedGrowth = true;
     if (const auto core = g_core.load()) {
-        core->StopGrowing();
+        core->GiveUpFailedGrowth();
     }
 }
 
@@ -60,7 +60,7 @@ void DestroyThreadPool() noexcept {
     // Not to be found while it stops: what its shutdown destroys may come back here.
     delete std::exchange(g_pool, nullptr);
     core = g_core.exchange(nullptr);
-    g_growthIsOver = false;
+    g_givesUpFailedGrowth = false;
 }
 
 void GlobalThreadPool::Queue(const Task& task) {

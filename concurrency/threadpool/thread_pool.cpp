@@ -6,6 +6,7 @@
 
 #include "concurrency/base/clock.h"
 #include "concurrency/base/wait.h"
+#include "concurrency/base/windows_api.h"
 #include "concurrency/errors/exceptions.h"
 
 namespace Orvane::Internal {
@@ -14,6 +15,9 @@ namespace {
 
 // How long shutdown lets the workers finish before it cancels what is left.
 constexpr std::chrono::seconds kStopGrace{30};
+
+// How long a worker that was woken may take to come in before the next one is woken, in milliseconds.
+constexpr std::uint64_t kWakePatience = 50;
 
 constinit std::atomic<std::uint32_t> g_poolsSoFar = 0;
 
@@ -29,6 +33,9 @@ void ThreadPoolCore::Queue(const Task& task) {
     entry.emplace_back(task);
     if (!AppendUnlessFull(entry)) {
         AppendAfterGrowth(entry);
+    }
+    if (m_allCancelled) {
+        Task(task).Cancel();  // nobody will run it: whoever waits for it shall not wait for ever
     }
 }
 
@@ -62,12 +69,18 @@ void ThreadPoolCore::Insert(TaskList::iterator before, TaskList& entry) {
 
 // Whether the caller is to wake a worker, after the lock. One at a time: whoever comes in and leaves tasks behind wakes
 // the next, and a burst of tasks does not raise more workers than are needed. While one is on its way no other is woken
-// for what is queued meanwhile: it looks at the queue before it sleeps again.
+// for what is queued meanwhile: it looks at the queue before it sleeps again. But not for ever: it may have a priority at
+// which it gets no processor, and so may the caller who was to wake it.
 bool ThreadPoolCore::ClaimWakeUp() {
-    if (m_isWaking || m_queue.empty() || !m_workAvailable.HasWaiters()) {
+    if (m_queue.empty() || !m_workAvailable.HasWaiters()) {
+        return false;
+    }
+    const std::uint64_t now = ::GetTickCount64();
+    if (m_isWaking && now - m_wakingSince < kWakePatience) {
         return false;
     }
     m_isWaking = true;
+    m_wakingSince = now;
     return true;
 }
 
@@ -106,9 +119,9 @@ void ThreadPoolCore::RunWorker(WorkerBatch& batch) {
     m_workerExited.notify_one();
 }
 
-// Returns false once the pool stops and nothing is queued.
+// Returns false once the pool stops and nothing is queued, or all was cancelled.
 bool ThreadPoolCore::WaitForWork(Guard<PoolMutex>& lock) {
-    while (m_queue.empty()) {
+    while (m_queue.empty() || m_allCancelled) {
         if (m_stopping) {
             return false;
         }
@@ -144,16 +157,9 @@ void ThreadPoolCore::Stop() {
         const Guard spawnLock(m_spawnMutex);
     }
     m_spawnDone.notify_all();
-    TaskList removed;
-    {
-        Guard lock(m_mutex);
-        const auto deadline = MonotonicClock::now() + kStopGrace;
-        if (!WaitUntil<MonotonicClock>(m_workerExited, lock, deadline,
-                                       [this]() ORVANE_REQUIRES(m_mutex) { return m_threadCount == m_killedCount; })) {
-            CancelAll(removed);
-        }
+    if (!WorkersLeave()) {
+        CancelAll();
     }
-    removed.clear();
     JoinThreads();
     const Guard launchLock(m_launchMutex);
     ReapFinished(Reap::kWait);
@@ -174,16 +180,38 @@ void ThreadPoolCore::RefuseOwnThreads() {
     }
 }
 
-// Needs m_mutex. The queued tasks go to `removed`, to be destroyed when the lock is free.
-void ThreadPoolCore::CancelAll(TaskList& removed) {
-    for (PooledTask& task : m_running) {
-        task.Get().Cancel();
-    }
-    for (PooledTask& task : m_queue) {
-        task.Get().Cancel();
-    }
-    removed.splice(removed.end(), m_queue);
+// Waits until all that count have left; returns false if they have not within kStopGrace.
+bool ThreadPoolCore::WorkersLeave() {
+    const auto deadline = MonotonicClock::now() + kStopGrace;
+    Guard lock(m_mutex);
+    return WaitUntil<MonotonicClock>(m_workerExited, lock, deadline,
+                                     [this]() ORVANE_REQUIRES(m_mutex) { return m_threadCount == m_killedCount; });
+}
+
+// What runs, the newest first, then what is queued; from now on nothing is taken off the queue. One at a time and without
+// the lock: a request runs what the task has registered for it, which may wait for somebody who is about to queue.
+void ThreadPoolCore::CancelAll() {
+    TaskList queued;
+    Guard lock(m_mutex);
+    m_allCancelled = true;
+    queued.splice(queued.end(), m_queue);
     m_untaken.store(0, std::memory_order_relaxed);
+    for (;;) {
+        const auto next =
+            std::find_if(m_running.begin(), m_running.end(), [](PooledTask& task) { return task.Mark(); });
+        if (next == m_running.end()) {
+            break;
+        }
+        Task task = next->Get();
+        lock.unlock();
+        task.Cancel();
+        task = Task();  // may be the last handle by now
+        lock.lock();
+    }
+    lock.unlock();
+    for (PooledTask& task : queued) {
+        task.Get().Cancel();
+    }
 }
 
 // One record at a time and without a lock: ending threads take the locks, and growth may still add records.

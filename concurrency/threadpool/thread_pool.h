@@ -70,9 +70,9 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     // Starts `count` workers. Errors: std::runtime_error "Failed to spawn thread, resource error".
     void SpawnThreads(std::uint64_t count);
 
-    // From now on it does not grow, and nobody waits for a growth, one that has failed included: for who is about to stop
-    // threads that queue, and waits for them before he stops the pool.
-    void StopGrowing();
+    // From now on nobody waits for a growth that has failed, and none is tried after one: for who is about to stop threads
+    // that queue, and waits for them before he stops the pool.
+    void GiveUpFailedGrowth();
 
     // Shuts down: lets the workers finish what is queued for 30 s, then cancels, and joins every thread.
     //
@@ -111,6 +111,7 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     bool StaysFull(Guard<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
     void LetWorkersTake(Guard<PoolMutex>& lock, Duration waited) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
     void SetGrowing(bool growing) ORVANE_REQUIRES(m_spawnMutex);
+    void EndGrowthIfFailed() ORVANE_REQUIRES(m_spawnMutex);
     void RequestGrowth(Guard<SpawnMutex>& spawnLock) ORVANE_REQUIRES(m_spawnMutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
     void StartBatch(std::uint64_t count);
 
@@ -120,7 +121,8 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     bool HasEnded(const NativeThread& thread) ORVANE_REQUIRES(m_launchMutex);
 
     void RefuseOwnThreads();
-    void CancelAll(TaskList& removed) ORVANE_REQUIRES(m_mutex);
+    bool WorkersLeave() ORVANE_NO_THREAD_SAFETY_ANALYSIS;
+    void CancelAll() ORVANE_NO_THREAD_SAFETY_ANALYSIS;
     void JoinThreads();
 
     PoolMutex m_mutex;
@@ -142,10 +144,14 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     DWORD m_lastSpawnTick ORVANE_GUARDED_BY(m_spawnMutex) = 0;
     std::uint64_t m_killedCount ORVANE_GUARDED_BY(m_mutex) = 0;
     SpawnMutex m_spawnMutex;
-    Condition m_spawnDone;  // with m_spawnMutex: a growth has ended, no more growth, or stopping
+    Condition m_spawnDone;  // with m_spawnMutex: no growth in progress, or stopping
     bool m_spawnInProgress = false;  // changed under m_spawnMutex and m_mutex, read under one
-    bool m_growthIsOver ORVANE_GUARDED_BY(m_mutex) = false;
+    bool m_growthFailed ORVANE_GUARDED_BY(m_spawnMutex) = false;
+    bool m_givesUpFailedGrowth ORVANE_GUARDED_BY(m_spawnMutex) = false;
+    bool m_growthIsOver ORVANE_GUARDED_BY(m_mutex) = false;  // it failed, and is not waited for
     bool m_isWaking ORVANE_GUARDED_BY(m_mutex) = false;  // a worker was woken and has not come in yet
+    std::uint64_t m_wakingSince ORVANE_GUARDED_BY(m_mutex) = 0;
+    std::atomic<bool> m_allCancelled = false;  // written under m_mutex
     std::atomic<std::size_t> m_untaken = 0;  // the size of m_queue, written under m_mutex
     Condition m_allTaken;  // with m_mutex: the queue has become empty
     const WorkerBody m_workerBody;

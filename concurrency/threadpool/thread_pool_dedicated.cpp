@@ -11,7 +11,7 @@ namespace Orvane::Internal {
 
 namespace {
 
-// How long reaping waits for a thread that has finished its task to hand its promise back.
+// How long reaping waits for a thread that has finished its task to hand its promise back and to end.
 constexpr std::chrono::nanoseconds kReapWait{200'000'000};
 
 // Shows the task's name in debuggers, where the platform can.
@@ -38,6 +38,9 @@ void ThreadPoolCore::LaunchInNewThread(const Task& task) {
     auto completion = promise[0].get_future();
     std::map<DWORD, std::future<int>> future;
     future.emplace(0, std::move(completion));
+    while (m_dedicatedThreads.contains(m_nextDedicatedNumber)) {
+        ++m_nextDedicatedNumber;  // it has gone round, and that thread still runs
+    }
     const std::uint32_t number = m_nextDedicatedNumber;
     ThreadList record(1);
     std::map<std::uint32_t, ThreadList::iterator> dedicated{{number, record.begin()}};
@@ -81,7 +84,8 @@ void ThreadPoolCore::MarkFinished(std::uint32_t number) {
     m_dedicatedThreads.erase(entry);
 }
 
-// Needs m_launchMutex. Every record here has left its last use of that lock, so joining under it cannot deadlock.
+// Needs m_launchMutex. Its threads have left their own use of that lock, but the destructors of their thread-local objects
+// may launch: a launch joins only who has ended altogether.
 void ThreadPoolCore::ReapFinished(Reap mode) {
     auto next = m_finishedThreads.begin();
     while (next != m_finishedThreads.end()) {
@@ -91,18 +95,23 @@ void ThreadPoolCore::ReapFinished(Reap mode) {
             continue;
         }
         const DWORD id = record->GetId();
-        record->Join();
+        if (mode == Reap::kWait) {
+            record->Join();
+        }
         m_completionFutures.erase(id);
         {
             const Guard lock(m_exitMutex);
             m_exitedPromises.erase(id);
+        }
+        if (mode == Reap::kIfEnded) {
+            record->Join();
         }
         const Guard lock(m_mutex);
         m_finishedThreads.erase(record);
     }
 }
 
-// Needs m_launchMutex. Whether the thread has reported its end, or does so within kReapWait.
+// Needs m_launchMutex. Whether the thread has reported its end and ended, or does so within kReapWait.
 bool ThreadPoolCore::HasEnded(const NativeThread& thread) {
     const auto found = m_completionFutures.find(thread.GetId());
     if (found == m_completionFutures.end()) {
@@ -110,7 +119,7 @@ bool ThreadPoolCore::HasEnded(const NativeThread& thread) {
     }
     // Asked again and again instead of waited for: the standard wait would measure with a clock that may step.
     const auto deadline = MonotonicClock::now() + kReapWait;
-    while (!IsReady(found->second)) {
+    while (!IsReady(found->second) || thread.IsRunning()) {
         if (MonotonicClock::now() >= deadline) {
             return false;
         }

@@ -145,14 +145,22 @@ void ThreadPoolCore::SetGrowing(bool growing) {
     m_spawnInProgress = growing;
 }
 
-void ThreadPoolCore::StopGrowing() {
+void ThreadPoolCore::GiveUpFailedGrowth() {
     {
         const Guard spawnLock(m_spawnMutex);
+        m_givesUpFailedGrowth = true;
+        EndGrowthIfFailed();
+    }
+    m_spawnDone.notify_all();
+}
+
+// Needs m_spawnMutex.
+void ThreadPoolCore::EndGrowthIfFailed() {
+    if (m_growthFailed && m_givesUpFailedGrowth) {
         const Guard lock(m_mutex);
         m_growthIsOver = true;
         m_spawnInProgress = false;
     }
-    m_spawnDone.notify_all();
 }
 
 void ThreadPoolCore::SpawnThreads(std::uint64_t count) {
@@ -160,7 +168,12 @@ void ThreadPoolCore::SpawnThreads(std::uint64_t count) {
     try {
         StartBatch(count);
     } catch (...) {
-        // On purpose: a failed growth is not taken back, so later callers of Queue() wait until StopGrowing().
+        // On purpose: a failed growth is not taken back, so later callers of Queue() wait until GiveUpFailedGrowth().
+        {
+            const Guard spawnLock(m_spawnMutex);
+            m_growthFailed = true;
+            EndGrowthIfFailed();
+        }
         m_spawnDone.notify_all();
         throw SpawnError(failure);
     }

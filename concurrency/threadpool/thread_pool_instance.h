@@ -8,8 +8,8 @@ namespace Orvane::Internal {
 // Serialises creation and destruction of the pool. Constructed on first use.
 CriticalSection& ThreadPoolLock();
 
-// Lets callers of the pool pass who wait for it to grow, see ThreadPoolCore::StopGrowing().
-void StopThreadPoolGrowth() noexcept;
+// Lets callers of the pool pass who wait for a growth that has failed, see ThreadPoolCore::GiveUpFailedGrowth().
+void GiveUpFailedGrowth() noexcept;
 
 // Stops and destroys the pool, if there is one. A failed shutdown ends the process.
 void DestroyThreadPool() noexcept;

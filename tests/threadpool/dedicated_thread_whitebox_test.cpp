@@ -90,6 +90,20 @@ TEST(DedicatedThreadRecords, DoNotPileUpOverManyLaunches) {
     EXPECT_EQ(counts.nextDedicatedNumber, 501U);
 }
 
+TEST(DedicatedThreadRecords, NumberOfARunningThreadIsNotGivenAgain) {
+    const Pool pool(1);
+    HeldTasks first;
+    ASSERT_TRUE(first.Start(2, LaunchOf(pool)));
+    SetNextDedicatedNumber(pool, 0);  // as after 2^32 launches
+    HeldTasks second;
+    ASSERT_TRUE(second.Start(1, LaunchOf(pool)));
+    EXPECT_EQ(CountsOf(pool).dedicatedThreads, 3U);
+    EXPECT_EQ(CountsOf(pool).nextDedicatedNumber, 3U);
+    second.Release();
+    ASSERT_TRUE(Eventually([&] { return CountsOf(pool).exitedPromises == 1; }));
+    EXPECT_EQ(CountsOf(pool).dedicatedThreads, 2U);
+}
+
 // A thread that has left the list of the running ones, but has not handed its promise back yet.
 class UnreportedThread : public testing::Test {
   protected:
@@ -116,6 +130,14 @@ TEST_F(UnreportedThread, LaunchWaits200MillisecondsForItAndLeavesItForLater) {
     ASSERT_TRUE(held.Start(1, LaunchOf(m_pool)));
     EXPECT_EQ(CountsOf(m_pool).finishedThreads, 0U);
     EXPECT_EQ(CountsOf(m_pool).completionFutures, 1U);
+}
+
+// It has its last way to go, on which the destructors of its thread-local objects may need what the launch holds.
+TEST_F(UnreportedThread, LaunchDoesNotJoinItBeforeItHasEnded) {
+    m_promise.set_value(1);
+    const BackgroundCall launch([this] { m_pool.Core()->LaunchInNewThread(Task()); });
+    EXPECT_TRUE(launch.Ends());
+    EXPECT_GE(CountsOf(m_pool).finishedThreads, 1U);
 }
 
 TEST_F(UnreportedThread, LaunchFailsIfNothingIsKnownOfItsEnd) {

@@ -97,6 +97,11 @@ struct FieldOrder {
         core.m_finishedThreads.push_back(std::move(thread));
     }
 
+    static void SetNextDedicatedNumber(Core& core, std::uint32_t number) {
+        const std::lock_guard launchLock(core.m_launchMutex);
+        core.m_nextDedicatedNumber = number;
+    }
+
     static void ForgetCompletions(Core& core) {
         const std::lock_guard launchLock(core.m_launchMutex);
         core.m_completionFutures.clear();
@@ -174,6 +179,11 @@ void AddFinishedThread(const Orvane::Internal::ThreadPool<Policy>& pool, Orvane:
 template <typename Policy>
 void ForgetCompletions(const Orvane::Internal::ThreadPool<Policy>& pool) {
     Orvane::Internal::FieldOrder::ForgetCompletions(*pool.Core());
+}
+
+template <typename Policy>
+void SetNextDedicatedNumber(const Orvane::Internal::ThreadPool<Policy>& pool, std::uint32_t number) {
+    Orvane::Internal::FieldOrder::SetNextDedicatedNumber(*pool.Core(), number);
 }
 
 // The pool's Queue() as a callable.

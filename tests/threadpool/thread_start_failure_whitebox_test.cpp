@@ -7,8 +7,11 @@
 #include <system_error>
 
 #include "concurrency/tasks/make_task.h"
+#include "concurrency/threadpool/global_thread_pool.h"
 #include "concurrency/threadpool/thread_pool.h"
+#include "concurrency/threadpool/thread_pool_instance.h"
 #include "tests/support/eventually.h"
+#include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/pool_fields.h"
 #include "tests/threadpool/thread_starts.h"
@@ -71,6 +74,54 @@ TEST(ThreadStartFailure, FailedGrowthStaysInProgress) {
     EXPECT_TRUE(SpawnIsInProgress(pool));
     EXPECT_EQ(CountsOf(pool).threadCount, kGrowthBatch);
     EXPECT_EQ(CountsOf(pool).threads, kGrowthBatch);
+}
+
+// What the last uninitialisation does first. A pool that can grow still does.
+TEST(GivenUpGrowth, IsThatWhichHasFailed) {
+    const Pool pool(0);
+    pool.Core()->GiveUpFailedGrowth();
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(12, QueueOf(pool)));
+    EXPECT_GE(CountsOf(pool).threadCount, 2 * kGrowthBatch);
+}
+
+TEST(GivenUpGrowth, KeepsNobodyWaitingIfItHadFailedBefore) {
+    ThreadStarts starts;
+    const Pool pool(0);
+    HeldTasks held;
+    starts.FailAt(8 + 1);
+    ASSERT_TRUE(held.Start(7, QueueOf(pool)));
+    const BackgroundCall caller([&] { pool.Core()->Queue(held.Make()); });
+    ASSERT_TRUE(SpawnIsInProgress(pool));
+    pool.Core()->GiveUpFailedGrowth();
+    EXPECT_TRUE(caller.Ends());
+    EXPECT_FALSE(SpawnIsInProgress(pool));
+}
+
+TEST(GivenUpGrowth, KeepsNobodyWaitingIfItFailsAfterwards) {
+    ThreadStarts starts;
+    const Pool pool(0);
+    pool.Core()->GiveUpFailedGrowth();
+    HeldTasks held;
+    starts.FailAt(8 + 1);
+    ASSERT_TRUE(held.Start(7, QueueOf(pool)));
+    const BackgroundCall caller([&] { pool.Core()->Queue(held.Make()); });
+    EXPECT_TRUE(caller.Ends());
+    EXPECT_EQ(starts.Count(), 8 + 1);
+}
+
+// As when a task of the scheduler is the first that comes to the pool, while the scheduler ends.
+TEST(GivenUpGrowth, IsRememberedForAPoolThatIsCreatedLater) {
+    ThreadStarts starts;
+    GiveUpFailedGrowth();
+    {
+        HeldTasks held;
+        starts.FailAt(8 + 1);
+        ASSERT_TRUE(held.Start(7, &GlobalThreadPool::Queue));
+        const BackgroundCall caller([&] { GlobalThreadPool::Queue(held.Make()); });
+        EXPECT_TRUE(caller.Ends());
+    }
+    DestroyThreadPool();
 }
 
 TEST(ThreadStartFailure, FailedLaunchLeavesEveryRecordAsItWas) {

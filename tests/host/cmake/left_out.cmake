@@ -26,6 +26,7 @@ set(left_out_tests
     ExceptionComMessage.WhatIsInTheCodePageOfTheThread
 
     # Replaces what the platform's standard library is made of: critical sections, its conditions, its heap.
+    ThreadPool.WakesAnotherWorkerIfTheOneThatWasWokenDoesNotComeIn
     FifoMutexLifetime.EndsWithTheNextOwnerThoughTheOneBeforeIsStillInUnlock
     FifoMutexLifetime.EndsWithTheOwnerThoughARequestForAFormerWaiterIsOnItsWay
     CancellableSleep.OfZeroDoesNotWaitInsideNorOutsideATask

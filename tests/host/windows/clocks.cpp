@@ -12,8 +12,12 @@ using FileTimeTicks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'0
 }  // namespace
 
 DWORD GetTickCount() {
+    return static_cast<std::uint32_t>(GetTickCount64());
+}
+
+unsigned long long GetTickCount64() {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+    return static_cast<unsigned long long>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
 }
 
 BOOL QueryPerformanceFrequency(LARGE_INTEGER* frequency) {

@@ -5,6 +5,7 @@
 
 extern "C" {
 DWORD GetTickCount();
+unsigned long long GetTickCount64();
 BOOL QueryPerformanceFrequency(LARGE_INTEGER* frequency);
 BOOL QueryPerformanceCounter(LARGE_INTEGER* counter);
 void GetSystemTimePreciseAsFileTime(LPFILETIME time);
