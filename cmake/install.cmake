@@ -1,4 +1,5 @@
 # Installs the package ZarvoConcurrency: find_package(ZarvoConcurrency) gives Zarvo::Concurrency and its siblings.
+include(CheckCXXSymbolExists)
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -13,6 +14,9 @@ install(TARGETS ZarvoConcurrency ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLoggin
 # The compiler's own runtime, in the very version the library was built with.
 install(FILES ${ZARVO_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
 
+# What the package asks its users' compiler.
+check_cxx_symbol_exists(GCC_GTHR_WIN32_H mutex ZARVO_WIN32_THREADS)
+check_cxx_symbol_exists(_UCRT mutex ZARVO_UCRT)
 install(EXPORT ZarvoConcurrencyTargets NAMESPACE Zarvo:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/ZarvoConcurrencyConfig.cmake.in
     ${CMAKE_CURRENT_BINARY_DIR}/ZarvoConcurrencyConfig.cmake

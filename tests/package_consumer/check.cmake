@@ -40,6 +40,26 @@ block()
     endif()
 endblock()
 
+# So is another kind of the same compiler. It is played by a header that is included before all others.
+function(refuses what prelude)
+    file(WRITE ${consumer}_refused.h "${prelude}\n")
+    execute_process(
+        COMMAND ${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${consumer}_refused --fresh ${CONSUMER_OPTIONS}
+            -DZarvoConcurrency_DIR=${INSTALL}/lib/cmake/ZarvoConcurrency
+            "-DCMAKE_CXX_FLAGS=-include ${consumer}_refused.h"
+        RESULT_VARIABLE result OUTPUT_QUIET ERROR_VARIABLE error
+    )
+    string(REGEX REPLACE "[ \n]+" " " error "${error}")
+    if(result EQUAL 0 OR NOT error MATCHES "another kind of .*${what} instead of")
+        message(FATAL_ERROR "The package was found by another kind of compiler (${what}): ${error}")
+    endif()
+endfunction()
+file(STRINGS ${INSTALL}/lib/cmake/ZarvoConcurrency/ZarvoConcurrencyConfig.cmake is_gcc REGEX "another kind of GNU")
+if(is_gcc)
+    refuses("win32 thread model '1'" "#include <mutex>\n#undef GCC_GTHR_WIN32_H")
+    refuses("UCRT ''" "#define _UCRT")
+endif()
+
 run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${consumer} --fresh ${CONSUMER_OPTIONS}
     -DZarvoConcurrency_DIR=${INSTALL}/lib/cmake/ZarvoConcurrency
 )
