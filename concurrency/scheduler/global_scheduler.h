@@ -13,7 +13,8 @@ namespace Orvane::Internal {
 
 class ORVANE_CONCURRENCY_API GlobalScheduler {
   public:
-    // Hands the task to the thread pool when its start has come, and again after every interval.
+    // Hands the task to the thread pool when its start has come, and again after every interval. A task that has run does
+    // nothing then, unless it was reset: Schedule() sees to that.
     //
     // A run that would overlap the one before it is skipped, and a task that reports it is queued instead. Missed
     // periods are caught up.

@@ -32,7 +32,8 @@ class ORVANE_CONCURRENCY_API Tracker {
     Tracker& operator=(Tracker&&) noexcept;
     ~Tracker();
 
-    // For all copies. Hand the same scheduled task to GlobalScheduler::Insert.
+    // For all copies. Hand the same scheduled task to GlobalScheduler::Insert. It runs once, whatever its interval: only
+    // Schedule() makes a task runnable again.
     void SetTask(const Internal::ScheduledTask& task);
 
     void Cancel();

@@ -38,7 +38,8 @@ class ORVANE_CONCURRENCY_API Task {
     bool operator==(const Task& other) const;
 
     // Runs the work on the calling thread and logs that it started and stopped; nothing if it was cancelled before.
-    // What the wrapper lets pass leaves here, without a stop record.
+    // What the wrapper lets pass leaves here, without a stop record. While another thread runs the task, the work is called a
+    // second time beside it.
     void operator()();
 
     // Requests cancellation. A task that has not started will not run.

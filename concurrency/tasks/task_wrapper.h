@@ -3,8 +3,9 @@
 // Threads: run it on one thread; GetFuture() and Recreate() from any.
 // Cancellation: while the callable runs, its future is the thread's current one, so cancellation points and cancellable
 //     waits inside it find their run. Nested runs restore the outer one.
-// Errors: CancelRequestedException, ExceptionBase and CloneableException end up in the future. Anything else leaves
-//     operator(): the future stays busy, and on a thread of the library the process ends.
+// Errors: CancelRequestedException, ExceptionBase and CloneableException end up in the future; the first of them without a
+//     request leaves it busy. Anything else leaves operator(): the future stays busy, and on a thread of the library the
+//     process ends.
 // Lifetime: after a normal return the callable and its bound arguments are destroyed before the future is completed; a
 //     callable that threw is kept until the wrapper dies.
 #pragma once

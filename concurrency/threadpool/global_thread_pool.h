@@ -19,12 +19,19 @@ class ORVANE_CONCURRENCY_API GlobalThreadPool {
     // and up to 20 ms while a pool that looks full is still taking what is queued. So N long tasks take about N threads
     // and N/8 of these times: bound what you queue.
     //
+    // A task that is queued twice is called twice, at the same time if two workers take it. A run that begins after the
+    // first has returned does nothing.
+    //
     // Cancellation: a cancellation point when it must wait before it adds workers; the task is not queued then.
     static void Queue(const Task& task);
 
     // Runs the task on a thread of its own that carries the task's name. The thread enters no COM apartment; give the
     // task a threading policy if it needs one. Shutdown waits for it without limit and does not cancel it.
     //
+    // Blocks: it joins the threads of earlier launches that have ended, and waits up to 200 ms for each that is just ending.
+    // Other launches wait meanwhile.
+    //
+    // Cancellation: not a cancellation point.
     // Errors: also std::system_error (resource_unavailable_try_again) if the thread cannot be started.
     static void LaunchInNewThread(const Task& task);
 
