@@ -112,6 +112,18 @@ TEST_F(SchedulingGuide, ARecurrentTaskOfOnesOwnRunsOnce) {
     Orvane::Internal::ScheduledTask(task).Cancel();
 }
 
+TEST_F(SchedulingGuide, ATrackerOfOnesOwnChangesNothingAboutThat) {
+    const Orvane::Internal::ScheduledTask task(Orvane::MakeTask(L"Own", [this] { ++m_runs; }), Orvane::TimePoint(),
+                                               5ms);
+    Tracker tracker;
+    tracker.SetTask(task);
+    Orvane::Internal::GlobalScheduler::Insert(task);
+
+    ASSERT_TRUE(Eventually([this] { return m_runs == 1; }));
+    std::this_thread::sleep_for(kSomePeriods);
+    EXPECT_EQ(m_runs, 1);
+}
+
 TEST_F(SchedulingGuide, TheOutcomeOfAOneShotIsInItsFuture) {
     std::shared_ptr<Orvane::Internal::FutureImpl<void>> outcome;
     auto report = Orvane::MakeTask(L"Report", [this] { ++m_runs; }, outcome);
