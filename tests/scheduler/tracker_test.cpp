@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -50,6 +51,22 @@ TEST(Tracker, SharesItsTaskWithItsCopies) {
     EXPECT_TRUE(task.IsCancelled());
 }
 
+TEST(Tracker, SharesItsTaskWithWhatItIsAssignedTo) {
+    Tracker first;
+    Tracker second;
+    second = first;
+    const ScheduledTask task = Idle();
+
+    first.SetTask(task);
+    second.Cancel();
+
+    EXPECT_TRUE(task.IsCancelled());
+}
+
+TEST(Tracker, IsNoMoreThanASharedPointer) {
+    static_assert(sizeof(Tracker) == sizeof(std::shared_ptr<void>));
+}
+
 TEST(Tracker, CancelsItsTaskWhenTheLastCopyGoes) {
     const ScheduledTask task = Idle();
     auto first = std::make_unique<Tracker>();
@@ -77,9 +94,24 @@ TEST(Tracker, HandsItsTaskOverWhenMoved) {
     Tracker source;
     source.SetTask(task);
 
-    const Tracker target(std::move(source));
-
+    std::optional<Tracker> target(std::move(source));
     EXPECT_FALSE(task.IsCancelled());
+    target.reset();
+
+    EXPECT_TRUE(task.IsCancelled()) << "its source still tracks it";
+}
+
+TEST(Tracker, HandsItsTaskOverWhenMoveAssigned) {
+    const ScheduledTask task = Idle();
+    Tracker source;
+    source.SetTask(task);
+    std::optional<Tracker> target(std::in_place);
+
+    *target = std::move(source);
+    EXPECT_FALSE(task.IsCancelled());
+    target.reset();
+
+    EXPECT_TRUE(task.IsCancelled()) << "its source still tracks it";
 }
 
 TEST(Tracker, StopsARecurrentTaskWhenItIsDroppedBetweenRuns) {
