@@ -18,6 +18,10 @@ struct FieldOrder {
     static std::ptrdiff_t OfStarted(const TrackerImpl& tracker) { return Offset(tracker, &tracker.m_runsStarted); }
     static std::ptrdiff_t OfFinished(const TrackerImpl& tracker) { return Offset(tracker, &tracker.m_runsFinished); }
 
+    static Duration Interval(const ScheduledTask& task) { return task.m_interval; }
+
+    // The task and the times that a tracker keeps, as they were handed to it.
+    static const ScheduledTask& Scheduled(const TrackerImpl& tracker) { return tracker; }
     static bool IsTaskSet(const TrackerImpl& tracker) { return tracker.m_isTaskSet; }
     static std::uint32_t Started(const TrackerImpl& tracker) { return tracker.m_runsStarted; }
     static std::uint32_t Finished(const TrackerImpl& tracker) { return tracker.m_runsFinished; }

@@ -15,6 +15,7 @@
 #include "tests/support/gate.h"
 #include "tests/support/plain_thread.h"
 #include "tests/support/recorded_reports.h"
+#include "tests/threadpool/at_end.h"
 
 namespace {
 
@@ -56,11 +57,23 @@ TEST(TrackerImpl, StartsUnsetWithItsCountersAtZero) {
     EXPECT_FALSE(tracker.IsRecurrent());
 }
 
+TEST(TrackerImpl, KeepsTheTimesOfTheTaskThatIsSet) {
+    const TimePoint start = Now() + 1h;
+    TrackerImpl tracker;
+
+    tracker.SetTask(ScheduledTask(MakeTask(L"Timed", [] {}), start, 7s));
+
+    EXPECT_EQ(FieldOrder::Scheduled(tracker).GetStartTime(), start);
+    EXPECT_EQ(FieldOrder::Interval(FieldOrder::Scheduled(tracker)), 7s);
+}
+
 TEST(TrackerImpl, CopiesAllSixFields) {
     TrackerImpl source;
     const Task task = MakeTask(L"Copied", [] {});
-    source.SetTask(ScheduledTask(task, Now(), 1s));
+    const TimePoint start = Now() + 1h;
+    source.SetTask(ScheduledTask(task, start, 7s));
     source.UpdateWrapper(Work([] {}));
+    EXPECT_THROW(source.UpdateWrapper(Work([] { throw 1; })), int);
 
     const TrackerImpl copy(source);
     TrackerImpl assigned;
@@ -68,9 +81,10 @@ TEST(TrackerImpl, CopiesAllSixFields) {
 
     for (const TrackerImpl* each : {&copy, const_cast<const TrackerImpl*>(&assigned)}) {
         EXPECT_EQ(each->GetTask(), task);
-        EXPECT_TRUE(each->IsRecurrent());
+        EXPECT_EQ(FieldOrder::Scheduled(*each).GetStartTime(), start);
+        EXPECT_EQ(FieldOrder::Interval(FieldOrder::Scheduled(*each)), 7s);
         EXPECT_TRUE(FieldOrder::IsTaskSet(*each));
-        EXPECT_EQ(FieldOrder::Started(*each), 1U);
+        EXPECT_EQ(FieldOrder::Started(*each), 2U);
         EXPECT_EQ(FieldOrder::Finished(*each), 1U);
     }
 }
@@ -93,10 +107,17 @@ TEST(TrackerImpl, CountsARunThatThrowsAsStartedOnlyAndPassesTheExceptionOn) {
     EXPECT_EQ(FieldOrder::Finished(tracker), 0U);
 }
 
-TEST(TrackerImpl, ThrowsBadFunctionCallForNoWork) {
+TEST(TrackerImpl, CountsNoWorkAsARunThatThrowsAndResetsItsTask) {
     TrackerImpl tracker;
+    Task task = MakeTask(L"Nothing", [] {});
+    tracker.SetTask(ScheduledTask(task, Now(), 1s));
+    const auto before = task.GetWrapper();
 
     EXPECT_THROW(tracker.UpdateWrapper(Work()), std::bad_function_call);
+
+    EXPECT_EQ(FieldOrder::Started(tracker), 1U);
+    EXPECT_EQ(FieldOrder::Finished(tracker), 0U);
+    EXPECT_NE(task.GetWrapper(), before);
 }
 
 TEST(TrackerImpl, KeepsItsCountersWhenAnotherTaskIsSet) {
@@ -106,6 +127,7 @@ TEST(TrackerImpl, KeepsItsCountersWhenAnotherTaskIsSet) {
     tracker.SetTask(ScheduledTask(MakeTask(L"Next", [] {}), Now(), kOnce));
 
     EXPECT_EQ(FieldOrder::Started(tracker), 1U);
+    EXPECT_EQ(FieldOrder::Finished(tracker), 1U);
 }
 
 TEST(TrackerImpl, LetsTheTaskBeforeGoUncancelled) {
@@ -131,6 +153,18 @@ TEST(TrackerImpl, ResetsARecurrentTaskAfterEveryRun) {
 
     EXPECT_NE(first, second);
     EXPECT_NE(second, third);
+}
+
+TEST(TrackerImpl, ResetsItsTaskBeforeTheWorkIsDestroyed) {
+    TrackerImpl tracker;
+    Task task = MakeTask(L"Order", [] {});
+    tracker.SetTask(ScheduledTask(task, Now(), 1s));
+    const auto before = task.GetWrapper();
+    bool wasReset = false;
+
+    tracker.UpdateWrapper(Work([end = AtEnd([&] { wasReset = task.GetWrapper() != before; })] {}));
+
+    EXPECT_TRUE(wasReset);
 }
 
 TEST(TrackerImpl, NeverResetsATaskThatRunsOnce) {
