@@ -9,6 +9,7 @@
 #include <chrono>
 #include <list>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
@@ -166,6 +167,11 @@ TEST(GlobalScheduler, HasAThreadOfItsOwnInNoApartmentThatRunsNoTasks) {
         EXPECT_NE(running, asking);
         EXPECT_NE(running, GetCurrentThreadId());
     }
+}
+
+TEST(GlobalScheduler, IsAssignableThoughItHasNothingToAssign) {
+    static_assert(std::is_copy_assignable_v<GlobalScheduler>);
+    static_assert(std::is_move_assignable_v<GlobalScheduler>);
 }
 
 TEST(GlobalScheduler, IsCreatedByTheFirstInsert) {

@@ -7,6 +7,7 @@
 
 #include "concurrency/tasks/make_task.h"
 #include "tests/scheduler/moments.h"
+#include "tests/scheduler/probe_task.h"
 #include "tests/scheduler/scheduler_fields.h"
 
 namespace {
@@ -71,9 +72,27 @@ TEST(ScheduledTask, LeavesAnEmptyTaskAndItsTimesWhenMovedFrom) {
     ScheduledTask target(std::move(source));
 
     EXPECT_EQ(target.GetTask(), task);
+    EXPECT_EQ(target.GetStartTime(), start);
+    EXPECT_EQ(FieldOrder::Interval(target), 1s);
     EXPECT_EQ(source.GetTask(), Task());  // NOLINT(bugprone-use-after-move): what is left is part of the interface
     EXPECT_EQ(source.GetStartTime(), start);
-    EXPECT_TRUE(source.IsRecurrent());
+    EXPECT_EQ(FieldOrder::Interval(source), 1s);
+}
+
+TEST(ScheduledTask, LeavesAnEmptyTaskAndItsTimesWhenMoveAssignedFrom) {
+    const Task task = Nothing();
+    const TimePoint start = Now() + 1h;
+    ScheduledTask source(task, start, 7s);
+    ScheduledTask target(Nothing(), k1970, kOnce);
+
+    target = std::move(source);
+
+    EXPECT_EQ(target.GetTask(), task);
+    EXPECT_EQ(target.GetStartTime(), start);
+    EXPECT_EQ(FieldOrder::Interval(target), 7s);
+    EXPECT_EQ(source.GetTask(), Task());  // NOLINT(bugprone-use-after-move): what is left is part of the interface
+    EXPECT_EQ(source.GetStartTime(), start);
+    EXPECT_EQ(FieldOrder::Interval(source), 7s);
 }
 
 TEST(ScheduledTask, IsExpiredFromItsStartOn) {
@@ -89,6 +108,15 @@ TEST(ScheduledTask, IsNotRescheduledWhenItRunsOnce) {
 
     EXPECT_FALSE(task.Reschedule());
     EXPECT_EQ(task.GetStartTime(), start);
+}
+
+TEST(ScheduledTask, IsNotAskedForCancellationWhenItRunsOnce) {
+    const Probe probe;
+    ScheduledTask task(probe.MakeTask(), Now(), kOnce);
+
+    EXPECT_FALSE(task.Reschedule());
+
+    EXPECT_EQ(probe->askedForCancellation, 0);
 }
 
 TEST(ScheduledTask, IsNotRescheduledWhenItIsCancelled) {
