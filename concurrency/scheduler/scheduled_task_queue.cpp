@@ -26,12 +26,13 @@ ScheduledTaskQueue::~ScheduledTaskQueue() {
     std::vector<ScheduledTask> left;  // destroyed after the lock: user code
     try {
         const Guard lock(m_lock);
-        left.reserve(m_heap.size());
-        while (!m_heap.empty()) {
-            left.push_back(TakeTop());
-            if (!left.back().IsCancelled()) {
+        left.swap(m_heap);  // needs no memory: what is left is reported even when there is none
+        for (auto end = left.end(); end != left.begin(); --end) {
+            std::pop_heap(left.begin(), end, std::greater<>());
+            const ScheduledTask& earliest = end[-1];
+            if (!earliest.IsCancelled()) {
                 ReportNoThrow(4, 16, L"Schedule", L"Active task %s still in schedule at destruction",
-                              left.back().GetTask().GetName());
+                              earliest.GetTask().GetName());
             }
         }
     } catch (const std::exception&) {

@@ -4,12 +4,14 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/scheduler/scheduled_task_queue.h"
 #include "concurrency/tasks/make_task.h"
 #include "tests/scheduler/moments.h"
+#include "tests/scheduler/probe_task.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/threadpool/at_end.h"
 #include "tests/threadpool/background_call.h"
@@ -128,14 +130,33 @@ TEST_F(ScheduledTaskQueueEnd, DestroysWhatIsLeftWithoutItsLock) {
     EXPECT_TRUE(lockWasFree);
 }
 
-TEST_F(ScheduledTaskQueueEnd, SaysThatItFailedWhenItCannotTakeTheTasksOut) {
-    const Task kept = Push(L"kept", Now() + 1h);
+TEST_F(ScheduledTaskQueueEnd, NeedsNoMemory) {
+    Push(L"second", Now() + 2h);
+    Push(L"first", Now() + 1h);
     {
         const FailingAllocation failing(1);
         m_queue.reset();
-        ASSERT_TRUE(failing.HasFailed());
+        EXPECT_FALSE(failing.HasFailed());
     }
 
+    EXPECT_EQ(m_reports.Count(kCategory, L"Active task %s still in schedule at destruction"), 2U);
+    EXPECT_EQ(m_reports.All().size(), 2U);
+}
+
+// As a mutex may that has nothing left to wait with.
+class RefusesToAnswer : public ProbeState {
+  public:
+    using ProbeState::ProbeState;
+    bool IsCancelled() const override { throw std::system_error(std::make_error_code(std::errc::not_enough_memory)); }
+};
+
+TEST_F(ScheduledTaskQueueEnd, SaysThatItFailedWhenALockFails) {
+    const auto refused = std::make_shared<ProbeRecord>();
+    m_queue->Push(ScheduledTask(Task(L"refused", std::make_shared<RefusesToAnswer>(refused)), Now() + 1h, kOnce));
+    const Task kept = Push(L"kept", Now() + 2h);
+    m_queue.reset();
+
+    EXPECT_TRUE(refused->destroyed);
     ASSERT_EQ(m_reports.All().size(), 1U);
     const RecordedReport record = m_reports.Last();
     EXPECT_EQ(record.severity, 4);
