@@ -13,6 +13,7 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/scheduler/scheduled_task_queue.h"
 #include "concurrency/tasks/make_task.h"
+#include "tests/cancellation/wait_faults.h"
 #include "tests/scheduler/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
 #include "tests/support/eventually.h"
@@ -158,6 +159,16 @@ TEST_F(ScheduledTaskQueueWait, SleepsForTheTimeThatIsLeftADayAtMost) {
         EXPECT_LE(asked, left);
         EXPECT_GE(asked, std::max(left - kAtMostTooSoon, std::int64_t{1}));
     }
+}
+
+TEST_F(ScheduledTaskQueueWait, AsksForNoLimitWhileTheQueueIsEmpty) {
+    const SleepRecorder timed;
+    const RecordedSleeps other;
+
+    EXPECT_TRUE(m_queue.WaitForNextStart());
+
+    EXPECT_TRUE(timed.Timeouts().empty());
+    EXPECT_EQ(other.List(), std::vector<DWORD>{INFINITE});
 }
 
 TEST_F(ScheduledTaskQueueWait, EndsWithAnInsertIntoAnEmptyQueue) {

@@ -39,8 +39,9 @@ set(left_out_tests
     ConcurrencyLifetimeProcess.ClientThatNeverUninitialisesExitsCleanlyWhileTasksAreBlockedAndScheduled
     ConcurrencyLifetimeProcess.StaticLifetimeObjectOfTheProgramIsTornDownAtItsEnd
 
-    # What the wait in ticks asks of the platform: here it is the standard's wait.
+    # What a wait asks of the platform: here it is the standard's wait.
     ScheduledTaskQueueWait.SleepsForTheTimeThatIsLeftADayAtMost
+    ScheduledTaskQueueWait.AsksForNoLimitWhileTheQueueIsEmpty
 
     # How fast workers are: here a sanitizer decides that.
     ThreadPoolGrowth.BurstOfShortTasksHardlyGrowsThePool
