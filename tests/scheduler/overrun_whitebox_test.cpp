@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cwchar>
 #include <list>
 #include <memory>
 
@@ -10,12 +11,15 @@
 #include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/scheduler/scheduler.h"
 #include "concurrency/threadpool/global_thread_pool.h"
+#include "tests/lifetime/library_use.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/probe_task.h"
 #include "tests/scheduler/scratch_configuration.h"
 #include "tests/support/eventually.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/threadpool/held_worker.h"
+#include "zarvo_orvane_logging/orvane_logging.h"
 
 namespace {
 
@@ -94,6 +98,43 @@ TEST_F(OverrunConsequences, AreReadFromTheRegistryOncePerScheduler) {
 
     EXPECT_EQ(m_reports.Count(L"Scheduler", kOverrun), 2U);
     EXPECT_EQ(g_IntervalExceeded, 0);
+}
+
+// Nor do they wait for the first overrun.
+TEST_F(OverrunConsequences, AreReadFromTheRegistryWhenTheSchedulerIsCreated) {
+    const auto overrunAfterAChange = [this](DWORD whenCreated, DWORD later) {
+        m_registry.SetAssertMode(whenCreated);
+        const ConcurrencyLifetime lifetime;
+        CreateScheduler();
+        m_registry.SetAssertMode(later);
+        Overrun();
+    };
+
+    overrunAfterAChange(0, 1);
+    EXPECT_EQ(g_IntervalExceeded, 0);
+    overrunAfterAChange(1, 0);
+    EXPECT_EQ(g_IntervalExceeded, 1);
+}
+
+int g_flagAtTheReport = -1;
+
+void NoteTheFlag(OrvaneLogging*, int, int, const wchar_t* category, const wchar_t*, ...) {
+    if (std::wcscmp(category, L"Scheduler") == 0) {
+        g_flagAtTheReport = g_IntervalExceeded;
+    }
+}
+
+TEST_F(OverrunConsequences, AreAFlagAfterTheReport) {
+    m_registry.SetAssertMode(1);
+    const auto delay = std::make_shared<DelayReport>();
+    delay->ReadConfiguration();
+    Task report = delay->MakeReportTask(L"Busy");
+    const ImportPatch noted(LibraryUnderTest(), "_ZN13OrvaneLogging6ReportEiiPKwS1_z", &NoteTheFlag);
+
+    report();
+
+    EXPECT_EQ(g_flagAtTheReport, 0);
+    EXPECT_EQ(g_IntervalExceeded, 1);
 }
 
 // The pool is busy with something else while the scheduler ends.

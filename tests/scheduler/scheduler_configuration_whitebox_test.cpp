@@ -121,6 +121,13 @@ TEST_F(SchedulerConfigurationTest, IgnoresAValueOfAnotherType) {
     EXPECT_EQ(ReadMode(), 0U);
 }
 
+TEST_F(SchedulerConfigurationTest, IgnoresANumberThatIsTooLong) {
+    const DWORD numbers[] = {1, 0};
+    m_registry.SetAssertMode(REG_DWORD, numbers, sizeof numbers);
+
+    EXPECT_EQ(ReadMode(), 0U);
+}
+
 TEST_F(SchedulerConfigurationTest, AsksForItsKeyToReadAndToWrite) {
     const RegistryWatch watch;
 
