@@ -48,6 +48,26 @@ TEST(CancellableSleep, OfZeroDoesNotWaitInsideNorOutsideATask) {
     EXPECT_FALSE(sleeps.List().empty());
 }
 
+TEST(CancellableSleep, WaitsOnceForTheGivenTime) {
+    const RecordedSleeps sleeps;
+
+    CancellableSleep(10'000);
+
+    ASSERT_EQ(sleeps.List().size(), 1U);
+    EXPECT_LE(sleeps.List()[0], 10'000U);
+    EXPECT_GT(sleeps.List()[0], 9'000U);
+}
+
+TEST(CancellableSleep, WaitsOnceWithoutALimitForInfiniteTime) {
+    const RecordedSleeps sleeps;
+    const CountedEndlessSleeps endless;
+
+    CancellableSleep(INFINITE);
+
+    EXPECT_EQ(endless.Count(), 1);
+    EXPECT_TRUE(sleeps.List().empty());
+}
+
 TEST(CancellableSleep, ThrowsBeforeItWaitsWhenCancellationWasRequested) {
     const RunScope run;
     run.Cancellation().RequestCancel();

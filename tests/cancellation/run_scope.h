@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 
 #include "concurrency/cancellation/cancellation_object.h"
@@ -37,6 +38,34 @@ class RunScopeOf {
 };
 
 using RunScope = RunScopeOf<>;
+
+// Says when the library asks for its cancellation record: once to register a notifier, and for each test of the flag.
+struct WatchedFuture : Orvane::Internal::FutureImpl<void> {
+    // On the thread that asks, before it is answered.
+    std::function<void()> whenAsked = [] {};
+
+    std::shared_ptr<Orvane::Internal::CancellationObject> GetCancellationObject() override {
+        whenAsked();
+        return FutureImpl<void>::GetCancellationObject();
+    }
+};
+
+// A run that is cancelled between the first time and the second: between a notifier's registration and the test of the
+// flag, in this order.
+class RequestAtTheSecondQuestion {
+  public:
+    RequestAtTheSecondQuestion() {
+        m_run.GetFuture()->whenAsked = [this, &run = m_run.Cancellation()] {
+            if (++m_questions == 2) {
+                run.RequestCancel();
+            }
+        };
+    }
+
+  private:
+    int m_questions = 0;
+    const RunScopeOf<WatchedFuture> m_run;
+};
 
 // Requests the run's cancellation on a thread of its own, to see whether the request returns. Let it return before this
 // object dies.

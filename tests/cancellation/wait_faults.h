@@ -4,6 +4,8 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
@@ -51,6 +53,20 @@ class RecordedSleeps {
 
     static inline std::vector<DWORD> g_sleeps;
     ImportPatch m_patch{LibraryUnderTest(), "SleepConditionVariableCS", &Record};
+};
+
+// Every wait on a standard condition without a limit returns at once and is counted.
+class CountedEndlessSleeps {
+  public:
+    CountedEndlessSleeps() { g_count = 0; }
+
+    int Count() const { return g_count; }
+
+  private:
+    static void Return(std::condition_variable*, std::unique_lock<std::mutex>*) { ++g_count; }
+
+    static inline int g_count = 0;
+    ImportPatch m_patch{LibraryUnderTest(), "_ZNSt18condition_variable4waitERSt11unique_lockISt5mutexE", &Return};
 };
 
 // A request comes after the wait has tested the flag and before the platform looks at the handles; at the same moment

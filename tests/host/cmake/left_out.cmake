@@ -30,6 +30,8 @@ set(left_out_tests
     FifoMutexLifetime.EndsWithTheNextOwnerThoughTheOneBeforeIsStillInUnlock
     FifoMutexLifetime.EndsWithTheOwnerThoughARequestForAFormerWaiterIsOnItsWay
     CancellableSleep.OfZeroDoesNotWaitInsideNorOutsideATask
+    CancellableSleep.WaitsOnceForTheGivenTime
+    CancellableSleep.WaitsOnceWithoutALimitForInfiniteTime
     SleepNotificationAdapter.SleepOfMoreThanTenDaysIsCutToTenDays
     SleepNotificationAdapter.SleepOfZeroDoesNotWait
     CancellableWaitForMultipleObjects.NoMemoryForTheArrayIsBadAllocAlsoForTheLargestCount
