@@ -66,6 +66,7 @@ TEST(AbstractCancelNotifier, OnlyDerivedClassesConstructAndDestroyIt) {
 
 TEST(AbstractCancelNotifier, CanBeCopiedByEverybodyAndCopiesNothing) {
     static_assert(std::is_copy_assignable_v<AbstractCancelNotifier>);
+    static_assert(std::is_copy_constructible_v<Probe>);
     CountingNotifier counted;
     CountingNotifier fresh;
     Request request;

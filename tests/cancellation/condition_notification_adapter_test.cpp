@@ -194,6 +194,17 @@ TEST(ConditionNotificationAdapter, RequestBeforeTheWaitThrowsWithoutWaiting) {
     EXPECT_FALSE(waited);
 }
 
+TEST(ConditionNotificationAdapter, RequestBetweenTheRegistrationAndTheTestThrowsWithoutWaiting) {
+    Waiter waiter;
+    const RequestAtTheSecondQuestion run;
+    bool waited = false;
+
+    EXPECT_THROW(CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [&] { return waited = true; }),
+                 CancelRequestedException);
+
+    EXPECT_FALSE(waited);
+}
+
 TEST(ConditionNotificationAdapter, RequestDuringTheWaitThrowsAfterIt) {
     Waiter waiter;
     const RunScope run;
