@@ -25,8 +25,8 @@ template <typename Mutex, typename ConditionVariable = std::condition_variable_a
 class ConditionNotificationAdapter : public AbstractCancelNotifier {
   public:
     // Registers with the calling thread's run, if there is one, in place of any other notifier.
-    static std::shared_ptr<AbstractCancelNotifier> CreateInstance(Mutex& mutex, ConditionVariable& condition,
-                                                                  std::shared_ptr<const void> keepAlive = nullptr) {
+    [[nodiscard]] static std::shared_ptr<AbstractCancelNotifier> CreateInstance(
+        Mutex& mutex, ConditionVariable& condition, std::shared_ptr<const void> keepAlive = nullptr) {
         return RegisterWithCurrentRun(std::shared_ptr<AbstractCancelNotifier>(
             new ConditionNotificationAdapter(mutex, condition, std::move(keepAlive))));
     }

@@ -18,7 +18,7 @@ class FutureState;
 class ORVANE_CONCURRENCY_API FutureNotificationAdapter : public AbstractCancelNotifier {
   public:
     // Registers with the calling thread's run, if there is one, in place of any other notifier.
-    static std::shared_ptr<AbstractCancelNotifier> CreateInstance(std::weak_ptr<FutureState> future);
+    [[nodiscard]] static std::shared_ptr<AbstractCancelNotifier> CreateInstance(std::weak_ptr<FutureState> future);
 
     FutureNotificationAdapter(const FutureNotificationAdapter&);
     FutureNotificationAdapter& operator=(const FutureNotificationAdapter&);

@@ -19,7 +19,7 @@ class ORVANE_CONCURRENCY_API HandleNotificationAdapter : public AbstractCancelNo
   public:
     // A HandleNotificationAdapter, registered with the calling thread's run, if there is one, in place of any other
     // notifier.
-    static std::shared_ptr<AbstractCancelNotifier> CreateInstance();
+    [[nodiscard]] static std::shared_ptr<AbstractCancelNotifier> CreateInstance();
 
     // On purpose: copies the handle as it is. A copy must not outlive the original; both would close the handle.
     HandleNotificationAdapter(const HandleNotificationAdapter&);

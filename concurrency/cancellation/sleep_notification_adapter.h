@@ -20,7 +20,7 @@ class ORVANE_CONCURRENCY_API SleepNotificationAdapter : public AbstractCancelNot
   public:
     // A SleepNotificationAdapter, registered with the calling thread's run, if there is one, in place of any other
     // notifier.
-    static std::shared_ptr<AbstractCancelNotifier> CreateInstance();
+    [[nodiscard]] static std::shared_ptr<AbstractCancelNotifier> CreateInstance();
 
     ~SleepNotificationAdapter() override;
 

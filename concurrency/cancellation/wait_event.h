@@ -18,7 +18,7 @@ namespace Orvane::Internal {
 class WaitEvent : public AbstractCancelNotifier {
   public:
     // Registered with the calling thread's run, if there is one, in place of any other notifier.
-    static std::shared_ptr<WaitEvent> CreateInstance();
+    [[nodiscard]] static std::shared_ptr<WaitEvent> CreateInstance();
 
     WaitEvent();
     ~WaitEvent() override;

@@ -25,7 +25,7 @@ TEST(NoMemory, MakesNewFailInThisProgram) {
 TEST(NoMemory, MakesNewFailInTheLibrary) {
     const NoMemory none;
 
-    EXPECT_THROW(HandleNotificationAdapter::CreateInstance(), std::bad_alloc);
+    EXPECT_THROW(static_cast<void>(HandleNotificationAdapter::CreateInstance()), std::bad_alloc);
 }
 
 TEST(NoMemory, EndsWithItsScope) {
@@ -77,7 +77,7 @@ TEST(FailingNew, FailsOnceAndOnlyAtItsNumber) {
 TEST(FailingNew, FailsInTheLibrary) {
     const FailingNew first(1);
 
-    EXPECT_THROW(HandleNotificationAdapter::CreateInstance(), std::bad_alloc);
+    EXPECT_THROW(static_cast<void>(HandleNotificationAdapter::CreateInstance()), std::bad_alloc);
 }
 
 // Where the memory comes from is the runtime's business: strings are made inside of it.

@@ -92,7 +92,7 @@ TEST_F(ResourceProbeTest, SeesOneSmallBlockAmongThousands) {
 
 TEST_F(ResourceProbeTest, SeesABlockThatTheLibraryHolds) {
     using Orvane::Internal::HandleNotificationAdapter;
-    HandleNotificationAdapter::CreateInstance();
+    static_cast<void>(HandleNotificationAdapter::CreateInstance());
     const ResourceProbe probe;
     auto held = HandleNotificationAdapter::CreateInstance();
     const Resources during = probe.Growth();
