@@ -1,12 +1,12 @@
 // The Win32 waits of the same names, as cancellation points.
 //
-// Threads: any. On a thread that runs no task they are the plain Win32 calls.
+// Threads: any. On a thread that runs no task they do what the Win32 calls do, but for the limits named below.
 // Cancellation: all three throw CancelRequestedException when cancellation of the calling thread's task was requested
 //     before or during the wait, even with a time-out of 0. While they wait, they take the place of any notifier that
 //     the task had registered, and they do not restore it.
 // Errors: std::bad_alloc, std::system_error. The platform's failures are returned as WAIT_FAILED, with the error left
 //     for GetLastError().
-// Units: milliseconds; INFINITE (0xFFFFFFFF) for no limit.
+// Units: milliseconds; INFINITE (0xFFFFFFFF) for no limit. This name and those of the results are in <windows.h>.
 #pragma once
 
 #include "concurrency/base/export.h"
@@ -22,7 +22,8 @@ ORVANE_CONCURRENCY_API void CancellableSleep(DWORD milliseconds);
 ORVANE_CONCURRENCY_API DWORD CancellableWaitForSingleObject(HANDLE handle, DWORD milliseconds);
 
 // Waits for any of at most 63 handles, as WaitForMultipleObjects. With more, the platform refuses: WAIT_FAILED. The
-// lowest signalled index wins; results refer to the caller's positions. With no handles it waits for cancellation.
+// lowest signalled index wins; results refer to the caller's positions. With no handles it waits for the
+// time-out.
 ORVANE_CONCURRENCY_API DWORD CancellableWaitForMultipleObjects(DWORD count, const HANDLE* handles, DWORD milliseconds);
 
 }  // namespace Orvane

@@ -16,7 +16,8 @@
 namespace Orvane {
 
 // Leaves every cancellation point of a task whose cancellation was requested. Let it go: the task's wrapper catches it
-// and confirms the cancellation. On purpose not a CloneableException: no future ever stores it.
+// and confirms the cancellation. Have it thrown by CancellationPoint() or Cancel(): without a request there is nothing to
+// confirm, and the future would stay busy for ever. On purpose not a CloneableException: no future ever stores it.
 class ORVANE_CONCURRENCY_API CancelRequestedException : public std::exception {
   public:
     CancelRequestedException();

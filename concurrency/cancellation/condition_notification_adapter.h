@@ -1,6 +1,8 @@
 // Wakes a task out of a wait on a condition of its own, and the cancellable wait made of it.
 //
 // Threads: creation and waits on the task's thread; Notify() on the thread that cancels.
+// Recursion: Notify() locks the mutex on the thread that cancels. It must be recursive only if somebody cancels while he
+//     holds it.
 // Cancellation: the wait is a cancellation point, before and after it waits.
 // Errors: std::bad_alloc, std::system_error.
 // Lifetime: mutex and condition are the caller's. A request may still use them when the wait has long ended: where

@@ -6,7 +6,8 @@
 //
 // Threads: any. The callable runs on the pool's workers, one run at a time.
 // Cancellation: inside the callable, CancellationPoint() and the cancellable waits leave when the tracker cancels.
-// Errors: std::bad_alloc, std::system_error, what copying the callable throws; nothing is scheduled then.
+// Errors: std::bad_alloc, std::system_error, what copying the callable throws; nothing is scheduled then. An empty
+//     function is taken, and ends the process at its first run.
 // Lifetime: the callable is copied for every run. What it refers to must live until the last copy of the returned
 //     Tracker is gone. It must not hold that Tracker, nor let its last copy go.
 // Units: any durations and system-clock time points; cut to whole 100 ns (an interval below that is 0: once), saturated at

@@ -33,7 +33,11 @@ class ORVANE_CONCURRENCY_API ScheduledTask {
     bool IsRecurrent() const;
     bool IsCancelled() const;
 
+    // Cancels the task, in all copies. In the task's own run it throws CancelRequestedException.
     void Cancel();
+
+    // Waits for the run that is under way or, if there is none, for the next one. Afterwards the task is cancelled: a
+    // recurrent one is not run again.
     void Wait();
 
     // Moves the start on by one interval, whatever the time is now: periods that were missed fall due at once. Returns

@@ -32,11 +32,17 @@ class ORVANE_CONCURRENCY_API Tracker {
     Tracker& operator=(Tracker&&) noexcept;
     ~Tracker();
 
-    // For all copies. Hand the same scheduled task to GlobalScheduler::Insert. It runs once, whatever its interval: only
-    // Schedule() makes a task runnable again.
+    // Tracks `task` from now on, for all copies. The one before goes on, uncancelled. Hand the same scheduled task to
+    // GlobalScheduler::Insert. It runs once, unless its callable does its work through TrackerImpl::UpdateWrapper(), as
+    // the one that Schedule() makes does.
     void SetTask(const Internal::ScheduledTask& task);
 
+    // Cancels the task and its schedule; nothing before SetTask(). In the task's own run it throws
+    // CancelRequestedException.
     void Cancel();
+
+    // Waits for the run that is under way or, between runs, for the next one, however far away that is; nothing before
+    // SetTask(). Afterwards the task is cancelled: a wait ends a recurrent schedule.
     void Wait();
 
   private:
