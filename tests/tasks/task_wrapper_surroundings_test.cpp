@@ -22,16 +22,29 @@ struct Noted;
 
 namespace Orvane::Internal {
 
-// Notes which future is the current one when the run completes it.
+// Notes which future is the current one when the run starts and when it tells how it has ended.
 template <>
 class FutureImpl<Zarvo::Test::Noted> : public FutureState {
   public:
+    bool Start() override {
+        currentAtStart = GetFutureObject();
+        return FutureState::Start();
+    }
     void SetValue() {
-        currentAtCompletion = GetFutureObject();
+        currentAtEnd = GetFutureObject();
         Complete();
     }
+    void SetException(const CloneableException& exception) override {
+        currentAtEnd = GetFutureObject();
+        FutureState::SetException(exception);
+    }
+    void ConfirmCancel() override {
+        currentAtEnd = GetFutureObject();
+        FutureState::ConfirmCancel();
+    }
 
-    std::weak_ptr<FutureState> currentAtCompletion;
+    std::weak_ptr<FutureState> currentAtStart;
+    std::weak_ptr<FutureState> currentAtEnd;
 };
 
 }  // namespace Orvane::Internal
@@ -129,8 +142,25 @@ TEST(TaskWrapper, PutsTheOuterFutureBackAfterTheCompletion) {
     wrapper();
 
     EXPECT_EQ(atDestruction, future);
-    EXPECT_EQ(future->currentAtCompletion.lock(), future);
+    EXPECT_EQ(future->currentAtEnd.lock(), future);
     EXPECT_EQ(GetFutureObject(), nullptr);
+}
+
+TEST(TaskWrapper, MakesItsFutureTheCurrentOneAfterTheStartAndPutsTheOuterOneBackBeforeAFailureIsStored) {
+    const Callable ends[]{
+        [] { throw CancelRequestedException(); },
+        [] { throw Unexpected(L"framework error"); },
+        [] { throw Failure(1); },
+    };
+    for (const Callable& end : ends) {
+        const auto future = std::make_shared<FutureImpl<Noted>>();
+        TaskWrapper<Noted, Callable> inner(end, future);
+        Bound outer([&] { inner(); });
+        outer.Run();
+
+        EXPECT_EQ(future->currentAtStart.lock(), outer.future);
+        EXPECT_EQ(future->currentAtEnd.lock(), outer.future);
+    }
 }
 
 Arrivals* g_steps = nullptr;
