@@ -95,6 +95,20 @@ TEST(FutureImpl, GetValueWaitsForTheConfirmationOfACancellation) {
     EXPECT_TRUE(Eventually([&] { return reader.HasEnded(); }));
 }
 
+TEST(FutureImpl, GetValueWaitsInTheWayOfADerivedFuture) {
+    class CountingFuture : public Future {
+      public:
+        void Wait() override { ++waits; }
+        int waits = 0;
+    };
+    CountingFuture future;
+    future.MarkAsAttachedToTask();
+    future.RequestCancel();
+
+    EXPECT_THROW(future.GetValue(), CancelledException);
+    EXPECT_EQ(future.waits, 1);
+}
+
 TEST(FutureImpl, GetValueWithoutATaskReturnsWhileNothingHasEnded) {
     EXPECT_NO_THROW(FutureIn(State::NotStarted)->GetValue());
     EXPECT_NO_THROW(FutureIn(State::Busy)->GetValue());
