@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -251,26 +251,51 @@ TEST(Task, AnyOtherFailureToCancelIsPassedOnAndChangesNothing) {
     PlainThread([&] { EXPECT_FALSE(task.IsBusy()); }).Join();  // the lock is free
 }
 
-// So that a reset sees the request and the task's own flag, or neither.
-TEST(Task, CancelHoldsTheTasksLockWhileItRequests) {
-    class AskingFuture : public NullFutureState {
-      public:
-        void RequestCancel() override {
-            asker = std::make_unique<PlainThread>([this] { (void)task.IsCancelled(); });
-            askerWaited = !Eventually([this] { return asker->HasEnded(); }, std::chrono::milliseconds(50));
-        }
-        Task task;
-        std::unique_ptr<PlainThread> asker;
-        bool askerWaited = false;
-    };
-    const auto future = std::make_shared<AskingFuture>();
-    Task task(L"", std::make_shared<ScriptedState>(future));
-    future->task = task;
-    task.Cancel();
-    future->asker->Join();
-    future->task = {};
+// A future that, when it is first asked, has another thread ask its task something.
+class AskingFuture : public NullFutureState {
+  public:
+    bool IsBusy() const override {
+        Ask();
+        return false;
+    }
+    bool IsCancelled() const override {
+        Ask();
+        return false;
+    }
+    void RequestCancel() override { Ask(); }
 
-    EXPECT_TRUE(future->askerWaited);
+    Task task;
+    mutable std::unique_ptr<PlainThread> asker;
+    mutable bool askerWaited = false;
+
+  private:
+    void Ask() const {
+        if (!asker) {
+            asker = std::make_unique<PlainThread>([this] { (void)task.GetName(); });
+            askerWaited = StillWaits(*asker);
+        }
+    }
+};
+
+// So that, for one, a reset sees the request and the task's own flag, or neither.
+TEST(Task, HoldsItsLockWhileItAsksItsFuture) {
+    const std::map<std::string, void (*)(Task&)> operations{
+        {"Cancel", [](Task& task) { task.Cancel(); }},
+        {"IsBusy", [](Task& task) { EXPECT_FALSE(task.IsBusy()); }},
+        {"IsCancelled", [](Task& task) { EXPECT_FALSE(task.IsCancelled()); }},
+        {"Reset", [](Task& task) { task.Reset(); }},
+    };
+    for (const auto& [name, operation] : operations) {
+        const auto future = std::make_shared<AskingFuture>();
+        Task task(L"", std::make_shared<ScriptedState>(future));
+        future->task = task;
+        operation(task);
+        ASSERT_NE(future->asker, nullptr) << name;
+        future->asker->Join();
+        future->task = {};
+
+        EXPECT_TRUE(future->askerWaited) << name;
+    }
 }
 
 // On purpose: the handle cannot tell whose exception it is that comes back.

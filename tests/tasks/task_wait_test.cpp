@@ -124,6 +124,28 @@ TEST(TaskWait, DestroysTheCallableOutsideOfTheTasksLock) {
     ExpectEmptied(task);
 }
 
+// The state of a task that was reset meanwhile: here the wait lets go of it last.
+TEST(TaskWait, DestroysANewerStateOutsideOfTheTasksLock) {
+    const FuturePointer future = AttachedFutureIn(State::Busy);
+    const auto first = std::make_shared<ScriptedState>(future);
+    auto newer = ScriptedIn(State::NotStarted);
+    Task task(L"", first);
+    std::unique_ptr<PlainThread> asker;
+    bool answered = false;
+    newer->destroyed = [&] {
+        asker = std::make_unique<PlainThread>([&] { (void)task.GetName(); });
+        answered = Eventually([&] { return asker->HasEnded(); });
+    };
+    first->recreate = [&] { return std::move(newer); };
+    SleepingWaiter waiter([task]() mutable { task.Wait(); }, *future);
+    task.Reset();
+    future->SetValue();
+
+    EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }, 2 * kPatience));
+    EXPECT_TRUE(answered);
+    ExpectEmptied(task);
+}
+
 TEST(TaskWait, OfACancelledTaskLeavesTheAwaitedOneUnchanged) {
     const FuturePointer future = AttachedFutureIn(State::Busy);
     const auto state = std::make_shared<ScriptedState>(future);
