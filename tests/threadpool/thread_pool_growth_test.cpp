@@ -114,11 +114,14 @@ TEST(ThreadPoolGrowth, OtherCallersWaitFromTheDecisionOn) {
     ASSERT_TRUE(held.Start(kFirstFull, kQueue));
     GlobalThreadPool::Queue(held.Make());
     const BackgroundCall other([&] { GlobalThreadPool::Queue(held.Make()); });
+    const BackgroundCall another([&] { GlobalThreadPool::Queue(held.Make()); });
     Sleep(400);  // longer than a growth period
     EXPECT_TRUE(other.IsRunning());
+    EXPECT_TRUE(another.IsRunning());
     EXPECT_EQ(starts.Count(), kBatch);
     first.Release();
     EXPECT_TRUE(other.Ends());
+    EXPECT_TRUE(another.Ends());
     EXPECT_TRUE(HaveStarted(starts, 2 * kBatch));
 }
 

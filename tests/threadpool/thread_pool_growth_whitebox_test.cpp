@@ -158,12 +158,15 @@ TEST_F(HeldWorkers, StopWakesCallersWhoWaitForAGrowth) {
     m_core->Queue(Nothing());
     ASSERT_TRUE(SpawnIsInProgress(*m_core));
     const BackgroundCall caller([&] { m_core->Queue(Nothing()); });
+    const BackgroundCall another([&] { m_core->Queue(Nothing()); });
     Sleep(50);
     ASSERT_TRUE(caller.IsRunning());
+    ASSERT_TRUE(another.IsRunning());
     const BackgroundCall stop([&] { m_core->Stop(); });
     EXPECT_TRUE(caller.Ends());
+    EXPECT_TRUE(another.Ends());
     EXPECT_TRUE(stop.IsRunning());
-    EXPECT_EQ(CountsOf(*m_core).queue, 9U);
+    EXPECT_EQ(CountsOf(*m_core).queue, 10U);
     s_mayBegin->Open();
     EXPECT_TRUE(stop.Ends());
     EXPECT_EQ(CountsOf(*m_core).queue, 0U);
