@@ -14,6 +14,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
+#include "tests/threadpool/held_tasks.h"
 
 namespace {
 
@@ -22,6 +23,7 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
 constexpr int kFirstWorkers = 8;
+constexpr int kGrown = 16;
 
 struct Apartment {
     HRESULT result = E_FAIL;
@@ -86,6 +88,7 @@ TEST(WorkerApartment, EveryWorkerIsInTheMultithreadedApartment) {
     EXPECT_EQ(inApartment, kTasks);
 }
 
+// Those of a growth too; the growth itself, a task of the library, stays in its worker's apartment.
 TEST(WorkerApartment, WorkersEnterOnceForTheirWholeLifeAndLeaveAtTheEnd) {
     ComCalls::Reset();
     const ImportPatch enter(LibraryUnderTest(), "CoInitializeEx", &ComCalls::Enter);
@@ -98,10 +101,13 @@ TEST(WorkerApartment, WorkersEnterOnceForTheirWholeLifeAndLeaveAtTheEnd) {
             task.Wait();
         }
         EXPECT_TRUE(Eventually([] { return ComCalls::entered == kFirstWorkers; }));
+        HeldTasks held;
+        ASSERT_TRUE(held.Start(kFirstWorkers - 1, &GlobalThreadPool::Queue));
+        EXPECT_TRUE(Eventually([] { return ComCalls::entered == kGrown; }));
         EXPECT_EQ(ComCalls::left, 0);
     }
-    EXPECT_EQ(ComCalls::entered, kFirstWorkers);
-    EXPECT_EQ(ComCalls::left, kFirstWorkers);
+    EXPECT_EQ(ComCalls::entered, kGrown);
+    EXPECT_EQ(ComCalls::left, kGrown);
 }
 
 TEST(WorkerApartment, WorkerThatCannotEnterWorksAllTheSameAndDoesNotLeave) {
