@@ -21,7 +21,12 @@ namespace {
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
-std::uintptr_t RefuseToStart(void*, unsigned, unsigned(__stdcall*)(void*), void*, unsigned, unsigned*) {
+// Every start is asked for with the default stack size and without flags.
+std::uintptr_t RefuseToStart(void* security, unsigned stackSize, unsigned(__stdcall*)(void*), void*, unsigned flags,
+                             unsigned*) {
+    EXPECT_EQ(security, nullptr);
+    EXPECT_EQ(stackSize, 0U);
+    EXPECT_EQ(flags, 0U);
     errno = EAGAIN;
     return 0;
 }
