@@ -185,6 +185,7 @@ TEST(ConcurrencyLifetime, FailedAllocationOfTheSlotIsNotDetected) {
 
     EXPECT_NO_THROW(ConcurrencyUninitialize());
     EXPECT_FALSE(IsConcurrencyInitialized());
+    EXPECT_EQ(ledger.FreeCount(), 1U) << "the index that is none is handed back unseen";
 }
 
 // Runs `body` on several threads at once.
