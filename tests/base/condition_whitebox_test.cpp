@@ -28,20 +28,22 @@ class ConditionTest : public testing::Test {
     Thread StartSleeper() {
         return Thread([this] {
             Guard lock(m_mutex);
+            ++m_sleepers;  // gives the mutex back only when it sleeps
             m_condition.wait(lock, [this] { return m_told; });
             ++m_awake;
         });
     }
 
-    void AwaitASleeper() {
+    void AwaitSleepers(int count) {
         ASSERT_TRUE(Eventually([&] {
             const Guard lock(m_mutex);
-            return m_condition.HasWaiters();
+            return m_sleepers == count;
         }));
     }
 
     Ranked m_mutex;
     Condition m_condition;
+    int m_sleepers = 0;
     bool m_told = false;
     std::atomic<int> m_awake = 0;
 };
@@ -71,7 +73,7 @@ TYPED_TEST(ConditionTest, TakesTimesBelowAMillisecond) {
 
 TYPED_TEST(ConditionTest, WakesASleeperThatWasToldUnderTheMutex) {
     const Thread sleeper = this->StartSleeper();
-    this->AwaitASleeper();
+    this->AwaitSleepers(1);
     {
         const Guard lock(this->m_mutex);
         this->m_told = true;
@@ -86,7 +88,7 @@ TYPED_TEST(ConditionTest, WakesAllWhoSleep) {
     for (int i = 0; i < 4; ++i) {
         sleepers.push_back(this->StartSleeper());
     }
-    this->AwaitASleeper();
+    this->AwaitSleepers(4);
     {
         const Guard lock(this->m_mutex);
         this->m_told = true;
@@ -126,7 +128,7 @@ TYPED_TEST(ConditionTest, KnowsWhetherSomebodyWaits) {
     EXPECT_FALSE(this->m_condition.HasWaiters());
     {
         const Thread sleeper = this->StartSleeper();
-        this->AwaitASleeper();
+        this->AwaitSleepers(1);
         const Guard lock(this->m_mutex);
         EXPECT_TRUE(this->m_condition.HasWaiters());
         this->m_told = true;
