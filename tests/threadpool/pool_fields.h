@@ -74,6 +74,13 @@ struct FieldOrder {
 
     static bool Stopping(Core& core) { return core.m_stopping; }
 
+    template <typename Change>
+    static void WakeStop(Core& core, Change change) {
+        const std::lock_guard lock(core.m_mutex);
+        change();
+        core.m_workerExited.notify_all();
+    }
+
     static void Append(Core& core, const Task& task) {
         const std::lock_guard lock(core.m_mutex);
         ThreadPoolCore::TaskList entry;
@@ -158,6 +165,12 @@ bool SpawnIsInProgress(const Orvane::Internal::ThreadPool<Policy>& pool) {
 
 inline bool IsStopping(Orvane::Internal::ThreadPoolCore& core) {
     return Orvane::Internal::FieldOrder::Stopping(core);
+}
+
+// As the end of a worker does. `change` is called while shutdown sleeps.
+template <typename Change>
+void WakeShutdown(Orvane::Internal::ThreadPoolCore& core, Change change) {
+    Orvane::Internal::FieldOrder::WakeStop(core, change);
 }
 
 // Past the pool's own rules and without waking a worker.
