@@ -219,6 +219,45 @@ TEST(ThreadPoolGrowth, GrowthSleepsOnlyForTheRestOfThePeriod) {
     EXPECT_LT(shortest, 150ms);
 }
 
+// What the sleeps with an end of the constructing thread ask of the platform.
+class AskedSleeps {
+  public:
+    AskedSleeps() {
+        s_thread = GetCurrentThreadId();
+        s_longest = 0;
+    }
+    AskedSleeps(const AskedSleeps&) = delete;
+    AskedSleeps& operator=(const AskedSleeps&) = delete;
+
+    // Units: milliseconds.
+    DWORD Longest() const { return s_longest; }
+
+  private:
+    static BOOL WINAPI Sleep(PCONDITION_VARIABLE condition, PCRITICAL_SECTION section, DWORD milliseconds) {
+        if (milliseconds != INFINITE && GetCurrentThreadId() == s_thread) {
+            s_longest = std::max(s_longest.load(), milliseconds);
+        }
+        return SleepConditionVariableCS(condition, section, milliseconds);
+    }
+
+    static inline std::atomic<DWORD> s_thread = 0;
+    static inline std::atomic<DWORD> s_longest = 0;
+
+    const ImportPatch m_patch{LibraryUnderTest(), "SleepConditionVariableCS", &Sleep};
+};
+
+TEST(ThreadPoolGrowth, SleepAsksForNoMoreThanTheRestOfThePeriod) {
+    FakeTicks ticks(100'000);
+    const AskedSleeps asked;
+    const ConcurrencyLifetime lifetime;
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(kSecondFull, kQueue));
+    ticks.Advance(100);
+    ASSERT_TRUE(held.Start(1, kQueue));
+    EXPECT_GT(asked.Longest(), 0U);
+    EXPECT_LE(asked.Longest(), 150U + 16U);  // the platform's clock advances in steps
+}
+
 // A queuing task that was cancelled: the growth sleep throws at once, and anything else does not. So it tells, without
 // a look at the clock, whether Queue() sleeps.
 class GrowthSleep : public testing::Test {

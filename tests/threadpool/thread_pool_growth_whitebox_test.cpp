@@ -14,6 +14,7 @@
 #include "tests/support/recorded_reports.h"
 #include "tests/support/stopwatch.h"
 #include "tests/threadpool/background_call.h"
+#include "tests/threadpool/fake_ticks.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/pool_fields.h"
 #include "tests/threadpool/stop_from_inside.h"
@@ -152,6 +153,31 @@ TEST_F(HeldWorkers, RunningTasksCountAsBusyLikeQueuedOnes) {
     EXPECT_TRUE(Eventually([&] { return CountsOf(*m_core).threadCount == 2 * kGrowthBatch; }));
 }
 
+// The growth is held where it would sleep for the rest of its period.
+TEST_F(HeldWorkers, OtherCallersWaitForAGrowthThatSleepsEvenIfThereIsRoomAgain) {
+    Gate sleeps;
+    Gate mayGoOn;
+    FakeTicks ticks(100'000);
+    ticks.OnRead([&](int number) {
+        if (number == 1) {
+            sleeps.Open();
+            mayGoOn.Wait();
+        }
+    });
+    Preload(6);
+    const BackgroundCall grower([&] { m_core->Queue(Nothing()); });
+    sleeps.Wait();
+    s_mayBegin->Open();
+    EXPECT_TRUE(Eventually([&] { return CountsOf(*m_core).queue == 0; }));
+    const BackgroundCall other([&] { m_core->Queue(Nothing()); });
+    Sleep(50);
+    EXPECT_TRUE(other.IsRunning());
+    EXPECT_TRUE(grower.IsRunning());
+    mayGoOn.Open();
+    EXPECT_TRUE(grower.Ends());
+    EXPECT_TRUE(other.Ends());
+}
+
 // What shutdown promises to callers who wait for a growth that nobody runs.
 TEST_F(HeldWorkers, StopWakesCallersWhoWaitForAGrowth) {
     Preload(6);
@@ -247,6 +273,17 @@ TEST_F(HeldWorkers, StoppingPoolRefusesTheGrowthButTakesTheTask) {
     EXPECT_EQ(QueuedNames(*m_core).back(), L"late");
     s_mayBegin->Open();
     EXPECT_TRUE(stop.Ends());
+}
+
+// The growth was decided before, and not queued yet.
+TEST_F(HeldWorkers, PoolThatStopsDuringTheGrowthSleepRefusesTheGrowthButTakesTheTask) {
+    FakeTicks ticks(100'000);
+    ticks.OnRead([&](int) { m_core->Abandon(); });
+    Preload(6);
+    m_core->Queue(MakeTask(L"late", [] {}));
+    EXPECT_EQ(CountsOf(*m_core).queue, 7U);
+    EXPECT_EQ(QueuedNames(*m_core).front(), L"nothing");
+    EXPECT_EQ(QueuedNames(*m_core).back(), L"late");
 }
 
 }  // namespace

@@ -34,6 +34,7 @@ set(left_out_tests
     CancellableSleep.WaitsOnceWithoutALimitForInfiniteTime
     SleepNotificationAdapter.SleepOfMoreThanTenDaysIsCutToTenDays
     SleepNotificationAdapter.SleepOfZeroDoesNotWait
+    ThreadPoolGrowth.SleepAsksForNoMoreThanTheRestOfThePeriod
     CancellableWaitForMultipleObjects.NoMemoryForTheArrayIsBadAllocAlsoForTheLargestCount
 
     # At the end of a process on the platform the program's static objects go before the library's, and other threads are
