@@ -55,6 +55,8 @@ class ORVANE_CONCURRENCY_API fifo_mutex {
     void unlock();
 
   private:
+    friend struct FieldOrder;
+
     using Seconds = std::chrono::duration<long double>;
     class Line;
 

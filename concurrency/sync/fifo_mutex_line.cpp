@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <iterator>
+#include <stdexcept>
 
 #include "concurrency/base/clock.h"
 #include "concurrency/base/wait.h"
@@ -18,6 +19,10 @@ namespace {
 constexpr Duration kLookAgain = std::chrono::milliseconds(100);
 
 }  // namespace
+
+void fifo_mutex::Line::ThrowTooLong() {
+    throw std::length_error("list too long");
+}
 
 bool fifo_mutex::Line::TryLockInLine(DWORD self) {
     const Internal::Guard lock(m_guard);

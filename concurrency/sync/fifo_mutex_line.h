@@ -56,21 +56,33 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
     }
 
   private:
+    friend struct FieldOrder;
+
     using Entries = std::list<DWORD>;
     using GuardMutex = Internal::RankedMutex<std::recursive_mutex, Internal::LockRank::Waiter>;
     using Lock = Internal::Guard<GuardMutex>;
 
     // The word: the owner's id in its upper half, its levels in the lower.
     static constexpr std::uint64_t kFree = 0;
+    static constexpr std::uint32_t kMostLevels = 0xFFFFFFFF;
     static constexpr std::uint64_t kInLine = 1;  // no thread's: the list says it
     static constexpr std::uint64_t Owner(DWORD id, std::uint64_t levels) { return std::uint64_t{id} << 32 | levels; }
     static constexpr DWORD OwnerOf(std::uint64_t word) { return static_cast<DWORD>(word >> 32); }
     static constexpr std::uint32_t LevelsOf(std::uint64_t word) { return static_cast<std::uint32_t>(word); }
 
+    // One more would count as another owner.
+    static std::uint64_t OneLevelMore(std::uint64_t word) {
+        if (LevelsOf(word) == kMostLevels) {
+            ThrowTooLong();
+        }
+        return word + 1;
+    }
+    [[noreturn]] static void ThrowTooLong();
+
     // Takes the mutex, or one level more of it, if the word is in force. `word` is what was found, or kFree to begin with.
     bool TakeWord(DWORD self, std::uint64_t& word) {
         while (word == kFree || OwnerOf(word) == self) {
-            const std::uint64_t taken = word == kFree ? Owner(self, 1) : word + 1;
+            const std::uint64_t taken = word == kFree ? Owner(self, 1) : OneLevelMore(word);
             if (m_word.compare_exchange_weak(word, taken)) {
                 return true;
             }

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <mutex>
 
 #include "concurrency/sync/checked_mutex.h"
+#include "concurrency/sync/fifo_mutex_line.h"
 #include "concurrency/sync/interprocess_mutex.h"
 
 namespace Orvane {
@@ -28,6 +31,24 @@ struct FieldOrder {
         return {Offset(mutex, mutex.m_lock.mutex), Offset(mutex, mutex.m_lock.condition),
                 Offset(mutex, mutex.m_lock.held), Offset(mutex, mutex.m_locked)};
     }
+
+    static std::uint32_t HeldWordOf(const checked_mutex& mutex) { return mutex.m_lock.held; }
+
+    // How many sleep. Others may come or go meanwhile, unless the test prevents it.
+    static std::uint32_t SleepersOf(checked_mutex& mutex) {
+        const std::lock_guard lock(mutex.m_lock.mutex);
+        return mutex.m_lock.waiters;
+    }
+
+    // Brings those who sleep to look at the mutex and the clock.
+    static void WakeSleepersOf(checked_mutex& mutex) { mutex.m_lock.condition.notify_all(); }
+
+    // The calling thread becomes the owner, with so many levels.
+    static void OwnWithLevels(fifo_mutex& mutex, std::uint32_t levels) {
+        mutex.m_line->m_word = fifo_mutex::Line::Owner(::GetCurrentThreadId(), levels);
+    }
+    static std::uint32_t LevelsOf(const fifo_mutex& mutex) { return fifo_mutex::Line::LevelsOf(mutex.m_line->m_word); }
+    static DWORD OwnerOf(const fifo_mutex& mutex) { return fifo_mutex::Line::OwnerOf(mutex.m_line->m_word); }
 
     static_assert(sizeof(checked_mutex::TimedMutex::held) == 4, "the held word has 32 bits");
 
