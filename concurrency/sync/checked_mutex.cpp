@@ -16,6 +16,13 @@ constexpr std::uint32_t kHeld = 0xFFFFFFFF;
 // A wait that takes longer looks like a deadlock.
 constexpr std::chrono::seconds kSuspiciousWait{3};
 
+// The end of time, if that comes first.
+Internal::MonotonicClock::time_point WhenSuspicious() {
+    using Moment = Internal::MonotonicClock::time_point;
+    const Moment now = Internal::MonotonicClock::now();
+    return now > (Moment::max)() - kSuspiciousWait ? (Moment::max)() : now + kSuspiciousWait;
+}
+
 }  // namespace
 
 // Who waits counts itself and then looks at the word; who gives back frees the word and then looks at the count. Both are
@@ -63,8 +70,7 @@ checked_mutex::~checked_mutex() {
 
 void checked_mutex::lock() {
     if (!m_lock.TryTake()) {
-        const auto deadline = Internal::MonotonicClock::now() + kSuspiciousWait;
-        if (!m_lock.TakeUntil<Internal::MonotonicClock>(deadline)) {
+        if (!m_lock.TakeUntil<Internal::MonotonicClock>(WhenSuspicious())) {
             g_OrvaneLogging.Report(4, 16, L"checked_mutex::lock", L"Failed to lock mutex within %d seconds",
                                    static_cast<int>(kSuspiciousWait.count()));
             m_lock.Take();

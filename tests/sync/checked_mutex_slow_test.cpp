@@ -73,8 +73,10 @@ TEST(CheckedMutex, ReportsALockOnlyOnceHoweverLongItWaits) {
     mutex.lock();
     TimedLocker waiter(mutex);
     std::this_thread::sleep_for(10s);
+    EXPECT_TRUE(waiter.IsRunning());
     mutex.unlock();
-    waiter.Waited();
+    // The waiter may have begun a little later.
+    EXPECT_GE(waiter.Waited(), 9s);
     EXPECT_EQ(reports.Count(kCategory), 1U);
 }
 
