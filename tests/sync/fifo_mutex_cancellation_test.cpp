@@ -219,6 +219,35 @@ INSTANTIATE_TEST_SUITE_P(
                     KindOfWait{"Endless", [](fifo_mutex& mutex) { mutex.try_lock_until(TimePoint::max()); }}),
     [](const auto& test) { return std::string(test.param.name); });
 
+// A time that has passed is waited for like any other: with a look for the request first.
+TEST(FifoMutex, ThrowsWhenItWasCancelledBeforeThoughTheTimeHasPassedToo) {
+    fifo_mutex mutex;
+    mutex.lock();
+    for (const TimePoint& past : {WallClockNow() - 1ms, TimePoint(), TimePoint::min()}) {
+        Gate cancelled;
+        TaskThread task([&] {
+            cancelled.Wait();
+            mutex.try_lock_until(past);
+        });
+        task.Cancel();
+        cancelled.Open();
+        EXPECT_TRUE(task.EndedCancelled()) << past.time_since_epoch().count();
+    }
+}
+
+// Without its notifier the waiter is not woken by the request: it hears of both when it looks at the line again.
+TEST(FifoMutex, ThrowsWhenItIsCancelledAndTimesOutAtOnce) {
+    fifo_mutex mutex;
+    ShiftedWallClock clock;
+    mutex.lock();
+    QueuedTask waiter(mutex, [&, deadline = WallClockNow() + 1h] { mutex.try_lock_until(deadline); });
+    const auto run = waiter->Future()->GetCancellationObject();
+    run->RegisterNotifier({});
+    waiter->Cancel();
+    clock.Advance(2h);
+    EXPECT_TRUE(waiter->EndedCancelled());
+}
+
 // The exception unwinds the guards of the mutexes that the task holds already.
 TEST(FifoMutex, FreesWhatACancelledTaskHeldWhileItWaited) {
     fifo_mutex held;
