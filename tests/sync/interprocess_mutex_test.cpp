@@ -130,16 +130,41 @@ class ObservedWait {
 
     bool HasBegun() const { return s_hasBegun; }
 
+    // Of the wait that has begun.
+    HANDLE FirstHandle() const { return s_handle; }
+    DWORD Milliseconds() const { return s_milliseconds; }
+
   private:
     static DWORD WINAPI Wait(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
-        s_hasBegun = true;
+        if (!s_hasBegun) {
+            s_handle = handles[0];
+            s_milliseconds = milliseconds;
+            s_hasBegun = true;
+        }
         return ::WaitForMultipleObjects(count, handles, all, milliseconds);
     }
 
     static inline std::atomic<bool> s_hasBegun = false;
+    static inline HANDLE s_handle = nullptr;  // these two before the first
+    static inline DWORD s_milliseconds = 0;
 
     const ImportPatch m_patch{LibraryUnderTest(), "WaitForMultipleObjects", &Wait};
 };
+
+TEST(InterprocessMutex, WaitsForTheKernelMutexWithoutLimit) {
+    interprocess_mutex mutex;
+    mutex.lock();
+    const ObservedWait wait;
+    TaskThread waiter([&] {
+        mutex.lock();
+        mutex.unlock();
+    });
+    ASSERT_TRUE(Eventually([&] { return wait.HasBegun(); }));
+    EXPECT_EQ(wait.FirstHandle(), FieldOrder::HandleOf(mutex));
+    EXPECT_EQ(wait.Milliseconds(), DWORD{INFINITE});
+    mutex.unlock();
+    EXPECT_TRUE(waiter.EndedNormally());
+}
 
 TEST(InterprocessMutex, IsLeftByACancelledWaiterWithoutAReport) {
     const RecordedReports reports;

@@ -1,6 +1,8 @@
-// The order of the fields, which is part of the interface.
+// The order of the fields and what is virtual, which are part of the interface.
 
 #include <gtest/gtest.h>
+
+#include <type_traits>
 
 #include "tests/sync/mutex_fields.h"
 
@@ -17,6 +19,28 @@ TEST(CheckedMutex, KeepsTheLockBeforeTheFlagBehindTheVirtualTable) {
     EXPECT_GE(offsets.held, offsets.condition + sizeof(std::condition_variable));
     EXPECT_GE(offsets.locked, offsets.held + 4);
     EXPECT_LT(offsets.locked, sizeof(checked_mutex));
+}
+
+TEST(CheckedMutex, HoldsAWordOfZerosOrOnes) {
+    checked_mutex mutex;
+    EXPECT_EQ(FieldOrder::HeldWordOf(mutex), 0U);
+    mutex.lock();
+    EXPECT_EQ(FieldOrder::HeldWordOf(mutex), 0xFFFFFFFFU);
+    mutex.unlock();
+    EXPECT_EQ(FieldOrder::HeldWordOf(mutex), 0U);
+}
+
+// Only the destructor is virtual: with these names taken by virtual functions this would not compile.
+struct OtherResults : checked_mutex {
+    double lock();
+    double try_lock();
+    double timed_lock(const TimePoint& deadline);
+    double unlock();
+};
+
+TEST(CheckedMutex, HasAVirtualDestructorAndNoOtherVirtualFunction) {
+    EXPECT_TRUE(std::has_virtual_destructor_v<checked_mutex>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<OtherResults>);
 }
 
 TEST(InterprocessMutex, KeepsHandleThenFlagThenOwner) {
