@@ -1,7 +1,9 @@
 // How the message of an exception is formatted, and when what() follows it.
 #include <gtest/gtest.h>
 
+#include <cstdarg>
 #include <cstddef>
+#include <cwchar>
 #include <string>
 
 #include "concurrency/base/windows_api.h"
@@ -101,6 +103,30 @@ TEST(ExceptionComMessage, FailedConversionLeavesTheNarrowMessage) {
     const ExceptionCOM error(kSomeHresult, kSomeGuid, L"still %s", L"there");
 
     EXPECT_STREQ(error.message, L"still there");
+    EXPECT_STREQ(error.what(), kUnspecified);
+}
+
+TEST(ExceptionComMessage, ConversionThatFailsAfterItsMeasureLeavesTheNarrowMessage) {
+    const ImportPatch measureOnly(
+        LibraryUnderTest(), "WideCharToMultiByte",
+        +[](UINT, DWORD, LPCWCH, int, LPSTR text, int, LPCCH, LPBOOL) { return text == nullptr ? 12 : 0; });
+
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"still %s", L"there");
+
+    EXPECT_STREQ(error.message, L"still there");
+    EXPECT_STREQ(error.what(), kUnspecified);
+}
+
+TEST(ExceptionComMessage, FormattingThatFailsKeepsWhatWasWrittenAndWhatSaysNothing) {
+    const ImportPatch failure(
+        LibraryUnderTest(), "_vsnwprintf_s", +[](wchar_t* text, std::size_t, std::size_t, const wchar_t*, va_list) {
+            std::wcscpy(text, L"part");
+            return -1;
+        });
+
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"part %s", L"whole");
+
+    EXPECT_STREQ(error.message, L"part");
     EXPECT_STREQ(error.what(), kUnspecified);
 }
 
