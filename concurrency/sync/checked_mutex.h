@@ -28,11 +28,11 @@ class ORVANE_CONCURRENCY_API checked_mutex {
 
     // Blocks until the mutex is held. Reports once when that took 3 s, and goes on waiting.
     void lock();
-    bool try_lock();
+    [[nodiscard]] bool try_lock();
 
     // Waits until `deadline` (system clock, whose steps it follows) at most; returns whether the mutex is held now. A free
     // mutex is taken even if the deadline has passed.
-    bool timed_lock(const TimePoint& deadline);
+    [[nodiscard]] bool timed_lock(const TimePoint& deadline);
     void unlock();
 
   private:

@@ -30,21 +30,21 @@ class ORVANE_CONCURRENCY_API fifo_mutex {
     void lock();
 
     // Never waits, and never overtakes a waiter.
-    bool try_lock();
+    [[nodiscard]] bool try_lock();
 
     // Waits until `deadline` (system clock, 100 ns ticks) at most. Returns false on time-out, even if the turn came at
     // that very moment.
-    bool try_lock_until(const TimePoint& deadline);
+    [[nodiscard]] bool try_lock_until(const TimePoint& deadline);
 
     // The same for any clock and duration, measured once, at the call: a deadline of the system clock from then on, which
     // follows its steps.
     template <typename Clock, typename ClockDuration>
-    bool try_lock_until(const std::chrono::time_point<Clock, ClockDuration>& deadline) {
+    [[nodiscard]] bool try_lock_until(const std::chrono::time_point<Clock, ClockDuration>& deadline) {
         // In floating point: the distance to an extreme time point does not fit into its own type.
         return try_lock_for(Seconds(deadline.time_since_epoch()) - Seconds(Clock::now().time_since_epoch()));
     }
     template <typename Rep, typename Period>
-    bool try_lock_for(const std::chrono::duration<Rep, Period>& duration) {
+    [[nodiscard]] bool try_lock_for(const std::chrono::duration<Rep, Period>& duration) {
         const auto now = std::chrono::time_point_cast<Duration>(std::chrono::system_clock::now());
         if (Seconds(duration) >= Seconds((TimePoint::max)() - now)) {
             return try_lock_until((TimePoint::max)());

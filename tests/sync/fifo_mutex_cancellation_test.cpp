@@ -214,9 +214,10 @@ TEST_P(CancelledFifoMutexWait, DoesNotDisturbARecursiveOwner) {
 
 INSTANTIATE_TEST_SUITE_P(
     , CancelledFifoMutexWait,
-    testing::Values(KindOfWait{"Plain", LineOfTasks::PlainWait},
-                    KindOfWait{"Timed", [](fifo_mutex& mutex) { mutex.try_lock_until(WallClockNow() + 1h); }},
-                    KindOfWait{"Endless", [](fifo_mutex& mutex) { mutex.try_lock_until(TimePoint::max()); }}),
+    testing::Values(
+        KindOfWait{"Plain", LineOfTasks::PlainWait},
+        KindOfWait{"Timed", [](fifo_mutex& mutex) { EXPECT_TRUE(mutex.try_lock_until(WallClockNow() + 1h)); }},
+        KindOfWait{"Endless", [](fifo_mutex& mutex) { EXPECT_TRUE(mutex.try_lock_until(TimePoint::max())); }}),
     [](const auto& test) { return std::string(test.param.name); });
 
 // A time that has passed is waited for like any other: with a look for the request first.
@@ -227,7 +228,7 @@ TEST(FifoMutex, ThrowsWhenItWasCancelledBeforeThoughTheTimeHasPassedToo) {
         Gate cancelled;
         TaskThread task([&] {
             cancelled.Wait();
-            mutex.try_lock_until(past);
+            static_cast<void>(mutex.try_lock_until(past));
         });
         task.Cancel();
         cancelled.Open();
@@ -240,7 +241,8 @@ TEST(FifoMutex, ThrowsWhenItIsCancelledAndTimesOutAtOnce) {
     fifo_mutex mutex;
     ShiftedWallClock clock;
     mutex.lock();
-    QueuedTask waiter(mutex, [&, deadline = WallClockNow() + 1h] { mutex.try_lock_until(deadline); });
+    QueuedTask waiter(mutex,
+                      [&, deadline = WallClockNow() + 1h] { static_cast<void>(mutex.try_lock_until(deadline)); });
     const auto run = waiter->Future()->GetCancellationObject();
     run->RegisterNotifier({});
     waiter->Cancel();

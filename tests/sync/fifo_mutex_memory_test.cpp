@@ -103,8 +103,9 @@ TEST(FifoMutex, HasALastLevel) {
     fifo_mutex mutex;
     FieldOrder::OwnWithLevels(mutex, kMost - 1);
     mutex.lock();
-    for (const auto& lock : {+[](fifo_mutex& own) { own.lock(); }, +[](fifo_mutex& own) { own.try_lock(); },
-                             +[](fifo_mutex& own) { own.try_lock_until(TimePoint::max()); }}) {
+    for (const auto& lock :
+         {+[](fifo_mutex& own) { own.lock(); }, +[](fifo_mutex& own) { static_cast<void>(own.try_lock()); },
+          +[](fifo_mutex& own) { static_cast<void>(own.try_lock_until(TimePoint::max())); }}) {
         try {
             lock(mutex);
             ADD_FAILURE() << "one level more was given";
