@@ -2,7 +2,8 @@
 //
 // Threads: the thread that locked must unlock. Recursion: the owner may lock again; each lock needs its own unlock.
 // Cancellation: lock() is a cancellation point.
-// Errors: LockException from lock() and unlock(), with a report; std::runtime_error if the mutex cannot be created.
+// Errors: LockException from lock() and unlock(), with a report; std::runtime_error if the mutex cannot be created,
+//     and, without a report, if ZARVO_OBJECTS_NAMESPACE is no namespace.
 //     On purpose a mutex whose owner died is a failed lock(): LockException, although the caller owns the mutex then.
 //     To go on: catch, unlock(), lock() again, and repair under that lock what the owner left: another process may have
 //     been first.
@@ -22,8 +23,9 @@ class ORVANE_CONCURRENCY_API interprocess_mutex {
     // Without a name, private to this object.
     interprocess_mutex();
 
-    // A name without a backslash is placed in the framework's namespace of kernel objects, one with a backslash is used
-    // as it is. Null: no name. An existing mutex of that name is opened.
+    // A name without a backslash is placed in the framework's namespace of kernel objects: behind "Global\ZARVO_", or
+    // what the environment variable ZARVO_OBJECTS_NAMESPACE puts in its place. One with a backslash is used as it is.
+    // Null: no name. An existing mutex of that name is opened.
     explicit interprocess_mutex(const wchar_t* name);
 
     ~interprocess_mutex();
@@ -33,7 +35,7 @@ class ORVANE_CONCURRENCY_API interprocess_mutex {
     void lock();
     void unlock();
 
-    // The rule for names.
+    // The full name of a mutex that is constructed with `name`, which must not be null: see there.
     std::wstring CheckAndPrependZarvoObjectsNamespace(const wchar_t* name);
 
   private:

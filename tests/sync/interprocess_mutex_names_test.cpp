@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/sync/interprocess_mutex.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/recorded_reports.h"
 #include "tests/sync/kernel_names.h"
 #include "tests/sync/others.h"
 #include "zarvo_logging/object_names.h"
@@ -131,6 +133,19 @@ TEST(InterprocessMutexName, OfAnExistingMutexOpensIt) {
     }
     EXPECT_NE(ReleaseMutex(existing), FALSE);
     CloseHandle(existing);
+}
+
+// The platform is not asked, so there is nothing to report.
+TEST(InterprocessMutexName, IsRefusedWithoutAReportWhenTheEnvironmentGivesNoNamespace) {
+    constexpr const wchar_t* kVariable = L"ZARVO_OBJECTS_NAMESPACE";
+    const RecordedReports reports;
+    const ObservedCreation creation;
+    SetEnvironmentVariableW(kVariable, L"no\\namespace");
+    EXPECT_THROW(const interprocess_mutex mutex(L"short"), std::runtime_error);
+    EXPECT_NO_THROW(const interprocess_mutex mutex(L"Local\\full"));
+    SetEnvironmentVariableW(kVariable, nullptr);
+    EXPECT_EQ(creation.Calls().size(), 1U);
+    EXPECT_TRUE(reports.All().empty());
 }
 
 }  // namespace
