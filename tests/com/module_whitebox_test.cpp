@@ -2,7 +2,7 @@
 #include "concurrency/com/module.h"
 
 #include <gtest/gtest.h>
-#include <unknwn.h>
+#include <objbase.h>
 
 #include <string>
 
@@ -98,6 +98,15 @@ TEST_F(ModuleTest, CannotBeUnloadedWhileItIsLocked) {
     EXPECT_EQ(m_module.CanUnloadNow(), S_FALSE);
     m_module.Unlock();
     EXPECT_EQ(m_module.CanUnloadNow(), S_OK);
+}
+
+// The entry point is compiled into this program.
+TEST(EntryPoints, SayThatALockedModuleCannotBeUnloaded) {
+    EXPECT_EQ(DllCanUnloadNow(), S_OK);
+    Module::Instance().Lock();
+    EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
+    Module::Instance().Unlock();
+    EXPECT_EQ(DllCanUnloadNow(), S_OK);
 }
 
 }  // namespace
