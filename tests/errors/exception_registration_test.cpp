@@ -1,5 +1,6 @@
 // What the exception factory was told while the library loaded, and what it throws because of it. This program links
 // the library's DLL and registers nothing itself.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -9,6 +10,7 @@
 #include "concurrency/errors/exceptions.h"
 #include "tests/errors/class_tree.h"
 #include "tests/errors/error_records.h"
+#include "tests/support/child_process.h"
 #include "zarvo_orvane_utils/exception_factory.h"
 
 namespace {
@@ -141,6 +143,13 @@ TEST(ExceptionRegistration, UsingTheClassesElsewhereRegistersNothing) {
 
     EXPECT_EQ(ExceptionFactory::Registrations().size(), 81U);
     EXPECT_TRUE(IsCaughtAs<Unexpected>([&] { throw error; }));
+}
+
+TEST(ExceptionRegistration, WithoutMemoryEndsTheProcessWhileTheLibraryIsLoaded) {
+    const ChildResult child = RunChild("exception_registration_test_child");
+    EXPECT_EQ(child.exitCode, kTerminated);
+    EXPECT_EQ(child.standardOutput, "");
+    EXPECT_THAT(child.standardError, testing::HasSubstr("std::bad_alloc"));
 }
 
 }  // namespace

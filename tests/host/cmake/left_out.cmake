@@ -4,8 +4,9 @@ set(left_out_files
     # Kernel names that other processes see, and memory shared with them.
     sync/interprocess_mutex_process_test.cpp
     sync/interprocess_mutex_process_test_child.cpp
-    # The entry point that the platform's loader calls, and unloading.
+    # The entry point that the platform's loader calls, loading and unloading.
     lifetime/library_unload_test_child.cpp
+    errors/exception_registration_test_child.cpp
     # Replaces what the platform's conditions and mutexes are made of.
     sync/fifo_mutex_platform_test.cpp
     # Starts an example, which is a program of the platform.
@@ -53,6 +54,7 @@ set(left_out_tests
 
     # Starts what is left out above.
     ConcurrencyLifetimeProcess.UnloadingTheLibraryGivesItsSlotsBack
+    ExceptionRegistration.WithoutMemoryEndsTheProcessWhileTheLibraryIsLoaded
 )
 
 if(SANITIZER STREQUAL "address")
