@@ -181,6 +181,7 @@ TEST_F(ThreadPoolStopGrace, CancelsTheRunningTasksBeforeTheQueuedOnes) {
 
     StartStop();
     Advance(30s);
+    EXPECT_TRUE(Eventually([&] { return cancelled.List().size() == 4; }));
     EXPECT_EQ(cancelled.List(), Names({"runs since lately", "runs", "queued", "queued later"}));
     mayEnd.Open();
     EXPECT_TRUE(StopEnds());
@@ -215,6 +216,65 @@ TEST_F(ThreadPoolStopGrace, DestroysCancelledTasksOutsideOfTheLocks) {
     Advance(30s);
     EXPECT_TRUE(Eventually([&] { return destroyed.IsOpen(); }));
     EXPECT_TRUE(StopEnds());
+}
+
+// What a request calls may wait for another thread that is about to queue.
+TEST_F(ThreadPoolStopGrace, CancelsOutsideOfTheLocks) {
+    class QueuingFuture : public NullFutureState {
+      public:
+        explicit QueuingFuture(ThreadPoolCore& core) : m_core(core) {}
+        bool IsCancelled() const override { return false; }
+        void RequestCancel() override {
+            Thread([this] { m_core.Queue(Task()); }).join();
+            ++requests;
+        }
+        std::atomic<int> requests = 0;
+
+      private:
+        ThreadPoolCore& m_core;
+    };
+    const auto future = std::make_shared<QueuingFuture>(*m_core);
+    Gate mayEnd;
+    std::atomic<int> entered = 0;
+    const auto state = std::make_shared<ScriptedState>(future);
+    state->run = [&] {
+        ++entered;
+        mayEnd.Wait();
+    };
+    const Task task(L"", state);
+    for (std::uint64_t i = 0; i <= kWorkers; ++i) {
+        m_core->Queue(task);  // one of them stays queued
+    }
+    ASSERT_TRUE(Eventually([&] { return entered == static_cast<int>(kWorkers); }));
+    StartStop();
+    Advance(30s);
+    EXPECT_TRUE(Eventually([&] { return future->requests == static_cast<int>(kWorkers) + 1; }));
+    mayEnd.Open();
+    EXPECT_TRUE(StopEnds());
+}
+
+TEST_F(ThreadPoolStopGrace, EndsAChainOfTasksThatQueueOneAnother) {
+    std::shared_ptr<FutureImpl<void>> link;
+    std::shared_ptr<FutureImpl<void>> next;
+    std::atomic<bool> nextRan = false;
+    std::atomic<bool> entered = false;
+    Gate mayGoOn;
+    m_core->Queue(MakeTask(
+        L"link",
+        [&] {
+            entered = true;
+            mayGoOn.Wait();
+            m_core->Queue(MakeTask(L"next", [&] { nextRan = true; }, next));
+        },
+        link));
+    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
+    StartStop();
+    Advance(30s);
+    EXPECT_TRUE(Eventually([&] { return link->IsCancelling(); }));
+    mayGoOn.Open();
+    EXPECT_TRUE(StopEnds());
+    EXPECT_FALSE(nextRan);
+    EXPECT_TRUE(next->IsCancelled());
 }
 
 // A task that does not listen holds shutdown up for as long as it runs.
