@@ -223,6 +223,7 @@ TEST(ThreadPoolGrowth, GrowthSleepsOnlyForTheRestOfThePeriod) {
 class AskedSleeps {
   public:
     AskedSleeps() {
+        s_platform = m_patch.Original<SleepOn>();
         s_thread = GetCurrentThreadId();
         s_longest = 0;
     }
@@ -233,13 +234,16 @@ class AskedSleeps {
     DWORD Longest() const { return s_longest; }
 
   private:
+    using SleepOn = BOOL WINAPI(PCONDITION_VARIABLE, PCRITICAL_SECTION, DWORD);
+
     static BOOL WINAPI Sleep(PCONDITION_VARIABLE condition, PCRITICAL_SECTION section, DWORD milliseconds) {
         if (milliseconds != INFINITE && GetCurrentThreadId() == s_thread) {
             s_longest = std::max(s_longest.load(), milliseconds);
         }
-        return SleepConditionVariableCS(condition, section, milliseconds);
+        return s_platform.load()(condition, section, milliseconds);
     }
 
+    static inline std::atomic<SleepOn*> s_platform = nullptr;
     static inline std::atomic<DWORD> s_thread = 0;
     static inline std::atomic<DWORD> s_longest = 0;
 
