@@ -10,11 +10,11 @@
 #include <thread>
 
 #include "concurrency/sync/checked_mutex.h"
+#include "tests/base/fake_monotonic_clock.h"
 #include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/task_thread.h"
-#include "tests/sync/fake_monotonic_clock.h"
 #include "tests/sync/mutex_fields.h"
 #include "tests/sync/wall_clock.h"
 
