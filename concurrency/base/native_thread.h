@@ -36,6 +36,7 @@ class NativeThread {
 
     bool IsJoinable() const noexcept { return m_handle != nullptr; }
     bool IsCurrentThread() const noexcept;
+
     // Also false if the thread cannot be asked: joining it tells why.
     bool IsRunning() const noexcept;
 

@@ -73,7 +73,8 @@ std::shared_ptr<ITaskState> TaskImpl::BeginRun() {
 // Not even its block may be kept: the caller's module made it, and may be unloaded while somebody keeps a handle.
 void TaskImpl::ForgetRun(const std::shared_ptr<ITaskState>& run) {
     const Guard lock(m_mutex);
-    if (m_run.lock() == run) {
+    // By owner: a strong reference to another run might become its last one here, under the lock.
+    if (!m_run.owner_before(run) && !run.owner_before(m_run)) {
         m_run.reset();
     }
 }

@@ -20,7 +20,7 @@ class ORVANE_CONCURRENCY_API GlobalThreadPool {
     // and N/8 of these times: bound what you queue.
     //
     // A task that is queued twice is called twice, at the same time if two workers take it. A run that begins after the
-    // first has returned does nothing.
+    // first has returned does nothing. Once a shutdown has cancelled what was there, what is queued is cancelled, too.
     //
     // Cancellation: a cancellation point when it must wait before it adds workers; the task is not queued then.
     static void Queue(const Task& task);
