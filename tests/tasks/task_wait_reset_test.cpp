@@ -137,4 +137,43 @@ TEST_F(TaskWaitResetTest, CancelReachesTheNewerRunOnly) {
     EXPECT_TRUE(WaiterReturns());
 }
 
+// The end of an older run must not hide the newer one, which has been taken and has not started.
+TEST(TaskWaitReset, WaitsForANewerRunThoughAnOlderOneHasReturned) {
+    const FuturePointer firstFuture = AttachedFutureIn(State::Busy);
+    const FuturePointer secondFuture = AttachedFutureIn(State::NotStarted);
+    const auto first = std::make_shared<ScriptedState>(firstFuture);
+    const auto second = std::make_shared<ScriptedState>(secondFuture);
+    Gate firstTaken;
+    Gate firstMayEnd;
+    Gate secondTaken;
+    Gate secondMayStart;
+    first->recreate = [&] { return second; };
+    first->run = [&] {
+        firstTaken.Open();
+        firstMayEnd.Wait();
+    };
+    second->run = [&] {
+        secondTaken.Open();
+        secondMayStart.Wait();
+        secondFuture->Start();
+        secondFuture->SetValue();
+    };
+    Task task(L"", first);
+    const auto run = [task]() mutable { task(); };
+    PlainThread older(run);
+    firstTaken.Wait();
+    SleepingWaiter waiter([task]() mutable { task.Wait(); }, *firstFuture);
+    task.Reset();
+    const PlainThread newer(run);
+    secondTaken.Wait();
+    firstMayEnd.Open();
+    older.Join();
+    firstFuture->SetValue();
+
+    EXPECT_TRUE(StillWaits(waiter));
+    secondMayStart.Open();
+    EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
+    EXPECT_EQ(StateOf(*secondFuture), State::Normal);
+}
+
 }  // namespace
