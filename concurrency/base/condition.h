@@ -1,4 +1,4 @@
-// A condition for the library's own guards, whatever mutex they are on. Its members are named as the standard's.
+// A condition for a RankedLock, whatever mutex it is on. Its members are named as the standard's.
 //
 // Where the toolchain's mutexes are the platform's critical sections, it is the platform's condition on the very mutex: no
 // mutex of its own, no memory, and timed waits with the resolution of the interface's ticks instead of whole
@@ -18,7 +18,7 @@
 #include <mutex>
 
 #include "concurrency/base/export.h"
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/time.h"
 
 namespace Orvane::Internal {
@@ -30,13 +30,13 @@ class Condition {
     Condition& operator=(const Condition&) = delete;
 
     template <typename Mutex>
-    void wait(Guard<Mutex>& lock) {
+    void wait(RankedLock<Mutex>& lock) {
         const Waiter waiter(*this);
         Sleep(lock, nullptr);
     }
 
     template <typename Mutex, typename Predicate>
-    void wait(Guard<Mutex>& lock, Predicate ready) ORVANE_NO_THREAD_SAFETY_ANALYSIS {
+    void wait(RankedLock<Mutex>& lock, Predicate ready) ORVANE_NO_THREAD_SAFETY_ANALYSIS {
         while (!ready()) {
             wait(lock);
         }
@@ -44,7 +44,7 @@ class Condition {
 
     // At most a day, see NextSlice(). Any wake-up ends it: whoever waits for a moment asks the clock and waits again.
     template <typename Mutex, typename Rep, typename Period>
-    void wait_for(Guard<Mutex>& lock, const std::chrono::duration<Rep, Period>& timeout) {
+    void wait_for(RankedLock<Mutex>& lock, const std::chrono::duration<Rep, Period>& timeout) {
         const Waiter waiter(*this);
         const auto ticks = std::chrono::ceil<Duration>(timeout);
         Sleep(lock, &ticks);
@@ -81,7 +81,7 @@ class Condition {
 #ifdef GCC_GTHR_WIN32_H
     // Null `timeout`: without limit.
     template <typename Mutex>
-    void Sleep(Guard<Mutex>& lock, const Duration* timeout) {
+    void Sleep(RankedLock<Mutex>& lock, const Duration* timeout) {
         SleepOn(lock.Native().mutex()->native_handle(), timeout);
     }
     ORVANE_CONCURRENCY_API void SleepOn(void* criticalSection, const Duration* timeout) noexcept;
@@ -91,7 +91,7 @@ class Condition {
     void* m_native = nullptr;  // a CONDITION_VARIABLE, which is one pointer
 #else
     template <typename Mutex>
-    void Sleep(Guard<Mutex>& lock, const Duration* timeout) {
+    void Sleep(RankedLock<Mutex>& lock, const Duration* timeout) {
         if (timeout == nullptr) {
             m_standard.wait(lock);
         } else {

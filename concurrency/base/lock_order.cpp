@@ -1,4 +1,4 @@
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/lock_order.h"
 
 #ifdef ORVANE_CHECK_LOCK_ORDER
 
@@ -20,7 +20,7 @@ class NewestEntry {
     NewestEntry(const NewestEntry&) = delete;
     NewestEntry& operator=(const NewestEntry&) = delete;
 
-    // Neither touches the thread's last error: guards live where it is handed on.
+    // Neither touches the thread's last error: locks live where it is handed on.
     LockOrderEntry* Get() const {
         const DWORD error = GetLastError();
         auto* const entry = static_cast<LockOrderEntry*>(FlsGetValue(m_slot));

@@ -12,17 +12,17 @@ CancellationObject::CancellationObject() : m_threadId(::GetCurrentThreadId()) {}
 CancellationObject::~CancellationObject() = default;
 
 bool CancellationObject::IsRequested() {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     return std::atomic_ref(m_requested).load();
 }
 
 bool CancellationObject::GetKillable() {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     return m_killable;
 }
 
 void CancellationObject::SetKillable(bool killable) {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     m_killable = killable;
 }
 
@@ -31,12 +31,12 @@ DWORD CancellationObject::GetThreadId() {
 }
 
 void CancellationObject::RegisterNotifier(std::weak_ptr<AbstractCancelNotifier> notifier) {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     m_notifier.swap(notifier);
 }
 
 void CancellationObject::RequestCancel() {
-    // On purpose not a Guard: a notifier expects the standard lock.
+    // On purpose not a RankedLock: a notifier expects the standard lock.
     std::unique_lock<std::recursive_mutex> lock(m_mutex);
     const std::shared_ptr<AbstractCancelNotifier> notifier = m_notifier.lock();
     // Flag and notifier under one hold: a waiter registers first and tests the flag second, so either it sees the

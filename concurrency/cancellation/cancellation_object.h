@@ -9,7 +9,7 @@
 #include <mutex>
 
 #include "concurrency/base/export.h"
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
 

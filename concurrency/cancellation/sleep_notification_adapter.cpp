@@ -29,7 +29,7 @@ void SleepNotificationAdapter::Notify(std::unique_lock<std::recursive_mutex>& lo
     lock.unlock();
     // Under the sleeper's mutex: it tests the flag and begins to wait under one hold, so this broadcast cannot fall
     // between the two.
-    const Guard own(m_mutex);
+    const RankedLock own(m_mutex);
     std::atomic_ref(requested).store(true);
     m_condition.notify_all();
 }
@@ -41,7 +41,7 @@ void SleepNotificationAdapter::Sleep(DWORD milliseconds) {
 }
 
 bool SleepNotificationAdapter::SleepUnlessCancelled(DWORD milliseconds) {
-    Guard lock(m_mutex);
+    RankedLock lock(m_mutex);
     if (IsCancellationRequested()) {
         return false;
     }

@@ -4,7 +4,7 @@
 // Lifetime: nobody may hold or wait for it when it is destroyed.
 #pragma once
 
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/windows_api.h"
 
 namespace Orvane {

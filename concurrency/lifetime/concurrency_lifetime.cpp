@@ -6,17 +6,17 @@
 #include "concurrency/cancellation/wait_event.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/lifetime/initialization_state.h"
-#include "concurrency/scheduler/scheduler_instance.h"
-#include "concurrency/threadpool/thread_pool_instance.h"
+#include "concurrency/scheduler/scheduler_teardown.h"
+#include "concurrency/threadpool/thread_pool_teardown.h"
 
 namespace Orvane {
 
 using Internal::g_initializationState;
-using Internal::Guard;
+using Internal::RankedLock;
 using Internal::LifetimeMutex;
 
 void ConcurrencyInitialize() {
-    const Guard lock(LifetimeMutex());
+    const RankedLock lock(LifetimeMutex());
     auto& state = g_initializationState;
     if (state.initCount == 0) {
         state.currentTaskTlsIndex = TlsAlloc();
@@ -27,7 +27,7 @@ void ConcurrencyInitialize() {
 }
 
 void ConcurrencyUninitialize() {
-    const Guard lock(LifetimeMutex());
+    const RankedLock lock(LifetimeMutex());
     auto& state = g_initializationState;
     const bool isLast = state.initCount == 1 && !state.isTearingDown;
     if (isLast) {

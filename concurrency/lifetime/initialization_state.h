@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <mutex>
 
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/win32.h"
 
 namespace Orvane::Internal {

@@ -28,7 +28,7 @@ class TaskName {
 }  // namespace
 
 void DelayReport::ReadConfiguration() {
-    const Guard lock(m_lock);
+    const RankedLock lock(m_lock);
     m_configuration.Read();
 }
 
@@ -40,7 +40,7 @@ Task DelayReport::MakeReportTask(const wchar_t* overrunningTask) {
 void DelayReport::Report(const wchar_t* overrunningTask) {
     g_OrvaneLogging.Report(4, 4, L"Scheduler", L"TaskImpl %s taking longer to execute than scheduled interval",
                            overrunningTask);
-    const Guard lock(m_lock);
+    const RankedLock lock(m_lock);
     if (m_configuration.IntervalExceededAssertMode == 1) {
         g_IntervalExceeded = 1;
     }

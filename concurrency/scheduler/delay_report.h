@@ -7,7 +7,7 @@
 #include <memory>
 #include <mutex>
 
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "concurrency/scheduler/scheduler_configuration.h"
 #include "concurrency/tasks/task.h"
 

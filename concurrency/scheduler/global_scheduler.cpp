@@ -6,7 +6,7 @@
 
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/scheduler/scheduler.h"
-#include "concurrency/scheduler/scheduler_instance.h"
+#include "concurrency/scheduler/scheduler_teardown.h"
 
 namespace Orvane::Internal {
 

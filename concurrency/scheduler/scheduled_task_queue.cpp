@@ -25,7 +25,7 @@ ScheduledTaskQueue::ScheduledTaskQueue() = default;
 ScheduledTaskQueue::~ScheduledTaskQueue() {
     std::vector<ScheduledTask> left;  // destroyed after the lock: user code
     try {
-        const Guard lock(m_lock);
+        const RankedLock lock(m_lock);
         left.swap(m_heap);  // needs no memory: what is left is reported even when there is none
         for (auto end = left.end(); end != left.begin(); --end) {
             std::pop_heap(left.begin(), end, std::greater<>());
@@ -43,7 +43,7 @@ ScheduledTaskQueue::~ScheduledTaskQueue() {
 void ScheduledTaskQueue::Push(ScheduledTask task) {
     bool wake = false;
     {
-        const Guard lock(m_lock);
+        const RankedLock lock(m_lock);
         // Whoever comes later does not change how long the thread may sleep. But if it sleeps although the first is due,
         // the clock was set forward or the machine was suspended.
         wake = m_heap.empty() || m_heap.front() > task || (m_wake.HasWaiters() && m_heap.front().IsExpired());
@@ -56,7 +56,7 @@ void ScheduledTaskQueue::Push(ScheduledTask task) {
 }
 
 bool ScheduledTaskQueue::PopExpired(ScheduledTask& due) {
-    const Guard lock(m_lock);
+    const RankedLock lock(m_lock);
     if (m_heap.empty() || !m_heap.front().IsExpired()) {
         return false;
     }
@@ -65,7 +65,7 @@ bool ScheduledTaskQueue::PopExpired(ScheduledTask& due) {
 }
 
 bool ScheduledTaskQueue::WaitForNextStart() {
-    Guard lock(m_lock);
+    RankedLock lock(m_lock);
     if (m_stop) {
         return false;
     }
@@ -82,7 +82,7 @@ bool ScheduledTaskQueue::WaitForNextStart() {
 
 void ScheduledTaskQueue::Stop() {
     {
-        const Guard lock(m_lock);
+        const RankedLock lock(m_lock);
         m_stop = true;
     }
     m_wake.notify_all();

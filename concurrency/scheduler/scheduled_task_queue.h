@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "concurrency/base/condition.h"
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "concurrency/scheduler/scheduled_task.h"
 
 namespace Orvane::Internal {

@@ -34,7 +34,7 @@ bool checked_mutex::TimedMutex::TryTake() {
 }
 
 void checked_mutex::TimedMutex::Take() {
-    Internal::Guard lock(mutex);
+    Internal::RankedLock lock(mutex);
     ++waiters;
     condition.wait(lock.Native(), [this] { return TryTake(); });
     --waiters;
@@ -42,7 +42,7 @@ void checked_mutex::TimedMutex::Take() {
 
 template <typename Clock>
 bool checked_mutex::TimedMutex::TakeUntil(const typename Clock::time_point& deadline) {
-    Internal::Guard lock(mutex);
+    Internal::RankedLock lock(mutex);
     ++waiters;
     const bool taken = Internal::WaitUntil<Clock>(condition, lock.Native(), deadline, [this] { return TryTake(); });
     --waiters;
@@ -54,7 +54,7 @@ void checked_mutex::TimedMutex::GiveBack() {
     if (waiters != 0) {
         {
             // Whoever has counted itself by now has seen the free word after this, or sleeps.
-            const Internal::Guard lock(mutex);
+            const Internal::RankedLock lock(mutex);
         }
         condition.notify_one();
     }

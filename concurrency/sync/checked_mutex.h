@@ -14,7 +14,7 @@
 #include <mutex>
 
 #include "concurrency/base/export.h"
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/time.h"
 
 namespace Orvane {

@@ -25,7 +25,7 @@ void fifo_mutex::Line::ThrowTooLong() {
 }
 
 bool fifo_mutex::Line::TryLockInLine(DWORD self) {
-    const Internal::Guard lock(m_guard);
+    const Internal::RankedLock lock(m_guard);
     std::uint64_t word = kFree;
     if (TakeWord(self, word)) {
         return true;
@@ -75,7 +75,7 @@ void fifo_mutex::Line::UnlockInLine() {
     // The next owner may destroy the mutex before the guard is given back, and before the others are woken.
     const std::shared_ptr<Line> self = shared_from_this();
     {
-        const Internal::Guard lock(m_guard);
+        const Internal::RankedLock lock(m_guard);
         Leave(std::prev(m_entries.end()));
         if (m_entries.empty()) {
             return;

@@ -17,7 +17,7 @@
 #include <mutex>
 
 #include "concurrency/base/condition.h"
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/time.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/sync/fifo_mutex.h"
@@ -60,7 +60,7 @@ class fifo_mutex::Line : public std::enable_shared_from_this<Line> {
 
     using Entries = std::list<DWORD>;
     using GuardMutex = Internal::RankedMutex<std::recursive_mutex, Internal::LockRank::Waiter>;
-    using Lock = Internal::Guard<GuardMutex>;
+    using Lock = Internal::RankedLock<GuardMutex>;
 
     // The word: the owner's id in its upper half, its levels in the lower.
     static constexpr std::uint64_t kFree = 0;

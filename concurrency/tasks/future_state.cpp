@@ -31,7 +31,7 @@ FutureState::FutureState() = default;
 FutureState::~FutureState() = default;
 
 bool FutureState::Start() {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     if (m_state == NotStarted) {
         m_cancellationObject.store(std::shared_ptr<CancellationObject>(new CancellationObject()));
         m_state = Busy;
@@ -43,7 +43,7 @@ void FutureState::SetException(const CloneableException& exception) {
     std::shared_ptr<CloneableException> replaced;
     std::shared_ptr<CancellationObject> run;
     {
-        const Guard lock(m_mutex);
+        const RankedLock lock(m_mutex);
         if (m_state != Busy && m_state != Cancelling) {
             return;
         }
@@ -61,7 +61,7 @@ void FutureState::SetException(const CloneableException& exception) {
 void FutureState::Complete() {
     std::shared_ptr<CancellationObject> run;
     {
-        const Guard lock(m_mutex);
+        const RankedLock lock(m_mutex);
         if (m_state != Busy && m_state != Cancelling) {
             return;
         }
@@ -74,7 +74,7 @@ void FutureState::Complete() {
 void FutureState::ConfirmCancel() {
     std::shared_ptr<CancellationObject> run;
     {
-        const Guard lock(m_mutex);
+        const RankedLock lock(m_mutex);
         if (m_state != Cancelling) {
             return;
         }
@@ -94,7 +94,7 @@ void FutureState::RequestCancel() {
         }
         return;
     }
-    Guard lock(m_mutex);
+    RankedLock lock(m_mutex);
     if (m_state == NotStarted) {
         m_state = Cancelled;
         lock.unlock();
@@ -116,32 +116,32 @@ void FutureState::RequestCancel() {
 }
 
 bool FutureState::IsBusy() const {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     return m_state == Busy;
 }
 
 bool FutureState::IsReady() const {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     return m_state > Busy;
 }
 
 bool FutureState::IsNormal() const {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     return m_state == Normal;
 }
 
 bool FutureState::IsCancelling() const {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     return m_state == Cancelling;
 }
 
 bool FutureState::IsCancelled() const {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     return m_state == Cancelled;
 }
 
 void FutureState::Wait() {
-    Guard lock(m_mutex);
+    RankedLock lock(m_mutex);
     if (!m_attachedToTask) {
         return;
     }
@@ -163,7 +163,7 @@ void FutureState::Wait() {
 }
 
 bool FutureState::TimedWait(const TimePoint& deadline) {
-    Guard lock(m_mutex);
+    RankedLock lock(m_mutex);
     if (!m_attachedToTask) {
         return false;
     }
@@ -199,7 +199,7 @@ void FutureState::HandleErrors() {
 }
 
 void FutureState::MarkAsAttachedToTask() {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     m_attachedToTask = true;
 }
 

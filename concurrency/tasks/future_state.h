@@ -32,7 +32,7 @@
 
 #include "concurrency/base/condition.h"
 #include "concurrency/base/export.h"
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/time.h"
 #include "concurrency/tasks/ifuture_state.h"
 

@@ -62,7 +62,7 @@ bool TaskImpl::IsCancelledLocked() const {
 
 // Returns what is to be run, null if the task is cancelled.
 std::shared_ptr<ITaskState> TaskImpl::BeginRun() {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     if (IsCancelledLocked()) {
         return nullptr;
     }
@@ -72,7 +72,7 @@ std::shared_ptr<ITaskState> TaskImpl::BeginRun() {
 
 // Not even its block may be kept: the caller's module made it, and may be unloaded while somebody keeps a handle.
 void TaskImpl::ForgetRun(const std::shared_ptr<ITaskState>& run) {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     // By owner: a strong reference to another run might become its last one here, under the lock.
     if (!m_run.owner_before(run) && !run.owner_before(m_run)) {
         m_run.reset();
@@ -105,7 +105,7 @@ void TaskImpl::Run() {
 
 void TaskImpl::Cancel() {
     std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     try {
         if (!IsEmptied()) {
             m_wrapper->GetFuture()->RequestCancel();
@@ -119,28 +119,28 @@ void TaskImpl::Cancel() {
 }
 
 const wchar_t* TaskImpl::GetName() const {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     return m_name.data();
 }
 
 std::shared_ptr<ITaskState> TaskImpl::GetWrapper() const {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     return m_wrapper;
 }
 
 bool TaskImpl::IsBusy() const {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     return !IsEmptied() && m_wrapper->GetFuture()->IsBusy();
 }
 
 bool TaskImpl::IsCancelled() const {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     return IsCancelledLocked();
 }
 
 void TaskImpl::Reset() {
     std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     if (IsCancelledLocked()) {
         return;
     }
@@ -155,7 +155,7 @@ std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<I
     std::shared_ptr<ITaskState> run;  // destroyed after the lock: their destructors run user code
     std::shared_ptr<ITaskState> released;
     {
-        const Guard lock(m_mutex);
+        const RankedLock lock(m_mutex);
         if (IsEmptied()) {
             return nullptr;
         }
@@ -185,7 +185,7 @@ void TaskImpl::Wait() {
 void TaskImpl::EndRun() {
     std::shared_ptr<ITaskState> run;
     {
-        const Guard lock(m_mutex);
+        const RankedLock lock(m_mutex);
         run = m_run.lock();
     }
     if (IsUnderWayElsewhere(run)) {

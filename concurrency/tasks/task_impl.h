@@ -8,7 +8,7 @@
 #include <memory>
 #include <mutex>
 
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "concurrency/tasks/itask_state.h"
 
 namespace Orvane::Internal {

@@ -6,7 +6,7 @@
 
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/threadpool/thread_pool.h"
-#include "concurrency/threadpool/thread_pool_instance.h"
+#include "concurrency/threadpool/thread_pool_teardown.h"
 
 namespace Orvane::Internal {
 

@@ -42,7 +42,7 @@ void ThreadPoolCore::Queue(const Task& task) {
 // The usual way in, past the callers that add workers. Returns false, and leaves `entry`, if the pool looks full or a
 // growth is under way.
 bool ThreadPoolCore::AppendUnlessFull(TaskList& entry) {
-    Guard lock(m_mutex);
+    RankedLock lock(m_mutex);
     if (m_spawnInProgress || IsFull()) {
         return false;
     }
@@ -51,7 +51,7 @@ bool ThreadPoolCore::AppendUnlessFull(TaskList& entry) {
 }
 
 // Lets go of `lock` on m_mutex.
-void ThreadPoolCore::Append(TaskList& entry, Guard<PoolMutex>& lock) {
+void ThreadPoolCore::Append(TaskList& entry, RankedLock<PoolMutex>& lock) {
     Insert(m_queue.end(), entry);
     const bool wake = ClaimWakeUp();
     lock.unlock();
@@ -89,13 +89,13 @@ bool ThreadPoolCore::IsPresent(const Task& task) {
 }
 
 void ThreadPoolCore::IncreaseKilledThreadCount() {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     ++m_killedCount;
 }
 
 void ThreadPoolCore::RunWorker(WorkerBatch& batch) {
     TaskList taken;
-    Guard lock(m_mutex);
+    RankedLock lock(m_mutex);
     while (WaitForWork(lock)) {
         const auto task = TakeFirst();
         const bool wake = ClaimWakeUp();
@@ -120,7 +120,7 @@ void ThreadPoolCore::RunWorker(WorkerBatch& batch) {
 }
 
 // Returns false once the pool stops and nothing is queued, or all was cancelled.
-bool ThreadPoolCore::WaitForWork(Guard<PoolMutex>& lock) {
+bool ThreadPoolCore::WaitForWork(RankedLock<PoolMutex>& lock) {
     while (m_queue.empty() || m_allCancelled) {
         if (m_stopping) {
             return false;
@@ -143,7 +143,7 @@ ThreadPoolCore::TaskList::iterator ThreadPoolCore::TakeFirst() {
 
 void ThreadPoolCore::Abandon() {
     {
-        const Guard lock(m_mutex);
+        const RankedLock lock(m_mutex);
         m_stopping = true;
     }
     m_workAvailable.notify_all();
@@ -154,14 +154,14 @@ void ThreadPoolCore::Stop() {
     Abandon();
     // Once through the mutex: no caller of Queue() stands between its test of m_stopping and its sleep any more.
     {
-        const Guard spawnLock(m_spawnMutex);
+        const RankedLock spawnLock(m_spawnMutex);
     }
     m_spawnDone.notify_all();
     if (!WorkersLeave()) {
         CancelAll();
     }
     JoinThreads();
-    const Guard launchLock(m_launchMutex);
+    const RankedLock launchLock(m_launchMutex);
     ReapFinished(Reap::kWait);
 }
 
@@ -169,12 +169,12 @@ void ThreadPoolCore::RefuseOwnThreads() {
     // Once through the mutexes under which threads are started: whoever has started this one has put it on record then.
     // One after the other: an end of a dedicated thread need not wait for a growth.
     {
-        const Guard launchLock(m_launchMutex);
+        const RankedLock launchLock(m_launchMutex);
     }
     {
-        const Guard spawnLock(m_spawnMutex);
+        const RankedLock spawnLock(m_spawnMutex);
     }
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     if (std::any_of(m_threads.begin(), m_threads.end(), [](const NativeThread& t) { return t.IsCurrentThread(); })) {
         throw std::runtime_error("Trying to call destructor in thread from thread pool causes deadlock!");
     }
@@ -183,7 +183,7 @@ void ThreadPoolCore::RefuseOwnThreads() {
 // Waits until all that count have left; returns false if they have not within kStopGrace.
 bool ThreadPoolCore::WorkersLeave() {
     const auto deadline = MonotonicClock::now() + kStopGrace;
-    Guard lock(m_mutex);
+    RankedLock lock(m_mutex);
     return WaitUntil<MonotonicClock>(m_workerExited, lock, deadline,
                                      [this]() ORVANE_REQUIRES(m_mutex) { return m_threadCount == m_killedCount; });
 }
@@ -192,7 +192,7 @@ bool ThreadPoolCore::WorkersLeave() {
 // the lock: a request runs what the task has registered for it, which may wait for somebody who is about to queue.
 void ThreadPoolCore::CancelAll() {
     TaskList queued;
-    Guard lock(m_mutex);
+    RankedLock lock(m_mutex);
     m_allCancelled = true;
     queued.splice(queued.end(), m_queue);
     m_untaken.store(0, std::memory_order_relaxed);
@@ -219,7 +219,7 @@ void ThreadPoolCore::JoinThreads() {
     for (;;) {
         ThreadList ending;
         {
-            const Guard lock(m_mutex);
+            const RankedLock lock(m_mutex);
             if (m_threads.empty()) {
                 return;
             }

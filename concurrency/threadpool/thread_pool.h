@@ -20,9 +20,9 @@
 #include <mutex>
 
 #include "concurrency/base/condition.h"
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/native_thread.h"
-#include "concurrency/base/spinning_mutex.h"
+#include "concurrency/base/adaptive_mutex.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/tasks/policies.h"
 #include "concurrency/tasks/pooled_task.h"
@@ -89,7 +89,7 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
 
     using LaunchMutex = RankedMutex<std::recursive_mutex, LockRank::Launch>;
     using SpawnMutex = RankedMutex<std::recursive_mutex, LockRank::Spawn>;
-    using PoolMutex = RankedMutex<SpinningMutex, LockRank::Pool>;
+    using PoolMutex = RankedMutex<AdaptiveMutex, LockRank::Pool>;
     using ExitMutex = RankedMutex<std::recursive_mutex, LockRank::Leaf>;
 
     using TaskList = std::list<PooledTask>;
@@ -99,20 +99,20 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     enum class Reap { kIfEnded, kWait };
 
     bool AppendUnlessFull(TaskList& entry);
-    void Append(TaskList& entry, Guard<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
+    void Append(TaskList& entry, RankedLock<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
     void Insert(TaskList::iterator before, TaskList& entry) ORVANE_REQUIRES(m_mutex);
     bool ClaimWakeUp() ORVANE_REQUIRES(m_mutex);
-    bool WaitForWork(Guard<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex);
+    bool WaitForWork(RankedLock<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex);
     TaskList::iterator TakeFirst() ORVANE_REQUIRES(m_mutex);
 
     void AppendAfterGrowth(TaskList& entry);
     bool IsFull() const ORVANE_REQUIRES(m_mutex);
     bool IsBeingTaken() const ORVANE_REQUIRES(m_mutex);
-    bool StaysFull(Guard<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
-    void LetWorkersTake(Guard<PoolMutex>& lock, Duration waited) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
+    bool StaysFull(RankedLock<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
+    void LetWorkersTake(RankedLock<PoolMutex>& lock, Duration waited) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
     void SetGrowing(bool growing) ORVANE_REQUIRES(m_spawnMutex);
     void EndGrowthIfFailed() ORVANE_REQUIRES(m_spawnMutex);
-    void RequestGrowth(Guard<SpawnMutex>& spawnLock) ORVANE_REQUIRES(m_spawnMutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
+    void RequestGrowth(RankedLock<SpawnMutex>& spawnLock) ORVANE_REQUIRES(m_spawnMutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
     void StartBatch(std::uint64_t count);
 
     void RunDedicated(std::uint32_t number, Task task, PromiseMap::node_type promise) noexcept;

@@ -30,7 +30,7 @@ bool IsReady(const std::future<int>& future) {
 }  // namespace
 
 void ThreadPoolCore::LaunchInNewThread(const Task& task) {
-    const Guard launchLock(m_launchMutex);
+    const RankedLock launchLock(m_launchMutex);
     ReapFinished(Reap::kIfEnded);
 
     // Every node is allocated before the thread runs: from then on nothing may fail.
@@ -54,7 +54,7 @@ void ThreadPoolCore::LaunchInNewThread(const Task& task) {
     node.key() = record.front().GetId();
     m_completionFutures.insert(std::move(node));
     {
-        const Guard lock(m_mutex);
+        const RankedLock lock(m_mutex);
         m_threads.splice(m_threads.end(), record);
     }
     m_dedicatedThreads.merge(dedicated);
@@ -67,16 +67,16 @@ void ThreadPoolCore::RunDedicated(std::uint32_t number, Task task, PromiseMap::n
     MarkFinished(number);
     promise.mapped().set_value(1);
     promise.key() = ::GetCurrentThreadId();
-    const Guard lock(m_exitMutex);
+    const RankedLock lock(m_exitMutex);
     m_exitedPromises.insert(std::move(promise));
 }
 
 void ThreadPoolCore::MarkFinished(std::uint32_t number) {
-    const Guard launchLock(m_launchMutex);
+    const RankedLock launchLock(m_launchMutex);
     const auto entry = m_dedicatedThreads.find(number);
     {
         // Under one hold: once stopping, shutdown goes through m_threads and must find the record there.
-        const Guard lock(m_mutex);
+        const RankedLock lock(m_mutex);
         if (!m_stopping) {
             m_finishedThreads.splice(m_finishedThreads.end(), m_threads, entry->second);
         }
@@ -100,13 +100,13 @@ void ThreadPoolCore::ReapFinished(Reap mode) {
         }
         m_completionFutures.erase(id);
         {
-            const Guard lock(m_exitMutex);
+            const RankedLock lock(m_exitMutex);
             m_exitedPromises.erase(id);
         }
         if (mode == Reap::kIfEnded) {
             record->Join();
         }
-        const Guard lock(m_mutex);
+        const RankedLock lock(m_mutex);
         m_finishedThreads.erase(record);
     }
 }

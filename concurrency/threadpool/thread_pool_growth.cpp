@@ -69,9 +69,9 @@ bool ThreadPoolCore::IsBeingTaken() const {
 }
 
 void ThreadPoolCore::AppendAfterGrowth(TaskList& entry) {
-    Guard spawnLock(m_spawnMutex);
+    RankedLock spawnLock(m_spawnMutex);
     m_spawnDone.wait(spawnLock, [this] { return !m_spawnInProgress || m_stopping; });
-    Guard lock(m_mutex);
+    RankedLock lock(m_mutex);
     if (StaysFull(lock)) {
         lock.unlock();
         RequestGrowth(spawnLock);
@@ -81,7 +81,7 @@ void ThreadPoolCore::AppendAfterGrowth(TaskList& entry) {
 }
 
 // Needs `lock` on m_mutex, which it lets go of in between. The answer is that of the moment in which it returns.
-bool ThreadPoolCore::StaysFull(Guard<PoolMutex>& lock) {
+bool ThreadPoolCore::StaysFull(RankedLock<PoolMutex>& lock) {
     const auto start = MonotonicClock::now();
     while (!m_stopping) {
         const auto waited = std::chrono::duration_cast<Duration>(MonotonicClock::now() - start);
@@ -97,7 +97,7 @@ bool ThreadPoolCore::StaysFull(Guard<PoolMutex>& lock) {
     return false;
 }
 
-void ThreadPoolCore::LetWorkersTake(Guard<PoolMutex>& lock, Duration waited) {
+void ThreadPoolCore::LetWorkersTake(RankedLock<PoolMutex>& lock, Duration waited) {
     if (waited >= kSettleTime) {
         m_allTaken.wait_for(lock, kSettleTime);
         return;
@@ -115,7 +115,7 @@ void ThreadPoolCore::LetWorkersTake(Guard<PoolMutex>& lock, Duration waited) {
 
 // Puts a task that starts the next batch in front of all others, so that the caller creates no threads itself. Lets go
 // of `spawnLock` once other callers wait for the growth.
-void ThreadPoolCore::RequestGrowth(Guard<SpawnMutex>& spawnLock) {
+void ThreadPoolCore::RequestGrowth(RankedLock<SpawnMutex>& spawnLock) {
     // Built before anything is announced: without memory for it, every later caller would wait for a growth that
     // nobody runs. Bound to `this` alone: only this pool's workers, which hold the pool, run it.
     TaskList growth;
@@ -133,7 +133,7 @@ void ThreadPoolCore::RequestGrowth(Guard<SpawnMutex>& spawnLock) {
     }
     m_lastSpawnTick = GetTickCount();
     spawnLock.unlock();
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     if (!m_stopping) {
         Insert(m_queue.begin(), growth);
     }
@@ -141,13 +141,13 @@ void ThreadPoolCore::RequestGrowth(Guard<SpawnMutex>& spawnLock) {
 
 // Needs m_spawnMutex.
 void ThreadPoolCore::SetGrowing(bool growing) {
-    const Guard lock(m_mutex);
+    const RankedLock lock(m_mutex);
     m_spawnInProgress = growing;
 }
 
 void ThreadPoolCore::GiveUpFailedGrowth() {
     {
-        const Guard spawnLock(m_spawnMutex);
+        const RankedLock spawnLock(m_spawnMutex);
         m_givesUpFailedGrowth = true;
         EndGrowthIfFailed();
     }
@@ -157,7 +157,7 @@ void ThreadPoolCore::GiveUpFailedGrowth() {
 // Needs m_spawnMutex.
 void ThreadPoolCore::EndGrowthIfFailed() {
     if (m_growthFailed && m_givesUpFailedGrowth) {
-        const Guard lock(m_mutex);
+        const RankedLock lock(m_mutex);
         m_growthIsOver = true;
         m_spawnInProgress = false;
     }
@@ -170,7 +170,7 @@ void ThreadPoolCore::SpawnThreads(std::uint64_t count) {
     } catch (...) {
         // On purpose: a failed growth is not taken back, so later callers of Queue() wait until GiveUpFailedGrowth().
         {
-            const Guard spawnLock(m_spawnMutex);
+            const RankedLock spawnLock(m_spawnMutex);
             m_growthFailed = true;
             EndGrowthIfFailed();
         }
@@ -180,7 +180,7 @@ void ThreadPoolCore::SpawnThreads(std::uint64_t count) {
 }
 
 void ThreadPoolCore::StartBatch(std::uint64_t count) {
-    Guard spawnLock(m_spawnMutex);
+    RankedLock spawnLock(m_spawnMutex);
     const auto batch = std::make_shared<WorkerBatch>();
     ThreadList started;
     for (std::uint64_t i = 0; i < count; ++i) {
@@ -188,7 +188,7 @@ void ThreadPoolCore::StartBatch(std::uint64_t count) {
         started.back() = NativeThread::Start([core = shared_from_this(), batch] { core->m_workerBody(*core, *batch); });
     }
     {
-        const Guard lock(m_mutex);
+        const RankedLock lock(m_mutex);
         m_threads.splice(m_threads.end(), started);
         m_threadCount += count - batch->leftEarly;
         batch->counted = true;

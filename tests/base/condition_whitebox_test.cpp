@@ -27,7 +27,7 @@ class ConditionTest : public testing::Test {
     // Sleeps until told, on a thread of its own.
     Thread StartSleeper() {
         return Thread([this] {
-            Guard lock(m_mutex);
+            RankedLock lock(m_mutex);
             ++m_sleepers;  // gives the mutex back only when it sleeps
             m_condition.wait(lock, [this] { return m_told; });
             ++m_awake;
@@ -36,7 +36,7 @@ class ConditionTest : public testing::Test {
 
     void AwaitSleepers(int count) {
         ASSERT_TRUE(Eventually([&] {
-            const Guard lock(m_mutex);
+            const RankedLock lock(m_mutex);
             return m_sleepers == count;
         }));
     }
@@ -52,7 +52,7 @@ using Mutexes = testing::Types<std::mutex, std::recursive_mutex>;
 TYPED_TEST_SUITE(ConditionTest, Mutexes);
 
 TYPED_TEST(ConditionTest, ReturnsWhenTheTimeHasPassedAndOwnsTheLockAgain) {
-    Guard lock(this->m_mutex);
+    RankedLock lock(this->m_mutex);
     const Stopwatch stopwatch;
     this->m_condition.wait_for(lock, 20ms);
 
@@ -63,7 +63,7 @@ TYPED_TEST(ConditionTest, ReturnsWhenTheTimeHasPassedAndOwnsTheLockAgain) {
 }
 
 TYPED_TEST(ConditionTest, TakesTimesBelowAMillisecond) {
-    Guard lock(this->m_mutex);
+    RankedLock lock(this->m_mutex);
     const Stopwatch stopwatch;
     for (int round = 0; round < 20; ++round) {
         this->m_condition.wait_for(lock, 500us);
@@ -75,7 +75,7 @@ TYPED_TEST(ConditionTest, WakesASleeperThatWasToldUnderTheMutex) {
     const Thread sleeper = this->StartSleeper();
     this->AwaitSleepers(1);
     {
-        const Guard lock(this->m_mutex);
+        const RankedLock lock(this->m_mutex);
         this->m_told = true;
     }
     this->m_condition.notify_one();
@@ -90,7 +90,7 @@ TYPED_TEST(ConditionTest, WakesAllWhoSleep) {
     }
     this->AwaitSleepers(4);
     {
-        const Guard lock(this->m_mutex);
+        const RankedLock lock(this->m_mutex);
         this->m_told = true;
     }
     this->m_condition.notify_all();
@@ -101,7 +101,7 @@ TYPED_TEST(ConditionTest, WakesAllWhoSleep) {
 TYPED_TEST(ConditionTest, EndsATimedWaitWhenNotified) {
     std::atomic<bool> woken = false;
     const Thread sleeper([&] {
-        Guard lock(this->m_mutex);
+        RankedLock lock(this->m_mutex);
         this->m_condition.wait_for(lock, 24h);
         woken = true;
     });
@@ -113,9 +113,9 @@ TYPED_TEST(ConditionTest, EndsATimedWaitWhenNotified) {
 }
 
 TYPED_TEST(ConditionTest, LetsGoOfTheLockWhileItWaits) {
-    Guard lock(this->m_mutex);
+    RankedLock lock(this->m_mutex);
     const Thread notifier([&] {
-        const Guard other(this->m_mutex);
+        const RankedLock other(this->m_mutex);
         this->m_condition.notify_all();
     });
     const Stopwatch stopwatch;
@@ -129,7 +129,7 @@ TYPED_TEST(ConditionTest, KnowsWhetherSomebodyWaits) {
     {
         const Thread sleeper = this->StartSleeper();
         this->AwaitSleepers(1);
-        const Guard lock(this->m_mutex);
+        const RankedLock lock(this->m_mutex);
         EXPECT_TRUE(this->m_condition.HasWaiters());
         this->m_told = true;
         this->m_condition.notify_one();

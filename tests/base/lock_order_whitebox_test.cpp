@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 #include "tests/support/child_process.h"
 
 namespace {

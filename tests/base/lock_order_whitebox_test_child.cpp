@@ -2,7 +2,7 @@
 #include <mutex>
 #include <string>
 
-#include "concurrency/base/guarded.h"
+#include "concurrency/base/ranked_mutex.h"
 
 namespace {
 
@@ -14,37 +14,37 @@ RankedMutex<std::recursive_mutex, LockRank::Future> g_future;
 RankedMutex<std::recursive_mutex, LockRank::Future> g_otherFuture;
 
 void Ascending() {
-    const Guard task(g_task);
-    const Guard future(g_future);
-    const Guard otherFuture(g_otherFuture);
+    const RankedLock task(g_task);
+    const RankedLock future(g_future);
+    const RankedLock otherFuture(g_otherFuture);
 }
 
 void Descending() {
-    const Guard future(g_future);
-    const Guard task(g_task);
+    const RankedLock future(g_future);
+    const RankedLock task(g_task);
 }
 
 void TwoOfOneRank() {
-    const Guard task(g_task);
-    const Guard otherTask(g_otherTask);
+    const RankedLock task(g_task);
+    const RankedLock otherTask(g_otherTask);
 }
 
 void OneMoreLevel() {
-    const Guard task(g_task);
-    const Guard future(g_future);
-    const Guard taskAgain(g_task);
+    const RankedLock task(g_task);
+    const RankedLock future(g_future);
+    const RankedLock taskAgain(g_task);
 }
 
 void AfterGivingBack() {
-    Guard future(g_future);
+    RankedLock future(g_future);
     future.unlock();
-    const Guard task(g_task);
+    const RankedLock task(g_task);
 }
 
 void TakenAgainInTheWrongOrder() {
-    Guard task(g_task);
+    RankedLock task(g_task);
     task.unlock();
-    const Guard future(g_future);
+    const RankedLock future(g_future);
     task.lock();
 }
 

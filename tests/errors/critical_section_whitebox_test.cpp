@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
-#include "concurrency/scheduler/scheduler_instance.h"
-#include "concurrency/threadpool/thread_pool_instance.h"
+#include "concurrency/scheduler/scheduler_teardown.h"
+#include "concurrency/threadpool/thread_pool_teardown.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/thread.h"
 

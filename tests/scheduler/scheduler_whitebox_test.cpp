@@ -16,7 +16,7 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/lifetime/initialization_state.h"
 #include "concurrency/scheduler/global_scheduler.h"
-#include "concurrency/scheduler/scheduler_instance.h"
+#include "concurrency/scheduler/scheduler_teardown.h"
 #include "concurrency/tasks/make_task.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/probe_task.h"

@@ -9,7 +9,7 @@
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "concurrency/threadpool/thread_pool.h"
-#include "concurrency/threadpool/thread_pool_instance.h"
+#include "concurrency/threadpool/thread_pool_teardown.h"
 #include "tests/support/eventually.h"
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"

@@ -1,4 +1,4 @@
-#include "concurrency/base/spinning_mutex.h"
+#include "concurrency/base/adaptive_mutex.h"
 #include "tests/support/thread.h"
 
 #include <gtest/gtest.h>
@@ -12,10 +12,10 @@ namespace {
 using namespace Orvane::Internal;
 using Zarvo::Test::Thread;
 
-TEST(SpinningMutex, LetsOneInAtATime) {
+TEST(AdaptiveMutex, LetsOneInAtATime) {
     constexpr int kThreads = 4;
     constexpr int kTurns = 2'000;
-    SpinningMutex mutex;
+    AdaptiveMutex mutex;
     int turns = 0;
     std::vector<Thread> threads;
     for (int i = 0; i < kThreads; ++i) {
@@ -34,8 +34,8 @@ TEST(SpinningMutex, LetsOneInAtATime) {
     EXPECT_EQ(turns, kThreads * kTurns);
 }
 
-TEST(SpinningMutex, IsRecursive) {
-    SpinningMutex mutex;
+TEST(AdaptiveMutex, IsRecursive) {
+    AdaptiveMutex mutex;
     const auto isFreeForOthers = [&] {
         bool isFree = false;
         Thread([&] {

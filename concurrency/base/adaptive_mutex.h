@@ -10,7 +10,7 @@
 
 namespace Orvane::Internal {
 
-class SpinningMutex : public std::recursive_mutex {
+class AdaptiveMutex : public std::recursive_mutex {
   public:
     void lock() {
         for (int i = 0; i < kLooks; ++i) {

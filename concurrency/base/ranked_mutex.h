@@ -1,0 +1,54 @@
+// A mutex that knows its place in the order of locks, and the one lock type for it. For the library's own classes: nothing
+// of it is exported. In a build without the check of lock_order.h, a RankedLock is a std::unique_lock and nothing more.
+//
+// Threads: a RankedLock belongs to the thread that constructs it.
+// Recursion: as the mutex's.
+// Errors: std::system_error if the mutex fails.
+#pragma once
+
+#include <mutex>
+#include <source_location>
+
+#include "concurrency/base/lock_order.h"
+#include "concurrency/base/thread_safety.h"
+
+namespace Orvane::Internal {
+
+template <typename Mutex, LockRank rank>
+class ORVANE_CAPABILITY RankedMutex : public Mutex {
+  public:
+    using Base = Mutex;
+    static constexpr LockRank kRank = rank;
+};
+
+template <typename Mutex>
+class ORVANE_SCOPED_CAPABILITY RankedLock {
+  public:
+    explicit RankedLock(Mutex& mutex, const std::source_location& where = std::source_location::current())
+        ORVANE_ACQUIRE(mutex)
+        : m_order(&mutex, Mutex::kRank, where), m_lock(mutex, std::defer_lock) {
+        lock();
+    }
+    ~RankedLock() ORVANE_RELEASE() = default;
+    RankedLock(const RankedLock&) = delete;
+    RankedLock& operator=(const RankedLock&) = delete;
+
+    // As the standard's locks have them, for its conditions.
+    void lock() ORVANE_ACQUIRE() {
+        m_order.Taking();
+        m_lock.lock();
+    }
+    void unlock() ORVANE_RELEASE() {
+        m_lock.unlock();
+        m_order.GivenBack();
+    }
+
+    // For std::condition_variable, which knows one kind of lock only.
+    std::unique_lock<typename Mutex::Base>& Native() { return m_lock; }
+
+  private:
+    [[no_unique_address]] LockOrderEntry m_order;
+    std::unique_lock<typename Mutex::Base> m_lock;
+};
+
+}  // namespace Orvane::Internal
