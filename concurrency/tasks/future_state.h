@@ -69,7 +69,7 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     void RequestCancel() override;
     void ConfirmCancel() override;
 
-    // The cancellation record of the run that is under way; empty otherwise. Takes no lock, see docs/locks.md.
+    // The cancellation record of the run that is under way; empty otherwise. Takes no lock, see docs/maintainers/locks.md.
     std::shared_ptr<CancellationObject> GetCancellationObject() override;
 
     // Throws what the run ended with: its exception, or CancelledException once cancellation was requested and the
