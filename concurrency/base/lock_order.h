@@ -1,8 +1,8 @@
 // The order in which the library's mutexes may be taken, and the check of it.
 //
-// A thread takes only what comes after all that it holds, or what it holds already (docs/maintainers/locks.md has the picture). In
-// checked builds (ORVANE_CHECK_LOCK_ORDER) every RankedLock checks this, and a violation ends the process with both source
-// lines on standard error.
+// A thread takes only what comes after all that it holds, or what it holds already (docs/maintainers/locks.md has the
+// picture). In checked builds (ORVANE_CHECK_LOCK_ORDER) every RankedLock checks this, and a violation ends the process
+// with both source lines on standard error.
 #pragma once
 
 #include <source_location>
