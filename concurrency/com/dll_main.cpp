@@ -1,7 +1,7 @@
 // The module as the loader sees it. Nothing here may wait for a thread: the loader's lock is held.
 #include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/current_task_slot.h"
 #include "concurrency/com/module.h"
-#include "concurrency/lifetime/initialization_state.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved) {
     using namespace Orvane::Internal;

@@ -2,7 +2,8 @@
 
 #include <mutex>
 
-#include "concurrency/base/windows_api.h"
+#include "concurrency/base/initialization_count.h"
+#include "concurrency/cancellation/current_task_slot.h"
 #include "concurrency/cancellation/wait_event.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/lifetime/initialization_state.h"
@@ -12,18 +13,18 @@
 namespace Orvane {
 
 using Internal::g_initializationState;
-using Internal::RankedLock;
+using Internal::g_publishedInitializationCount;
 using Internal::LifetimeMutex;
+using Internal::RankedLock;
 
 void ConcurrencyInitialize() {
     const RankedLock lock(LifetimeMutex());
     auto& state = g_initializationState;
     if (state.initCount == 0) {
-        state.currentTaskTlsIndex = TlsAlloc();
-        state.slotIsLive = true;
+        Internal::AllocateCurrentTaskSlot();
     }
     ++state.initCount;
-    state.publishedCount = state.initCount;
+    g_publishedInitializationCount = state.initCount;
 }
 
 void ConcurrencyUninitialize() {
@@ -43,10 +44,9 @@ void ConcurrencyUninitialize() {
     }
     --state.initCount;
     if (isLast && state.initCount <= 0) {
-        state.slotIsLive = false;
-        TlsFree(state.currentTaskTlsIndex);
+        Internal::FreeCurrentTaskSlot();
     }
-    state.publishedCount = state.initCount;
+    g_publishedInitializationCount = state.initCount;
 }
 
 ConcurrencyLifetime::ConcurrencyLifetime() {
@@ -55,6 +55,10 @@ ConcurrencyLifetime::ConcurrencyLifetime() {
 
 ConcurrencyLifetime::~ConcurrencyLifetime() noexcept {
     ConcurrencyUninitialize();
+}
+
+bool Internal::IsConcurrencyInitialized() {
+    return g_publishedInitializationCount.load(std::memory_order_acquire) > 0;
 }
 
 }  // namespace Orvane

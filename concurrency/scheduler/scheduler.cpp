@@ -1,7 +1,7 @@
 #include "concurrency/scheduler/scheduler.h"
 
+#include "concurrency/base/initialization_count.h"
 #include "concurrency/errors/exceptions.h"
-#include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 
 namespace Orvane::Internal {
@@ -49,7 +49,7 @@ void Scheduler::Dispatch(const Task& task) {
         GlobalThreadPool::Queue(task);
         return;
     }
-    if (!IsConcurrencyInitialized()) {
+    if (g_publishedInitializationCount <= 0) {
         throw Unexpected(
             L"Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
             L"ConcurrencyUninitialize() or use the ConcurrencyLifetime class.");

@@ -11,7 +11,7 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
-#include "concurrency/cancellation/current_task.h"
+#include "concurrency/cancellation/current_task_slot.h"
 
 namespace Orvane::Internal {
 
@@ -19,6 +19,15 @@ namespace {
 
 // How long a run may take to confirm its cancellation while somebody waits for it.
 constexpr std::chrono::seconds kConfirmGrace{30};
+
+// CancellationPoint(), for a wait. Here once more because that one is built on futures.
+void LeaveIfOwnTaskIsCancelled() {
+    const auto own = CurrentFuture();
+    const auto run = own ? own->GetCancellationObject() : nullptr;
+    if (run && run->IsRequested()) {
+        throw CancelRequestedException();
+    }
+}
 
 bool RunsOnThisThread(const std::shared_ptr<CancellationObject>& run) {
     return run && run->GetThreadId() == ::GetCurrentThreadId();
@@ -155,10 +164,10 @@ void FutureState::Wait() {
         return;
     }
     if (m_state == NotStarted || m_state == Busy) {
-        CancellationPoint();
+        LeaveIfOwnTaskIsCancelled();
         // On purpose: a run that becomes Cancelling meanwhile keeps the caller waiting, without the limit above.
         m_condition.wait(lock, [this] { return m_state > Busy && m_state != Cancelling; });
-        CancellationPoint();
+        LeaveIfOwnTaskIsCancelled();
     }
 }
 
@@ -171,10 +180,10 @@ bool FutureState::TimedWait(const TimePoint& deadline) {
         return WaitUntil<WallClock>(m_condition, lock, deadline, [this] { return m_state != Cancelling; });
     }
     if (m_state == NotStarted || m_state == Busy) {
-        CancellationPoint();
+        LeaveIfOwnTaskIsCancelled();
         const bool ended = WaitUntil<WallClock>(m_condition, lock, deadline,
                                                 [this] { return m_state > Busy && m_state != Cancelling; });
-        CancellationPoint();
+        LeaveIfOwnTaskIsCancelled();
         return ended;
     }
     return true;

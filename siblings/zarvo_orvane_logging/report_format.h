@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "zarvo_orvane_logging/growing_text.h"
-#include "zarvo_orvane_logging/report_recording.h"
+#include "zarvo_orvane_logging/report_argument.h"
 
 namespace Orvane::Reports {
 

@@ -7,17 +7,12 @@
 
 #include <cstddef>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "zarvo_orvane_logging/export.h"
+#include "zarvo_orvane_logging/report_argument.h"
 
 namespace Orvane::Reports {
-
-// A value behind a conversion: %d, %i and %c give long long; %u, %x, %X and %o unsigned long long; %f, %e and %g
-// double; every kind of %s a text, "(null)" for a null pointer; %p the pointer. A width or precision given as `*` is
-// not a value.
-using ReportArgument = std::variant<long long, unsigned long long, double, std::wstring, const void*>;
 
 struct RecordedReport {
     int severity;

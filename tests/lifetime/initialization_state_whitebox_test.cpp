@@ -9,7 +9,6 @@
 #include <thread>
 #include <type_traits>
 
-#include "concurrency/base/windows_api.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "tests/support/eventually.h"
 #include "tests/support/thread.h"
@@ -23,8 +22,7 @@ using namespace std::chrono_literals;
 
 TEST(InitializationState, IsZeroAtLoad) {
     EXPECT_EQ(g_initializationState.initCount, 0);
-    EXPECT_EQ(g_initializationState.currentTaskTlsIndex, 0U);
-    EXPECT_FALSE(g_initializationState.slotIsLive);
+    EXPECT_FALSE(g_initializationState.isTearingDown);
 }
 
 TEST(InitializationState, CountIsASignedBalanceOfAllCalls) {
@@ -43,43 +41,6 @@ TEST(InitializationState, CountIsASignedBalanceOfAllCalls) {
     EXPECT_EQ(countAfter(&ConcurrencyInitialize), -1);
     EXPECT_EQ(countAfter(&ConcurrencyInitialize), 0);
     EXPECT_EQ(countAfter(&ConcurrencyInitialize), 1);
-}
-
-TEST(InitializationState, IndexIsNotClearedWhenTheSlotIsFreed) {
-    ConcurrencyInitialize();
-    const DWORD slot = g_initializationState.currentTaskTlsIndex;
-    EXPECT_NE(slot, 0U);
-
-    ConcurrencyUninitialize();
-
-    EXPECT_EQ(g_initializationState.currentTaskTlsIndex, slot);
-    EXPECT_FALSE(g_initializationState.slotIsLive);
-}
-
-TEST(InitializationState, AllocatedSlotIsTheOneInUseWhileInitialisedAndOnlyThen) {
-    const DWORD reserve = CurrentTaskSlot();
-
-    ConcurrencyInitialize();
-    EXPECT_EQ(CurrentTaskSlot(), g_initializationState.currentTaskTlsIndex);
-    EXPECT_NE(CurrentTaskSlot(), reserve);
-
-    ConcurrencyUninitialize();
-    EXPECT_EQ(CurrentTaskSlot(), reserve);
-}
-
-TEST(InitializationState, ReserveSlotStaysTheSameUntilItIsFreed) {
-    const DWORD reserve = CurrentTaskSlot();
-    EXPECT_EQ(CurrentTaskSlot(), reserve);
-    {
-        const ConcurrencyLifetime lifetime;
-    }
-    EXPECT_EQ(CurrentTaskSlot(), reserve);
-
-    FreeReserveSlot();
-
-    const DWORD next = TlsAlloc();  // the lowest free one
-    EXPECT_LE(next, reserve);
-    TlsFree(next);
 }
 
 TEST(InitializationState, LifetimeMutexSerialisesInitialisationAndUninitialisation) {
