@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include "concurrency/base/never_destroyed.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/scheduler/scheduler.h"
 #include "concurrency/scheduler/scheduler_teardown.h"
@@ -16,17 +17,18 @@ namespace {
 // nothing could be stopped then.
 Scheduler* g_scheduler = nullptr;  // guarded by SchedulerLock()
 
-// The same scheduler's queue for callers, who take no lock.
-constinit std::atomic<std::shared_ptr<ScheduledTaskQueue>> g_queue;
+// The same scheduler's queue for callers, who take no lock. Without a destructor: the end of the process may have killed a
+// thread that was inside.
+constinit NeverDestroyed<std::atomic<std::shared_ptr<ScheduledTaskQueue>>> g_queue;
 
 std::shared_ptr<ScheduledTaskQueue> GetOrCreateQueue() {
-    if (auto queue = g_queue.load()) {
+    if (auto queue = g_queue->load()) {
         return queue;
     }
     const CriticalSectionLock lock(SchedulerLock());
     if (g_scheduler == nullptr) {
         g_scheduler = new Scheduler();
-        g_queue.store(g_scheduler->Queue());
+        g_queue->store(g_scheduler->Queue());
     }
     return g_scheduler->Queue();
 }
@@ -44,7 +46,7 @@ void DestroyScheduler() noexcept {
     // Within the callers' reach until its thread has ended: one who inserts on that thread, as the destructor of a
     // callable may, would wait for this lock for ever.
     delete std::exchange(g_scheduler, nullptr);
-    queue = g_queue.exchange(nullptr);
+    queue = g_queue->exchange(nullptr);
 }
 
 void GlobalScheduler::Insert(ScheduledTask task) {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include "concurrency/base/never_destroyed.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/threadpool/thread_pool.h"
 #include "concurrency/threadpool/thread_pool_teardown.h"
@@ -18,20 +19,21 @@ using ProcessPool = ThreadPool<ComPolicyMTA>;
 // nothing could be stopped then.
 ProcessPool* g_pool = nullptr;  // guarded by ThreadPoolLock()
 
-// The same pool for callers, who take no lock. A caller that comes too late holds the stopped body.
-constinit std::atomic<std::shared_ptr<ThreadPoolCore>> g_core;
+// The same pool for callers, who take no lock. A caller that comes too late holds the stopped body. Without a destructor:
+// the end of the process may have killed a thread that was inside.
+constinit NeverDestroyed<std::atomic<std::shared_ptr<ThreadPoolCore>>> g_core;
 
 // While the last uninitialisation ends the scheduler.
 constinit std::atomic<bool> g_givesUpFailedGrowth = false;
 
 std::shared_ptr<ThreadPoolCore> GetOrCreate() {
-    if (auto core = g_core.load()) {
+    if (auto core = g_core->load()) {
         return core;
     }
     const CriticalSectionLock lock(ThreadPoolLock());
     if (g_pool == nullptr) {
         g_pool = new ProcessPool(0);
-        g_core.store(g_pool->Core());
+        g_core->store(g_pool->Core());
         if (g_givesUpFailedGrowth) {
             g_pool->Core()->GiveUpFailedGrowth();
         }
@@ -49,7 +51,7 @@ CriticalSection& ThreadPoolLock() {
 void GiveUpFailedGrowth() noexcept {
     // The flag first, and read after the pool is to be seen: for a pool that is created meanwhile.
     g_givesUpFailedGrowth = true;
-    if (const auto core = g_core.load()) {
+    if (const auto core = g_core->load()) {
         core->GiveUpFailedGrowth();
     }
 }
@@ -59,7 +61,7 @@ void DestroyThreadPool() noexcept {
     const CriticalSectionLock lock(ThreadPoolLock());
     // Not to be found while it stops: what its shutdown destroys may come back here.
     delete std::exchange(g_pool, nullptr);
-    core = g_core.exchange(nullptr);
+    core = g_core->exchange(nullptr);
     g_givesUpFailedGrowth = false;
 }
 

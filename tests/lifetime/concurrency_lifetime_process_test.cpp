@@ -56,6 +56,17 @@ TEST(ConcurrencyLifetimeProcess, ClientThatNeverUninitialisesExitsCleanlyWhileTa
     EXPECT_EQ(child.standardError, "");
 }
 
+// The end of the process kills the callers, some of them while they hold a lock of the library.
+TEST(ConcurrencyLifetimeProcess, ClientThatNeverUninitialisesExitsCleanlyWhileCallersAreInside) {
+    for (int round = 0; round < 20; ++round) {
+        const ChildResult child = Play("never-uninitialise-while-callers-are-inside");
+
+        EXPECT_EQ(child.exitCode, kEndOfMain) << "in round " << round;
+        EXPECT_EQ(child.standardOutput, "end of main");
+        EXPECT_EQ(child.standardError, "");
+    }
+}
+
 TEST(ConcurrencyLifetimeProcess, ClientThatNeverInitialisesMayUseThePoolAndExitsCleanly) {
     const ChildResult child = Play("never-initialise");
 

@@ -1,10 +1,12 @@
 // One scene of concurrency_lifetime_process_test, named on the command line.
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
 #include <optional>
+#include <thread>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
@@ -12,6 +14,7 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "tests/lifetime/library_use.h"
 #include "tests/support/gate.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -82,6 +85,32 @@ int NeverUninitialiseWhileBusy() {
     return EndOfMain();
 }
 
+// The end of the process kills these threads wherever they are: also while they hold the lock inside a static object.
+int NeverUninitialiseWhileCallersAreInside() {
+    ConcurrencyInitialize();
+    UseScheduler();
+    static std::atomic<int> inside = 0;
+    constexpr int kCallers = 4;
+    for (int caller = 0; caller < kCallers; ++caller) {
+        Thread([caller] {
+            const Task task = MakeTask(L"asked for", [] {});
+            const ScheduledTask cancelled(Task(), TimeFromNow(1h), Duration(0));
+            ++inside;
+            for (;;) {
+                if (caller % 2 == 0) {
+                    GlobalThreadPool::IsPresent(task);
+                } else {
+                    GlobalScheduler::Insert(cancelled);
+                }
+            }
+        }).detach();
+    }
+    while (inside < kCallers) {
+        std::this_thread::yield();
+    }
+    return EndOfMain();
+}
+
 int NeverInitialise() {
     UsePool();
     UseScheduler();
@@ -131,6 +160,7 @@ constexpr Scene kScenes[] = {
     {"last-object-in-pool-task", &LastObjectInPoolTask},
     {"never-uninitialise", &NeverUninitialise},
     {"never-uninitialise-while-busy", &NeverUninitialiseWhileBusy},
+    {"never-uninitialise-while-callers-are-inside", &NeverUninitialiseWhileCallersAreInside},
     {"never-initialise", &NeverInitialise},
     {"static-object", &StaticObject},
     {"overrun-without-initialisation", &OverrunWithoutInitialisation},

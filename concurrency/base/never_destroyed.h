@@ -1,0 +1,33 @@
+// A static object without a destructor, for what may still be used, or held by a thread that has been killed, when the
+// process ends.
+//
+// Threads: as the object's own.
+// Lifetime: until the process has ended, or the module is unloaded. What the object holds then is not released.
+#pragma once
+
+#include <type_traits>
+#include <utility>
+
+namespace Orvane::Internal {
+
+template <typename T>
+class NeverDestroyed {
+  public:
+    template <typename... Arguments>
+    constexpr explicit NeverDestroyed(Arguments&&... arguments) noexcept(std::is_nothrow_constructible_v<T, Arguments...>)
+        : m_object(std::forward<Arguments>(arguments)...) {}
+    // On purpose empty: a union does not destroy its members.
+    constexpr ~NeverDestroyed() {}  // NOLINT(modernize-use-equals-default): that would not compile
+    NeverDestroyed(const NeverDestroyed&) = delete;
+    NeverDestroyed& operator=(const NeverDestroyed&) = delete;
+
+    constexpr T& operator*() noexcept { return m_object; }
+    constexpr T* operator->() noexcept { return &m_object; }
+
+  private:
+    union {
+        T m_object;
+    };
+};
+
+}  // namespace Orvane::Internal
