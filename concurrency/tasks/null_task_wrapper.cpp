@@ -4,11 +4,6 @@
 
 namespace Orvane::Internal {
 
-std::shared_ptr<ITaskState> NullTaskWrapper::Instance() {
-    static NullTaskWrapper instance;
-    return std::shared_ptr<ITaskState>(std::shared_ptr<void>(), &instance);
-}
-
 NullTaskWrapper::NullTaskWrapper() = default;
 
 NullTaskWrapper::~NullTaskWrapper() = default;

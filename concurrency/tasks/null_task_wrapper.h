@@ -12,9 +12,6 @@ namespace Orvane::Internal {
 
 class ORVANE_CONCURRENCY_API NullTaskWrapper : public ITaskState {
   public:
-    // One for all, without a count: it has no state, and emptying a task must need no memory.
-    static std::shared_ptr<ITaskState> Instance();
-
     NullTaskWrapper();
     ~NullTaskWrapper() override;
 

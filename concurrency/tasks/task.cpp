@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "concurrency/tasks/null_task_wrapper.h"
+#include "concurrency/tasks/empty_task_state.h"
 #include "concurrency/tasks/task_impl.h"
 
 namespace Orvane::Internal {
@@ -40,7 +40,7 @@ const wchar_t* Task::GetName() const {
 }
 
 std::shared_ptr<ITaskState> Task::GetWrapper() {
-    return m_impl ? m_impl->GetWrapper() : NullTaskWrapper::Instance();
+    return m_impl ? m_impl->GetWrapper() : EmptyTaskState();
 }
 
 bool Task::IsBusy() const {

@@ -8,7 +8,7 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
-#include "concurrency/tasks/null_task_wrapper.h"
+#include "concurrency/tasks/empty_task_state.h"
 #include "zarvo_orvane_logging/orvane_logging.h"
 
 namespace Orvane::Internal {
@@ -40,7 +40,7 @@ bool IsUnderWayElsewhere(const std::shared_ptr<ITaskState>& run) {
 }  // namespace
 
 TaskImpl::TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper)
-    : m_wrapper(wrapper ? std::move(wrapper) : NullTaskWrapper::Instance()) {
+    : m_wrapper(wrapper ? std::move(wrapper) : EmptyTaskState()) {
     if (name != nullptr) {
         std::copy_n(name, ::wcsnlen(name, kNameCapacity - 1), m_name.begin());
     }
@@ -48,7 +48,7 @@ TaskImpl::TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper)
 
 // Needs m_mutex. An emptied task answers by itself: its state would make a future to be asked, and that needs memory.
 bool TaskImpl::IsEmptied() const {
-    return m_wrapper == NullTaskWrapper::Instance();
+    return m_wrapper == EmptyTaskState();
 }
 
 // Needs m_mutex.
@@ -113,7 +113,7 @@ void TaskImpl::Cancel() {
         m_cancelled = true;
     } catch (const CancelRequestedException&) {
         // The task cancels itself: this handle is done with it, the run goes on through its own reference.
-        released = std::exchange(m_wrapper, NullTaskWrapper::Instance());
+        released = std::exchange(m_wrapper, EmptyTaskState());
         throw;
     }
 }
@@ -166,7 +166,7 @@ std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<I
                 return m_wrapper;
             }
         }
-        released = std::exchange(m_wrapper, NullTaskWrapper::Instance());
+        released = std::exchange(m_wrapper, EmptyTaskState());
     }
     if (released != awaited) {
         released->GetFuture()->RequestCancel();  // it will never run: whoever waits for it waits no longer
@@ -176,7 +176,7 @@ std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<I
 
 void TaskImpl::Wait() {
     std::shared_ptr<ITaskState> awaited = GetWrapper();
-    while (awaited && awaited != NullTaskWrapper::Instance()) {
+    while (awaited && awaited != EmptyTaskState()) {
         awaited->GetFuture()->Wait();
         awaited = EmptyUnlessRunning(awaited);
     }

@@ -8,6 +8,7 @@
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/tasks/make_task.h"
+#include "tests/support/allocations.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/plain_thread.h"
@@ -40,6 +41,27 @@ TEST(TaskWait, ReturnsAtOnceTheSecondTime) {
     task.Wait();
     task.Wait();
 
+    ExpectEmptied(task);
+}
+
+TEST(TaskWait, LeavesAStateThatCanBeReferredToWeakly) {
+    Task task = MakeTask(L"", [] {});
+    task();
+    task.Wait();
+    const std::weak_ptr<ITaskState> empty = task.GetWrapper();
+    task = {};
+
+    EXPECT_EQ(empty.lock(), Task().GetWrapper());
+    EXPECT_NE(empty.lock(), nullptr);
+}
+
+TEST(TaskWait, NeedsNoMemoryToEmptyTheTask) {
+    Task task = MakeTask(L"", [] {});
+    task();
+    {
+        const NoMemory none;
+        EXPECT_NO_THROW(task.Wait());
+    }
     ExpectEmptied(task);
 }
 
