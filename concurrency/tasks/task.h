@@ -18,7 +18,6 @@
 namespace Orvane::Internal {
 
 class TaskImpl;
-class TrackerImpl;
 
 class ORVANE_CONCURRENCY_API Task {
   public:
@@ -65,12 +64,13 @@ class ORVANE_CONCURRENCY_API Task {
     // A task whose run has cancelled itself is empty already: returns at once, although that run may not be over yet.
     void Wait();
 
+    // Cancels the run that is under way on another thread and waits for it, also if it has reset the task or cancelled
+    // itself: Cancel() and Wait() no longer reach it then. Returns at once if there is none, or if it is the caller's own.
+    // It has 30 s to end, as in Wait(). Not a cancellation point.
+    void EndRun();
+
   private:
     friend class PooledTask;
-    friend class TrackerImpl;
-
-    // Cancels the run that is under way on another thread, whatever has become of the task's state, and waits for it.
-    void EndRun();
 
     std::shared_ptr<TaskImpl> m_impl;
 };

@@ -7,7 +7,6 @@
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
-#include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/tasks/empty_task_state.h"
 #include "zarvo_orvane_logging/orvane_logging.h"
 
@@ -24,17 +23,6 @@ void ReportRun(const wchar_t* format, const wchar_t* name) {
     const unsigned thread = ::GetCurrentThreadId();
     const unsigned process = ::GetCurrentProcessId();
     g_OrvaneLogging.Report(kSeverity, 16, L"Concurrency.Task", format, name, thread, thread, process, process);
-}
-
-// Whether the run, which may not have started yet, is still to be waited for by this thread. Null is no run.
-bool IsUnderWayElsewhere(const std::shared_ptr<ITaskState>& run) {
-    if (!run) {
-        return false;
-    }
-    const auto future = run->GetFuture();
-    const auto cancellation = future->GetCancellationObject();
-    const bool isOwn = cancellation && cancellation->GetThreadId() == ::GetCurrentThreadId();
-    return !isOwn && (!future->IsReady() || future->IsCancelling());
 }
 
 }  // namespace
@@ -66,26 +54,20 @@ std::shared_ptr<ITaskState> TaskImpl::BeginRun() {
     if (IsCancelledLocked()) {
         return nullptr;
     }
-    m_run = m_wrapper;
+    m_latestRun.Begin(m_wrapper);
     return m_wrapper;
 }
 
-// Not even its block may be kept: the caller's module made it, and may be unloaded while somebody keeps a handle.
-void TaskImpl::ForgetRun(const std::shared_ptr<ITaskState>& run) {
-    const RankedLock lock(m_mutex);
-    // By owner: a strong reference to another run might become its last one here, under the lock.
-    if (!m_run.owner_before(run) && !run.owner_before(m_run)) {
-        m_run.reset();
-    }
-}
-
-// At the end of a run, also if it throws.
-class TaskImpl::RunRecord {
+// Ends what BeginRun() began, also if the run throws.
+class TaskImpl::RunScope {
   public:
-    RunRecord(TaskImpl& task, const std::shared_ptr<ITaskState>& run) : m_task(task), m_run(run) {}
-    ~RunRecord() { m_task.ForgetRun(m_run); }
-    RunRecord(const RunRecord&) = delete;
-    RunRecord& operator=(const RunRecord&) = delete;
+    RunScope(TaskImpl& task, const std::shared_ptr<ITaskState>& run) : m_task(task), m_run(run) {}
+    ~RunScope() {
+        const RankedLock lock(m_task.m_mutex);
+        m_task.m_latestRun.End(m_run);
+    }
+    RunScope(const RunScope&) = delete;
+    RunScope& operator=(const RunScope&) = delete;
 
   private:
     TaskImpl& m_task;
@@ -97,7 +79,7 @@ void TaskImpl::Run() {
     if (!wrapper) {
         return;
     }
-    const RunRecord record(*this, wrapper);
+    const RunScope scope(*this, wrapper);
     ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
     (*wrapper)();
     ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
@@ -149,8 +131,8 @@ void TaskImpl::Reset() {
     }
 }
 
-// Puts the empty state in place and returns nothing, unless a reset came in between and a run of the new state is under
-// way: then returns that, to be waited for first, or its handle would call a running task idle.
+// Empties the task and returns nothing. But if a reset came in between and a run of the new state is under way, returns the
+// new state, to be waited for first: otherwise the handle would call a running task idle.
 std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited) {
     std::shared_ptr<ITaskState> run;  // destroyed after the lock: their destructors run user code
     std::shared_ptr<ITaskState> released;
@@ -159,17 +141,18 @@ std::shared_ptr<ITaskState> TaskImpl::EmptyUnlessRunning(const std::shared_ptr<I
         if (IsEmptied()) {
             return nullptr;
         }
-        run = m_run.lock();
+        run = m_latestRun.Get();
         if (m_wrapper != awaited) {
             const auto future = m_wrapper->GetFuture();
-            if (future->IsBusy() || future->IsCancelling() || (run == m_wrapper && IsUnderWayElsewhere(run))) {
+            const bool isTaken = run == m_wrapper && LatestRun::IsUnderWayElsewhere(run);
+            if (future->IsBusy() || future->IsCancelling() || isTaken) {
                 return m_wrapper;
             }
         }
         released = std::exchange(m_wrapper, EmptyTaskState());
     }
     if (released != awaited) {
-        released->GetFuture()->RequestCancel();  // it will never run: whoever waits for it waits no longer
+        released->GetFuture()->RequestCancel();  // it will never run: its waiters wait no longer
     }
     return nullptr;
 }
@@ -186,9 +169,9 @@ void TaskImpl::EndRun() {
     std::shared_ptr<ITaskState> run;
     {
         const RankedLock lock(m_mutex);
-        run = m_run.lock();
+        run = m_latestRun.Get();
     }
-    if (IsUnderWayElsewhere(run)) {
+    if (LatestRun::IsUnderWayElsewhere(run)) {
         const auto future = run->GetFuture();
         future->RequestCancel();  // after which the wait is no cancellation point
         future->Wait();

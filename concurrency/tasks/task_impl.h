@@ -10,6 +10,7 @@
 
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/tasks/itask_state.h"
+#include "concurrency/tasks/latest_run.h"
 
 namespace Orvane::Internal {
 
@@ -37,12 +38,11 @@ class TaskImpl {
   private:
     friend struct FieldOrder;
 
-    class RunRecord;
+    class RunScope;
 
     bool IsEmptied() const ORVANE_REQUIRES(m_mutex);
     bool IsCancelledLocked() const ORVANE_REQUIRES(m_mutex);
     std::shared_ptr<ITaskState> BeginRun();
-    void ForgetRun(const std::shared_ptr<ITaskState>& run);
     std::shared_ptr<ITaskState> EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited);
 
     mutable RankedMutex<std::recursive_mutex, LockRank::Task> m_mutex;  // taken before the future's mutex
@@ -50,7 +50,7 @@ class TaskImpl {
     std::shared_ptr<ITaskState> m_wrapper ORVANE_GUARDED_BY(m_mutex);  // never empty
     bool m_cancelled ORVANE_GUARDED_BY(m_mutex) = false;  // never cleared
     std::atomic<std::uint64_t> m_placeInPool = 0;
-    std::weak_ptr<ITaskState> m_run ORVANE_GUARDED_BY(m_mutex);  // from before it starts until it has returned
+    LatestRun m_latestRun ORVANE_GUARDED_BY(m_mutex);
 };
 
 }  // namespace Orvane::Internal
