@@ -5,7 +5,6 @@
 // Lifetime: until the process has ended, or the module is unloaded. What the object holds then is not released.
 #pragma once
 
-#include <type_traits>
 #include <utility>
 
 namespace Orvane::Internal {
@@ -14,7 +13,7 @@ template <typename T>
 class NeverDestroyed {
   public:
     template <typename... Arguments>
-    constexpr explicit NeverDestroyed(Arguments&&... arguments) noexcept(std::is_nothrow_constructible_v<T, Arguments...>)
+    constexpr explicit NeverDestroyed(Arguments&&... arguments)
         : m_object(std::forward<Arguments>(arguments)...) {}
     // On purpose empty: a union does not destroy its members.
     constexpr ~NeverDestroyed() {}  // NOLINT(modernize-use-equals-default): that would not compile
