@@ -150,13 +150,11 @@ std::vector<Subject> WaitSubjects(std::size_t count) {
 
 void ReportTwice(const wchar_t* name) {
     for (int i = 0; i < 2; ++i) {
-        if (g_OrvaneLogging.Wants(1)) {
-            const unsigned thread = GetCurrentThreadId();
-            const unsigned process = GetCurrentProcessId();
-            g_OrvaneLogging.Report(1, 16, L"Concurrency.Task",
-                                   L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", name, thread,
-                                   thread, process, process);
-        }
+        const unsigned thread = GetCurrentThreadId();
+        const unsigned process = GetCurrentProcessId();
+        g_OrvaneLogging.Report(1, 16, L"Concurrency.Task",
+                               L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", name, thread, thread,
+                               process, process);
     }
 }
 

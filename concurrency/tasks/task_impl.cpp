@@ -16,13 +16,9 @@ namespace {
 
 // Thread and process ids stand twice in both records: hexadecimal and decimal.
 void ReportRun(const wchar_t* format, const wchar_t* name) {
-    constexpr int kSeverity = 1;
-    if (!g_OrvaneLogging.Wants(kSeverity)) {
-        return;
-    }
     const unsigned thread = ::GetCurrentThreadId();
     const unsigned process = ::GetCurrentProcessId();
-    g_OrvaneLogging.Report(kSeverity, 16, L"Concurrency.Task", format, name, thread, thread, process, process);
+    g_OrvaneLogging.Report(1, 16, L"Concurrency.Task", format, name, thread, thread, process, process);
 }
 
 }  // namespace

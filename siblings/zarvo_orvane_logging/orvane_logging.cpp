@@ -23,10 +23,6 @@ void OrvaneLogging::Report(int severity, int kind, const wchar_t* category, cons
     va_end(arguments);
 }
 
-bool OrvaneLogging::Wants(int severity) const noexcept {
-    return g_dispatcher.Wants(severity);
-}
-
 void OrvaneLogging::SetSink(Sink sink) noexcept {
     g_dispatcher.SetSink(sink, {});
 }

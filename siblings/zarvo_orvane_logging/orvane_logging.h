@@ -34,10 +34,6 @@ class ZARVO_ORVANE_LOGGING_API OrvaneLogging {
     // Lifetime: `category` and `format` are read during the call only. Null is shown as "(null)".
     void Report(int severity, int kind, const wchar_t* category, const wchar_t* format, ...) noexcept;
 
-    // Whether a record of this severity goes anywhere: for callers whose arguments cost something. Before the first record
-    // it may say so in vain.
-    [[nodiscard]] bool Wants(int severity) const noexcept;
-
     // Sends all later records to `sink`, and closes the log file if there was one.
     void SetSink(Sink sink) noexcept;
 

@@ -153,15 +153,6 @@ TEST_F(OrvaneLoggingTest, RecordsBelowTheMinimumAreDropped) {
     EXPECT_THAT(Lines(), ElementsAre(EndsWith("four"), EndsWith("eight")));
 }
 
-TEST_F(OrvaneLoggingTest, WantsWhatGoesSomewhere) {
-    EXPECT_TRUE(g_OrvaneLogging.Wants(1));
-    g_OrvaneLogging.SetMinimumLevel(4);
-    EXPECT_FALSE(g_OrvaneLogging.Wants(3));
-    EXPECT_TRUE(g_OrvaneLogging.Wants(4));
-    g_OrvaneLogging.SetSink(Sink::None);
-    EXPECT_FALSE(g_OrvaneLogging.Wants(8));
-}
-
 TEST_F(OrvaneLoggingTest, MinimumOutlastsAChangeOfTheSink) {
     g_OrvaneLogging.SetMinimumLevel(4);
     g_OrvaneLogging.SetSink(Sink::None);
