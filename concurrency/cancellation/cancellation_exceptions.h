@@ -64,7 +64,7 @@ class ORVANE_CONCURRENCY_API CloneableExceptionBase : public ExceptionBase, publ
 
     std::shared_ptr<CloneableException> Clone() const override;
 
-    // On purpose: returns without throwing when the record's code is zero.
+    // On purpose: returns without throwing when the record's code is zero, and when the factory throws nothing.
     void Rethrow() const override;
 };
 

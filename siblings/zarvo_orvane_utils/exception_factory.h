@@ -36,9 +36,11 @@ class ZARVO_ORVANE_UTILS_API ExceptionFactory {
     static void Register(const wchar_t* name, unsigned int code, Thrower thrower);
 
     // Throws the exception registered for the record's key: for its name and code if `isNamed`, otherwise for its GUID
-    // and HRESULT. Never returns: if nothing is registered, or the thrower does nothing, the record itself is thrown
-    // as ExceptionBase. Zero is a code like any other here; callers to whom it means "no error" test it themselves.
-    [[noreturn]] static void Throw(const ErrorStorage& error);
+    // and HRESULT. If nothing is registered, or the thrower does nothing, it throws the record itself as ExceptionBase.
+    // Zero is a code like any other here; callers to whom it means "no error" test it themselves.
+    //
+    // On purpose not [[noreturn]]: a factory in this one's place may return, and its callers must survive that.
+    static void Throw(const ErrorStorage& error);
 
     // One call of Register.
     struct Registration {

@@ -12,6 +12,7 @@
 #include "tests/errors/class_tree.h"
 #include "tests/errors/error_records.h"
 #include "tests/support/allocations.h"
+#include "tests/support/import_patch.h"
 
 namespace {
 
@@ -20,6 +21,9 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
 constexpr long kEPointer = static_cast<long>(0x80004003);
+
+// The name of ExceptionFactory::Throw in the import table.
+constexpr char kFactoryThrow[] = "_ZN6Orvane16ExceptionFactory5ThrowERKNS_12ErrorStorageE";
 
 void Throw(const CloneableExceptionBase& error) {
     throw error;
@@ -144,6 +148,14 @@ TEST(CloneableExceptionBase, RethrowOfAComRecordWithHresultZeroReturns) {
 
     EXPECT_NO_THROW(error.Rethrow());
     EXPECT_NO_THROW(error.Clone()->Rethrow());
+}
+
+// A factory in the place of this one may do so: no caller may rely on its throwing.
+TEST(CloneableExceptionBase, RethrowReturnsIfTheFactoryDoes) {
+    const CloneableExceptionBase error(ExceptionBase(ComRecord(kEPointer, kZeroGuid)));
+    const ImportPatch silent(LibraryUnderTest(), kFactoryThrow, +[](const ErrorStorage&) {});
+
+    EXPECT_NO_THROW(error.Rethrow());
 }
 
 // A success code other than zero is a code like any other.

@@ -46,6 +46,7 @@ const std::type_info& KindThrownFor(const ErrorStorage& record) {
     } catch (const ErrorStorage& error) {
         return typeid(error);
     }
+    return typeid(void);
 }
 
 TEST(ExceptionRegistration, LibraryRegisters81TimesAtLoad) {
@@ -113,6 +114,7 @@ TEST(ExceptionRegistration, FactoryThrowsACopyOfTheWholeRecord) {
         const ErrorStorage record = RecordOf(key);
         try {
             ExceptionFactory::Throw(record);
+            FAIL() << "returned";
         } catch (const ErrorStorage& error) {
             EXPECT_NE(&error, &record);
             EXPECT_EQ(error.isNamed, key.isNamed);

@@ -116,6 +116,7 @@ TEST(ExceptionFactory, ThrowerGetsTheWholeRecord) {
     std::wcscpy(error.message, L"what happened");
     try {
         ExceptionFactory::Throw(error);
+        FAIL() << "returned";
     } catch (const ExceptionBase& caught) {
         EXPECT_STREQ(caught.message, L"what happened");
         EXPECT_EQ(caught.com.hresult, E_FAIL);
@@ -127,6 +128,7 @@ TEST(ExceptionFactory, UnknownKeyThrowsTheRecordItself) {
     std::wcscpy(error.message, L"what happened");
     try {
         ExceptionFactory::Throw(error);
+        FAIL() << "returned";
     } catch (const ExceptionBase& caught) {
         EXPECT_EQ(typeid(caught), typeid(ExceptionBase));
         EXPECT_TRUE(caught.isNamed);
