@@ -44,18 +44,17 @@ class FileTurn {
     // On purpose: goes on without the turn when it does not come. A process that is stopped in the middle of its turn,
     // or a thread that has died there, must not stop everybody else.
     bool Take() noexcept {
-        constexpr int kAttempts = 500;
+        constexpr ULONGLONG kPatience = 1000;  // milliseconds
         m_place.OffsetHigh = kPlaceHigh;
-        for (int attempt = 0; attempt < kAttempts && !IsProcessEnding(); ++attempt) {
-            if (LockFileEx(m_file, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &m_place) != FALSE) {
-                return true;
+        const ULONGLONG begin = GetTickCount64();
+        while (LockFileEx(m_file, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &m_place) == FALSE) {
+            const bool isTakenByAnother = GetLastError() == ERROR_LOCK_VIOLATION;  // else the file knows no locks
+            if (!isTakenByAnother || IsProcessEnding() || GetTickCount64() - begin >= kPatience) {
+                return false;
             }
-            if (GetLastError() != ERROR_LOCK_VIOLATION) {
-                return false;  // the file is of a kind that knows no locks
-            }
-            Sleep(1);
+            Sleep(1);  // 1 to 16 ms: so the clock decides, not the number of attempts
         }
-        return false;
+        return true;
     }
 
     HANDLE m_file;

@@ -17,12 +17,14 @@
 
 #include "tests/siblings/scratch_folder.h"
 #include "tests/siblings/standard_error_into.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/thread.h"
 
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::SizeIs;
+using Zarvo::Test::ImportPatch;
 using Zarvo::Test::ReadLines;
 using Zarvo::Test::ScratchFolder;
 using Zarvo::Test::StandardErrorInto;
@@ -262,11 +264,40 @@ TEST_F(OrvaneLoggingTest, WaitsWhileAnotherProcessWritesToTheFile) {
     EXPECT_EQ(Message(), "after you");
 }
 
-// A process that is stopped while it writes must not stop the others.
-TEST_F(OrvaneLoggingTest, FileThatAnotherProcessNeverLetsGoIsWrittenToAllTheSame) {
-    const FileTurnOfAnother other(File());
-    g_OrvaneLogging.Report(1, 16, L"test", L"in spite of it");
-    EXPECT_EQ(Message(), "in spite of it");
+// The platform's clock and sleep, as the logging library sees them.
+class FakeSleeps {
+  public:
+    explicit FakeSleeps(unsigned millisecondsEach) {
+        s_each = millisecondsEach;
+        s_count = 0;
+    }
+
+    static unsigned Count() { return s_count; }
+
+  private:
+    static ULONGLONG WINAPI Now() { return 5'000'000'000 + ULONGLONG{s_each} * s_count; }
+    static void WINAPI SleepOnce(DWORD) { ++s_count; }
+
+    static inline unsigned s_each;
+    static inline unsigned s_count;
+
+    HMODULE m_library = GetModuleHandleW(L"ZarvoOrvaneLogging.dll");
+    ImportPatch m_clock{m_library, "GetTickCount64", &FakeSleeps::Now};
+    ImportPatch m_sleep{m_library, "Sleep", &FakeSleeps::SleepOnce};
+};
+
+// A process that is stopped while it writes holds the others up for a second each time, however long a sleep of 1 ms is.
+TEST_F(OrvaneLoggingTest, FileThatAnotherProcessNeverLetsGoIsWrittenToAfterASecond) {
+    for (const unsigned millisecondsEach : {1U, 16U, 250U}) {
+        const std::filesystem::path file = m_folder.File(std::to_wstring(millisecondsEach));
+        g_OrvaneLogging.SetFileSink(file.c_str());
+        const FileTurnOfAnother other(file);
+        const FakeSleeps sleeps(millisecondsEach);
+        g_OrvaneLogging.Report(1, 16, L"test", L"in spite of it");
+
+        EXPECT_EQ(sleeps.Count(), (1000 + millisecondsEach - 1) / millisecondsEach);
+        EXPECT_THAT(ReadLines(file), ElementsAre(EndsWith("in spite of it")));
+    }
 }
 
 // Stands in for a debugger: sees every text that goes to one.
