@@ -5,14 +5,14 @@
 #include <olectl.h>
 
 #include <algorithm>
-#include <iterator>
+#include <initializer_list>
 #include <new>
 #include <system_error>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/com/module.h"
-#include "concurrency/com/registrar.h"
 #include "concurrency/com/registration_scope.h"
+#include "concurrency/com/script_keys.h"
 #include "concurrency/com/type_library.h"
 #include "zarvo_orvane_logging/log.h"
 
@@ -36,38 +36,36 @@ HRESULT Guarded(Step step) noexcept {
     }
 }
 
+HRESULT FirstFailure(std::initializer_list<HRESULT> results) noexcept {
+    const auto* const failure = std::find_if(results.begin(), results.end(), [](HRESULT r) { return FAILED(r); });
+    return failure != results.end() ? *failure : S_OK;
+}
+
 }  // namespace
 
-// Stops at the first step that fails.
+// Both take every step, whatever failed before: registering so that as much as possible is there, unregistering so that
+// as little as possible is left.
 STDAPI DllRegisterServer() {
-    return Guarded([] {
-        const Module& module = Module::Instance();
-        const RegistrationScope scope = RequestedRegistrationScope();
-        HRESULT result = Log::RegisterEventSourceW(kDescription, module.Handle());
-        // The script after the type library: its FLAGS and HELPDIR are to stand, not those that the system writes.
-        if (SUCCEEDED(result)) {
-            result = RegisterTypeLibrary(module.Handle(), scope);
-        }
-        if (SUCCEEDED(result)) {
-            result = ApplyRegistryScript(module.Handle(), scope, RegistryAction::kWrite);
-        }
-        return SUCCEEDED(result) ? module.UpdateClassRegistrations(true) : result;
+    const Module& module = Module::Instance();
+    const RegistrationScope scope = RequestedRegistrationScope();
+    return FirstFailure({
+        Log::RegisterEventSourceW(kDescription, module.Handle()),
+        Guarded([&] { return RegisterTypeLibrary(module.Handle(), scope); }),
+        // After the type library: the script's FLAGS and HELPDIR are to stand, not those that the system writes.
+        Guarded([&] { return WriteScriptKeys(module.Handle(), scope); }),
+        Guarded([&] { return module.UpdateClassRegistrations(true); }),
     });
 }
 
-// Takes every step, whatever failed before, so that as little as possible is left behind.
 STDAPI DllUnregisterServer() {
     const Module& module = Module::Instance();
     const RegistrationScope scope = RequestedRegistrationScope();
-    const HRESULT results[] = {
+    return FirstFailure({
         Log::UnregisterEventSource(kDescription),
         Guarded([&] { return UnregisterTypeLibrary(scope); }),
-        Guarded([&] { return ApplyRegistryScript(module.Handle(), scope, RegistryAction::kRemove); }),
+        Guarded([&] { return RemoveScriptKeys(scope); }),
         Guarded([&] { return module.UpdateClassRegistrations(false); }),
-    };
-    const auto* const failure =
-        std::find_if(std::begin(results), std::end(results), [](HRESULT r) { return FAILED(r); });
-    return failure != std::end(results) ? *failure : S_OK;
+    });
 }
 
 STDAPI DllGetClassObject(REFCLSID classId, REFIID interfaceId, LPVOID* object) {

@@ -1,9 +1,12 @@
-// Each step of registration that can fail: what is returned, and what was done by then.
+// Each step of registration that can fail: what is returned, and what the other steps have done.
 #include "tests/com/registration.h"
 
 #include <gtest/gtest.h>
 #include <objbase.h>
 #include <oleauto.h>
+
+#include <new>
+#include <utility>
 
 #include "tests/com/scratch_registry.h"
 #include "tests/support/allocations.h"
@@ -30,11 +33,6 @@ LSTATUS WINAPI RefuseDelete(HKEY, LPCWSTR) {
     return ERROR_ACCESS_DENIED;
 }
 
-HRESULT STDAPICALLTYPE NoClass(REFCLSID, LPUNKNOWN, DWORD, REFIID, LPVOID* object) {
-    *object = nullptr;
-    return REGDB_E_CLASSNOTREG;
-}
-
 DWORD WINAPI NoPath(HMODULE, LPWSTR, DWORD) {
     SetLastError(ERROR_PATH_NOT_FOUND);
     return 0;
@@ -59,16 +57,16 @@ class RegistrationFailure : public testing::Test {
     }
 };
 
-TEST_F(RegistrationFailure, OfTheEventSourceEndsTheRegistration) {
+TEST_F(RegistrationFailure, OfTheEventSourceDoesNotKeepTheOtherSteps) {
     const ImportPatch refused(LoggingLibrary(), "RegCreateKeyExW", RefuseKey);
 
     EXPECT_EQ(Register(), kFailure);
     EXPECT_FALSE(HasEventSource());
-    EXPECT_FALSE(HasTypeLibrary());
-    EXPECT_FALSE(HasScriptKeys());
+    EXPECT_TRUE(HasTypeLibrary());
+    EXPECT_TRUE(HasScriptKeys());
 }
 
-TEST_F(RegistrationFailure, ToLoadTheTypeLibraryEndsTheRegistration) {
+TEST_F(RegistrationFailure, ToLoadTheTypeLibraryDoesNotKeepTheOtherSteps) {
     const ImportPatch refused(
         LibraryUnderTest(), "LoadTypeLibEx",
         +[](LPCOLESTR, REGKIND, ITypeLib**) -> HRESULT { return TYPE_E_CANTLOADLIBRARY; });
@@ -76,21 +74,20 @@ TEST_F(RegistrationFailure, ToLoadTheTypeLibraryEndsTheRegistration) {
     EXPECT_EQ(Register(), TYPE_E_CANTLOADLIBRARY);
     EXPECT_TRUE(HasEventSource());
     EXPECT_FALSE(HasTypeLibrary());
-    EXPECT_FALSE(HasScriptKeys());
+    EXPECT_TRUE(HasScriptKeys());
 }
 
-TEST_F(RegistrationFailure, OfTheTypeLibraryEndsTheRegistration) {
+TEST_F(RegistrationFailure, OfTheTypeLibraryDoesNotKeepTheOtherSteps) {
     const ImportPatch refused(
         LibraryUnderTest(), "RegisterTypeLib",
         +[](ITypeLib*, OLECHAR*, OLECHAR*) -> HRESULT { return TYPE_E_REGISTRYACCESS; });
 
     EXPECT_EQ(Register(), TYPE_E_REGISTRYACCESS);
     EXPECT_TRUE(HasEventSource());
-    EXPECT_FALSE(HasScriptKeys());
+    EXPECT_TRUE(HasScriptKeys());
 }
 
 TEST_F(RegistrationFailure, OfTheScriptIsTheResultThenTheRestStands) {
-    const ImportPatch noRegistrar(LibraryUnderTest(), "CoCreateInstance", NoClass);
     {
         const ImportPatch refused(LibraryUnderTest(), "RegCreateKeyExW", RefuseKey);
         EXPECT_EQ(Register(), kFailure);
@@ -101,14 +98,38 @@ TEST_F(RegistrationFailure, OfTheScriptIsTheResultThenTheRestStands) {
     }
     EXPECT_TRUE(HasEventSource());
     EXPECT_TRUE(HasTypeLibrary());
-    EXPECT_FALSE(HasScriptKeys());
+}
+
+// Refuses the first key that it is asked for.
+LSTATUS WINAPI RefuseFirstKey(HKEY root, LPCWSTR key, DWORD reserved, LPWSTR type, DWORD options, REGSAM access,
+                              LPSECURITY_ATTRIBUTES security, PHKEY opened, LPDWORD disposition) {
+    static bool refused = false;
+    return std::exchange(refused, true)
+               ? RegCreateKeyExW(root, key, reserved, type, options, access, security, opened, disposition)
+               : ERROR_ACCESS_DENIED;
+}
+
+TEST_F(RegistrationFailure, OfOneKeyOfTheScriptDoesNotKeepTheOthers) {
+    const ImportPatch refused(LibraryUnderTest(), "RegCreateKeyExW", RefuseFirstKey);
+
+    EXPECT_EQ(Register(), kFailure);
+    EXPECT_TRUE(HasScriptKeys());
+}
+
+TEST_F(RegistrationFailure, OfTwoStepsReturnsTheFirst) {
+    const ImportPatch refusedLibrary(
+        LibraryUnderTest(), "RegisterTypeLib",
+        +[](ITypeLib*, OLECHAR*, OLECHAR*) -> HRESULT { return TYPE_E_REGISTRYACCESS; });
+    const ImportPatch refusedScript(LibraryUnderTest(), "RegCreateKeyExW", RefuseKey);
+
+    EXPECT_EQ(Register(), TYPE_E_REGISTRYACCESS);
 }
 
 TEST_F(RegistrationFailure, ToFindTheModulesFileIsAResultToo) {
     const ImportPatch noPath(LibraryUnderTest(), "GetModuleFileNameW", NoPath);
 
     EXPECT_EQ(Register(), HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND));
-    EXPECT_FALSE(HasTypeLibrary());
+    EXPECT_TRUE(HasEventSource());
 }
 
 TEST_F(RegistrationFailure, ForLackOfMemoryIsAResultToo) {
@@ -143,7 +164,6 @@ TEST_F(RegistrationFailure, OfTheTypeLibrarysRemovalDoesNotKeepTheOthers) {
 
 TEST_F(RegistrationFailure, OfTheScriptsRemovalIsTheResult) {
     ASSERT_EQ(Register(), S_OK);
-    const ImportPatch noRegistrar(LibraryUnderTest(), "CoCreateInstance", NoClass);
     {
         const ImportPatch refused(LibraryUnderTest(), "RegDeleteKeyW", RefuseDelete);
         EXPECT_EQ(Unregister(), kFailure);
@@ -153,9 +173,8 @@ TEST_F(RegistrationFailure, OfTheScriptsRemovalIsTheResult) {
     EXPECT_TRUE(HasScriptKeys());
 }
 
-TEST_F(RegistrationFailure, OfTwoStepsReturnsTheFirst) {
+TEST_F(RegistrationFailure, OfTwoStepsBackReturnsTheFirst) {
     ASSERT_EQ(Register(), S_OK);
-    const ImportPatch noRegistrar(LibraryUnderTest(), "CoCreateInstance", NoClass);
     const ImportPatch refusedLibrary(
         LibraryUnderTest(), "UnRegisterTypeLib",
         +[](REFGUID, WORD, WORD, LCID, SYSKIND) -> HRESULT { return TYPE_E_REGISTRYACCESS; });

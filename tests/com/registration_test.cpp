@@ -5,7 +5,6 @@
 #include <objbase.h>
 
 #include <filesystem>
-#include <optional>
 
 #include "tests/com/scratch_registry.h"
 
@@ -114,44 +113,8 @@ TEST_F(Registration, AfterAMoveKnowsTheNewPlaceOnly) {
     EXPECT_EQ(m_registry.Dump(), RegisteredAt(PathOf(moved.Get())));
 }
 
-// In the script's language a quotation mark ends the text.
-TEST_F(Registration, WorksFromAFolderWithAQuotationMark) {
-    const MovedModule moved(L"zarvo's ");
-    ASSERT_NE(moved.Get(), nullptr);
-
-    EXPECT_EQ(Register(moved.Get()), S_OK);
-    EXPECT_EQ(m_registry.Dump(), RegisteredAt(PathOf(moved.Get())));
-    EXPECT_EQ(Unregister(moved.Get()), S_OK);
-    EXPECT_EQ(Left(), RegistryDump());
-}
-
-HRESULT STDAPICALLTYPE NoClass(REFCLSID, LPUNKNOWN, DWORD, REFIID, LPVOID* object) {
-    *object = nullptr;
-    return REGDB_E_CLASSNOTREG;
-}
-
-// With the platform's registrar, and where there is none.
-class RegistrationBy : public Registration, public testing::WithParamInterface<bool> {
-  protected:
-    void SetUp() override {
-        if (!GetParam()) {
-            m_noRegistrar.emplace(LibraryUnderTest(), "CoCreateInstance", NoClass);
-        }
-    }
-
-  private:
-    std::optional<ImportPatch> m_noRegistrar;
-};
-
-TEST_P(RegistrationBy, WritesAndRemovesTheSame) {
-    EXPECT_EQ(Register(), S_OK);
-    EXPECT_EQ(m_registry.Dump(), RegisteredAt(m_path));
-    EXPECT_EQ(Unregister(), S_OK);
-    EXPECT_EQ(Left(), RegistryDump());
-}
-
 // The type library in another language, registered by somebody else.
-TEST_P(RegistrationBy, LeavesWhatIsNotItsOwn) {
+TEST_F(Registration, TakenBackLeavesWhatIsNotItsOwn) {
     ASSERT_EQ(Register(), S_OK);
     const std::wstring version = std::wstring(kLibraryKey) + L"\\1.0";
     HKEY other = nullptr;
@@ -166,8 +129,5 @@ TEST_P(RegistrationBy, LeavesWhatIsNotItsOwn) {
     expected.erase(L"hkcr\\typelib");
     EXPECT_EQ(Left(), expected);
 }
-
-INSTANTIATE_TEST_SUITE_P(Registrars, RegistrationBy, testing::Bool(),
-                         [](const auto& test) { return test.param ? "ThePlatforms" : "OurOwn"; });
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "concurrency/com/registry_keys.h"
+#include "concurrency/com/script_keys.h"
 
 #include <string>
 
@@ -10,11 +10,26 @@ namespace {
 
 // As in concurrency.rgs.
 constexpr wchar_t kLibraryKey[] = L"TypeLib\\{55EC072B-2104-4EBD-A91F-41FA01B7F6E6}";
-constexpr wchar_t kVersionKey[] = L"TypeLib\\{55EC072B-2104-4EBD-A91F-41FA01B7F6E6}\\1.0";
+constexpr wchar_t kVersion[] = L"\\1.0";
 
-HRESULT ResultOf(LSTATUS status) {
-    return HRESULT_FROM_WIN32(static_cast<unsigned long>(status));
+std::wstring LibraryKey(const ClassesRoot& root) {
+    return std::wstring(root.path) + kLibraryKey;
 }
+
+// The first failure among the steps so far.
+class FirstFailure {
+  public:
+    void Note(LSTATUS status) {
+        if (m_status == ERROR_SUCCESS) {
+            m_status = status;
+        }
+    }
+
+    HRESULT Result() const { return HRESULT_FROM_WIN32(static_cast<unsigned long>(m_status)); }
+
+  private:
+    LSTATUS m_status = ERROR_SUCCESS;
+};
 
 bool HasSubkeys(HKEY root, const std::wstring& key) {
     HKEY opened = nullptr;
@@ -37,10 +52,6 @@ LSTATUS RemoveKey(HKEY root, const std::wstring& key) {
     return status == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : status;
 }
 
-std::wstring Below(const ClassesRoot& root, const wchar_t* key) {
-    return std::wstring(root.path) + key;
-}
-
 LSTATUS WriteDefault(HKEY root, const std::wstring& key, const std::wstring& value) {
     HKEY opened = nullptr;
     LSTATUS status = RegCreateKeyExW(root, key.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_SET_VALUE, nullptr,
@@ -55,9 +66,9 @@ LSTATUS WriteDefault(HKEY root, const std::wstring& key, const std::wstring& val
 
 }  // namespace
 
-HRESULT WriteRegistryKeys(HINSTANCE module, RegistrationScope scope) {
+HRESULT WriteScriptKeys(HINSTANCE module, RegistrationScope scope) {
     const ClassesRoot root = ClassesRootOf(scope);
-    const std::wstring version = Below(root, kVersionKey);
+    const std::wstring version = LibraryKey(root) + kVersion;
     const struct {
         std::wstring key;
         std::wstring value;
@@ -67,28 +78,23 @@ HRESULT WriteRegistryKeys(HINSTANCE module, RegistrationScope scope) {
         {version + L"\\FLAGS", L"0"},
         {version + L"\\HELPDIR", L""},
     };
+    FirstFailure failure;
     for (const auto& [key, value] : keys) {
-        if (const LSTATUS status = WriteDefault(root.key, key, value); status != ERROR_SUCCESS) {
-            return ResultOf(status);
-        }
+        failure.Note(WriteDefault(root.key, key, value));
     }
-    return S_OK;
+    return failure.Result();
 }
 
-HRESULT RemoveRegistryKeys(RegistrationScope scope) {
+HRESULT RemoveScriptKeys(RegistrationScope scope) {
     const ClassesRoot root = ClassesRootOf(scope);
-    const std::wstring version = Below(root, kVersionKey);
+    const std::wstring library = LibraryKey(root);
+    const std::wstring version = library + kVersion;
+    FirstFailure failure;
     for (const wchar_t* below : {L"\\HELPDIR", L"\\FLAGS", L"\\0\\win32", L"\\0", L""}) {
-        if (const LSTATUS status = RemoveKey(root.key, version + below); status != ERROR_SUCCESS) {
-            return ResultOf(status);
-        }
+        failure.Note(RemoveKey(root.key, version + below));
     }
-    return S_OK;
-}
-
-void RemoveLibraryKeyIfEmpty(RegistrationScope scope) {
-    const ClassesRoot root = ClassesRootOf(scope);
-    RemoveKey(root.key, Below(root, kLibraryKey));
+    failure.Note(RemoveKey(root.key, library));
+    return failure.Result();
 }
 
 }  // namespace Orvane::Internal
