@@ -51,7 +51,7 @@ std::shared_ptr<CloneableException> CloneableExceptionBase::Clone() const {
 }
 
 void CloneableExceptionBase::Rethrow() const {
-    const bool hasCode = isNamed ? named.code != 0 : com.hresult != 0;
+    const bool hasCode = isNamed ? code != 0 : hresult != 0;
     if (hasCode) {
         ExceptionFactory::Throw(*this);
     }

@@ -14,6 +14,13 @@
 #include <cwchar>
 #include <stdexcept>
 
+// A structure without a name, whose fields are those of the class around it: every compiler has them, the standard does not.
+#if defined(__GNUC__)
+#define ORVANE_UNNAMED_STRUCT __extension__ struct
+#else
+#define ORVANE_UNNAMED_STRUCT struct
+#endif
+
 namespace Orvane {
 
 class ErrorStorage : public std::runtime_error {
@@ -21,17 +28,8 @@ class ErrorStorage : public std::runtime_error {
     // Capacity of `message` in characters, the terminator included.
     static constexpr std::size_t kMessageCapacity = 1024;
 
-    struct ComForm {
-        std::int32_t hresult;
-        GUID guid;
-    };
-    struct NamedForm {
-        const wchar_t* name;
-        std::uint32_t code;
-    };
-
     // An empty record in the COM form, code 0.
-    ErrorStorage() : std::runtime_error("Message not specified"), isNamed(false), message{}, com{} {}
+    ErrorStorage() : std::runtime_error("Message not specified"), isNamed(false), message{}, hresult(0), guid{} {}
 
     ErrorStorage(const ErrorStorage& other) : std::runtime_error(other), isNamed(other.isNamed) { CopyRecord(other); }
 
@@ -46,15 +44,21 @@ class ErrorStorage : public std::runtime_error {
 
     ~ErrorStorage() override = default;
 
-    // Selects the form: false for `com`, true for `named`.
+    // Selects the form: false for `hresult` and `guid`, true for `name` and `code`.
     bool isNamed;
 
     // The wide message, always terminated. May be truncated, and may be there when what() has none.
     wchar_t message[kMessageCapacity];
 
     union {
-        ComForm com;
-        NamedForm named;
+        ORVANE_UNNAMED_STRUCT {
+            std::int32_t hresult;
+            GUID guid;
+        };
+        ORVANE_UNNAMED_STRUCT {
+            const wchar_t* name;
+            std::uint32_t code;
+        };
     };
 
   private:
@@ -66,9 +70,11 @@ class ErrorStorage : public std::runtime_error {
         std::wmemcpy(message, other.message, length);
         message[length] = L'\0';
         if (isNamed) {
-            named = other.named;
+            name = other.name;
+            code = other.code;
         } else {
-            com = other.com;
+            hresult = other.hresult;
+            guid = other.guid;
         }
     }
 };

@@ -38,12 +38,14 @@ template <typename Kind>
 
 ExceptionCOM::ExceptionCOM(const ErrorStorage& error) : ExceptionBase(error) {}
 
-ExceptionCOM::ExceptionCOM(long hresult, const GUID& guid) {
+ExceptionCOM::ExceptionCOM(long failure, const GUID& category) {
     isNamed = false;
-    com = {static_cast<std::int32_t>(hresult), guid};
+    hresult = static_cast<std::int32_t>(failure);
+    guid = category;
 }
 
-ExceptionCOM::ExceptionCOM(long hresult, const GUID& guid, const wchar_t* format, ...) : ExceptionCOM(hresult, guid) {
+ExceptionCOM::ExceptionCOM(long failure, const GUID& category, const wchar_t* format, ...)
+    : ExceptionCOM(failure, category) {
     va_list arguments;
     va_start(arguments, format);
     FormatText(format, arguments);

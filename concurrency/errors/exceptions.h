@@ -26,12 +26,12 @@ class ORVANE_CONCURRENCY_API ExceptionCOM : public ExceptionBase {
     //
     // On purpose: when the text does not fit (1023 characters), the wide message keeps what was written and what()
     // stays "Message not specified".
-    ExceptionCOM(long hresult, const GUID& guid, const wchar_t* format, ...);
+    ExceptionCOM(long failure, const GUID& category, const wchar_t* format, ...);
 
     ~ExceptionCOM() override;
 
   protected:
-    ExceptionCOM(long hresult, const GUID& guid);
+    ExceptionCOM(long failure, const GUID& category);
     void FormatText(const wchar_t* format, va_list arguments);
 };
 

@@ -45,10 +45,10 @@ bool IsFor(const Registration& registration, const ErrorStorage& error) noexcept
         return false;
     }
     if (error.isNamed) {
-        return registration.code == error.named.code && SameName(registration.name, error.named.name);
+        return registration.code == error.code && SameName(registration.name, error.name);
     }
-    return registration.code == static_cast<unsigned long>(error.com.hresult) &&
-           SameGuid(registration.guid, error.com.guid);
+    return registration.code == static_cast<unsigned long>(error.hresult) &&
+           SameGuid(registration.guid, error.guid);
 }
 
 ExceptionFactory::Thrower FindThrower(const ErrorStorage& error) {

@@ -56,8 +56,8 @@ TEST(CloneableExceptionBase, CopiesTheWholeRecordOfTheComForm) {
     const CloneableExceptionBase error(Pointer(ComRecord(-9, kSomeGuid)));
 
     EXPECT_FALSE(error.isNamed);
-    EXPECT_EQ(error.com.hresult, -9);
-    EXPECT_EQ(error.com.guid, kSomeGuid);
+    EXPECT_EQ(error.hresult, -9);
+    EXPECT_EQ(error.guid, kSomeGuid);
     EXPECT_STREQ(error.message, L"wide text");
     EXPECT_STREQ(error.what(), "narrow text");
 }
@@ -66,8 +66,8 @@ TEST(CloneableExceptionBase, CopiesTheWholeRecordOfTheNamedForm) {
     const CloneableExceptionBase error(InternalError(NamedRecord(kSomeName, 77)));
 
     EXPECT_TRUE(error.isNamed);
-    EXPECT_EQ(error.named.name, kSomeName);
-    EXPECT_EQ(error.named.code, 77U);
+    EXPECT_EQ(error.name, kSomeName);
+    EXPECT_EQ(error.code, 77U);
     EXPECT_STREQ(error.message, L"wide text");
     EXPECT_STREQ(error.what(), "narrow text");
 }
@@ -80,8 +80,8 @@ TEST(CloneableExceptionBase, CloneIsOfTheSameTypeAndKeepsTheRecord) {
     EXPECT_EQ(clone.use_count(), 1);
     const auto& error = dynamic_cast<const CloneableExceptionBase&>(*clone);
     EXPECT_EQ(typeid(error), typeid(CloneableExceptionBase));
-    EXPECT_EQ(error.com.hresult, -9);
-    EXPECT_EQ(error.com.guid, kSomeGuid);
+    EXPECT_EQ(error.hresult, -9);
+    EXPECT_EQ(error.guid, kSomeGuid);
     EXPECT_STREQ(error.message, L"wide text");
     EXPECT_STREQ(error.what(), "narrow text");
 }
@@ -121,7 +121,7 @@ TEST(CloneableExceptionBase, RethrownExceptionHasTheWholeRecord) {
         error.Clone()->Rethrow();
         FAIL() << "returned";
     } catch (const Pointer& thrown) {
-        EXPECT_EQ(thrown.com.hresult, kEPointer);
+        EXPECT_EQ(thrown.hresult, kEPointer);
         EXPECT_STREQ(thrown.message, L"wide text");
         EXPECT_STREQ(thrown.what(), "narrow text");
     }

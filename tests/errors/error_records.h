@@ -24,7 +24,8 @@ inline void SetMessages(Orvane::ErrorStorage& error, const char* narrow, const s
 inline Orvane::ErrorStorage ComRecord(long hresult, const GUID& guid) {
     Orvane::ErrorStorage error;
     error.isNamed = false;
-    error.com = {static_cast<std::int32_t>(hresult), guid};
+    error.hresult = static_cast<std::int32_t>(hresult);
+    error.guid = guid;
     SetMessages(error, "narrow text", L"wide text");
     return error;
 }
@@ -32,7 +33,8 @@ inline Orvane::ErrorStorage ComRecord(long hresult, const GUID& guid) {
 inline Orvane::ErrorStorage NamedRecord(const wchar_t* name, unsigned int code) {
     Orvane::ErrorStorage error;
     error.isNamed = true;
-    error.named = {name, code};
+    error.name = name;
+    error.code = code;
     SetMessages(error, "narrow text", L"wide text");
     return error;
 }

@@ -37,19 +37,19 @@ TEST(ErrorStorage, HoldsItsFieldsInTheirOrder) {
 
     EXPECT_GE(OffsetOf(error, error.isNamed), static_cast<std::ptrdiff_t>(sizeof(std::runtime_error)));
     EXPECT_LT(OffsetOf(error, error.isNamed), OffsetOf(error, error.message));
-    EXPECT_LT(OffsetOf(error, error.message), OffsetOf(error, error.com.hresult));
-    EXPECT_LT(OffsetOf(error, error.com.hresult), OffsetOf(error, error.com.guid));
-    EXPECT_LT(OffsetOf(error, error.named.name), OffsetOf(error, error.named.code));
+    EXPECT_LT(OffsetOf(error, error.message), OffsetOf(error, error.hresult));
+    EXPECT_LT(OffsetOf(error, error.hresult), OffsetOf(error, error.guid));
+    EXPECT_LT(OffsetOf(error, error.name), OffsetOf(error, error.code));
 }
 
 TEST(ErrorStorage, KeepsBothFormsInTheSameStorage) {
     const ErrorStorage error;
 
-    EXPECT_EQ(OffsetOf(error, error.com.hresult), OffsetOf(error, error.named.name));
-    static_assert(std::is_same_v<decltype(error.com.hresult), std::int32_t>);
-    static_assert(std::is_same_v<decltype(error.named.name), const wchar_t*>);
-    static_assert(std::is_same_v<decltype(error.named.code), std::uint32_t>);
-    static_assert(sizeof(error.com.guid) == 16);
+    EXPECT_EQ(OffsetOf(error, error.hresult), OffsetOf(error, error.name));
+    static_assert(std::is_same_v<decltype(error.hresult), std::int32_t>);
+    static_assert(std::is_same_v<decltype(error.name), const wchar_t*>);
+    static_assert(std::is_same_v<decltype(error.code), std::uint32_t>);
+    static_assert(sizeof(error.guid) == 16);
 }
 
 TEST(ErrorStorage, HasRoomFor1024CharactersWithTheTerminator) {
@@ -68,8 +68,8 @@ TEST(ErrorStorage, CopyOfAComRecordKeepsHresultAndGuid) {
     const ErrorStorage copy(error);
 
     EXPECT_FALSE(copy.isNamed);
-    EXPECT_EQ(copy.com.hresult, -5);
-    EXPECT_EQ(copy.com.guid, kSomeGuid);
+    EXPECT_EQ(copy.hresult, -5);
+    EXPECT_EQ(copy.guid, kSomeGuid);
 }
 
 TEST(ErrorStorage, CopyOfANamedRecordKeepsNameAndCode) {
@@ -78,15 +78,15 @@ TEST(ErrorStorage, CopyOfANamedRecordKeepsNameAndCode) {
     const ErrorStorage copy(error);
 
     EXPECT_TRUE(copy.isNamed);
-    EXPECT_EQ(copy.named.name, kSomeName);  // the pointer: the name is borrowed
-    EXPECT_EQ(copy.named.code, 4'000'000'000U);
+    EXPECT_EQ(copy.name, kSomeName);  // the pointer: the name is borrowed
+    EXPECT_EQ(copy.code, 4'000'000'000U);
 }
 
 TEST(ErrorStorage, CopyKeepsANullName) {
     const ErrorStorage copy(NamedRecord(nullptr, 1));
 
     EXPECT_TRUE(copy.isNamed);
-    EXPECT_EQ(copy.named.name, nullptr);
+    EXPECT_EQ(copy.name, nullptr);
 }
 
 TEST(ErrorStorage, CopyKeepsBothMessages) {
@@ -116,7 +116,7 @@ TEST(ErrorStorage, CopyOfAMessageWithoutTerminatorIsBoundedAndTerminated) {
     const ErrorStorage copy(error);
 
     EXPECT_EQ(copy.message, std::wstring(1023, L'y'));
-    EXPECT_EQ(copy.com.hresult, 7);
+    EXPECT_EQ(copy.hresult, 7);
 }
 
 TEST(ErrorStorage, AssignmentTakesOverTheOtherForm) {
@@ -125,13 +125,13 @@ TEST(ErrorStorage, AssignmentTakesOverTheOtherForm) {
 
     named = com;
     EXPECT_FALSE(named.isNamed);
-    EXPECT_EQ(named.com.hresult, -5);
-    EXPECT_EQ(named.com.guid, kSomeGuid);
+    EXPECT_EQ(named.hresult, -5);
+    EXPECT_EQ(named.guid, kSomeGuid);
 
     com = NamedRecord(kSomeName, 3);
     EXPECT_TRUE(com.isNamed);
-    EXPECT_EQ(com.named.name, kSomeName);
-    EXPECT_EQ(com.named.code, 3U);
+    EXPECT_EQ(com.name, kSomeName);
+    EXPECT_EQ(com.code, 3U);
 }
 
 TEST(ErrorStorage, AssignmentReplacesBothMessages) {
@@ -151,7 +151,7 @@ TEST(ErrorStorage, AssignmentToItselfChangesNothing) {
 
     error = same;
 
-    EXPECT_EQ(error.named.name, kSomeName);
+    EXPECT_EQ(error.name, kSomeName);
     EXPECT_STREQ(error.message, L"wide text");
 }
 
@@ -162,8 +162,8 @@ TEST(ErrorStorage, IsARuntimeError) {
 
     const ExceptionBase error(NamedRecord(kSomeName, 9));
 
-    EXPECT_EQ(error.named.name, kSomeName);
-    EXPECT_EQ(error.named.code, 9U);
+    EXPECT_EQ(error.name, kSomeName);
+    EXPECT_EQ(error.code, 9U);
     EXPECT_STREQ(error.what(), "narrow text");
 }
 

@@ -23,8 +23,8 @@ TEST(ExceptionComMessage, ExceptionTakesTheComFormWithTheGivenCodeAndGuid) {
     const ExceptionCOM error(kSomeHresult, kSomeGuid, L"text");
 
     EXPECT_FALSE(error.isNamed);
-    EXPECT_EQ(error.com.hresult, kSomeHresult);
-    EXPECT_EQ(error.com.guid, kSomeGuid);
+    EXPECT_EQ(error.hresult, kSomeHresult);
+    EXPECT_EQ(error.guid, kSomeGuid);
 }
 
 TEST(ExceptionComMessage, NullFormatLeavesBothMessagesAsTheyWere) {
@@ -32,7 +32,7 @@ TEST(ExceptionComMessage, NullFormatLeavesBothMessagesAsTheyWere) {
 
     EXPECT_STREQ(error.message, L"");
     EXPECT_STREQ(error.what(), kUnspecified);
-    EXPECT_EQ(error.com.hresult, kSomeHresult);
+    EXPECT_EQ(error.hresult, kSomeHresult);
 }
 
 TEST(ExceptionComMessage, FormatsItsArguments) {
@@ -143,8 +143,8 @@ TEST(Unexpected, StandsForEUnexpectedWithTheZeroGuid) {
     const Unexpected error(L"in %s", L"the test");
 
     EXPECT_FALSE(error.isNamed);
-    EXPECT_EQ(error.com.hresult, static_cast<long>(0x8000FFFF));
-    EXPECT_EQ(error.com.guid, kZeroGuid);
+    EXPECT_EQ(error.hresult, static_cast<long>(0x8000FFFF));
+    EXPECT_EQ(error.guid, kZeroGuid);
     EXPECT_STREQ(error.message, L"in the test");
     EXPECT_STREQ(error.what(), "in the test");
 }
@@ -166,7 +166,7 @@ TEST(Unexpected, WithANullFormatHasNoMessage) {
 
     EXPECT_STREQ(error.message, L"");
     EXPECT_STREQ(error.what(), kUnspecified);
-    EXPECT_EQ(error.com.hresult, static_cast<long>(0x8000FFFF));
+    EXPECT_EQ(error.hresult, static_cast<long>(0x8000FFFF));
 }
 
 TEST(Unexpected, BuiltFromMoreThan1023CharactersHasACutMessageAndWhatSaysMessageNotSpecified) {

@@ -92,8 +92,8 @@ TEST(ExceptionRegistration, EachThrowerThrowsTheKindOfItsKeyWithTheRecordItIsGiv
             ADD_FAILURE() << "returned";
         } catch (const ErrorStorage& error) {
             EXPECT_EQ(typeid(error), kKeys[index].kind);
-            EXPECT_EQ(error.com.hresult, 12345);
-            EXPECT_EQ(error.com.guid, kSomeGuid);
+            EXPECT_EQ(error.hresult, 12345);
+            EXPECT_EQ(error.guid, kSomeGuid);
             EXPECT_STREQ(error.message, L"wide text");
         }
     }
@@ -118,7 +118,7 @@ TEST(ExceptionRegistration, FactoryThrowsACopyOfTheWholeRecord) {
         } catch (const ErrorStorage& error) {
             EXPECT_NE(&error, &record);
             EXPECT_EQ(error.isNamed, key.isNamed);
-            EXPECT_EQ(key.isNamed ? error.named.code : static_cast<unsigned long>(error.com.hresult), key.code);
+            EXPECT_EQ(key.isNamed ? error.code : static_cast<unsigned long>(error.hresult), key.code);
             EXPECT_STREQ(error.message, L"wide text");
             EXPECT_STREQ(error.what(), "narrow text");
         }

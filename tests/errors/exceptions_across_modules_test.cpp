@@ -121,8 +121,8 @@ TEST_F(ExceptionsAcrossModules, RecordArrivesWhole) {
         m_throw(ThrownKind::kPointer);
         FAIL() << "nothing was thrown";
     } catch (const Pointer& error) {
-        EXPECT_EQ(error.com.hresult, 42);
-        EXPECT_EQ(error.com.guid, kSomeGuid);
+        EXPECT_EQ(error.hresult, 42);
+        EXPECT_EQ(error.guid, kSomeGuid);
         EXPECT_STREQ(error.message, L"wide text");
         EXPECT_STREQ(error.what(), "narrow text");
     }

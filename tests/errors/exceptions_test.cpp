@@ -70,8 +70,8 @@ TYPED_TEST(ExceptionKind, CopiesTheRecordOfTheComForm) {
     const TypeParam error(ComRecord(-17, kSomeGuid));
 
     EXPECT_FALSE(error.isNamed);
-    EXPECT_EQ(error.com.hresult, -17);
-    EXPECT_EQ(error.com.guid, kSomeGuid);
+    EXPECT_EQ(error.hresult, -17);
+    EXPECT_EQ(error.guid, kSomeGuid);
     EXPECT_STREQ(error.message, L"wide text");
     EXPECT_STREQ(error.what(), "narrow text");
 }
@@ -80,8 +80,8 @@ TYPED_TEST(ExceptionKind, CopiesTheRecordOfTheNamedForm) {
     const TypeParam error(NamedRecord(kSomeName, 23));
 
     EXPECT_TRUE(error.isNamed);
-    EXPECT_EQ(error.named.name, kSomeName);
-    EXPECT_EQ(error.named.code, 23U);
+    EXPECT_EQ(error.name, kSomeName);
+    EXPECT_EQ(error.code, 23U);
     EXPECT_STREQ(error.message, L"wide text");
     EXPECT_STREQ(error.what(), "narrow text");
 }

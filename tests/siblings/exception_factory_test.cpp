@@ -41,14 +41,16 @@ void ThrowNothing(const ErrorStorage&) {}
 ErrorStorage ComError(const GUID& guid, std::int32_t hresult) {
     ErrorStorage error;
     error.isNamed = false;
-    error.com = {hresult, guid};
+    error.hresult = hresult;
+    error.guid = guid;
     return error;
 }
 
 ErrorStorage NamedError(const wchar_t* name, std::uint32_t code) {
     ErrorStorage error;
     error.isNamed = true;
-    error.named = {name, code};
+    error.name = name;
+    error.code = code;
     return error;
 }
 
@@ -119,7 +121,7 @@ TEST(ExceptionFactory, ThrowerGetsTheWholeRecord) {
         FAIL() << "returned";
     } catch (const ExceptionBase& caught) {
         EXPECT_STREQ(caught.message, L"what happened");
-        EXPECT_EQ(caught.com.hresult, E_FAIL);
+        EXPECT_EQ(caught.hresult, E_FAIL);
     }
 }
 
@@ -132,8 +134,8 @@ TEST(ExceptionFactory, UnknownKeyThrowsTheRecordItself) {
     } catch (const ExceptionBase& caught) {
         EXPECT_EQ(typeid(caught), typeid(ExceptionBase));
         EXPECT_TRUE(caught.isNamed);
-        EXPECT_STREQ(caught.named.name, L"nobody knows");
-        EXPECT_EQ(caught.named.code, 7u);
+        EXPECT_STREQ(caught.name, L"nobody knows");
+        EXPECT_EQ(caught.code, 7u);
         EXPECT_STREQ(caught.message, L"what happened");
     }
     EXPECT_THROW(ExceptionFactory::Throw(ComError(kOtherGuid, E_ABORT)), ExceptionBase);
@@ -203,7 +205,7 @@ TEST(ExceptionFactory, AnotherDllRegistersAndThrowsInItsStaticConstructor) {
 TEST(ExceptionFactory, ThrowerRunsWithoutALock) {
     ExceptionFactory::Register(nullptr, 1, [](const ErrorStorage& error) {
         Thread([] { ExceptionFactory::Register(nullptr, 2, ThrowNumbered<2>); }).join();
-        ExceptionFactory::Throw(NamedError(nullptr, error.named.code + 1));
+        ExceptionFactory::Throw(NamedError(nullptr, error.code + 1));
     });
     EXPECT_THROW(ExceptionFactory::Throw(NamedError(nullptr, 1)), Numbered<2>);
 }

@@ -5,7 +5,7 @@
 namespace {
 
 void ThrowNumber(const Orvane::ErrorStorage& error) {
-    throw static_cast<unsigned>(error.named.code);
+    throw static_cast<unsigned>(error.code);
 }
 
 unsigned g_thrown = 0;
@@ -15,7 +15,8 @@ struct Registrar {
         Orvane::ExceptionFactory::Register(L"registered at load", 3, ThrowNumber);
         Orvane::ErrorStorage error;
         error.isNamed = true;
-        error.named = {L"registered at load", 3};
+        error.name = L"registered at load";
+        error.code = 3;
         try {
             Orvane::ExceptionFactory::Throw(error);
         } catch (const unsigned number) {

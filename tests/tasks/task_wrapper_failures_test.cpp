@@ -27,7 +27,7 @@ TEST(TaskWrapper, FrameworkErrorIsKeptAndThrownAgainAsItsKind) {
         FAIL() << "nothing was thrown";
     } catch (const AccessDenied& error) {
         EXPECT_STREQ(error.message, L"file 3");
-        EXPECT_EQ(error.com.hresult, static_cast<std::int32_t>(E_ACCESSDENIED));
+        EXPECT_EQ(error.hresult, static_cast<std::int32_t>(E_ACCESSDENIED));
     }
 }
 
