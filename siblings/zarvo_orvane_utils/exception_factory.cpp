@@ -47,8 +47,7 @@ bool IsFor(const Registration& registration, const ErrorStorage& error) noexcept
     if (error.isNamed) {
         return registration.code == error.code && SameName(registration.name, error.name);
     }
-    return registration.code == static_cast<unsigned long>(error.hresult) &&
-           SameGuid(registration.guid, error.guid);
+    return registration.code == static_cast<unsigned long>(error.hresult) && SameGuid(registration.guid, error.guid);
 }
 
 ExceptionFactory::Thrower FindThrower(const ErrorStorage& error) {

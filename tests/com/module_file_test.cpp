@@ -135,8 +135,8 @@ TEST(SiblingImports, AreThoseOfTheReviewedListAndNoOthers) {
     ASSERT_FALSE(reviewed.empty()) << ZARVO_REVIEWED_IMPORTS;
     auto imports = Image("ZarvoConcurrency.dll").Imports();
     for (const ReviewedImport& import : reviewed) {
-        const auto found = std::erase_if(
-            imports[import.dll], [&import](const std::string& name) { return import.names.contains(name); });
+        const auto found = std::erase_if(imports[import.dll],
+                                         [&import](const std::string& name) { return import.names.contains(name); });
         EXPECT_EQ(found, 1U) << import.what << " is in the list and not imported";
     }
     for (const char* dll : {"zarvologging.dll", "zarvoorvanelogging.dll", "zarvoorvaneutils.dll"}) {
