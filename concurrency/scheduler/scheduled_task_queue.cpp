@@ -14,8 +14,8 @@ namespace Orvane::Internal {
 
 namespace {
 
-// What the system adds to a timed wait of a thread at rest, to let wake-ups fall together. Asked for so much less, the
-// thread wakes when it wants to. Where nothing is added it wakes too soon, and waits once more for what is left.
+// The system lengthens timed waits by about this much, so that wake-ups fall together. So the thread asks for less. Where
+// the system adds nothing, it wakes too soon and waits once more for the rest.
 constexpr Duration kSlack = std::chrono::microseconds(50);
 
 }  // namespace
@@ -44,8 +44,8 @@ void ScheduledTaskQueue::Push(ScheduledTask task) {
     bool wake = false;
     {
         const RankedLock lock(m_lock);
-        // Whoever comes later does not change how long the thread may sleep. But if it sleeps although the first is due,
-        // the clock was set forward or the machine was suspended.
+        // A task that is not the earliest does not change how long the thread may sleep. But if the thread sleeps although
+        // the earliest is due, the clock was set forward or the machine was suspended.
         wake = m_heap.empty() || m_heap.front() > task || (m_wake.HasWaiters() && m_heap.front().IsExpired());
         m_heap.push_back(std::move(task));
         std::push_heap(m_heap.begin(), m_heap.end(), std::greater<>());
@@ -57,11 +57,19 @@ void ScheduledTaskQueue::Push(ScheduledTask task) {
 
 bool ScheduledTaskQueue::PopExpired(ScheduledTask& due) {
     const RankedLock lock(m_lock);
-    if (m_heap.empty() || !m_heap.front().IsExpired()) {
+    if (m_heap.empty() || m_heap.front().GetStartTime() > m_lastDue || !m_heap.front().IsExpired()) {
         return false;
     }
     due = TakeTop();
     return true;
+}
+
+void ScheduledTaskQueue::PutBack(ScheduledTask task, const TimePoint& lastStart) {
+    const bool movesOn = task.GetStartTime() > lastStart;
+    if (!movesOn && IsStopped()) {
+        task = ScheduledTask(task.GetTask(), (TimePoint::max)(), Duration::zero());
+    }
+    Push(std::move(task));
 }
 
 bool ScheduledTaskQueue::WaitForNextStart() {
@@ -84,8 +92,14 @@ void ScheduledTaskQueue::Stop() {
     {
         const RankedLock lock(m_lock);
         m_stop = true;
+        m_lastDue = (std::min)(m_lastDue, WallClock::now());  // the first stop counts
     }
     m_wake.notify_all();
+}
+
+bool ScheduledTaskQueue::IsStopped() {
+    const RankedLock lock(m_lock);
+    return m_stop;
 }
 
 // Needs m_lock.

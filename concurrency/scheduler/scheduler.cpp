@@ -1,5 +1,7 @@
 #include "concurrency/scheduler/scheduler.h"
 
+#include <utility>
+
 #include "concurrency/base/initialization_count.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/threadpool/global_thread_pool.h"
@@ -36,9 +38,10 @@ void Scheduler::Run() {
             }
             continue;
         }
+        const TimePoint start = due.GetStartTime();
         Dispatch(due.GetTask());
         if (due.Reschedule()) {
-            m_queue->Push(due);
+            m_queue->PutBack(std::move(due), start);
         }
     }
 }

@@ -3,7 +3,8 @@
 // Threads: one thread of its own. Destroy it on another.
 // Errors: std::system_error (resource_unavailable_try_again) if the thread cannot be started. An exception on the
 //     scheduler's thread ends the process.
-// Lifetime: the destructor hands over what is due, ends the thread and reports what is left in the queue.
+// Lifetime: the destructor hands over what was due when it began, periods that were missed included, ends the thread and
+//     reports what is left in the queue.
 #pragma once
 
 #include <memory>

@@ -131,6 +131,19 @@ TEST(ScheduledTaskQueue, StillHandsOutWhatIsDueWhenStopped) {
     EXPECT_EQ(PopAll(queue).size(), 2U);
 }
 
+TEST(ScheduledTaskQueue, KeepsWhatFallsDueAfterTheStop) {
+    const TimePoint stop = Now();
+    FakeWallClock clock(stop);
+    ScheduledTaskQueue queue;
+    queue.Push(Due(stop + kTick));
+    queue.Stop();
+    clock.Set(stop + 1h);
+    queue.Push(Due(stop + 1h));
+    queue.Push(Due(stop));
+
+    EXPECT_EQ(PopAll(queue), std::vector<TimePoint>{stop});
+}
+
 TEST(ScheduledTaskQueue, LosesNothingThatManyThreadsPush) {
     constexpr int kThreads = 8;
     constexpr int kEach = 200;

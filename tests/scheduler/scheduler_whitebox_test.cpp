@@ -18,6 +18,7 @@
 #include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/scheduler/scheduler_teardown.h"
 #include "concurrency/tasks/make_task.h"
+#include "tests/scheduler/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/probe_task.h"
 #include "tests/support/eventually.h"
@@ -101,6 +102,59 @@ TEST(SchedulerTeardown, HandsOverWhatIsDueAndOnlyThat) {
     EXPECT_EQ(runs, 10);
     ASSERT_EQ(reports.Count(L"Schedule"), 1U);
     EXPECT_EQ(reports.Matching(L"Schedule").front().arguments, Arguments(L"later"));
+}
+
+// A scheduler that is stopped in the first turn of a busy task, at the moment `m_stop`. Each turn takes two hours. After
+// kMany turns the clock stands, so that a scheduler which never catches up ends as well, and fails the test.
+class SchedulerStop : public testing::Test {
+  protected:
+    static constexpr int kMany = 200;
+
+    int TurnsOf(TimePoint start, Duration interval) {
+        Gate inFirstTurn;
+        Gate release;
+        m_probe->busy = true;
+        m_probe->whenAsked = [&] {
+            if (m_probe->asked == 0) {
+                inFirstTurn.Open();
+                release.Wait();
+            }
+            if (m_probe->asked < kMany) {
+                m_clock.Set(m_stop + (m_probe->asked + 1) * 2h);
+            } else {
+                m_probe->cancelled = true;
+            }
+        };
+        {
+            const Scheduler scheduler;
+            scheduler.Queue()->Push(ScheduledTask(m_probe.MakeTask(L"Slow"), start, interval));
+            inFirstTurn.Wait();
+            scheduler.Queue()->Stop();
+            release.Open();
+        }
+        return m_probe->asked;
+    }
+
+    const TimePoint m_stop = Now();
+    FakeWallClock m_clock{m_stop};
+    const RecordedReports m_reports;
+    const Probe m_probe;
+    const ConcurrencyLifetime m_lifetime;
+};
+
+TEST_F(SchedulerStop, EndsAlthoughEachTurnTakesLongerThanTheInterval) {
+    EXPECT_EQ(TurnsOf(m_stop, 1h), 1);
+    EXPECT_EQ(m_reports.Count(L"Schedule"), 1U) << "the task is still in the schedule";
+}
+
+TEST_F(SchedulerStop, CatchesUpThePeriodsThatWereMissedBefore) {
+    EXPECT_EQ(TurnsOf(m_stop - 3h, 1h), 4);
+    EXPECT_EQ(m_reports.Count(L"Schedule"), 1U) << "the task is still in the schedule";
+}
+
+TEST_F(SchedulerStop, EndsBesideATaskThatStaysDue) {
+    EXPECT_EQ(TurnsOf(m_stop, -1h), 1);
+    EXPECT_EQ(m_reports.Count(L"Schedule"), 1U) << "the task is still in the schedule";
 }
 
 // What the end of a callable does is the user's code, and it may come at any time and on this thread.
