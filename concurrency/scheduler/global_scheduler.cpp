@@ -53,4 +53,7 @@ void GlobalScheduler::Insert(ScheduledTask task) {
     GetOrCreateQueue()->Push(std::move(task));
 }
 
+GlobalScheduler& GlobalScheduler::operator=(const GlobalScheduler&) = default;
+GlobalScheduler& GlobalScheduler::operator=(GlobalScheduler&&) noexcept = default;
+
 }  // namespace Orvane::Internal

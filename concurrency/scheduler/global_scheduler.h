@@ -13,14 +13,22 @@ namespace Orvane::Internal {
 
 class ORVANE_CONCURRENCY_API GlobalScheduler {
   public:
-    // Hands the task to the thread pool when its start has come, and again after every interval until it is cancelled.
+    // Hands the task to the thread pool at its start, and again after every interval until it is cancelled. Everything
+    // before Insert() is visible to the runs.
     //
-    // On purpose: nothing is reset here. A task runs once, however often it is handed over, unless each run ends with a
-    // reset, as those of Schedule() do (TrackerImpl::UpdateWrapper).
+    // If the run before is still under way or queued, the scheduler skips the period and queues a task that reports it.
+    // Missed periods are caught up, each with a run or a report.
     //
-    // A run that would overlap the one before it is skipped, and a task that reports it is queued instead. Missed
-    // periods are caught up.
+    // The last uninitialisation still hands over what was due when it began, missed periods included. Tasks that fall due
+    // later stay in the schedule and are reported there.
+    //
+    // On purpose: the scheduler resets no task. A task runs once, however often it is handed over, unless each run ends
+    // with a reset, as those of Schedule() do (TrackerImpl::UpdateWrapper).
     static void Insert(ScheduledTask task);
+
+    // On purpose: there is nothing to assign, but both are part of the exported interface.
+    GlobalScheduler& operator=(const GlobalScheduler&);
+    GlobalScheduler& operator=(GlobalScheduler&&) noexcept;
 };
 
 }  // namespace Orvane::Internal
