@@ -2,16 +2,17 @@
 //
 //     Tracker heartbeat = Orvane::Schedule(L"Heartbeat", 0s, 10s, [&monitor] { monitor.Beat(); });
 //     ...
-//     heartbeat.Cancel();   // or Wait(), or let it go: the destructor cancels and waits
+//     heartbeat.Cancel();   // or Wait(), or drop it: the destructor cancels and waits
 //
-// Threads: any. The callable runs on the pool's workers, one run at a time.
+// Threads: any. The callable runs on the pool's workers, one run at a time. Each run sees everything before Schedule() and
+//     everything in the runs before it.
 // Cancellation: inside the callable, CancellationPoint() and the cancellable waits leave when the tracker cancels.
 // Errors: std::bad_alloc, std::system_error, what copying the callable throws; nothing is scheduled then. An empty
-//     function is taken, and ends the process at its first run.
+//     function is accepted, and ends the process at its first run.
 // Lifetime: the callable is copied for every run. What it refers to must live until the last copy of the returned
-//     Tracker is gone. It must not hold that Tracker, nor let its last copy go.
-// Units: any durations and system-clock time points; cut to whole 100 ns (an interval below that is 0: once), saturated at
-//     the ends of time: a second start beyond the end of time never comes.
+//     Tracker is gone. The callable must not hold that Tracker, nor drop its last copy.
+// Units: any durations and system-clock time points. They are cut to whole 100 ns, so a shorter interval is 0: once. They
+//     saturate at the ends of time: a second start beyond the end of time never comes.
 #pragma once
 
 #include <algorithm>

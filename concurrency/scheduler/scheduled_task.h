@@ -1,11 +1,14 @@
 // A task, the time its next run is due, and the period of its runs.
 //
-// Threads: a plain value; copies share the task, which is thread-safe.
+// Threads: a plain value. Copies share the task, which is thread-safe.
+// Waiting: Wait() pumps no messages. If the task calls back into the thread that waits (its window, its COM apartment),
+//     both hang.
 // Cancellation: Wait() is a cancellation point of the calling thread's own task.
-// Errors: what the task's operations throw; nothing of its own. Nothing is checked: a start in the past is due at once.
+// Errors: what the task's operations throw. Nothing is checked here: a start in the past is due at once.
 // Units: ticks of 100 ns of the system clock. Interval 0 means once.
 //
-// On purpose: any interval but 0 is recurrent. A negative one moves the start into the past, so the task stays due.
+// On purpose: every interval but 0 is recurrent. A negative one moves the start into the past, so the task stays due, and
+// the scheduler comes to no later task until it is cancelled.
 #pragma once
 
 #include "concurrency/base/export.h"
@@ -36,12 +39,12 @@ class ORVANE_CONCURRENCY_API ScheduledTask {
     // Cancels the task, in all copies. In the task's own run it throws CancelRequestedException.
     void Cancel();
 
-    // Waits for the run that is under way or, if there is none, for the next one. Afterwards the task is cancelled: a
-    // recurrent one is not run again.
+    // Waits for the run that is under way. Between two runs it waits for the next one. Afterwards the task is cancelled: a
+    // recurrent one does not run again.
     void Wait();
 
-    // Moves the start on by one interval, whatever the time is now: periods that were missed fall due at once. Returns
-    // false and changes nothing for a task that runs once or is cancelled.
+    // Moves the start on by one interval, no matter what time it is: missed periods fall due at once. Returns false and
+    // changes nothing if the task runs once or is cancelled.
     bool Reschedule();
 
     // Whether this start is later than the other's.

@@ -1,13 +1,17 @@
-// A handle on a scheduled task: cancel it, wait for it, or let the last copy go, which does both.
+// A handle on a scheduled task. Cancel it, wait for it, or drop the last copy, which does both.
 //
-// Threads: separate copies may be used from separate threads; one object must not be assigned on one thread while it is
-//     used on another. Set the task before you share copies or insert it.
+// After the destructor of the last copy has returned, no run of a task that Schedule() made is under way, and none will
+// come. Everything in its runs is visible then.
+//
+// Threads: separate copies may be used from separate threads. Do not assign one object on one thread while another thread
+//     uses it. Set the task before you share copies or insert the task.
+// Waiting: Wait() and the destructor pump no messages. If the job calls back into the thread that waits for it (its
+//     window, its COM apartment), both hang. Wait on another thread.
 // Cancellation: Wait() is a cancellation point of the calling thread's own task.
-// Errors: what the task's operations throw. In the destructor a failure ends the process, and so does a run that does
-//     not answer its cancellation for 30 s.
-// Lifetime: drop the last copy anywhere but inside the tracked task's own run, where cancelling would have to stop the
-//     destructor itself: the process ends then. A callable that holds a Tracker of its own task keeps both for ever. A
-//     moved-from Tracker may only be assigned or destroyed.
+// Errors: what the task's operations throw. An error in the destructor ends the process, and so does a run that does not
+//     answer its cancellation in time (Task::Wait).
+// Lifetime: do not drop the last copy inside the tracked task's own run: the process ends. A callable that holds a Tracker
+//     of its own task keeps both for ever. A moved-from Tracker may only be assigned or destroyed.
 #pragma once
 
 #include <memory>
@@ -32,17 +36,17 @@ class ORVANE_CONCURRENCY_API Tracker {
     Tracker& operator=(Tracker&&) noexcept;
     ~Tracker();
 
-    // Tracks `task` from now on, for all copies. The one before goes on, uncancelled. Hand the same scheduled task to
-    // GlobalScheduler::Insert. It runs once, unless its callable does its work through TrackerImpl::UpdateWrapper(), as
-    // the one that Schedule() makes does.
+    // Tracks `task` from now on, for all copies. The task tracked before goes on, uncancelled. Hand the same scheduled task
+    // to GlobalScheduler::Insert(). It runs once, unless its callable works through TrackerImpl::UpdateWrapper(), as those
+    // of Schedule() do.
     void SetTask(const Internal::ScheduledTask& task);
 
-    // Cancels the task and its schedule; nothing before SetTask(). In the task's own run it throws
-    // CancelRequestedException.
+    // Cancels the task and its schedule. Does nothing before SetTask(). In the task's own run it throws
+    // CancelRequestedException. A run that has done its work, and has reset the task for the next one, is not asked.
     void Cancel();
 
-    // Waits for the run that is under way or, between runs, for the next one, however far away that is; nothing before
-    // SetTask(). Afterwards the task is cancelled: a wait ends a recurrent schedule.
+    // Waits for the run that is under way. Between two runs it waits for the next one, however far away that is. Does
+    // nothing before SetTask(). Afterwards the task is cancelled: a wait ends a recurrent schedule.
     void Wait();
 
   private:

@@ -1,11 +1,8 @@
-// What the copies of a Tracker share: the tracked task, and the run-time companion of its work.
+// What the copies of a Tracker share: the tracked task, and UpdateWrapper(), through which its callable does its work.
 //
-// Threads: the fields are not locked: set the task before the impl is shared or the task is inserted. Cancel() and
-//     Wait() may then be called from any thread.
-// Cancellation: Wait() is a cancellation point of the calling thread's own task.
-// Errors: what the task's operations throw.
-// Lifetime: the destructor cancels the task and waits for its run. It must not run inside that very run: the process
-//     ends then (see Tracker).
+// Threads: no lock guards the fields. Set the task before you share the impl or insert the task. Then any thread may call
+//     Cancel() and Wait(). The run counters are for the runs alone: other threads may see old values.
+// Waiting, cancellation, errors, lifetime: as with Tracker.
 #pragma once
 
 #include <cstdint>
@@ -26,15 +23,16 @@ class ORVANE_CONCURRENCY_API TrackerImpl : private ScheduledTask {
     using ScheduledTask::GetTask;
     using ScheduledTask::IsRecurrent;
 
-    // Tracks another task from now on. The one before is let go, not cancelled.
+    // Tracks another task from now on. The task tracked before goes on, uncancelled.
     void SetTask(const ScheduledTask& task);
 
-    // Nothing before SetTask().
+    // These do nothing before SetTask().
     void Cancel();
     void Wait();
 
-    // Runs `work` on behalf of the tracked task and makes a recurrent task runnable once more, whether `work` returned
-    // or threw. Instantiated for std::function<void()>, whose empty value throws std::bad_function_call.
+    // Runs `work`. Then it resets a recurrent task, so that its next run can come, whether `work` returned or threw. A
+    // Wait() that began before the reset waits for the old future: this run completes it. Instantiated for
+    // std::function<void()>; an empty one throws std::bad_function_call.
     template <typename Work>
     void UpdateWrapper(Work work);  // NOLINT(performance-unnecessary-value-param): a copy for each run
 
@@ -42,8 +40,8 @@ class ORVANE_CONCURRENCY_API TrackerImpl : private ScheduledTask {
     friend struct FieldOrder;
 
     bool m_isTaskSet = false;
-    std::uint32_t m_runsStarted = 0;  // by UpdateWrapper(), on the thread that runs the task
-    std::uint32_t m_runsFinished = 0;  // the runs among them whose work returned
+    std::uint32_t m_runsStarted = 0;  // changed by UpdateWrapper(), on the thread that runs the task
+    std::uint32_t m_runsFinished = 0;  // those whose work returned
 };
 
 extern template void TrackerImpl::UpdateWrapper(std::function<void()> work);
