@@ -1,11 +1,11 @@
 // A condition for a RankedLock, whatever mutex it is on. Its members are named as the standard's.
 //
-// Where the toolchain's mutexes are the platform's critical sections, it is the platform's condition on the very mutex: no
-// mutex of its own, no memory, and timed waits with the resolution of the interface's ticks instead of whole
-// milliseconds. Elsewhere it is the standard's.
+// Where the toolchain's mutexes are the platform's critical sections, it is the platform's condition on the very mutex.
+// It needs no mutex of its own and no memory, and timed waits have the resolution of the interface's ticks. Elsewhere
+// it is the standard's.
 //
-// Whoever notifies has changed what is waited for under the mutex, and may have let go of it since. With nobody waiting it
-// costs one look at a number.
+// A thread that notifies has changed what is waited for under the mutex, and may have released it since. If no thread
+// waits, notifying costs one look at a number.
 //
 // Threads: any. Errors: none.
 // Recursion: a wait gives the mutex back once: never wait while holding it twice.

@@ -1,7 +1,7 @@
 // The framework's exception kinds: one class per common COM failure, and the internal error.
 //
 // Including this header inside the library also registers the kinds with the exception factory (see the end of the
-// file), so sources that need only a base to catch include errors/error_storage.h instead.
+// file). Sources that need only a base to catch include errors/error_storage.h instead.
 //
 // Threads: exceptions are plain values. Cross threads by storing a clone in a future.
 // Errors: copying does not throw anything but what std::runtime_error's copy throws (nothing).
@@ -108,7 +108,7 @@ class ORVANE_CONCURRENCY_API Unexpected : public ExceptionCOM {
 namespace Orvane::Internal {
 
 // Tells the exception factory how to throw each of the nine concrete kinds. Ends the process if that fails: it runs
-// while the module loads, where nobody could catch.
+// while the module loads, where no caller could catch.
 bool RegisterExceptionKinds() noexcept;
 
 namespace {

@@ -4,8 +4,10 @@
 // destroys the scheduler, the thread pool and the slot, in this order. Pool and scheduler are created on first use.
 // Any number of cycles may follow one another.
 //
-// The last uninitialisation blocks: it hands over what is due, runs what is queued, cancels what is left on the pool after
-// 30 s, and joins all threads without limit. An initialisation on another thread waits meanwhile.
+// The last uninitialisation blocks. It hands over what is due and runs what is queued; after 30 s it cancels what is
+// left on the pool. Then it joins all threads without limit. An initialisation on another thread waits meanwhile.
+//
+// Memory: everything that the library's threads have done is visible after the last uninitialisation.
 //
 // Threads: any. The last uninitialisation must not run on one of the library's own threads: the process ends
 //     (std::terminate). A task must not initialise or uninitialise while the last uninitialisation runs: it would wait
@@ -13,8 +15,8 @@
 // Cancellation: no cancellation points.
 // Errors: std::system_error if the lifetime lock fails; nothing is changed then. A failure while pool or scheduler
 //     are torn down ends the process.
-// Lifetime: the last uninitialisation belongs before the end of main(): never into DllMain or into the destructor of
-//     a DLL's static object, where the library's threads are already dead or cannot end.
+// Lifetime: call the last uninitialisation before main() returns. Never call it in DllMain or in the destructor of a
+//     DLL's static object: there the library's threads are dead or cannot end.
 //
 // On purpose: one uninitialisation too many is not repaired. The count goes to -1, nothing is torn down, and one extra
 // initialisation is needed before the library counts as initialised again.

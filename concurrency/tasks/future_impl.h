@@ -3,10 +3,10 @@
 //
 // Threads: SetValue() belongs to the run's thread, GetValue() to any.
 // Cancellation: GetValue() waits as FutureState::Wait() does.
-// Errors: GetValue() throws the run's exception: a CloneableException as its own type; an ExceptionBase as the kind that
-//     is registered for its code, else as ExceptionBase, and not at all if the code is zero. CancelledException for a run
-//     that was cancelled; CancelRequestedException when the calling thread's own task is being cancelled; std::bad_alloc if
-//     there was no memory to keep the run's exception.
+// Errors: GetValue() throws the run's exception: a CloneableException as its own type, an ExceptionBase as the kind
+//     that is registered for its code, else as ExceptionBase. It throws nothing if that code is zero. It throws
+//     CancelledException for a run that was cancelled, and std::bad_alloc if there was no memory to keep the run's
+//     exception. It throws CancelRequestedException when the calling thread's own task is being cancelled.
 // Lifetime: create it with new and own it through std::shared_ptr.
 #pragma once
 

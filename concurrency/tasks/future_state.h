@@ -17,12 +17,13 @@
 // throws ends Error; only a run that confirms ends Cancelled.
 //
 // Threads: any thread may ask, wait and request. Start() and the final transitions belong to the run's thread.
-// Cancellation: Wait() and TimedWait() are cancellation points of the calling thread's own task if they find the state
-//     NotStarted or Busy: not for a run that is being cancelled or has ended, nor without a task. They test, they are
-//     not woken: a task that waits for another hears its own cancellation when the wait is over, unless it has a
-//     FutureNotificationAdapter.
+// Cancellation: Wait() and TimedWait() are cancellation points of the calling thread's own task, if they find the state
+//     NotStarted or Busy and a task is attached. They test before and after the wait; a request does not wake them. To
+//     be woken, pass it on by a FutureNotificationAdapter.
+// Memory: everything in the run is visible after Wait(), and after a TimedWait(), IsNormal() or IsCancelled() that
+//     returned true.
 // Errors: std::system_error if a lock fails (nothing changed); std::bad_alloc from Start() (still NotStarted).
-// Lifetime: shared. Whoever ends a run, or cancels one that has not started, must hold a reference meanwhile.
+// Lifetime: shared. A thread that ends a run, or cancels one that has not started, must hold a reference meanwhile.
 #pragma once
 
 #include <atomic>
@@ -47,8 +48,8 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
 
     bool Start() override;
 
-    // Keeps a clone of `exception`. If there is no memory for one, the run still ends Error and reading its outcome
-    // throws std::bad_alloc; anything else that Clone() throws is passed on and leaves the state as it was.
+    // Keeps a clone of `exception`. If there is no memory for one, the run still ends Error, and reading its outcome
+    // throws std::bad_alloc. Anything else that Clone() throws is passed on, and the state stays as it was.
     void SetException(const CloneableException& exception) override;
 
     bool IsBusy() const override;
@@ -58,18 +59,19 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     bool IsCancelling() const override;
     bool IsCancelled() const override;
 
-    // Blocks until the run has ended; returns at once if no task is attached. If it finds the state Cancelling, it
-    // waits 30 s for the run to end and then logs a record and ends the process.
+    // Blocks until the run has ended; returns at once if no task is attached. If the state is Cancelling when it is
+    // called, and the run has not ended 30 s later, it logs a record and ends the process.
     void Wait() override;
 
-    // Returns whether the run has ended (for a state that is Cancelling: has left it) by `deadline` (system clock, whose
-    // steps it follows); false at once if no task is attached.
+    // Returns whether the run has ended by `deadline`; false at once if no task is attached. The deadline is of the
+    // system clock and follows its steps.
     bool TimedWait(const TimePoint& deadline) override;
 
     void RequestCancel() override;
     void ConfirmCancel() override;
 
-    // The cancellation record of the run that is under way; empty otherwise. Takes no lock, see docs/maintainers/locks.md.
+    // The cancellation record of the run that is under way; empty otherwise. Takes no lock, see
+    // docs/maintainers/locks.md.
     std::shared_ptr<CancellationObject> GetCancellationObject() override;
 
     // Throws what the run ended with: its exception, or CancelledException once cancellation was requested and the

@@ -8,12 +8,11 @@
 // Cancellation: inside the callable, CancellationPoint() and the cancellable waits leave when the task is cancelled.
 // Errors: std::bad_alloc, and what copying the callable throws. An empty std::function is accepted: its run throws
 //     std::bad_function_call, which ends the process on a thread of the library.
-// Lifetime: the callable is copied, also by Task::Reset(). If it returns, it is destroyed before its run counts as ended.
-//     If it throws or never runs, it lives on until the task was waited for, or its last handle is gone, and the thread
-//     that ran it has let go, which may be after Wait() has returned. So what it uses must live until its run has ended,
-//     and what the destructors of its captures use until they have run: at the latest in the last uninitialisation.
-//     Its destructor must not block. Its code, and so the module that made the task, must stay loaded for longer: see
-//     docs/limits.md.
+// Lifetime: the callable is copied, also by Task::Reset(). If it returns, it is destroyed before its run counts as
+//     ended. If it throws or never runs, it is destroyed after the task has been waited for or its last handle
+//     released. This can be after Wait() returns, because the worker may still hold it. What it uses must live until
+//     its run has ended; what its captures' destructors use, until they have run. Its destructor must not block. The
+//     module that made the task must stay loaded for longer: see docs/limits.md.
 #pragma once
 
 #include <memory>

@@ -4,8 +4,11 @@
 // Cancellation: Cancel() is cooperative: it wakes the run out of the cancellable wait it is blocked in, and the run
 //     ends when it lets CancelRequestedException go. On the run's own thread Cancel() throws that exception itself.
 //     Wait() is a cancellation point of the calling thread's own task.
+// Memory: everything before the task is queued, launched or scheduled is visible to its run. Everything in the run is
+//     visible after Wait(), unless Wait() threw or the task had cancelled itself. Everything before Cancel() is visible
+//     to the run once it finds the request.
 // Errors: std::system_error if a lock fails; std::bad_alloc.
-// Lifetime: the task lives as long as its last handle. Once it has been waited for it lets go of the callable and the
+// Lifetime: the task lives as long as its last handle. Once it has been waited for, it releases the callable and the
 //     future; keep the future (MakeTask's second form) to read the outcome.
 #pragma once
 
@@ -37,8 +40,8 @@ class ORVANE_CONCURRENCY_API Task {
     bool operator==(const Task& other) const;
 
     // Runs the work on the calling thread and logs that it started and stopped; nothing if it was cancelled before.
-    // What the wrapper lets pass leaves here, without a stop record. While another thread runs the task, the work is called a
-    // second time beside it.
+    // What the wrapper lets pass leaves here, without a stop record. While another thread runs the task, the work is
+    // called a second time beside it.
     void operator()();
 
     // Requests cancellation. A task that has not started will not run.
@@ -58,15 +61,16 @@ class ORVANE_CONCURRENCY_API Task {
     // Makes the task runnable once more, with a new future. Nothing for a cancelled task, or if the work is gone.
     void Reset();
 
-    // Waits until the run has ended, then lets go of the callable and the future: from then on the task is cancelled. If
-    // Reset() came in between and that run is under way, waits for it as well. A run that the wait finds being cancelled
-    // has 30 s to end; after that the process is ended. Neither the task's exception nor its cancellation is thrown here.
-    // A task whose run has cancelled itself is empty already: returns at once, although that run may not be over yet.
+    // Waits until the run has ended, then releases the callable and the future: from then on the task is cancelled.
+    // If Reset() came in between and that run is under way, waits for it as well. A run that the wait finds being
+    // cancelled has 30 s to end; after that the process is ended. Neither the task's exception nor its cancellation is
+    // thrown here. A task whose run has cancelled itself is empty already: returns at once, although that run may not
+    // be over yet.
     void Wait();
 
     // Cancels the run that is under way on another thread and waits for it, also if it has reset the task or cancelled
-    // itself: Cancel() and Wait() no longer reach it then. Returns at once if there is none, or if it is the caller's own.
-    // It has 30 s to end, as in Wait(). Not a cancellation point.
+    // itself: Cancel() and Wait() no longer reach it then. Returns at once if there is none, or if it is the caller's
+    // own. It has 30 s to end, as in Wait(). Not a cancellation point.
     void EndRun();
 
   private:

@@ -1,10 +1,12 @@
-// The process-wide thread pool. Created by the first call of any member, with 8 workers; grows by 8 when fewer than 3 are
-// spare, without a ceiling, and never shrinks; destroyed by the last ConcurrencyUninitialize(). Every worker lives in the
-// COM multithreaded apartment.
+// The process-wide thread pool. The first call of any member creates it with 8 workers. It grows by 8 when fewer than 3
+// are spare, without a ceiling, and never shrinks. The last ConcurrencyUninitialize() destroys it. Every worker lives
+// in the COM multithreaded apartment.
 //
 // Threads: any.
-// Errors: std::runtime_error "Failed to spawn thread, resource error" if the pool cannot be created; the next call tries
-//     again. std::system_error if a lock fails; std::bad_alloc.
+// Memory: everything before Queue() or LaunchInNewThread() is visible to the run. Everything in the run is visible
+//     after Task::Wait(), and after an IsPresent() that no longer finds the task.
+// Errors: std::runtime_error "Failed to spawn thread, resource error" if the pool cannot be created; the next call
+//     tries again. std::system_error if a lock fails; std::bad_alloc.
 // Lifetime: do not use it while the last uninitialisation runs: a task queued then may never run.
 #pragma once
 
@@ -28,7 +30,8 @@ class ORVANE_CONCURRENCY_API GlobalThreadPool {
     // Runs the task on a thread of its own that carries the task's name. The thread enters no COM apartment; give the
     // task a threading policy if it needs one. Shutdown waits for it without limit and does not cancel it.
     //
-    // Blocks: it joins the threads of earlier launches that have ended, and waits up to 200 ms for each that is just ending.
+    // Blocks: it joins the threads of earlier launches that have ended, and waits up to 200 ms for each that is just
+    // ending.
     // Other launches wait meanwhile.
     //
     // Cancellation: not a cancellation point.
