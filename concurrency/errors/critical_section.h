@@ -1,7 +1,7 @@
 // A Win32 critical section as an object, for the two creation locks, and its scope guard.
 //
 // Threads: any. Recursion: yes, as the platform's. Errors: none.
-// Lifetime: nobody may hold or wait for it when it is destroyed.
+// Lifetime: no thread may hold or wait for it when it is destroyed.
 #pragma once
 
 #include "concurrency/base/ranked_mutex.h"

@@ -3,7 +3,7 @@
 // Header only: the utilities library, which the concurrency library links, reads the record as well, and neither may
 // need the other's code for it.
 //
-// Threads: a record is a plain value; share it between threads only while nobody writes it.
+// Threads: a record is a plain value; share it between threads only while no thread writes it.
 // Lifetime: in the named form `name` is borrowed, not copied: it must outlive every copy of the record.
 #pragma once
 

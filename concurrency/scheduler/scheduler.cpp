@@ -10,7 +10,7 @@ namespace Orvane::Internal {
 
 Scheduler::Scheduler()
     : m_queue(std::make_shared<ScheduledTaskQueue>()), m_thread(NativeThread::Start([this] { Run(); })) {
-    // The thread is there first. It cannot miss what follows: nobody can insert before the constructor returns.
+    // The thread is there first. It cannot miss what follows: no caller can insert before the constructor returns.
     try {
         m_delayReport = std::make_shared<DelayReport>();
         m_delayReport->ReadConfiguration();

@@ -17,7 +17,7 @@ namespace Orvane::Internal {
 
 namespace {
 
-// How long a run may take to confirm its cancellation while somebody waits for it.
+// How long a run may take to confirm its cancellation while a thread waits for it.
 constexpr std::chrono::seconds kConfirmGrace{30};
 
 // CancellationPoint(), for a wait. Here once more because that one is built on futures.
@@ -155,7 +155,7 @@ void FutureState::Wait() {
         return;
     }
     if (m_state == Cancelling) {
-        // On purpose: not a cancellation point. The run has been told; somebody must see it end.
+        // On purpose: not a cancellation point. The run has been told; the caller must see it end.
         const auto deadline = MonotonicClock::now() + kConfirmGrace;
         if (!WaitUntil<MonotonicClock>(m_condition, lock, deadline, [this] { return m_state != Cancelling; })) {
             ReportNoThrow(8, 16, L"FutureState", L"Thread did not respond to cancellation");

@@ -4,7 +4,7 @@
 //     GlobalThreadPool::Queue(task);
 //     task.Wait();
 //
-// Threads: any. The callable runs on whatever thread runs the task.
+// Threads: any. The callable runs on the thread that runs the task.
 // Cancellation: inside the callable, CancellationPoint() and the cancellable waits leave when the task is cancelled.
 // Errors: std::bad_alloc, and what copying the callable throws. An empty std::function is accepted: its run throws
 //     std::bad_function_call, which ends the process on a thread of the library.

@@ -21,7 +21,7 @@ bool Task::operator==(const Task& other) const {
     return m_impl == other.m_impl;
 }
 
-// Every operation holds the task itself: a callable may let go of the handle that it is run through.
+// Every operation holds the task itself: a callable may release the handle that it is run through.
 
 void Task::operator()() {
     if (const auto impl = m_impl) {
