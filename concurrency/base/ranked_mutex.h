@@ -51,4 +51,21 @@ class ORVANE_SCOPED_CAPABILITY RankedLock {
     std::unique_lock<typename Mutex::Base> m_lock;
 };
 
+// Gives a mutex back for a scope and takes it again at the end. `lock` must hold `mutex`, and hold it once.
+template <typename Mutex>
+class ORVANE_SCOPED_CAPABILITY ReleasedLock {
+  public:
+    ReleasedLock(RankedLock<Mutex>& lock, Mutex& mutex) ORVANE_RELEASE(mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS
+        : m_lock(lock) {
+        static_cast<void>(mutex);  // named for the analysis alone
+        m_lock.unlock();
+    }
+    ~ReleasedLock() ORVANE_RELEASE() ORVANE_NO_THREAD_SAFETY_ANALYSIS { m_lock.lock(); }
+    ReleasedLock(const ReleasedLock&) = delete;
+    ReleasedLock& operator=(const ReleasedLock&) = delete;
+
+  private:
+    RankedLock<Mutex>& m_lock;
+};
+
 }  // namespace Orvane::Internal

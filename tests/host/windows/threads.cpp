@@ -181,6 +181,10 @@ void Sleep(DWORD milliseconds) {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
+DWORD GetActiveProcessorCount(WORD) {
+    return std::thread::hardware_concurrency();
+}
+
 BOOL SwitchToThread() {
     std::this_thread::yield();
     return TRUE;

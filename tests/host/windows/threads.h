@@ -42,6 +42,9 @@ HLOCAL LocalFree(HLOCAL memory);
 void Sleep(DWORD milliseconds);
 BOOL SwitchToThread();
 
+#define ALL_PROCESSOR_GROUPS 0xffff
+DWORD GetActiveProcessorCount(WORD group);
+
 DWORD TlsAlloc();
 BOOL TlsFree(DWORD slot);
 LPVOID TlsGetValue(DWORD slot);
