@@ -62,7 +62,8 @@ class Condition {
     }
 
     // Exact while the mutex is held: who waits is counted under it, until it has the mutex again.
-    bool HasWaiters() const noexcept { return m_waiters.load(std::memory_order_relaxed) != 0; }
+    bool HasWaiters() const noexcept { return Waiters() != 0; }
+    std::uint32_t Waiters() const noexcept { return m_waiters.load(std::memory_order_relaxed); }
 
   private:
     class Waiter {

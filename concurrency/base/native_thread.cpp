@@ -51,8 +51,8 @@ bool NativeThread::IsCurrentThread() const noexcept {
     return IsJoinable() && m_id == ::GetCurrentThreadId();
 }
 
-bool NativeThread::IsRunning() const noexcept {
-    return WaitForSingleObject(m_handle, 0) == WAIT_TIMEOUT;
+bool NativeThread::EndsWithin(std::chrono::milliseconds limit) const noexcept {
+    return WaitForSingleObject(m_handle, static_cast<DWORD>(limit.count())) != WAIT_TIMEOUT;
 }
 
 void NativeThread::Join() {

@@ -7,6 +7,7 @@
 // Lifetime: the destructor closes the handle and never waits; the thread itself goes on.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <utility>
 
@@ -37,8 +38,9 @@ class NativeThread {
     bool IsJoinable() const noexcept { return m_handle != nullptr; }
     bool IsCurrentThread() const noexcept;
 
-    // Also false if the thread cannot be asked: joining it tells why.
-    bool IsRunning() const noexcept;
+    // Waits until the thread has ended, at most for `limit`. Also true if the thread cannot be waited for: joining it
+    // tells why.
+    bool EndsWithin(std::chrono::milliseconds limit) const noexcept;
 
     DWORD GetId() const noexcept { return m_id; }
     HANDLE GetHandle() const noexcept { return m_handle; }

@@ -13,8 +13,7 @@ template <typename T>
 class NeverDestroyed {
   public:
     template <typename... Arguments>
-    constexpr explicit NeverDestroyed(Arguments&&... arguments)
-        : m_object(std::forward<Arguments>(arguments)...) {}
+    constexpr explicit NeverDestroyed(Arguments&&... arguments) : m_object(std::forward<Arguments>(arguments)...) {}
     // On purpose empty: a union does not destroy its members.
     constexpr ~NeverDestroyed() {}  // NOLINT(modernize-use-equals-default): that would not compile
     NeverDestroyed(const NeverDestroyed&) = delete;

@@ -74,8 +74,6 @@ class ORVANE_CONCURRENCY_API Task {
     void EndRun();
 
   private:
-    friend class PooledTask;
-
     std::shared_ptr<TaskImpl> m_impl;
 };
 

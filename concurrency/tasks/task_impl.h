@@ -2,9 +2,7 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <mutex>
 
@@ -32,9 +30,6 @@ class TaskImpl {
     void Wait();
     void EndRun();
 
-    // For PooledTask alone.
-    std::atomic<std::uint64_t>& PlaceInPool() { return m_placeInPool; }
-
   private:
     friend struct FieldOrder;
 
@@ -49,7 +44,6 @@ class TaskImpl {
     std::array<wchar_t, kNameCapacity> m_name{};  // constant after construction
     std::shared_ptr<ITaskState> m_wrapper ORVANE_GUARDED_BY(m_mutex);  // never empty
     bool m_cancelled ORVANE_GUARDED_BY(m_mutex) = false;  // never cleared
-    std::atomic<std::uint64_t> m_placeInPool = 0;
     LatestRun m_latestRun ORVANE_GUARDED_BY(m_mutex);
 };
 

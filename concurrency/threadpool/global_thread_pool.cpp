@@ -23,9 +23,6 @@ ProcessPool* g_pool = nullptr;  // guarded by ThreadPoolLock()
 // the end of the process may have killed a thread that was inside.
 constinit NeverDestroyed<std::atomic<std::shared_ptr<ThreadPoolCore>>> g_core;
 
-// While the last uninitialisation ends the scheduler.
-constinit std::atomic<bool> g_givesUpFailedGrowth = false;
-
 std::shared_ptr<ThreadPoolCore> GetOrCreate() {
     if (auto core = g_core->load()) {
         return core;
@@ -34,9 +31,6 @@ std::shared_ptr<ThreadPoolCore> GetOrCreate() {
     if (g_pool == nullptr) {
         g_pool = new ProcessPool(0);
         g_core->store(g_pool->Core());
-        if (g_givesUpFailedGrowth) {
-            g_pool->Core()->GiveUpFailedGrowth();
-        }
     }
     return g_pool->Core();
 }
@@ -49,10 +43,9 @@ CriticalSection& ThreadPoolLock() {
 }
 
 void GiveUpFailedGrowth() noexcept {
-    // The flag first, and read after the pool is to be seen: for a pool that is created meanwhile.
-    g_givesUpFailedGrowth = true;
+    PoolGrowth::SetFailureIsFinal(true);
     if (const auto core = g_core->load()) {
-        core->GiveUpFailedGrowth();
+        core->WakeCallers();
     }
 }
 
@@ -62,7 +55,7 @@ void DestroyThreadPool() noexcept {
     // Not to be found while it stops: what its shutdown destroys may come back here.
     delete std::exchange(g_pool, nullptr);
     core = g_core->exchange(nullptr);
-    g_givesUpFailedGrowth = false;
+    PoolGrowth::SetFailureIsFinal(false);
 }
 
 void GlobalThreadPool::Queue(const Task& task) {

@@ -8,7 +8,8 @@ namespace Orvane::Internal {
 // Serialises creation and destruction of the pool. Constructed on first use.
 CriticalSection& ThreadPoolLock();
 
-// Lets callers of the pool pass who wait for a growth that has failed, see ThreadPoolCore::GiveUpFailedGrowth().
+// After a failed growth, callers of the pool no longer wait and no further growth is tried, until DestroyThreadPool().
+// Called before threads are stopped that may be inside Queue().
 void GiveUpFailedGrowth() noexcept;
 
 // Stops and destroys the pool, if there is one. A failed shutdown ends the process.

@@ -13,7 +13,7 @@
 #include "tests/support/stopwatch.h"
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
-#include "tests/threadpool/pool_fields.h"
+#include "tests/threadpool/pool_peers.h"
 
 namespace {
 

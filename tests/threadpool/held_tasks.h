@@ -41,6 +41,9 @@ class HeldTasks {
         return Eventually([this] { return m_state->entered == m_started; });
     }
 
+    // Tasks that have begun so far.
+    int Entered() const { return m_state->entered; }
+
     void Release() { m_state->released.Open(); }
 
   private:

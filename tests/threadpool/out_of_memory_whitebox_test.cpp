@@ -15,7 +15,7 @@
 #include "tests/threadpool/failing_allocation.h"
 #include "tests/threadpool/fake_ticks.h"
 #include "tests/threadpool/held_tasks.h"
-#include "tests/threadpool/pool_fields.h"
+#include "tests/threadpool/pool_peers.h"
 
 namespace {
 

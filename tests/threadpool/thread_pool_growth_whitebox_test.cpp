@@ -16,7 +16,7 @@
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/fake_ticks.h"
 #include "tests/threadpool/held_tasks.h"
-#include "tests/threadpool/pool_fields.h"
+#include "tests/threadpool/pool_peers.h"
 #include "tests/threadpool/stop_from_inside.h"
 #include "tests/threadpool/task_records.h"
 #include "tests/threadpool/thread_starts.h"
@@ -103,7 +103,7 @@ class HeldWorkers : public testing::Test {
     static inline std::atomic<std::uint64_t> s_ended = 0;
 
   private:
-    static void Begin(ThreadPoolCore& core, ThreadPoolCore::WorkerBatch& batch) {
+    static void Begin(ThreadPoolCore& core, WorkerBatch& batch) {
         const auto mayBegin = s_mayBegin;
         mayBegin->Wait();
         core.RunWorker(batch);

@@ -24,7 +24,7 @@
 #include "tests/threadpool/at_end.h"
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
-#include "tests/threadpool/pool_fields.h"
+#include "tests/threadpool/pool_peers.h"
 
 namespace {
 
@@ -95,7 +95,7 @@ class ThreadPoolStopGrace : public testing::Test {
 
     // Without an owner, who would stop it once more.
     const std::shared_ptr<ThreadPoolCore> m_core = std::make_shared<ThreadPoolCore>(
-        false, [](ThreadPoolCore& core, ThreadPoolCore::WorkerBatch& batch) { core.RunWorker(batch); });
+        false, [](ThreadPoolCore& core, WorkerBatch& batch) { core.RunWorker(batch); });
 
   private:
     void AwaitReads(long count) const {

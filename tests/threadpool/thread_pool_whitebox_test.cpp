@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -11,7 +13,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
 #include "tests/threadpool/held_tasks.h"
-#include "tests/threadpool/pool_fields.h"
+#include "tests/threadpool/pool_peers.h"
 
 namespace {
 
@@ -57,64 +59,90 @@ TEST(ThreadPool, QueuedTaskIsPresentUntilItHasReturned) {
     EXPECT_TRUE(Eventually([&] { return !pool.Core()->IsPresent(queued); }));
 }
 
-// Loses the pool's first wake-up: as if the worker that was woken, or the caller who was to wake it, got no processor.
+// Loses the pool's wake-up of this number: as if the worker that it went to were suspended or killed.
 class LostWakeUp {
   public:
-    LostWakeUp() {
+    explicit LostWakeUp(int number) {
         s_count = 0;
+        s_lost = number;
         s_original = m_patch.Original<WakeOne>();
     }
-
-    int Count() const { return s_count; }
 
   private:
     using WakeOne = void WINAPI(PCONDITION_VARIABLE);
 
     static void WINAPI Wake(PCONDITION_VARIABLE condition) {
-        if (++s_count != 1) {
+        if (++s_count != s_lost) {
             s_original.load()(condition);
         }
     }
 
     static inline std::atomic<WakeOne*> s_original = nullptr;
     static inline std::atomic<int> s_count = 0;
+    static inline std::atomic<int> s_lost = 0;
     const ImportPatch m_patch{LibraryUnderTest(), "WakeConditionVariable", &Wake};
 };
 
-TEST(ThreadPool, WakesAnotherWorkerIfTheOneThatWasWokenDoesNotComeIn) {
-    static std::atomic<unsigned long long> ticks;
-    ticks = 100'000;
-    const ImportPatch clock(LibraryUnderTest(), "GetTickCount64", +[]() -> unsigned long long { return ticks; });
-    std::atomic<int> ran = 0;
-    const Pool pool(1);
-    {
-        const LostWakeUp wakeUps;
-        int queued = 0;
-        const auto queue = [&] {
-            pool.Core()->Queue(MakeTask(L"counted", [&ran] { ++ran; }));
-            ++queued;
-        };
-        while (wakeUps.Count() == 0) {  // until it sleeps
-            queue();
-            ASSERT_TRUE(Eventually([&] { return wakeUps.Count() != 0 || ran == queued; }));
+// Eight workers without work, and bursts of tasks that stay until they are released.
+class IdlePool : public testing::Test {
+  protected:
+    IdlePool() { AwaitIdle(); }
+
+    void AwaitIdle() const {
+        ASSERT_TRUE(Eventually([this] { return IdleWorkers(m_pool) == kWorkers; }));
+    }
+
+    void Burst(HeldTasks& held, int tasks) const {
+        for (int i = 0; i < tasks; ++i) {
+            m_pool.Core()->Queue(held.Make());
         }
-        ticks += 49;
-        queue();
-        EXPECT_EQ(wakeUps.Count(), 1);
-        EXPECT_EQ(ran, queued - 2);
-        ticks += 1;
-        queue();
-        EXPECT_EQ(wakeUps.Count(), 2);
-        EXPECT_TRUE(Eventually([&] { return ran == queued; }));
+    }
+
+    static constexpr std::uint32_t kWorkers = 8;
+    const Pool m_pool{kWorkers};
+};
+
+TEST_F(IdlePool, LostWakeUpDelaysAtMostOneTaskOfABurst) {
+    for (int lost = 1; lost <= 5; ++lost) {
+        HeldTasks held;
+        {
+            const LostWakeUp wakeUps(lost);
+            Burst(held, 5);
+            EXPECT_TRUE(Eventually([&] { return held.Entered() >= 4; })) << "wake-up " << lost;
+        }
+        held.Release();
+        AwaitIdle();
     }
 }
 
-TEST(ThreadPool, FieldsLieInTheirFixedOrder) {
-    const Pool pool(1);
-    const auto addresses = FieldOrder::Addresses(*pool.Core());
-    for (std::size_t i = 1; i < addresses.size(); ++i) {
-        EXPECT_LT(addresses[i - 1], addresses[i]) << "field " << i;
+// The worker that comes for the second task finds the first one before it.
+TEST_F(IdlePool, TaskWhoseWakeUpWasLostDoesNotTakeTheNextOnesWorker) {
+    HeldTasks held;
+    const LostWakeUp wakeUps(1);
+    Burst(held, 1);
+    EXPECT_EQ(CountsOf(m_pool).queue, 1U);
+    Burst(held, 1);
+    EXPECT_TRUE(Eventually([&] { return held.Entered() == 2; }));
+}
+
+// The next wake-up goes to the dead worker. Only the task behind it may be late, and only once.
+TEST_F(IdlePool, KilledSleeperDelaysAtMostOneTaskOnce) {
+    const HANDLE doomed = WorkerHandle(m_pool, 0);
+    ASSERT_TRUE(TerminateThread(doomed, 0));
+    ASSERT_EQ(WaitForSingleObject(doomed, 60'000), WAIT_OBJECT_0);
+    m_pool.Core()->IncreaseKilledThreadCount();
+    int late = 0;
+    for (int i = 0; i < 10; ++i) {
+        HeldTasks held;
+        Burst(held, 6);
+        ASSERT_TRUE(Eventually([&] { return held.Entered() >= 5; })) << "burst " << i;
+        const bool all = Eventually([&] { return held.Entered() == 6; }, std::chrono::seconds(late == 0 ? 2 : 60));
+        late += all ? 0 : 1;
+        held.Release();
+        ASSERT_TRUE(Eventually([&] { return held.Entered() == 6 && CountsOf(m_pool).running == 0; }));
+        AwaitIdle();
     }
+    EXPECT_LE(late, 1);
 }
 
 }  // namespace

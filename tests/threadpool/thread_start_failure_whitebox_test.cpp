@@ -13,7 +13,7 @@
 #include "tests/support/eventually.h"
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
-#include "tests/threadpool/pool_fields.h"
+#include "tests/threadpool/pool_peers.h"
 #include "tests/threadpool/thread_starts.h"
 
 namespace {
@@ -76,16 +76,27 @@ TEST(ThreadStartFailure, FailedGrowthStaysInProgress) {
     EXPECT_EQ(CountsOf(pool).threads, kGrowthBatch);
 }
 
-// What the last uninitialisation does first. A pool that can grow still does.
-TEST(GivenUpGrowth, IsThatWhichHasFailed) {
+// What the last uninitialisation does first.
+class GivenUpGrowth : public testing::Test {
+  protected:
+    ~GivenUpGrowth() override { PoolGrowth::SetFailureIsFinal(false); }
+
+    static void GiveUp(const Pool& pool) {
+        PoolGrowth::SetFailureIsFinal(true);
+        pool.Core()->WakeCallers();
+    }
+};
+
+// A pool that can grow still does.
+TEST_F(GivenUpGrowth, IsThatWhichHasFailed) {
     const Pool pool(0);
-    pool.Core()->GiveUpFailedGrowth();
+    GiveUp(pool);
     HeldTasks held;
     ASSERT_TRUE(held.Start(12, QueueOf(pool)));
     EXPECT_GE(CountsOf(pool).threadCount, 2 * kGrowthBatch);
 }
 
-TEST(GivenUpGrowth, KeepsNobodyWaitingIfItHadFailedBefore) {
+TEST_F(GivenUpGrowth, KeepsNobodyWaitingIfItHadFailedBefore) {
     ThreadStarts starts;
     const Pool pool(0);
     HeldTasks held;
@@ -93,15 +104,15 @@ TEST(GivenUpGrowth, KeepsNobodyWaitingIfItHadFailedBefore) {
     ASSERT_TRUE(held.Start(7, QueueOf(pool)));
     const BackgroundCall caller([&] { pool.Core()->Queue(held.Make()); });
     ASSERT_TRUE(SpawnIsInProgress(pool));
-    pool.Core()->GiveUpFailedGrowth();
+    GiveUp(pool);
     EXPECT_TRUE(caller.Ends());
     EXPECT_FALSE(SpawnIsInProgress(pool));
 }
 
-TEST(GivenUpGrowth, KeepsNobodyWaitingIfItFailsAfterwards) {
+TEST_F(GivenUpGrowth, KeepsNobodyWaitingIfItFailsAfterwards) {
     ThreadStarts starts;
     const Pool pool(0);
-    pool.Core()->GiveUpFailedGrowth();
+    GiveUp(pool);
     HeldTasks held;
     starts.FailAt(8 + 1);
     ASSERT_TRUE(held.Start(7, QueueOf(pool)));
@@ -111,7 +122,7 @@ TEST(GivenUpGrowth, KeepsNobodyWaitingIfItFailsAfterwards) {
 }
 
 // As when a task of the scheduler is the first that comes to the pool, while the scheduler ends.
-TEST(GivenUpGrowth, IsRememberedForAPoolThatIsCreatedLater) {
+TEST_F(GivenUpGrowth, IsRememberedForAPoolThatIsCreatedLater) {
     ThreadStarts starts;
     GiveUpFailedGrowth();
     {
