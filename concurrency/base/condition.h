@@ -42,7 +42,7 @@ class Condition {
         }
     }
 
-    // At most a day, see NextSlice(). Any wake-up ends it: a caller that waits for a moment asks the clock and waits again.
+    // At most a day, see NextSlice(). Any wake-up ends it: a caller that waits for a moment asks the clock again.
     template <typename Mutex, typename Rep, typename Period>
     void wait_for(RankedLock<Mutex>& lock, const std::chrono::duration<Rep, Period>& timeout) {
         const Waiter waiter(*this);
