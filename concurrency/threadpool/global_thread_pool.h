@@ -17,12 +17,13 @@ namespace Orvane::Internal {
 
 class ORVANE_CONCURRENCY_API GlobalThreadPool {
   public:
-    // Queues the task: first in, first out. Blocks while workers are being added (at most one batch per 250 ms),
-    // and up to 20 ms while a pool that looks full is still taking what is queued. So N long tasks take about N threads
-    // and N/8 of these times: bound what you queue.
+    // Queues the task: first in, first out. Everything before the call is visible to the run.
+    //
+    // Blocks while workers are being added, at most one batch per 250 ms, and up to 20 ms while a pool that looks full is
+    // still taking what is queued. N long tasks take about N threads and N/8 of these times: bound what you queue.
     //
     // A task that is queued twice is called twice, at the same time if two workers take it. A run that begins after the
-    // first has returned does nothing. Once a shutdown has cancelled what was there, what is queued is cancelled, too.
+    // first has returned does nothing. Once a shutdown has cancelled what was there, it cancels what is queued later, too.
     //
     // Cancellation: a cancellation point when it must wait before it adds workers; the task is not queued then.
     static void Queue(const Task& task);
@@ -31,8 +32,7 @@ class ORVANE_CONCURRENCY_API GlobalThreadPool {
     // task a threading policy if it needs one. Shutdown waits for it without limit and does not cancel it.
     //
     // Blocks: it joins the threads of earlier launches that have ended, and waits up to 200 ms for each that is just
-    // ending.
-    // Other launches wait meanwhile.
+    // ending. Other launches wait meanwhile.
     //
     // Cancellation: not a cancellation point.
     // Errors: also std::system_error (resource_unavailable_try_again) if the thread cannot be started.
