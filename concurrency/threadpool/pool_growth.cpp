@@ -94,7 +94,7 @@ bool PoolGrowth::AppendOnceSettled(WorkQueue::Entries& entry) {
     bool appended = false;
     auto waited = MonotonicClock::duration::zero();
     while (!(appended = m_queue.AppendUnlessFull(entry, kSpareWorkers)) && !StaysFull(waited)) {
-        m_queue.WaitForRoom(kSpareWorkers, since, kSettleTime);
+        m_queue.WaitForRoom(kSpareWorkers, kSettleTime);
         waited = m_clock.now() - since;
     }
     m_settled += waited;

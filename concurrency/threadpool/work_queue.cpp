@@ -1,7 +1,6 @@
 #include "concurrency/threadpool/work_queue.h"
 
 #include <algorithm>
-#include <chrono>
 #include <thread>
 
 #include "concurrency/base/wait.h"
@@ -14,12 +13,9 @@ namespace {
 // cost more than most short tasks.
 constexpr int kLooksForTask = 40;
 
-// The same for a caller that waits for room, until no task is left.
+// The same for a caller that waits for room, until no task is left: room for one task would fill up at once. When it sleeps,
+// any room will do.
 constexpr int kLooksForRoom = 200;
-
-// How long a sleeping caller waits for an empty pool before any room will do: room for one task would fill up at once, and
-// the caller would sleep and wake once for each task.
-constexpr std::chrono::microseconds kEmptyTime{50};
 
 }  // namespace
 
@@ -90,7 +86,7 @@ WorkQueue::Load WorkQueue::GetLoad() const {
     return {m_queue.size(), m_running.size(), m_threadCount};
 }
 
-void WorkQueue::WaitForRoom(std::uint64_t spare, MonotonicClock::time_point since, MonotonicClock::duration timeout) {
+void WorkQueue::WaitForRoom(std::uint64_t spare, MonotonicClock::duration timeout) {
     for (int i = 0; i < kLooksForRoom; ++i) {
         if (m_busy.load(std::memory_order_relaxed) == 0) {
             return;
@@ -100,7 +96,6 @@ void WorkQueue::WaitForRoom(std::uint64_t spare, MonotonicClock::time_point sinc
     RankedLock lock(m_mutex);
     if (IsFull(spare)) {
         m_wantedSpare = spare;
-        m_fullSince = since;
         m_roomMade.wait_for(lock, timeout);
     }
 }
@@ -180,11 +175,7 @@ void WorkQueue::LookForTask(RankedLock<PoolMutex>& lock) {
 bool WorkQueue::EndTask(Entries& ended, Entries::iterator task) {
     ended.splice(ended.begin(), m_running, task);
     PublishCounts();
-    if (!m_roomMade.HasWaiters() || IsFull(m_wantedSpare)) {
-        return false;
-    }
-    const bool isEmpty = m_queue.empty() && m_running.empty();
-    return isEmpty || MonotonicClock::now() - m_fullSince >= kEmptyTime;
+    return m_roomMade.HasWaiters() && !IsFull(m_wantedSpare);
 }
 
 void WorkQueue::CountWorkers(WorkerBatch& batch, std::uint64_t started) {

@@ -60,9 +60,8 @@ class WorkQueue {
 
     Load GetLoad() const;
 
-    // Sleeps until it is worth trying AppendUnlessFull() again, or for `timeout`. One caller at a time. `since` is when it
-    // first found the pool full.
-    void WaitForRoom(std::uint64_t spare, MonotonicClock::time_point since, MonotonicClock::duration timeout);
+    // Waits until it is worth trying AppendUnlessFull() again, or for `timeout`. One caller at a time.
+    void WaitForRoom(std::uint64_t spare, MonotonicClock::duration timeout);
 
     // Whether the task is queued or running.
     bool IsPresent(const Task& task) const;
@@ -113,9 +112,8 @@ class WorkQueue {
     std::uint32_t m_looking ORVANE_GUARDED_BY(m_mutex) = 0;
     std::uint32_t m_claimed ORVANE_GUARDED_BY(m_mutex) = 0;
 
-    // What the caller in WaitForRoom() waits for.
+    // Of the caller in WaitForRoom().
     std::uint64_t m_wantedSpare ORVANE_GUARDED_BY(m_mutex) = 0;
-    MonotonicClock::time_point m_fullSince ORVANE_GUARDED_BY(m_mutex);
 
     // Written under m_mutex. Read without it as a hint, and judged under it.
     std::atomic<std::uint64_t> m_queued = 0;
