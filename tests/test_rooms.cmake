@@ -1,17 +1,11 @@
+include(${CMAKE_CURRENT_LIST_DIR}/test_files.cmake)
+
 # test_room(ROOM [LIBRARIES library...] [WHITEBOX_LIBRARIES library...] FILES file...)
 #
-# Turns the files of tests/<room>/ into test programs. What a file becomes is said by the end of its name:
-#
-#   *_test.cpp             <room>_tests             sees the library through its DLL
-#   *_whitebox_test.cpp    <room>_whitebox_tests    linked to the library's objects, private classes included
-#   *_slow_test.cpp        <room>_slow_tests        waits in real time; label "slow" besides the room's
-#   *_stress_test.cpp      <room>_stress_tests      repeats a race; label "stress" besides the room's
-#   *_test_child.cpp       a program of its own     started by the test it is named for
-#   *_test_dll.cpp         a DLL of its own         loaded by the test it is named for
-#
-# "whitebox" goes with the others: *_whitebox_slow_test.cpp, *_whitebox_test_child.cpp. Every TEST runs in a process of
-# its own under the label <room>. LIBRARIES replaces what the tests link (the DLL and test_support), WHITEBOX_LIBRARIES
-# what the white-box tests link (the library's objects and test_support_whitebox, the same support built for them).
+# Turns the files of tests/<room>/ into test programs, as the ends of their names say: see test_files.cmake. Every TEST runs
+# in a process of its own under the label <room>. LIBRARIES replaces what the tests link (the DLL and test_support),
+# WHITEBOX_LIBRARIES what the white-box tests link (the library's objects and test_support_whitebox, the same support built
+# for them).
 function(test_room room)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LIBRARIES;WHITEBOX_LIBRARIES;FILES")
     if(NOT arg_LIBRARIES)
@@ -23,22 +17,22 @@ function(test_room room)
     set(programs "")
     set(helpers "")
     foreach(file IN LISTS arg_FILES)
-        if(file MATCHES "_test_(child|dll)\\.cpp$")
-            cmake_path(GET file STEM helper)
-            zarvo_test_helper(${helper} ${file})
-            list(APPEND helpers ${helper})
-        elseif(file MATCHES "(_whitebox)?(_slow|_stress)?_test\\.cpp$")
-            set(program ${room}${CMAKE_MATCH_1}${CMAKE_MATCH_2}_tests)
-            if(NOT TARGET ${program})
-                zarvo_test_program(${program} ${room} "${CMAKE_MATCH_2}")
-            endif()
-            target_sources(${program} PRIVATE ${file})
-            list(APPEND programs ${program})
+        test_file_target(${file} ${room} target kind)
+        if(kind STREQUAL "helper")
+            zarvo_test_helper(${target} ${file})
+            list(APPEND helpers ${target})
         else()
-            message(FATAL_ERROR "test_room(${room}): the name of ${file} does not say what it is")
+            if(NOT TARGET ${target})
+                zarvo_test_program(${target} ${room} "${kind}")
+            endif()
+            target_sources(${target} PRIVATE ${file})
+            list(APPEND programs ${target})
         endif()
     endforeach()
     list(REMOVE_DUPLICATES programs)
+    foreach(program IN LISTS programs)
+        compile_in_groups(${program})
+    endforeach()
     # Whoever builds one test program gets what it starts and loads; room_<room> is all of them.
     foreach(program IN LISTS programs)
         if(helpers)
@@ -66,10 +60,10 @@ function(zarvo_test_program program room kind)
 
     set(labels ${room})
     set(properties ${normal_test_properties})
-    if(kind STREQUAL "_slow")
+    if(kind STREQUAL "slow")
         list(APPEND labels slow)
         set(properties ${slow_test_properties})
-    elseif(kind STREQUAL "_stress")
+    elseif(kind STREQUAL "stress")
         list(APPEND labels stress)
         set(properties ${stress_test_properties})
     endif()
@@ -99,6 +93,7 @@ endfunction()
 
 function(zarvo_link_test target)
     target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+    use_precompiled_headers(${target} LIBRARIES zarvo_own_code)
     if(target MATCHES "_whitebox_")
         target_link_libraries(${target} PRIVATE ${arg_WHITEBOX_LIBRARIES})
     else()

@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <typeinfo>
 
+#include "tests/cancellation/rethrown_kind.h"
 #include "tests/errors/class_tree.h"
 #include "tests/support/allocations.h"
 
@@ -26,16 +27,6 @@ void ThrowDefault() {
 template <typename Base>
 const void* Whole(const Base& exception) {
     return dynamic_cast<const void*>(&exception);
-}
-
-// The type that Rethrow() throws.
-const std::type_info& KindRethrownBy(const CloneableException& exception) {
-    try {
-        exception.Rethrow();
-    } catch (const CloneableException& thrown) {
-        return typeid(thrown);
-    }
-    return typeid(void);
 }
 
 TEST(CancelRequestedException, SaysItsName) {

@@ -9,6 +9,7 @@
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/tasks/make_task.h"
+#include "tests/cancellation/rethrown_kind.h"
 #include "tests/errors/class_tree.h"
 #include "tests/errors/error_records.h"
 #include "tests/support/allocations.h"
@@ -27,16 +28,6 @@ constexpr char kFactoryThrow[] = "_ZN6Orvane16ExceptionFactory5ThrowERKNS_12Erro
 
 void Throw(const CloneableExceptionBase& error) {
     throw error;
-}
-
-// The type that a waiter catches in the end; void if nothing is thrown.
-const std::type_info& KindRethrownBy(const CloneableException& exception) {
-    try {
-        exception.Rethrow();
-    } catch (const std::exception& thrown) {
-        return typeid(thrown);
-    }
-    return typeid(void);
 }
 
 TEST(CloneableExceptionBase, IsAnExceptionBaseAndVirtuallyCloneable) {

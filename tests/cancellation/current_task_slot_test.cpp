@@ -30,7 +30,7 @@ using namespace Zarvo::Test;
 
 using Future = FutureImpl<void>;
 
-std::shared_ptr<Future> StartedFuture() {
+std::shared_ptr<Future> FutureOfARun() {
     std::shared_ptr<Future> future(new Future());
     future->Start();
     return future;
@@ -175,8 +175,8 @@ TEST(CurrentTaskSlot, HoldsNothingWithoutACurrentTask) {
     const SlotLedger ledger;
     const ConcurrencyLifetime lifetime;
     const DWORD slot = *ledger.Held().begin();
-    const auto future = StartedFuture();
-    const std::weak_ptr<FutureState> expired = StartedFuture();
+    const auto future = FutureOfARun();
+    const std::weak_ptr<FutureState> expired = FutureOfARun();
     EXPECT_EQ(TlsGetValue(slot), nullptr);
 
     ResetFutureObject(expired);
@@ -193,7 +193,7 @@ TEST(CurrentTaskSlot, HoldsNothingWithoutACurrentTask) {
 }
 
 TEST(CurrentTaskSlot, NewLifetimeBeginsWithoutACurrentTask) {
-    const auto future = StartedFuture();
+    const auto future = FutureOfARun();
     ConcurrencyInitialize();
     ResetFutureObject(future);
     ConcurrencyUninitialize();
@@ -227,7 +227,7 @@ TEST(CurrentTaskSlot, FirstUseFromManyThreadsBeforeInitialisationKeepsOneSlot) {
 TEST(CurrentTaskSlot, SlotThatCannotBeWrittenLeavesNoCurrentTaskAndNoLeak) {
     SlotLedger ledger;
     const ConcurrencyLifetime lifetime;
-    const auto future = StartedFuture();
+    const auto future = FutureOfARun();
     UseEveryFunction();
     ledger.FailStores(true);
     const ResourceProbe probe;
@@ -243,7 +243,7 @@ TEST(CurrentTaskSlot, SlotThatCannotBeWrittenLeavesNoCurrentTaskAndNoLeak) {
 TEST(CurrentTaskSlot, SlotThatCannotBeClearedLeavesNoCurrentTaskAndNoLeak) {
     SlotLedger ledger;
     const ConcurrencyLifetime lifetime;
-    const auto future = StartedFuture();
+    const auto future = FutureOfARun();
     UseEveryFunction();
     const ResourceProbe probe;
     ResetFutureObject(future);
@@ -260,7 +260,7 @@ TEST(CurrentTaskSlot, SlotThatCannotBeClearedLeavesNoCurrentTaskAndNoLeak) {
 TEST(CurrentTaskSlot, WithoutASlotToBeHadInitialisationCountsAndTasksHaveNoCurrentFuture) {
     SlotLedger ledger;
     ledger.FailAllocations(true);
-    const auto future = StartedFuture();
+    const auto future = FutureOfARun();
 
     ConcurrencyInitialize();
     EXPECT_TRUE(IsConcurrencyInitialized());
@@ -280,7 +280,7 @@ TEST(CurrentTaskSlot, WithoutASlotToBeHadInitialisationCountsAndTasksHaveNoCurre
 TEST(CurrentTaskSlot, WithoutASlotToBeHadBeforeInitialisationNothingIsTouched) {
     SlotLedger ledger;
     ledger.FailAllocations(true);
-    const auto future = StartedFuture();
+    const auto future = FutureOfARun();
 
     EXPECT_TRUE(ResetFutureObject(future).expired());
 
@@ -304,8 +304,8 @@ TEST(CurrentTaskSlot, InstallingAndRestoringLeaksNothing) {
 // A task's end restores the task around it while the stack unwinds: that must not depend on memory.
 TEST(CurrentTaskSlot, RestoringThePreviousFutureNeedsNoMemory) {
     const ConcurrencyLifetime lifetime;
-    const auto outer = StartedFuture();
-    const auto inner = StartedFuture();
+    const auto outer = FutureOfARun();
+    const auto inner = FutureOfARun();
     ResetFutureObject(outer);
     std::weak_ptr<FutureState> previous = ResetFutureObject(inner);
 
@@ -320,7 +320,7 @@ TEST(CurrentTaskSlot, RestoringThePreviousFutureNeedsNoMemory) {
 
 TEST(CurrentTaskSlot, InstallingAFutureWithoutMemoryIsBadAllocAndLeavesNoCurrentTask) {
     const ConcurrencyLifetime lifetime;
-    const auto future = StartedFuture();
+    const auto future = FutureOfARun();
 
     {
         const NoMemory noMemory;

@@ -14,7 +14,7 @@
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/faults/every_allocation.h"
 #include "tests/scheduler/moments.h"
-#include "tests/threadpool/fake_ticks.h"
+#include "tests/support/fake_ticks.h"
 #include "tests/threadpool/held_tasks.h"
 
 namespace {

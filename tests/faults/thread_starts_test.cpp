@@ -15,7 +15,7 @@
 #include "tests/support/recorded_reports.h"
 #include "tests/support/resource_probe.h"
 #include "tests/threadpool/background_call.h"
-#include "tests/threadpool/fake_ticks.h"
+#include "tests/support/fake_ticks.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/task_records.h"
 #include "tests/threadpool/thread_starts.h"

@@ -17,7 +17,7 @@
 #include "concurrency/tasks/make_task.h"
 #include "tests/lifetime/library_use.h"
 #include "tests/lifetime/started_threads.h"
-#include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/probe_task.h"
 #include "tests/scheduler/wake_scheduler.h"

@@ -14,8 +14,9 @@
 #include "concurrency/scheduler/schedule.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
-#include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
+#include "tests/scheduler/overrun_report.h"
 #include "tests/scheduler/probe_task.h"
 #include "tests/scheduler/tracked_task.h"
 #include "tests/scheduler/wake_scheduler.h"
@@ -24,6 +25,7 @@
 #include "tests/support/import_patch.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/threadpool/held_worker.h"
+#include "tests/threadpool/pool_numbers.h"
 #include "tests/threadpool/task_records.h"
 
 namespace {
@@ -33,8 +35,6 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
-constexpr const wchar_t* kOverrun = L"TaskImpl %s taking longer to execute than scheduled interval";
-constexpr int kFirstWorkers = 8;
 
 class Overrun : public testing::Test {
   protected:

@@ -13,12 +13,14 @@
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/lifetime/library_use.h"
 #include "tests/scheduler/moments.h"
+#include "tests/scheduler/overrun_report.h"
 #include "tests/scheduler/probe_task.h"
 #include "tests/scheduler/scratch_configuration.h"
 #include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/threadpool/held_worker.h"
+#include "tests/threadpool/pool_numbers.h"
 #include "zarvo_orvane_logging/orvane_logging.h"
 
 namespace {
@@ -27,8 +29,6 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
-constexpr const wchar_t* kOverrun = L"TaskImpl %s taking longer to execute than scheduled interval";
-constexpr int kFirstWorkers = 8;
 
 ScheduledTask BusyOnce(const Probe& probe) {
     probe->busy = true;

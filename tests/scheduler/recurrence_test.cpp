@@ -9,8 +9,9 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/tasks/make_task.h"
-#include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
+#include "tests/scheduler/overrun_report.h"
 #include "tests/scheduler/probe_task.h"
 #include "tests/scheduler/tracked_task.h"
 #include "tests/scheduler/wake_scheduler.h"
@@ -24,7 +25,6 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
-constexpr const wchar_t* kOverrun = L"TaskImpl %s taking longer to execute than scheduled interval";
 
 class Recurrence : public testing::Test {
   protected:

@@ -14,7 +14,7 @@
 #include "concurrency/scheduler/scheduled_task_queue.h"
 #include "concurrency/tasks/make_task.h"
 #include "tests/cancellation/wait_faults.h"
-#include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
 #include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
@@ -29,7 +29,6 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
-constexpr Duration kTick{1};
 
 // A condition may wake its thread for no reason, but seldom; a thread that spins is awake many thousand times.
 constexpr int kFewWakeUps = 5;

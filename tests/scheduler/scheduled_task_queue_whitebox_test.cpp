@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "concurrency/tasks/make_task.h"
-#include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
 #include "tests/support/plain_thread.h"
 #include "tests/threadpool/failing_allocation.h"
@@ -22,8 +22,6 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
-
-constexpr Duration kTick{1};
 
 ScheduledTask Due(TimePoint start) {
     return ScheduledTask(MakeTask(L"due", [] {}), start, kOnce);

@@ -18,7 +18,7 @@
 #include "concurrency/scheduler/schedule.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
-#include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/support/eventually.h"
 #include "tests/support/plain_thread.h"
 #include "tests/support/recorded_reports.h"

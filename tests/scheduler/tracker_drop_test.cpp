@@ -15,7 +15,7 @@
 #include "concurrency/scheduler/tracker.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
-#include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/wake_scheduler.h"
 #include "tests/support/eventually.h"
@@ -24,6 +24,7 @@
 #include "tests/support/recorded_reports.h"
 #include "tests/threadpool/at_end.h"
 #include "tests/threadpool/held_worker.h"
+#include "tests/threadpool/pool_numbers.h"
 
 namespace {
 
@@ -31,9 +32,6 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
-
-constexpr DWORD kForever = 0xFFFFFFFF;
-constexpr int kFirstWorkers = 8;
 
 class DroppedTracker : public testing::Test {
   protected:

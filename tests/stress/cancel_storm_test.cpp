@@ -29,7 +29,7 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
-constexpr std::size_t kTasks = 24;
+constexpr std::size_t kStormTasks = 24;
 constexpr std::size_t kCancellers = 3;
 
 // Something to wait for that never comes.
@@ -70,9 +70,9 @@ TEST(CancelStorm, NoRequestIsMissed) {
     const ConcurrencyLifetime lifetime;
     for (int number = 0; number < stress.Rounds(); ++number) {
         SCOPED_TRACE(stress.Description());
-        std::vector<Task> tasks(kTasks);
-        std::vector<std::shared_ptr<FutureImpl<void>>> futures(kTasks);
-        for (std::size_t i = 0; i < kTasks; ++i) {
+        std::vector<Task> tasks(kStormTasks);
+        std::vector<std::shared_ptr<FutureImpl<void>>> futures(kStormTasks);
+        for (std::size_t i = 0; i < kStormTasks; ++i) {
             const auto body = [&never, random = stress.Generator(number, 1000 + i)]() mutable {
                 for (;;) {
                     Linger(random);

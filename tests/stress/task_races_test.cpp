@@ -26,7 +26,7 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
-constexpr std::size_t kTasks = 48;
+constexpr std::size_t kRacingTasks = 48;
 
 enum class Work { kReturn, kLinger, kThrow, kSleep, kPoll, kCancelItself, kCount };
 
@@ -62,9 +62,9 @@ void Do(Work work, Random random, Task& self) {
 
 // The tasks of one round and their futures. Nothing is queued yet.
 struct Round {
-    Round(const StressRun& stress, int number, std::size_t kinds) : tasks(kTasks), futures(kTasks) {
+    Round(const StressRun& stress, int number, std::size_t kinds) : tasks(kRacingTasks), futures(kRacingTasks) {
         Random random = stress.Generator(number, 0);
-        for (std::size_t i = 0; i < kTasks; ++i) {
+        for (std::size_t i = 0; i < kRacingTasks; ++i) {
             const auto work = static_cast<Work>(Choose(random, kinds));
             const auto body = [this, work, random = stress.Generator(number, 1000 + i), i] {
                 ++runs.entered;
@@ -104,9 +104,9 @@ TimePoint InAMillisecond() {
 // Calls `act` with a random task, again and again.
 template <typename Act>
 void Disturb(Random random, Act act) {
-    for (std::size_t i = 0; i < kTasks; ++i) {
+    for (std::size_t i = 0; i < kRacingTasks; ++i) {
         Linger(random);
-        act(Choose(random, kTasks), random);
+        act(Choose(random, kRacingTasks), random);
     }
 }
 
@@ -122,7 +122,7 @@ void ExpectOutcomesToAddUp(const Round& round) {
     EXPECT_EQ(round.runs.entered, round.runs.Ended());
     EXPECT_EQ(normal, round.runs.returned);
     EXPECT_EQ(failed, round.runs.threw);
-    EXPECT_EQ(cancelled, kTasks - round.runs.returned - round.runs.threw);
+    EXPECT_EQ(cancelled, kRacingTasks - round.runs.returned - round.runs.threw);
 }
 
 TEST(TaskRaces, EveryTaskEndsInAFinalStateAndTheCountsAddUp) {

@@ -11,7 +11,7 @@ namespace Zarvo::Test {
 
 namespace {
 
-constexpr std::chrono::seconds kLimit{60};
+constexpr std::chrono::seconds kPlainThreadLimit{60};
 
 }  // namespace
 
@@ -30,7 +30,7 @@ void PlainThread::Join() {
     if (!m_thread.joinable()) {
         return;
     }
-    if (!Eventually([this] { return HasEnded(); }, kLimit)) {
+    if (!Eventually([this] { return HasEnded(); }, kPlainThreadLimit)) {
         std::fputs("PlainThread: the body has not ended within a minute\n", stderr);
         std::fflush(stderr);
         std::abort();

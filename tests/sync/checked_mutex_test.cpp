@@ -16,6 +16,7 @@
 #include "tests/support/recorded_reports.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
+#include "tests/sync/checked_mutex_reports.h"
 #include "tests/sync/others.h"
 #include "tests/sync/wall_clock.h"
 
@@ -25,14 +26,7 @@ using namespace Orvane;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
-constexpr const wchar_t* kInLock = L"checked_mutex::lock";
-constexpr const wchar_t* kInDestructor = L"checked_mutex::~checked_mutex";
-constexpr const wchar_t* kDestroyedLocked = L"Attempt to destroy locked mutex";
-
-// Time points that have passed, each in its own way.
-std::vector<TimePoint> PastTimePoints() {
-    return {WallClockNow() - 1ms, WallClockNow(), TimePoint(), TimePoint(-24h), TimePoint::min()};
-}
+constexpr const wchar_t* kLockedAtItsEnd = L"Attempt to destroy locked mutex";
 
 TEST(CheckedMutex, LetsOneThreadInAtATime) {
     checked_mutex mutex;
@@ -281,7 +275,7 @@ TEST_F(DestroyedCheckedMutex, IsReportedAfterLock) {
     EXPECT_EQ(reports[0].severity, 4);
     EXPECT_EQ(reports[0].kind, 16);
     EXPECT_EQ(reports[0].category, kInDestructor);
-    EXPECT_EQ(reports[0].format, kDestroyedLocked);
+    EXPECT_EQ(reports[0].format, kLockedAtItsEnd);
     EXPECT_TRUE(reports[0].arguments.empty());
 }
 

@@ -10,11 +10,12 @@
 #include <thread>
 
 #include "concurrency/sync/checked_mutex.h"
-#include "tests/base/fake_monotonic_clock.h"
+#include "tests/support/fake_monotonic_clock.h"
 #include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/task_thread.h"
+#include "tests/sync/checked_mutex_reports.h"
 #include "tests/sync/mutex_fields.h"
 #include "tests/sync/wall_clock.h"
 
@@ -23,9 +24,6 @@ namespace {
 using namespace Orvane;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
-
-constexpr const wchar_t* kInLock = L"checked_mutex::lock";
-constexpr const wchar_t* kInDestructor = L"checked_mutex::~checked_mutex";
 
 // While it lives, the library's wake-ups of one waiter are counted and do not arrive.
 class HeldWakeUps {

@@ -12,7 +12,7 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/sync/fifo_mutex.h"
-#include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/support/import_patch.h"
 #include "tests/sync/others.h"
 #include "tests/sync/queued_task.h"

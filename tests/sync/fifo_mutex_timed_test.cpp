@@ -68,10 +68,6 @@ bool ResultOfAWaitThatIsServed(Wait wait) {
     return result && IsFreeForOthers(mutex);
 }
 
-std::vector<TimePoint> PastTimePoints() {
-    return {WallClockNow() - 1ms, TimePoint(), TimePoint(-24h), TimePoint::min()};
-}
-
 TEST(FifoMutex, TakesAFreeMutexThoughTheTimeHasPassed) {
     for (const TimePoint& past : PastTimePoints()) {
         fifo_mutex mutex;

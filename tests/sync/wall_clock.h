@@ -1,13 +1,13 @@
-// The wall clock: read as the library reads it, and set forward for the library alone.
+// The wall clock, read as the library reads it.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <vector>
 
 #include "concurrency/base/time.h"
 #include "concurrency/base/windows_api.h"
-#include "tests/support/import_patch.h"
+#include "tests/support/fake_wall_clock.h"
 
 namespace Zarvo::Test {
 
@@ -19,29 +19,12 @@ inline Orvane::TimePoint WallClockNow() {
     return Orvane::TimePoint(Orvane::Duration(static_cast<std::int64_t>(ticks) - kTicksFrom1601To1970));
 }
 
-// While it lives, the library's wall clock runs ahead by what Advance() was given.
-//
-// Threads: any. Lifetime: one at a time.
-class ShiftedWallClock {
-  public:
-    ShiftedWallClock() { s_ahead = 0; }
-    ShiftedWallClock(const ShiftedWallClock&) = delete;
-    ShiftedWallClock& operator=(const ShiftedWallClock&) = delete;
+// Time points that have passed, each in its own way.
+inline std::vector<Orvane::TimePoint> PastTimePoints() {
+    using namespace std::chrono_literals;
+    return {WallClockNow() - 1ms, WallClockNow(), Orvane::TimePoint(), Orvane::TimePoint(-24h), Orvane::TimePoint::min()};
+}
 
-    void Advance(Orvane::Duration by) { s_ahead += by.count(); }
-
-  private:
-    static void WINAPI ReadClock(FILETIME* time) {
-        ::GetSystemTimePreciseAsFileTime(time);
-        const std::uint64_t ticks = ((static_cast<std::uint64_t>(time->dwHighDateTime) << 32) | time->dwLowDateTime) +
-                                    static_cast<std::uint64_t>(s_ahead.load());
-        time->dwHighDateTime = static_cast<DWORD>(ticks >> 32);
-        time->dwLowDateTime = static_cast<DWORD>(ticks);
-    }
-
-    static inline std::atomic<std::int64_t> s_ahead = 0;
-
-    const ImportPatch m_patch{LibraryUnderTest(), "GetSystemTimePreciseAsFileTime", &ReadClock};
-};
+using ShiftedWallClock = FakeWallClock;
 
 }  // namespace Zarvo::Test

@@ -5,8 +5,8 @@
 #include <chrono>
 #include <string>
 
-#include "tests/base/fake_monotonic_clock.h"
-#include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/fake_monotonic_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/support/child_process.h"
 #include "tests/support/eventually.h"
 #include "tests/support/plain_thread.h"

@@ -22,7 +22,7 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
 // What a caller elsewhere believes a future to be.
-class Slots {
+class FutureSlots {
   public:
     virtual bool Slot0() = 0;
     virtual void Slot1(const CloneableException& exception) = 0;
@@ -36,11 +36,11 @@ class Slots {
     virtual void Slot9() = 0;
     virtual void Slot10() = 0;
     virtual std::shared_ptr<CancellationObject> Slot11() = 0;
-    virtual ~Slots() = default;
+    virtual ~FutureSlots() = default;
 };
 
-Slots& SlotsOf(IFutureState& future) {
-    return reinterpret_cast<Slots&>(future);
+FutureSlots& SlotsOf(IFutureState& future) {
+    return reinterpret_cast<FutureSlots&>(future);
 }
 
 // Notes by name what is called.
@@ -76,7 +76,7 @@ class NamedFuture : public IFutureState {
 
 TEST(IFutureState, OperationsLieInTheirSlots) {
     Names calls;
-    Slots* const slots = &SlotsOf(*new NamedFuture(calls));
+    FutureSlots* const slots = &SlotsOf(*new NamedFuture(calls));
     EXPECT_TRUE(slots->Slot0());
     slots->Slot1(Failure(0));
     EXPECT_TRUE(slots->Slot2());
@@ -103,7 +103,7 @@ static_assert(sizeof(IFutureState) == sizeof(void*), "the interface has no data"
 
 TEST(FutureState, AnswersThroughTheSlotsOfItsInterface) {
     const FuturePointer future = AttachedFutureIn(State::NotStarted);
-    Slots& slots = SlotsOf(*future);
+    FutureSlots& slots = SlotsOf(*future);
     EXPECT_FALSE(slots.Slot2() || slots.Slot3() || slots.Slot4() || slots.Slot5() || slots.Slot6());
     EXPECT_EQ(slots.Slot11(), nullptr);
 
@@ -143,7 +143,7 @@ TEST(FutureState, IsDestroyedThroughTheLastSlot) {
 
 TEST(NullFutureState, AnswersSlotBySlot) {
     NullFutureState future;
-    Slots& slots = SlotsOf(future);
+    FutureSlots& slots = SlotsOf(future);
 
     EXPECT_FALSE(slots.Slot0());
     slots.Slot1(Failure(1));

@@ -10,7 +10,7 @@
 #include "concurrency/base/time.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
-#include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/support/eventually.h"
 #include "tests/support/plain_thread.h"
 #include "tests/support/task_thread.h"

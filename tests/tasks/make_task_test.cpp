@@ -150,13 +150,13 @@ TEST(MakeTask, TakesNoName) {
 
 int g_initialized = 0;
 
-long __stdcall NoteInitialize(void*, unsigned long) {
+long __stdcall CountInitialize(void*, unsigned long) {
     ++g_initialized;
     return -1;
 }
 
 TEST(MakeTask, TakesAThreadingPolicyInBothForms) {
-    const ImportPatch patch(LibraryUnderTest(), "CoInitializeEx", &NoteInitialize);
+    const ImportPatch patch(LibraryUnderTest(), "CoInitializeEx", &CountInitialize);
     g_initialized = 0;
     MakeTask<ComPolicyMTA>(L"", [] {})();
     EXPECT_EQ(g_initialized, 1);

@@ -19,16 +19,16 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
 // What a caller elsewhere believes a task state to be.
-class Slots {
+class TaskSlots {
   public:
     virtual void Slot0() = 0;
     virtual std::shared_ptr<ITaskState> Slot1() = 0;
     virtual std::shared_ptr<IFutureState> Slot2() = 0;
-    virtual ~Slots() = default;
+    virtual ~TaskSlots() = default;
 };
 
-Slots& SlotsOf(ITaskState& state) {
-    return reinterpret_cast<Slots&>(state);
+TaskSlots& SlotsOf(ITaskState& state) {
+    return reinterpret_cast<TaskSlots&>(state);
 }
 
 class NamedState : public ITaskState {
@@ -56,7 +56,7 @@ static_assert(sizeof(ITaskState) == sizeof(void*), "the interface has no data");
 
 TEST(ITaskState, OperationsLieInTheirSlots) {
     Names calls;
-    Slots* const slots = &SlotsOf(*new NamedState(calls));
+    TaskSlots* const slots = &SlotsOf(*new NamedState(calls));
     slots->Slot0();
     EXPECT_EQ(slots->Slot1(), nullptr);
     EXPECT_EQ(slots->Slot2(), nullptr);
@@ -69,7 +69,7 @@ TEST(TaskWrapper, AnswersThroughTheSlotsOfItsInterface) {
     int runs = 0;
     FuturePointer future;
     Task task = MakeTask(L"", [&runs] { ++runs; }, future);
-    Slots& slots = SlotsOf(*task.GetWrapper());
+    TaskSlots& slots = SlotsOf(*task.GetWrapper());
 
     EXPECT_EQ(slots.Slot2(), future);
     const auto fresh = slots.Slot1();
@@ -83,7 +83,7 @@ TEST(TaskWrapper, AnswersThroughTheSlotsOfItsInterface) {
 TEST(NullTaskWrapper, DoesNothingAndHasNothing) {
     const RecordedReports reports;
     NullTaskWrapper wrapper;
-    Slots& slots = SlotsOf(wrapper);
+    TaskSlots& slots = SlotsOf(wrapper);
     slots.Slot0();
     slots.Slot0();
 

@@ -15,6 +15,7 @@
 #include "tests/support/thread.h"
 #include "tests/threadpool/at_end.h"
 #include "tests/threadpool/held_tasks.h"
+#include "tests/threadpool/pool_numbers.h"
 #include "tests/threadpool/thread_starts.h"
 
 namespace {
@@ -22,8 +23,6 @@ namespace {
 using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
-
-constexpr int kFirstWorkers = 8;
 
 TEST(GlobalThreadPool, InitialisationAloneStartsNoThread) {
     const ThreadStarts starts;

@@ -13,7 +13,7 @@
 #include "tests/support/allocations.h"
 #include "tests/support/eventually.h"
 #include "tests/threadpool/failing_allocation.h"
-#include "tests/threadpool/fake_ticks.h"
+#include "tests/support/fake_ticks.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/pool_peers.h"
 

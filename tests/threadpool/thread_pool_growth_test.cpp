@@ -18,9 +18,10 @@
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
 #include "tests/threadpool/background_call.h"
-#include "tests/threadpool/fake_ticks.h"
+#include "tests/support/fake_ticks.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/held_worker.h"
+#include "tests/threadpool/pool_numbers.h"
 #include "tests/threadpool/task_records.h"
 #include "tests/threadpool/thread_starts.h"
 
@@ -31,8 +32,6 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
-constexpr int kBatch = 8;
-constexpr int kFirstFull = 6;    // with so many busy, one more task makes the pool grow
 constexpr int kSecondFull = 14;  // the same once it has grown to sixteen
 
 const auto kQueue = &GlobalThreadPool::Queue;

@@ -14,7 +14,7 @@
 #include "tests/support/recorded_reports.h"
 #include "tests/support/stopwatch.h"
 #include "tests/threadpool/background_call.h"
-#include "tests/threadpool/fake_ticks.h"
+#include "tests/support/fake_ticks.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/pool_peers.h"
 #include "tests/threadpool/stop_from_inside.h"

@@ -20,9 +20,10 @@
 #include "tests/support/resource_probe.h"
 #include "tests/tasks/task_fixture.h"
 #include "tests/threadpool/background_call.h"
-#include "tests/threadpool/fake_ticks.h"
+#include "tests/support/fake_ticks.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/held_worker.h"
+#include "tests/threadpool/pool_numbers.h"
 #include "tests/threadpool/task_records.h"
 #include "tests/threadpool/thread_starts.h"
 
@@ -31,11 +32,6 @@ namespace {
 using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
-
-constexpr int kBatch = 8;
-constexpr int kFirstFull = 6;
-
-const auto kQueue = &GlobalThreadPool::Queue;
 
 // What the call throws as std::runtime_error: its message.
 template <typename Call>
@@ -112,9 +108,9 @@ TEST_P(FailedGrowth, EndsTheGrowthTaskAndLaterCallersWaitUntilThePoolStops) {
     ThreadStarts starts;
     std::optional<ConcurrencyLifetime> lifetime(std::in_place);
     HeldTasks held;
-    ASSERT_TRUE(held.Start(kFirstFull, kQueue));
+    ASSERT_TRUE(held.Start(kFirstFull, &GlobalThreadPool::Queue));
     starts.FailAt(kBatch + GetParam());
-    ASSERT_TRUE(held.Start(1, kQueue));  // what called for the growth runs all the same
+    ASSERT_TRUE(held.Start(1, &GlobalThreadPool::Queue));  // what called for the growth runs all the same
 
     // The process lives on, and so does the worker that ran the growth.
     EXPECT_TRUE(Eventually([&] { return CountTasks(reports, kStopped, kGrowthTask) == 1; }));
@@ -153,9 +149,9 @@ TEST(ThreadStartFailure, OfAGrowthDoesNotKeepTheSchedulerFromEnding) {
     ThreadStarts starts;
     std::optional<ConcurrencyLifetime> lifetime(std::in_place);
     HeldTasks held;
-    ASSERT_TRUE(held.Start(kFirstFull, kQueue));
+    ASSERT_TRUE(held.Start(kFirstFull, &GlobalThreadPool::Queue));
     starts.FailAt(kBatch + 1);
-    ASSERT_TRUE(held.Start(1, kQueue));  // calls for the growth
+    ASSERT_TRUE(held.Start(1, &GlobalThreadPool::Queue));  // calls for the growth
     ASSERT_TRUE(Eventually([&] { return CountTasks(reports, kStopped, kGrowthTask) == 1; }));
     const auto due = std::make_shared<AskedState>();
     GlobalScheduler::Insert(ScheduledTask(Task(L"due", due), TimePoint(), Duration(0)));
@@ -180,9 +176,9 @@ TEST(ThreadStartFailure, WorkerOfAFailedGrowthWorksButShutdownDoesNotWaitForIt) 
     });
     starts.FailAt(kBatch + 2);
     std::optional<ConcurrencyLifetime> lifetime(std::in_place);
-    HeldWorker worker(kQueue);
+    HeldWorker worker(&GlobalThreadPool::Queue);
     HeldTasks held;
-    ASSERT_TRUE(held.Start(kFirstFull, kQueue));
+    ASSERT_TRUE(held.Start(kFirstFull, &GlobalThreadPool::Queue));
     GlobalThreadPool::Queue(MakeTask(
         L"seventh",
         [&] {

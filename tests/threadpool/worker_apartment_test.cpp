@@ -15,6 +15,7 @@
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
 #include "tests/threadpool/held_tasks.h"
+#include "tests/threadpool/pool_numbers.h"
 
 namespace {
 
@@ -22,7 +23,6 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
-constexpr int kFirstWorkers = 8;
 constexpr int kGrown = 16;
 
 struct Apartment {

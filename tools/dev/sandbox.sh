@@ -35,7 +35,7 @@ in_toolchain() {
         --setenv WINEPREFIX "$project/build/wine" --setenv WINEDEBUG -all \
         --setenv WINEDLLOVERRIDES 'mscoree,mshtml=;winemenubuilder.exe=d' \
         --setenv CMAKE_CXX_COMPILER_LAUNCHER ccache --setenv CCACHE_DIR /ccache --setenv CCACHE_MAXSIZE 2G \
-        --setenv CCACHE_BASEDIR "$project" --setenv CCACHE_NOHASHDIR 1 \
+        --setenv CCACHE_BASEDIR "$project" --setenv CCACHE_NOHASHDIR 1 --setenv CCACHE_SLOPPINESS pch_defines,time_macros \
         "$@"
 }
 
