@@ -1,15 +1,19 @@
+// Threads, their slots and locks.
 #include <gtest/gtest.h>
-#include <process.h>
-#include <windows.h>
 
 #include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
+
+#include <process.h>
+
+#include "concurrency/base/windows_api.h"
+#include "tests/platform/own_name.h"
+#include "tests/support/thread.h"
 
 namespace {
 
-constexpr DWORD kNow = 0;
+using namespace Zarvo::Test;
 
 // A thread that waits for `go` and then ends.
 struct Started {
@@ -26,7 +30,7 @@ struct Started {
         CloseHandle(go);
     }
 
-    static unsigned Run(void* argument) {
+    static unsigned __stdcall Run(void* argument) {
         auto& self = *static_cast<Started*>(argument);
         self.idInside = GetCurrentThreadId();
         WaitForSingleObject(self.go, INFINITE);
@@ -34,7 +38,7 @@ struct Started {
     }
 };
 
-TEST(HostThread, HandleIsSignalledWhenItHasEnded) {
+TEST(PlatformThread, HandleIsSignalledWhenItHasEnded) {
     Started thread;
     EXPECT_EQ(WaitForSingleObject(thread.handle, kNow), DWORD{WAIT_TIMEOUT});
     SetEvent(thread.go);
@@ -42,7 +46,7 @@ TEST(HostThread, HandleIsSignalledWhenItHasEnded) {
     EXPECT_EQ(WaitForSingleObject(thread.handle, INFINITE), WAIT_OBJECT_0);
 }
 
-TEST(HostThread, IdIsTheSameInsideAndOutside) {
+TEST(PlatformThread, IdIsTheSameInsideAndOutside) {
     DWORD idInside = 0;
     DWORD id = 0;
     {
@@ -57,17 +61,17 @@ TEST(HostThread, IdIsTheSameInsideAndOutside) {
     EXPECT_NE(id, GetCurrentThreadId());
 }
 
-TEST(HostThread, DescriptionIsKept) {
+TEST(PlatformThread, DescriptionIsKept) {
     Started thread;
-    ASSERT_EQ(SetThreadDescription(thread.handle, L"worker"), S_OK);
+    ASSERT_TRUE(SUCCEEDED(SetThreadDescription(thread.handle, L"worker")));
     PWSTR text = nullptr;
-    ASSERT_EQ(GetThreadDescription(thread.handle, &text), S_OK);
+    ASSERT_TRUE(SUCCEEDED(GetThreadDescription(thread.handle, &text)));
 
     EXPECT_EQ(std::wstring(text), L"worker");
     LocalFree(text);
 }
 
-TEST(HostThread, TerminatedOneIsSignalledAndAbandonsItsMutexes) {
+TEST(PlatformThread, TerminatedOneIsSignalledAndAbandonsItsMutexes) {
     // On purpose kept for good: the thread stays where it is.
     static HANDLE mutex = CreateMutexW(nullptr, FALSE, nullptr);
     static HANDLE owned = CreateEventW(nullptr, TRUE, FALSE, nullptr);
@@ -83,30 +87,42 @@ TEST(HostThread, TerminatedOneIsSignalledAndAbandonsItsMutexes) {
     const HANDLE thread = OpenThread(THREAD_TERMINATE, FALSE, id);
     ASSERT_TRUE(TerminateThread(thread, 0));
 
-    EXPECT_EQ(WaitForSingleObject(started, kNow), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(started, INFINITE), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(mutex, kNow), WAIT_ABANDONED_0);
     CloseHandle(thread);
     CloseHandle(started);
 }
 
-TEST(HostThread, LastErrorBelongsToTheThread) {
+TEST(PlatformThread, LastErrorBelongsToTheThread) {
+    const HANDLE go = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    const HANDLE done = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    Thread other([=] {
+        WaitForSingleObject(go, INFINITE);
+        SetLastError(9);
+        SetEvent(done);
+    });
     SetLastError(7);
-    std::thread([] { EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS}); }).join();
+    SetEvent(go);
+    WaitForSingleObject(done, INFINITE);
+
     EXPECT_EQ(GetLastError(), DWORD{7});
+    other.join();
+    CloseHandle(go);
+    CloseHandle(done);
 }
 
-TEST(HostSlot, ValueBelongsToTheThread) {
+TEST(PlatformSlot, ValueBelongsToTheThread) {
     const DWORD slot = TlsAlloc();
     int value = 0;
     EXPECT_EQ(TlsGetValue(slot), nullptr);
     EXPECT_TRUE(TlsSetValue(slot, &value));
-    std::thread([=] { EXPECT_EQ(TlsGetValue(slot), nullptr); }).join();
+    Thread([=] { EXPECT_EQ(TlsGetValue(slot), nullptr); }).join();
 
     EXPECT_EQ(TlsGetValue(slot), &value);
     EXPECT_TRUE(TlsFree(slot));
 }
 
-TEST(HostSlot, FreedAndAllocatedAgainIsEmpty) {
+TEST(PlatformSlot, FreedAndAllocatedAgainIsEmpty) {
     const DWORD slot = TlsAlloc();
     int value = 0;
     TlsSetValue(slot, &value);
@@ -117,7 +133,7 @@ TEST(HostSlot, FreedAndAllocatedAgainIsEmpty) {
     TlsFree(slot);
 }
 
-TEST(HostSlot, ReadingClearsTheLastError) {
+TEST(PlatformSlot, ReadingClearsTheLastError) {
     const DWORD slot = TlsAlloc();
     SetLastError(7);
     TlsGetValue(slot);
@@ -126,7 +142,7 @@ TEST(HostSlot, ReadingClearsTheLastError) {
     TlsFree(slot);
 }
 
-TEST(HostSlot, WhatIsNoneIsRefused) {
+TEST(PlatformSlot, WhatIsNoneIsRefused) {
     EXPECT_FALSE(TlsSetValue(TLS_OUT_OF_INDEXES, nullptr));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
     SetLastError(ERROR_SUCCESS);
@@ -137,7 +153,7 @@ TEST(HostSlot, WhatIsNoneIsRefused) {
     EXPECT_FALSE(TlsFree(slot));
 }
 
-TEST(HostSlot, ThereIsAnEndToThem) {
+TEST(PlatformSlot, ThereIsAnEndToThem) {
     std::vector<DWORD> slots;
     DWORD slot = TlsAlloc();
     while (slot != TLS_OUT_OF_INDEXES && slots.size() < 10'000) {
@@ -151,22 +167,22 @@ TEST(HostSlot, ThereIsAnEndToThem) {
     }
 }
 
-TEST(HostCriticalSection, IsRecursiveAndKeepsOthersOut) {
+TEST(PlatformCriticalSection, IsRecursiveAndKeepsOthersOut) {
     CRITICAL_SECTION section;
     InitializeCriticalSection(&section);
     EnterCriticalSection(&section);
     EXPECT_TRUE(TryEnterCriticalSection(&section));
     LeaveCriticalSection(&section);
-    std::thread([&] { EXPECT_FALSE(TryEnterCriticalSection(&section)); }).join();
+    Thread([&] { EXPECT_FALSE(TryEnterCriticalSection(&section)); }).join();
     LeaveCriticalSection(&section);
-    std::thread([&] {
+    Thread([&] {
         EXPECT_TRUE(TryEnterCriticalSection(&section));
         LeaveCriticalSection(&section);
     }).join();
     DeleteCriticalSection(&section);
 }
 
-TEST(HostSlimLock, LetsOneThreadInAtATime) {
+TEST(PlatformSlimLock, LetsOneThreadInAtATime) {
     SRWLOCK lock{};
     int plain = 0;
     const auto count = [&] {
@@ -176,8 +192,8 @@ TEST(HostSlimLock, LetsOneThreadInAtATime) {
             ReleaseSRWLockExclusive(&lock);
         }
     };
-    std::thread first(count);
-    std::thread second(count);
+    Thread first(count);
+    Thread second(count);
     first.join();
     second.join();
 

@@ -1,13 +1,18 @@
+// Events and handles.
 #include <gtest/gtest.h>
-#include <windows.h>
 
+#include <string>
 #include <thread>
+
+#include "concurrency/base/windows_api.h"
+#include "tests/platform/own_name.h"
+#include "tests/support/thread.h"
 
 namespace {
 
-constexpr DWORD kNow = 0;
+using namespace Zarvo::Test;
 
-TEST(HostEvent, AutoResetEventEndsOneWait) {
+TEST(PlatformEvent, AutoResetEventEndsOneWait) {
     const HANDLE event = CreateEventW(nullptr, FALSE, TRUE, nullptr);
 
     EXPECT_EQ(WaitForSingleObject(event, kNow), WAIT_OBJECT_0);
@@ -15,7 +20,7 @@ TEST(HostEvent, AutoResetEventEndsOneWait) {
     CloseHandle(event);
 }
 
-TEST(HostEvent, ManualResetEventEndsEveryWaitUntilItIsReset) {
+TEST(PlatformEvent, ManualResetEventEndsEveryWaitUntilItIsReset) {
     const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     SetEvent(event);
 
@@ -26,10 +31,10 @@ TEST(HostEvent, ManualResetEventEndsEveryWaitUntilItIsReset) {
     CloseHandle(event);
 }
 
-TEST(HostEvent, WakesAThreadThatWaits) {
+TEST(PlatformEvent, WakesAThreadThatWaits) {
     const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     DWORD result = WAIT_FAILED;
-    std::thread waiter([&] { result = WaitForSingleObject(event, INFINITE); });
+    Thread waiter([&] { result = WaitForSingleObject(event, INFINITE); });
     SetEvent(event);
     waiter.join();
 
@@ -37,10 +42,10 @@ TEST(HostEvent, WakesAThreadThatWaits) {
     CloseHandle(event);
 }
 
-TEST(HostEvent, OneSignalOfAnAutoResetEventEndsOnlyOneOfTwoWaits) {
+TEST(PlatformEvent, OneSignalOfAnAutoResetEventEndsOnlyOneOfTwoWaits) {
     const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    std::thread first([&] { EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0); });
-    std::thread second([&] { EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0); });
+    Thread first([&] { EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0); });
+    Thread second([&] { EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0); });
     SetEvent(event);
     while (WaitForSingleObject(event, kNow) == WAIT_OBJECT_0) {
         SetEvent(event);  // nobody has taken it yet
@@ -54,10 +59,12 @@ TEST(HostEvent, OneSignalOfAnAutoResetEventEndsOnlyOneOfTwoWaits) {
     CloseHandle(event);
 }
 
-TEST(HostEvent, NameOpensTheSameEventOnce) {
-    const HANDLE first = CreateEventW(nullptr, TRUE, FALSE, L"Local\\event");
+TEST(PlatformEvent, NameOpensTheSameEventOnce) {
+    const std::wstring name = OwnName(L"Local\\event");
+    SetLastError(ERROR_SUCCESS);
+    const HANDLE first = CreateEventW(nullptr, TRUE, FALSE, name.c_str());
     EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS});
-    const HANDLE second = CreateEventW(nullptr, TRUE, FALSE, L"Local\\event");
+    const HANDLE second = CreateEventW(nullptr, TRUE, FALSE, name.c_str());
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
     EXPECT_NE(first, second);
     SetEvent(second);
@@ -67,7 +74,7 @@ TEST(HostEvent, NameOpensTheSameEventOnce) {
     CloseHandle(second);
 }
 
-TEST(HostEvent, WhatIsNoEventIsAnInvalidHandle) {
+TEST(PlatformEvent, WhatIsNoEventIsAnInvalidHandle) {
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, nullptr);
     for (const HANDLE handle : {HANDLE{nullptr}, mutex}) {
         SetLastError(ERROR_SUCCESS);
@@ -77,18 +84,15 @@ TEST(HostEvent, WhatIsNoEventIsAnInvalidHandle) {
     CloseHandle(mutex);
 }
 
-TEST(HostHandle, IsInvalidOnceClosedAndIsNotGivenOutAgain) {
+TEST(PlatformHandle, IsInvalidOnceClosed) {
     const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     EXPECT_TRUE(CloseHandle(event));
 
     EXPECT_FALSE(CloseHandle(event));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
-    const HANDLE next = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    EXPECT_NE(next, event);
-    CloseHandle(next);
 }
 
-TEST(HostHandle, CopyKeepsTheObject) {
+TEST(PlatformHandle, CopyKeepsTheObject) {
     const HANDLE event = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     HANDLE copy = nullptr;
     ASSERT_TRUE(

@@ -1,36 +1,40 @@
+// Waits for handles.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <array>
 #include <chrono>
-#include <thread>
+
+#include "concurrency/base/windows_api.h"
+#include "tests/platform/own_name.h"
+#include "tests/support/stopwatch.h"
+#include "tests/support/thread.h"
 
 namespace {
 
-constexpr DWORD kNow = 0;
+using namespace Zarvo::Test;
 
 // As many as one wait takes.
-class HostWait : public testing::Test {
+class PlatformWait : public testing::Test {
   protected:
-    HostWait() {
+    PlatformWait() {
         for (HANDLE& handle : m_handles) {
             handle = CreateEventW(nullptr, FALSE, FALSE, nullptr);
         }
     }
-    ~HostWait() override {
+    ~PlatformWait() override {
         for (const HANDLE handle : m_handles) {
             CloseHandle(handle);
         }
     }
 
     DWORD Wait(DWORD milliseconds) const {
-        return WaitForMultipleObjects(m_handles.size(), m_handles.data(), FALSE, milliseconds);
+        return WaitForMultipleObjects(MAXIMUM_WAIT_OBJECTS, m_handles.data(), FALSE, milliseconds);
     }
 
     std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> m_handles{};
 };
 
-TEST_F(HostWait, TellsTheLowestIndexAndTakesOnlyThat) {
+TEST_F(PlatformWait, TellsTheLowestIndexAndTakesOnlyThat) {
     SetEvent(m_handles[63]);
     SetEvent(m_handles[7]);
 
@@ -39,27 +43,27 @@ TEST_F(HostWait, TellsTheLowestIndexAndTakesOnlyThat) {
     EXPECT_EQ(Wait(kNow), DWORD{WAIT_TIMEOUT});
 }
 
-TEST_F(HostWait, IsWokenByAnyOfItsObjects) {
-    std::thread waiter([&] { EXPECT_EQ(Wait(INFINITE), WAIT_OBJECT_0 + 63); });
+TEST_F(PlatformWait, IsWokenByAnyOfItsObjects) {
+    Thread waiter([&] { EXPECT_EQ(Wait(INFINITE), WAIT_OBJECT_0 + 63); });
     SetEvent(m_handles[63]);
     waiter.join();
 }
 
-TEST_F(HostWait, TellsWhichMutexWasAbandoned) {
+TEST_F(PlatformWait, TellsWhichMutexWasAbandoned) {
     CloseHandle(m_handles[5]);
     m_handles[5] = CreateMutexW(nullptr, FALSE, nullptr);
-    std::thread([&] { WaitForSingleObject(m_handles[5], kNow); }).join();
+    Thread([&] { WaitForSingleObject(m_handles[5], kNow); }).join();
 
     EXPECT_EQ(Wait(kNow), WAIT_ABANDONED_0 + 5);
 }
 
-TEST_F(HostWait, TimesOutNotBeforeItsTime) {
-    const auto start = std::chrono::steady_clock::now();
+TEST_F(PlatformWait, TimesOutNotBeforeItsTime) {
+    const Stopwatch stopwatch;
     EXPECT_EQ(Wait(30), DWORD{WAIT_TIMEOUT});
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
+    EXPECT_GE(stopwatch.Elapsed(), std::chrono::milliseconds(30));
 }
 
-TEST_F(HostWait, TooManyOrNoObjectsAreAnInvalidParameter) {
+TEST_F(PlatformWait, TooManyOrNoObjectsAreAnInvalidParameter) {
     for (const DWORD count : {DWORD{0}, DWORD{65}}) {
         SetLastError(ERROR_SUCCESS);
         EXPECT_EQ(WaitForMultipleObjects(count, m_handles.data(), FALSE, kNow), WAIT_FAILED);
@@ -67,7 +71,7 @@ TEST_F(HostWait, TooManyOrNoObjectsAreAnInvalidParameter) {
     }
 }
 
-TEST_F(HostWait, InvalidHandleFailsTheWaitAndTakesNothing) {
+TEST_F(PlatformWait, InvalidHandleFailsTheWaitAndTakesNothing) {
     CloseHandle(m_handles[40]);
     SetEvent(m_handles[0]);
 
@@ -76,10 +80,10 @@ TEST_F(HostWait, InvalidHandleFailsTheWaitAndTakesNothing) {
     EXPECT_EQ(WaitForSingleObject(m_handles[0], kNow), WAIT_OBJECT_0);
 }
 
-TEST_F(HostWait, ObjectClosedMeanwhileStaysAliveForTheWait) {
+TEST_F(PlatformWait, ObjectClosedMeanwhileStaysAliveForTheWait) {
     const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     DWORD result = WAIT_FAILED;
-    std::thread waiter([&] { result = WaitForSingleObject(event, 20); });
+    Thread waiter([&] { result = WaitForSingleObject(event, 20); });
     CloseHandle(event);
     waiter.join();
 

@@ -1,20 +1,23 @@
+// Kernel mutexes.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <string>
-#include <thread>
+
+#include "concurrency/base/windows_api.h"
+#include "tests/platform/own_name.h"
+#include "tests/support/thread.h"
 
 namespace {
 
-constexpr DWORD kNow = 0;
+using namespace Zarvo::Test;
 
 DWORD WaitOnAnotherThread(HANDLE handle) {
     DWORD result = WAIT_FAILED;
-    std::thread([&] { result = WaitForSingleObject(handle, kNow); }).join();
+    Thread([&] { result = WaitForSingleObject(handle, kNow); }).join();
     return result;
 }
 
-TEST(HostMutex, IsOwnedByOneThreadAsOftenAsItHasTakenIt) {
+TEST(PlatformMutex, IsOwnedByOneThreadAsOftenAsItHasTakenIt) {
     const HANDLE mutex = CreateMutexW(nullptr, TRUE, nullptr);
     EXPECT_EQ(WaitForSingleObject(mutex, kNow), WAIT_OBJECT_0);
     EXPECT_EQ(WaitOnAnotherThread(mutex), DWORD{WAIT_TIMEOUT});
@@ -27,9 +30,9 @@ TEST(HostMutex, IsOwnedByOneThreadAsOftenAsItHasTakenIt) {
     CloseHandle(mutex);
 }
 
-TEST(HostMutex, IsNotReleasedByAnotherThread) {
+TEST(PlatformMutex, IsNotReleasedByAnotherThread) {
     const HANDLE mutex = CreateMutexW(nullptr, TRUE, nullptr);
-    std::thread([&] {
+    Thread([&] {
         EXPECT_FALSE(ReleaseMutex(mutex));
         EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_OWNER});
     }).join();
@@ -38,9 +41,9 @@ TEST(HostMutex, IsNotReleasedByAnotherThread) {
     CloseHandle(mutex);
 }
 
-TEST(HostMutex, IsAbandonedToTheNextWhenItsOwnerEnds) {
+TEST(PlatformMutex, IsAbandonedToTheNextWhenItsOwnerEnds) {
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, nullptr);
-    std::thread([&] { WaitForSingleObject(mutex, kNow); }).join();
+    Thread([&] { WaitForSingleObject(mutex, kNow); }).join();
 
     EXPECT_EQ(WaitForSingleObject(mutex, kNow), WAIT_ABANDONED_0);
     EXPECT_TRUE(ReleaseMutex(mutex));
@@ -49,10 +52,10 @@ TEST(HostMutex, IsAbandonedToTheNextWhenItsOwnerEnds) {
     CloseHandle(mutex);
 }
 
-TEST(HostMutex, AbandonmentEndsAWaitThatIsUnderWay) {
+TEST(PlatformMutex, AbandonmentEndsAWaitThatIsUnderWay) {
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, nullptr);
     const HANDLE owned = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    std::thread owner([&] {
+    Thread owner([&] {
         WaitForSingleObject(mutex, kNow);
         SetEvent(owned);
     });
@@ -64,33 +67,35 @@ TEST(HostMutex, AbandonmentEndsAWaitThatIsUnderWay) {
     CloseHandle(mutex);
 }
 
-TEST(HostMutex, HasANameWhileItIsOpen) {
-    EXPECT_EQ(OpenMutexW(SYNCHRONIZE, FALSE, L"Global\\mutex"), nullptr);
+TEST(PlatformMutex, HasANameWhileItIsOpen) {
+    const std::wstring name = OwnName(L"Global\\mutex");
+    EXPECT_EQ(OpenMutexW(SYNCHRONIZE, FALSE, name.c_str()), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
-    const HANDLE mutex = CreateMutexW(nullptr, TRUE, L"Global\\mutex");
-    const HANDLE opened = OpenMutexW(SYNCHRONIZE, FALSE, L"Global\\mutex");
+    const HANDLE mutex = CreateMutexW(nullptr, TRUE, name.c_str());
+    const HANDLE opened = OpenMutexW(SYNCHRONIZE, FALSE, name.c_str());
     ASSERT_NE(opened, nullptr);
     EXPECT_TRUE(ReleaseMutex(opened));
     CloseHandle(mutex);
     CloseHandle(opened);
 
-    EXPECT_EQ(OpenMutexW(SYNCHRONIZE, FALSE, L"Global\\mutex"), nullptr);
+    EXPECT_EQ(OpenMutexW(SYNCHRONIZE, FALSE, name.c_str()), nullptr);
 }
 
-TEST(HostMutex, NameInAFolderIsNoPath) {
+TEST(PlatformMutex, NameInAFolderIsNoPath) {
     EXPECT_EQ(CreateMutexW(nullptr, FALSE, L"folder\\mutex"), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
 }
 
-TEST(HostMutex, LongNameIsRefused) {
+TEST(PlatformMutex, LongNameIsRefused) {
     EXPECT_EQ(CreateMutexW(nullptr, FALSE, std::wstring(MAX_PATH + 1, L'm').c_str()), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_FILENAME_EXCED_RANGE});
 }
 
-TEST(HostMutex, NameOfAnEventIsAnInvalidHandle) {
-    const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, L"taken");
+TEST(PlatformMutex, NameOfAnEventIsAnInvalidHandle) {
+    const std::wstring name = OwnName(L"taken");
+    const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, name.c_str());
 
-    EXPECT_EQ(CreateMutexW(nullptr, FALSE, L"taken"), nullptr);
+    EXPECT_EQ(CreateMutexW(nullptr, FALSE, name.c_str()), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
     CloseHandle(event);
 }
