@@ -18,7 +18,7 @@ using testing::ElementsAre;
 using testing::EndsWith;
 
 // What was printed, without the times before it.
-std::vector<std::string> Lines(const std::string& text) {
+std::vector<std::string> LinesOf(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);) {
@@ -53,7 +53,7 @@ class Heartbeat : public testing::Test {
     static void SetUpTestSuite() { s_result = RunChild("heartbeat"); }
 
     static inline ChildResult s_result;
-    const std::vector<std::string> m_lines = Lines(s_result.standardOutput);
+    const std::vector<std::string> m_lines = LinesOf(s_result.standardOutput);
 };
 
 TEST_F(Heartbeat, PulseBeatsTenTimes) {
