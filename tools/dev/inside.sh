@@ -9,7 +9,7 @@ set -euo pipefail
 configure() {
     local kind=$1
     shift
-    quiet_step "configure $kind" "build/$kind/configure.log" \
+    configure_step "configure $kind" "build/$kind" \
         cmake --preset "cross-$kind" -DZARVO_WARNINGS_AS_ERRORS=ON "$@"
 }
 
@@ -30,7 +30,7 @@ build() {
     finish "build: build/debug is up to date"
 }
 
-# test_room [ROOM] [CTEST OPTIONS]: of a room only what its tests need is built; any other label may be anywhere.
+# test_room [ROOM|LABEL] [CTEST OPTIONS]: of a room only what its tests need is built; any other label may be anywhere.
 test_room() {
     local room=''
     if [ $# != 0 ] && [[ $1 != -* ]]; then
@@ -39,6 +39,8 @@ test_room() {
     fi
     configure_debug
     if [ -n "$room" ] && [ "$room" != stress ] && ninja -C build/debug -t query "room_$room" >/dev/null 2>&1; then
+        # Quick, unless something else is asked for.
+        [ $# != 0 ] || set -- --label-exclude '^(slow|stress)$'
         compile debug "room_$room"
         start_wine
         run_tests "build/debug/tests/$room" "$@"

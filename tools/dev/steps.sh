@@ -22,6 +22,18 @@ quiet_step() {
     fail "$name" "$code"
 }
 
+# configure_step NAME FOLDER CMAKE_COMMAND...: configures a build folder, unless it was configured so before. What becomes of
+# changed CMake files is ninja's business; of the presets it knows nothing.
+configure_step() {
+    local name=$1 folder=$2 how
+    shift 2
+    how="$DEV_ROOT $(cksum <CMakePresets.json) $*"
+    if [ -e "$folder/build.ninja" ] && [ "$(cat "$folder/.configured" 2>/dev/null)" = "$how" ]; then return; fi
+    rm -f "$folder/.configured"
+    quiet_step "$name" "$folder/configure.log" "$@"
+    echo "$how" >"$folder/.configured"
+}
+
 fail() {
     printf '\ndev: FAILED: %s (exit code %s)\n' "$1" "${2:-1}" >&2
     exit "${2:-1}"

@@ -21,6 +21,10 @@ foreach(room IN ITEMS base errors lifetime cancellation tasks threadpool schedul
     list(APPEND library_sources ${sources})
 endforeach()
 add_library(concurrency_objects OBJECT ${library_sources})
+target_precompile_headers(concurrency_objects PRIVATE
+    <atomic> <chrono> <condition_variable> <exception> <functional> <memory> <mutex> <string> <thread> <vector>
+    ${root}/concurrency/base/windows_api.h
+)
 target_compile_definitions(concurrency_objects
     PRIVATE ORVANE_CONCURRENCY_EXPORTS
     INTERFACE ORVANE_CONCURRENCY_STATIC

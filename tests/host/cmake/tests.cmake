@@ -2,6 +2,19 @@ enable_testing()
 set(INSTALL_GTEST OFF)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 include(GoogleTest)
+include(${root}/tests/test_files.cmake)
+
+# For the tests and what they share. Half the time to build; how fast tests are is decided by the library, which is optimised.
+add_library(quickly_built INTERFACE)
+target_compile_options(quickly_built INTERFACE -O0)
+if(SANITIZER STREQUAL "address")
+    # On the target it traps in the tests too. Here it is looked for in the library.
+    target_compile_options(quickly_built INTERFACE -fno-sanitize=undefined)
+endif()
+function(test_code target)
+    target_link_libraries(${target} PRIVATE quickly_built)
+    use_precompiled_headers(${target} LIBRARIES quickly_built)
+endfunction()
 
 # What the tests share: as on the platform where that is all the same, with this system's own means where it is not.
 add_library(host_memory SHARED support/allocations.cpp)
@@ -21,15 +34,28 @@ function(test_support target library)
         support/running_child.cpp
     )
     target_link_libraries(${target} PUBLIC host_memory ${library} ${CMAKE_DL_LIBS})
+    test_code(${target})
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
 endfunction()
 test_support(test_support ZarvoConcurrency)
 test_support(test_support_whitebox concurrency_objects)
 
+if(SANITIZER STREQUAL "address")
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-resource-dir
+        OUTPUT_VARIABLE resource_dir OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY
+    )
+    file(GLOB_RECURSE undefined_behaviour_runtime ${resource_dir}/lib/*clang_rt.ubsan_standalone_cxx*${CMAKE_SYSTEM_PROCESSOR}*.a)
+endif()
+
 function(link_test target)
+    test_code(${target})
     # As a C program, which gets no operators new and delete from the sanitizer: the tests have their own, over the malloc
-    # that it watches. (The checks for undefined behaviour bring none, and need their C++ part.)
-    if(NOT SANITIZER STREQUAL "undefined")
-        set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
+    # that it watches. The checks for undefined behaviour need their C++ part, which has none.
+    set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
+    if(SANITIZER STREQUAL "address")
+        target_link_options(${target} PRIVATE
+            LINKER:--whole-archive,${undefined_behaviour_runtime},--no-whole-archive,--export-dynamic
+        )
     endif()
     if(target MATCHES "_whitebox_")
         target_link_libraries(${target} PRIVATE concurrency_objects test_support_whitebox)
@@ -54,8 +80,7 @@ function(test_program name room)
     add_executable(${name} ${ARGN})
     link_test(${name})
     target_link_libraries(${name} PRIVATE GTest::gmock_main)
-    # Half the time to build; how fast the tests are is decided by the library, which is optimised.
-    target_compile_options(${name} PRIVATE -O0)
+    compile_in_groups(${name})
     # One label each: the kind says more than the room.
     set(label ${room})
     if(name MATCHES "_(slow|stress)_")
@@ -72,7 +97,7 @@ endfunction()
 include(cmake/left_out.cmake)
 list(JOIN left_out_tests ":" left_out_filter)
 
-# The files of a room become programs as the ends of their names say, see tests/test_rooms.cmake.
+# The files of a room become programs as the ends of their names say, see tests/test_files.cmake.
 function(test_room room)
     list(TRANSFORM left_out_files PREPEND ${root}/tests/ OUTPUT_VARIABLE out)
     file(GLOB helpers CONFIGURE_DEPENDS ${root}/tests/${room}/*_test_child.cpp ${root}/tests/${room}/*_test_dll.cpp)
@@ -83,22 +108,20 @@ function(test_room room)
 
     file(GLOB files CONFIGURE_DEPENDS ${root}/tests/${room}/*_test.cpp)
     list(REMOVE_ITEM files ${out})
-    # They call through an interface of their own: a wrong type, on purpose.
-    set(slot_tests ${files})
-    list(FILTER slot_tests INCLUDE REGEX "(_slots|abstract_cancel_notifier)_test\\.cpp$")
-    set_source_files_properties(${slot_tests} PROPERTIES COMPILE_OPTIONS -fno-sanitize=vptr)
 
-    foreach(suffix IN ITEMS _whitebox_slow _whitebox _slow _stress "")
-        set(sources ${files})
-        list(FILTER sources INCLUDE REGEX "${suffix}_test\\.cpp$")
-        list(REMOVE_ITEM files ${sources})
-        if(sources)
-            test_program(${room}${suffix}_tests ${room} ${sources})
-        endif()
+    set(programs "")
+    foreach(file IN LISTS files)
+        test_file_target(${file} ${room} program kind)
+        list(APPEND programs ${program})
+        list(APPEND files_of_${program} ${file})
+    endforeach()
+    list(REMOVE_DUPLICATES programs)
+    foreach(program IN LISTS programs)
+        test_program(${program} ${room} ${files_of_${program}})
     endforeach()
 endfunction()
 
-# The stand-in itself.
+# The stand-in, where it is meant to differ; tests/platform shows the rest, there and here.
 file(GLOB windows_tests CONFIGURE_DEPENDS windows_tests/*_test.cpp)
 test_program(windows_tests windows ${windows_tests})
 target_compile_options(windows_tests PRIVATE ${own_code_options})
@@ -106,6 +129,11 @@ target_compile_options(windows_tests PRIVATE ${own_code_options})
 # Proof that the sanitizers see: a program with one defect at a time switched on must be reported, and without one not.
 add_executable(switched_on_defect switched_on/switched_on_defect.cpp)
 target_compile_options(switched_on_defect PRIVATE ${own_code_options})
+if(SANITIZER STREQUAL "address")
+    set_source_files_properties(switched_on/switched_on_defect.cpp PROPERTIES
+        COMPILE_OPTIONS -fsanitize=undefined SKIP_PRECOMPILE_HEADERS ON
+    )
+endif()
 link_test(switched_on_defect)
 function(expect_report defect report)
     add_test(NAME SwitchedOnDefect.${defect} COMMAND switched_on_defect ${defect})
@@ -124,10 +152,9 @@ if(SANITIZER STREQUAL "thread")
     expect_report(wrong_lock "ThreadSanitizer: data race")
 elseif(SANITIZER STREQUAL "address")
     expect_report(leaked_cell "LeakSanitizer: detected memory leaks")
-elseif(SANITIZER STREQUAL "undefined")
     expect_report(overflowing_start "runtime error: signed integer overflow")
 endif()
 
-foreach(room IN ITEMS base errors lifetime cancellation tasks threadpool scheduler sync faults journeys stress)
+foreach(room IN ITEMS platform base errors lifetime cancellation tasks threadpool scheduler sync faults journeys stress)
     test_room(${room})
 endforeach()
