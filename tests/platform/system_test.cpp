@@ -28,7 +28,8 @@ DWORD Stored(HKEY key, const wchar_t* name, DWORD& type) {
 
 HKEY Created(HKEY parent, const std::wstring& path) {
     HKEY key = nullptr;
-    EXPECT_EQ(RegCreateKeyExW(parent, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr), ERROR_SUCCESS);
+    EXPECT_EQ(RegCreateKeyExW(parent, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
+              ERROR_SUCCESS);
     return key;
 }
 
@@ -37,7 +38,8 @@ TEST(PlatformRegistry, KeepsWhatIsWritten) {
     const DWORD value = 17;
     RegSetValueExW(key, L"Value", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value);
     HKEY opened = nullptr;
-    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, (L"SOFTWARE" + kScratch.substr(8)).c_str(), 0, KEY_READ, &opened), ERROR_SUCCESS);
+    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, (L"SOFTWARE" + kScratch.substr(8)).c_str(), 0, KEY_READ, &opened),
+              ERROR_SUCCESS);
 
     DWORD type = REG_NONE;
     EXPECT_EQ(Stored(opened, L"value", type), 17U);

@@ -8,10 +8,10 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/tasks/make_task.h"
-#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/wake_scheduler.h"
 #include "tests/support/eventually.h"
+#include "tests/support/fake_wall_clock.h"
 
 namespace {
 

@@ -14,13 +14,13 @@
 #include "concurrency/scheduler/schedule.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
-#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/overrun_report.h"
 #include "tests/scheduler/probe_task.h"
 #include "tests/scheduler/tracked_task.h"
 #include "tests/scheduler/wake_scheduler.h"
 #include "tests/support/eventually.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/recorded_reports.h"
@@ -34,7 +34,6 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
-
 
 class Overrun : public testing::Test {
   protected:

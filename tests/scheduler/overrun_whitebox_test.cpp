@@ -29,7 +29,6 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
-
 ScheduledTask BusyOnce(const Probe& probe) {
     probe->busy = true;
     return ScheduledTask(probe.MakeTask(L"Busy"), k1970, kOnce);

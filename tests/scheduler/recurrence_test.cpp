@@ -9,13 +9,13 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/tasks/make_task.h"
-#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/overrun_report.h"
 #include "tests/scheduler/probe_task.h"
 #include "tests/scheduler/tracked_task.h"
 #include "tests/scheduler/wake_scheduler.h"
 #include "tests/support/eventually.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/support/recorded_reports.h"
 
 namespace {
@@ -24,7 +24,6 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
-
 
 class Recurrence : public testing::Test {
   protected:

@@ -14,9 +14,9 @@
 #include "concurrency/scheduler/scheduled_task_queue.h"
 #include "concurrency/tasks/make_task.h"
 #include "tests/cancellation/wait_faults.h"
-#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
 #include "tests/support/eventually.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/stopwatch.h"
 #include "tests/sync/wall_clock.h"
@@ -28,7 +28,6 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
-
 
 // A condition may wake its thread for no reason, but seldom; a thread that spins is awake many thousand times.
 constexpr int kFewWakeUps = 5;

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "concurrency/tasks/make_task.h"
-#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/support/plain_thread.h"
 #include "tests/threadpool/failing_allocation.h"
 

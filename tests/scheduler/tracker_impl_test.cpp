@@ -26,7 +26,6 @@ using namespace std::chrono_literals;
 
 using Work = std::function<void()>;
 
-
 // A task state whose renewal fails, for the guard's two reports.
 class NotRenewable : public ITaskState {
   public:

@@ -27,7 +27,6 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
-
 ScheduledTask Idle() {
     return ScheduledTask(MakeTask(L"Idle", [] {}), Now() + 1h, kOnce);
 }

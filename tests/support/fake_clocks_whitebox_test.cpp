@@ -48,7 +48,9 @@ TEST(FakeMonotonicClock, IsSeenByTheThreadsThatUseItAlone) {
 
 TEST(FakeMonotonicClock, GivesTheClockBack) {
     const auto before = MonotonicNow();
-    { const FakeMonotonicClock clock(before + 1000h); }
+    {
+        const FakeMonotonicClock clock(before + 1000h);
+    }
     EXPECT_GE(MonotonicNow(), before);
     EXPECT_LT(MonotonicNow(), before + 1000h);
 }
@@ -82,7 +84,9 @@ TEST(FakeWallClock, StopsAtAMoment) {
 }
 
 TEST(FakeWallClock, GivesTheClockBack) {
-    { const FakeWallClock clock(TimePoint(3h)); }
+    {
+        const FakeWallClock clock(TimePoint(3h));
+    }
     EXPECT_GT(WallClock::now(), TimePoint(1000h));
 }
 

@@ -10,8 +10,8 @@
 #include <thread>
 
 #include "concurrency/sync/checked_mutex.h"
-#include "tests/support/fake_monotonic_clock.h"
 #include "tests/support/eventually.h"
+#include "tests/support/fake_monotonic_clock.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/task_thread.h"

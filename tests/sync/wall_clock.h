@@ -22,7 +22,8 @@ inline Orvane::TimePoint WallClockNow() {
 // Time points that have passed, each in its own way.
 inline std::vector<Orvane::TimePoint> PastTimePoints() {
     using namespace std::chrono_literals;
-    return {WallClockNow() - 1ms, WallClockNow(), Orvane::TimePoint(), Orvane::TimePoint(-24h), Orvane::TimePoint::min()};
+    return {WallClockNow() - 1ms, WallClockNow(), Orvane::TimePoint(), Orvane::TimePoint(-24h),
+            Orvane::TimePoint::min()};
 }
 
 using ShiftedWallClock = FakeWallClock;

@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "concurrency/tasks/future_state.h"
-#include "tests/support/fake_monotonic_clock.h"
 #include "tests/support/eventually.h"
+#include "tests/support/fake_monotonic_clock.h"
 #include "tests/support/plain_thread.h"
 #include "tests/tasks/future_fields.h"
 

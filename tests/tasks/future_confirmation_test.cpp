@@ -5,10 +5,10 @@
 #include <chrono>
 #include <string>
 
-#include "tests/support/fake_monotonic_clock.h"
-#include "tests/support/fake_wall_clock.h"
 #include "tests/support/child_process.h"
 #include "tests/support/eventually.h"
+#include "tests/support/fake_monotonic_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/support/plain_thread.h"
 #include "tests/tasks/clocked_wait.h"
 #include "tests/tasks/future_fixture.h"
