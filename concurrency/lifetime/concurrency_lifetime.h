@@ -40,8 +40,8 @@ class ORVANE_CONCURRENCY_API ConcurrencyLifetime {
 
 namespace Internal {
 
-// Whether initialisations outnumber uninitialisations. Takes no lock: it may be asked by a thread that the last
-// uninitialisation is waiting for, and until that has ended it still answers true.
+// Whether there were more initialisations than uninitialisations. True until the last uninitialisation has ended. Takes no
+// lock, so a thread that the last uninitialisation waits for may ask.
 ORVANE_CONCURRENCY_API bool IsConcurrencyInitialized();
 
 }  // namespace Internal

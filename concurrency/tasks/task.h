@@ -5,7 +5,7 @@
 //     ends when it lets CancelRequestedException go. On the run's own thread Cancel() throws that exception itself.
 //     Wait() is a cancellation point of the calling thread's own task.
 // Memory: everything before the task is queued, launched or scheduled is visible to its run. Everything in the run is
-//     visible after Wait(), unless Wait() threw or the task had cancelled itself. Everything before Cancel() is visible
+//     visible after EndRun(), and after Wait(), unless Wait() threw or the task had cancelled itself. Everything before Cancel() is visible
 //     to the run once it finds the request.
 // Errors: std::system_error if a lock fails; std::bad_alloc.
 // Lifetime: the task lives as long as its last handle. Once it has been waited for, it releases the callable and the
@@ -44,7 +44,8 @@ class ORVANE_CONCURRENCY_API Task {
     // called a second time beside it.
     void operator()();
 
-    // Requests cancellation. A task that has not started will not run.
+    // Requests cancellation. A task that has not started will not run. After a Reset() during a run, the run under way is
+    // not asked, only the next one; EndRun() cancels it.
     void Cancel();
 
     // Lives as long as the task: keep a handle while using it.
@@ -58,7 +59,8 @@ class ORVANE_CONCURRENCY_API Task {
     // Whether cancellation was requested, or the task was waited for.
     bool IsCancelled() const;
 
-    // Makes the task runnable once more, with a new future. Nothing for a cancelled task, or if the work is gone.
+    // Makes the task runnable once more, with a new future. Nothing for a cancelled task, or if the work is gone. A Wait()
+    // that began before still waits for the old future: for ever, if nothing runs it.
     void Reset();
 
     // Waits until the run has ended, then releases the callable and the future: from then on the task is cancelled.
@@ -66,6 +68,8 @@ class ORVANE_CONCURRENCY_API Task {
     // cancelled has 30 s to end; after that the process is ended. Neither the task's exception nor its cancellation is
     // thrown here. A task whose run has cancelled itself is empty already: returns at once, although that run may not
     // be over yet.
+    //
+    // Pumps no messages: a window or STA thread that waits here for a task which calls back into it hangs.
     void Wait();
 
     // Cancels the run that is under way on another thread and waits for it, also if it has reset the task or cancelled
