@@ -60,7 +60,8 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     bool IsCancelled() const override;
 
     // Blocks until the run has ended; returns at once if no task is attached. If the state is Cancelling when it is
-    // called, and the run has not ended 30 s later, it logs a record and ends the process. Pumps no messages, see Task::Wait().
+    // called, and the run has not ended 30 s later, it logs a record and ends the process. Pumps no messages, see
+    // Task::Wait().
     void Wait() override;
 
     // Returns whether the run has ended by `deadline`; false at once if no task is attached. The deadline is of the

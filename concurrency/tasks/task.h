@@ -5,8 +5,8 @@
 //     ends when it lets CancelRequestedException go. On the run's own thread Cancel() throws that exception itself.
 //     Wait() is a cancellation point of the calling thread's own task.
 // Memory: everything before the task is queued, launched or scheduled is visible to its run. Everything in the run is
-//     visible after EndRun(), and after Wait(), unless Wait() threw or the task had cancelled itself. Everything before Cancel() is visible
-//     to the run once it finds the request.
+//     visible after EndRun(), and after Wait(), unless Wait() threw or the task had cancelled itself. Everything before
+//     Cancel() is visible to the run once it finds the request.
 // Errors: std::system_error if a lock fails; std::bad_alloc.
 // Lifetime: the task lives as long as its last handle. Once it has been waited for, it releases the callable and the
 //     future; keep the future (MakeTask's second form) to read the outcome.
@@ -44,8 +44,8 @@ class ORVANE_CONCURRENCY_API Task {
     // called a second time beside it.
     void operator()();
 
-    // Requests cancellation. A task that has not started will not run. After a Reset() during a run, the run under way is
-    // not asked, only the next one; EndRun() cancels it.
+    // Requests cancellation. A task that has not started will not run. After a Reset() during a run, the run under way
+    // is not asked, only the next one; EndRun() cancels it.
     void Cancel();
 
     // Lives as long as the task: keep a handle while using it.
@@ -59,8 +59,8 @@ class ORVANE_CONCURRENCY_API Task {
     // Whether cancellation was requested, or the task was waited for.
     bool IsCancelled() const;
 
-    // Makes the task runnable once more, with a new future. Nothing for a cancelled task, or if the work is gone. A Wait()
-    // that began before still waits for the old future: for ever, if nothing runs it.
+    // Makes the task runnable once more, with a new future. Nothing for a cancelled task, or if the work is gone. A
+    // Wait() that began before still waits for the old future: for ever, if nothing runs it.
     void Reset();
 
     // Waits until the run has ended, then releases the callable and the future: from then on the task is cancelled.
