@@ -86,11 +86,6 @@ TEST(PlatformMutex, NameInAFolderIsNoPath) {
     EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
 }
 
-TEST(PlatformMutex, LongNameIsRefused) {
-    EXPECT_EQ(CreateMutexW(nullptr, FALSE, std::wstring(MAX_PATH + 1, L'm').c_str()), nullptr);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILENAME_EXCED_RANGE});
-}
-
 TEST(PlatformMutex, NameOfAnEventIsAnInvalidHandle) {
     const std::wstring name = OwnName(L"taken");
     const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, name.c_str());

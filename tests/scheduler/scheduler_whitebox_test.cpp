@@ -18,7 +18,7 @@
 #include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/scheduler/scheduler_teardown.h"
 #include "concurrency/tasks/make_task.h"
-#include "tests/scheduler/fake_wall_clock.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/probe_task.h"
 #include "tests/support/eventually.h"

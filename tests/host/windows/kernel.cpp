@@ -129,10 +129,6 @@ bool IsGoodName(const std::wstring& name) {
         SetLastError(ERROR_PATH_NOT_FOUND);
         return false;
     }
-    if (name.size() > MAX_PATH) {
-        SetLastError(ERROR_FILENAME_EXCED_RANGE);
-        return false;
-    }
     return true;
 }
 
