@@ -193,28 +193,6 @@ TEST(DedicatedThread, CallableThatThrewMayLaunchFromItsDestructor) {
     EXPECT_TRUE(Eventually([&] { return future->IsNormal(); }));
 }
 
-// Each launch joins the threads that have ended before. Some of the newest may not have got that far, hence a few more
-// launches until they have.
-TEST(DedicatedThread, EndedThreadsAreJoinedByLaterLaunches) {
-    constexpr Resources kOfTheLast{.handles = 5, .threads = 2, .blocks = 60, .bytes = 10'000};
-    const ConcurrencyLifetime lifetime;
-    const auto run = [](int count) {
-        for (int i = 0; i < count; ++i) {
-            RunOnOwnThread(MakeTask(L"task", [] {}));
-        }
-    };
-    run(20);
-    const ResourceProbe probe;
-    run(500);
-    Resources growth;
-    EXPECT_TRUE(Eventually([&] {
-        run(1);
-        growth = probe.Growth();
-        return growth.handles <= kOfTheLast.handles && growth.threads <= kOfTheLast.threads &&
-               growth.blocks <= kOfTheLast.blocks && growth.bytes <= kOfTheLast.bytes;
-    })) << growth;
-}
-
 TEST(DedicatedThread, ShutdownJoinsThreadsThatNoLaunchCameAfter) {
     const ResourceProbe probe;
     const auto cycle = [] {
@@ -235,30 +213,6 @@ TEST(DedicatedThread, ShutdownJoinsThreadsThatNoLaunchCameAfter) {
         growth = later.Growth();
         return growth.handles == 0 && growth.threads == 0 && growth.blocks < kCycles;
     })) << growth;
-}
-
-TEST(DedicatedThread, ShutdownWaitsForTheTaskAndDoesNotCancelIt) {
-    std::optional<ConcurrencyLifetime> lifetime(std::in_place);
-    Gate entered;
-    Gate mayEnd;
-    std::atomic<bool> cancelled = false;
-    std::shared_ptr<FutureImpl<void>> future;
-    GlobalThreadPool::LaunchInNewThread(MakeTask(
-        L"task",
-        [&] {
-            entered.Open();
-            mayEnd.Wait();
-            cancelled = IsCancellationRequested();
-        },
-        future));
-    entered.Wait();
-    const BackgroundCall stop([&] { lifetime.reset(); });
-    Sleep(200);
-    EXPECT_TRUE(stop.IsRunning());
-    mayEnd.Open();
-    EXPECT_TRUE(stop.Ends());
-    EXPECT_TRUE(future->IsNormal());
-    EXPECT_FALSE(cancelled);
 }
 
 TEST(DedicatedThread, ErrorOfItsTaskStaysInTheFuture) {

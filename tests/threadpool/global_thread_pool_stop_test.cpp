@@ -55,25 +55,6 @@ TEST(GlobalThreadPoolEnd, ProcessMayEndWithoutUninitialisation) {
     EXPECT_EQ(child.exitCode, 0U);
 }
 
-TEST(GlobalThreadPoolStop, IdlePoolStopsAtOnce) {
-    const Stopwatch stopwatch;
-    {
-        const ConcurrencyLifetime lifetime;
-        GlobalThreadPool::IsPresent(Task());
-    }
-    EXPECT_LT(stopwatch.Elapsed(), 25s);  // it would wait for 30 s
-}
-
-TEST(GlobalThreadPoolStop, DoesNotWaitForAWorkerReportedAsKilled) {
-    const Stopwatch stopwatch;
-    {
-        const ConcurrencyLifetime lifetime;
-        KillOneWorker();
-        GlobalThreadPool::IncreaseKilledThreadCount();
-    }
-    EXPECT_LT(stopwatch.Elapsed(), 25s);
-}
-
 TEST(GlobalThreadPoolStop, NextPoolStartsWithoutKilledWorkers) {
     {
         const ConcurrencyLifetime lifetime;

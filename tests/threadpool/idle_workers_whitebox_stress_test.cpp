@@ -23,8 +23,8 @@ TEST(SuspendedWorker, DelaysAtMostOneTaskOfABurst) {
     const StressRun run(4);
     for (int round = 0; round < run.Rounds(); ++round) {
         for (std::size_t worker = 0; worker < kWorkers; ++worker) {
-            ASSERT_TRUE(Eventually([&] { return IdleWorkers(pool) == kWorkers; }));
-            const HANDLE thread = WorkerHandle(pool, worker);
+            ASSERT_TRUE(Eventually([&] { return IdleWorkers(*pool.Core()) == kWorkers; }));
+            const HANDLE thread = WorkerHandle(*pool.Core(), worker);
             HeldTasks held;
             ASSERT_NE(SuspendThread(thread), static_cast<DWORD>(-1));
             for (int i = 0; i < 5; ++i) {

@@ -189,10 +189,8 @@ inline std::vector<std::wstring> QueuedNames(Orvane::Internal::ThreadPoolCore& c
 }
 
 // Of the worker that was started as number `index`.
-template <typename Policy>
-HANDLE WorkerHandle(const Orvane::Internal::ThreadPool<Policy>& pool, std::size_t index) {
-    return Orvane::Internal::PoolThreadsPeer::Handle(Orvane::Internal::ThreadPoolCorePeer::Threads(*pool.Core()),
-                                                     index);
+inline HANDLE WorkerHandle(Orvane::Internal::ThreadPoolCore& core, std::size_t index) {
+    return Orvane::Internal::PoolThreadsPeer::Handle(Orvane::Internal::ThreadPoolCorePeer::Threads(core), index);
 }
 
 // As the pool keeps a dedicated thread whose task has returned and which waits to be joined.
@@ -216,9 +214,8 @@ void SetNextDedicatedNumber(const Orvane::Internal::ThreadPool<Policy>& pool, st
 }
 
 // Workers that sleep until there is a task, killed ones included.
-template <typename Policy>
-std::uint32_t IdleWorkers(const Orvane::Internal::ThreadPool<Policy>& pool) {
-    return Orvane::Internal::WorkQueuePeer::IdleWorkers(Orvane::Internal::ThreadPoolCorePeer::Queue(*pool.Core()));
+inline std::uint32_t IdleWorkers(Orvane::Internal::ThreadPoolCore& core) {
+    return Orvane::Internal::WorkQueuePeer::IdleWorkers(Orvane::Internal::ThreadPoolCorePeer::Queue(core));
 }
 
 // The pool's Queue() as a callable.

@@ -159,65 +159,6 @@ TEST(ThreadPoolGrowth, PoolDoesNotShrinkWhenItsWorkersAreIdle) {
     EXPECT_EQ(starts.Count(), 2 * kBatch);
 }
 
-// When the library read the platform's tick count. Each growth reads it twice: for the time since the last one, and when
-// it goes ahead.
-struct ReadTicks {
-    static inline const Stopwatch clock;
-    static inline std::atomic<std::int64_t> firstGrowth = 0;
-    static inline std::atomic<std::int64_t> secondGrowth = 0;
-    static inline std::atomic<int> reads = 0;
-
-    static DWORD WINAPI Read() {
-        const DWORD now = GetTickCount();
-        (++reads <= 2 ? firstGrowth : secondGrowth) = clock.Elapsed().count();
-        return now;
-    }
-};
-
-TEST(ThreadPoolGrowth, SecondGrowthKeepsItsDistanceInRealTime) {
-    const ImportPatch ticks(LibraryUnderTest(), "GetTickCount", &ReadTicks::Read);
-    const ThreadStarts starts;
-    const ConcurrencyLifetime lifetime;
-    HeldTasks held;
-    ASSERT_TRUE(held.Start(kSecondFull + 1, kQueue));
-    ASSERT_TRUE(HaveStarted(starts, 3 * kBatch));
-    ASSERT_EQ(ReadTicks::reads, 4);
-    // The platform's count advances in steps of up to 16 ms.
-    EXPECT_GE(std::chrono::nanoseconds(ReadTicks::secondGrowth - ReadTicks::firstGrowth), 250ms - 20ms);
-}
-
-// Time that stands still: nothing has passed since the first growth, so all of the period is left.
-TEST(ThreadPoolGrowth, GrowthRightAfterAnotherSleepsForThePeriod) {
-    const FakeTicks ticks(100'000);
-    const ThreadStarts starts;
-    const ConcurrencyLifetime lifetime;
-    HeldTasks held;
-    ASSERT_TRUE(held.Start(kSecondFull, kQueue));
-    ASSERT_EQ(starts.Count(), 2 * kBatch);
-    const Stopwatch stopwatch;
-    ASSERT_TRUE(held.Start(1, kQueue));
-    EXPECT_GE(stopwatch.Elapsed(), 240ms);
-    EXPECT_TRUE(HaveStarted(starts, 3 * kBatch));
-}
-
-// Any single sleep may last longer than asked for, so the shortest of several counts.
-TEST(ThreadPoolGrowth, GrowthSleepsOnlyForTheRestOfThePeriod) {
-    FakeTicks ticks(100'000);
-    const ConcurrencyLifetime lifetime;
-    HeldTasks held;
-    ASSERT_TRUE(held.Start(kFirstFull + 1, kQueue));
-    std::chrono::nanoseconds shortest = 1h;
-    for (int growth = 0; growth < 5; ++growth) {
-        ASSERT_TRUE(held.Start(kBatch - 1, kQueue));
-        ticks.Advance(240);
-        const Stopwatch stopwatch;
-        ASSERT_TRUE(held.Start(1, kQueue));
-        shortest = std::min(shortest, stopwatch.Elapsed());
-    }
-    EXPECT_GE(shortest, 5ms);
-    EXPECT_LT(shortest, 150ms);
-}
-
 // What the sleeps with an end of the constructing thread ask of the platform.
 class AskedSleeps {
   public:

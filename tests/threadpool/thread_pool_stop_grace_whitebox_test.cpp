@@ -11,6 +11,7 @@
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
+#include "concurrency/cancellation/current_task.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/tasks/null_future_state.h"
 #include "concurrency/threadpool/thread_pool.h"
@@ -291,6 +292,44 @@ TEST_F(ThreadPoolStopGrace, JoinsWithoutLimitOnceItHasCancelled) {
     EXPECT_TRUE(IsStopping());
     held.Release();
     EXPECT_TRUE(StopEnds());
+}
+
+// A client that ends a worker by force has to say so.
+TEST_F(ThreadPoolStopGrace, WaitsForAKilledWorkerThatWasNotReported) {
+    ASSERT_TRUE(Eventually([&] { return IdleWorkers(*m_core) == kWorkers; }));
+    const HANDLE doomed = WorkerHandle(*m_core, 0);
+    ASSERT_TRUE(TerminateThread(doomed, 0));
+    ASSERT_EQ(WaitForSingleObject(doomed, 60'000), WAIT_OBJECT_0);
+    StartStop();
+    Advance(30s - 1ms);
+    EXPECT_TRUE(IsStopping());
+    Advance(1ms);
+    EXPECT_TRUE(StopEnds());
+}
+
+TEST_F(ThreadPoolStopGrace, WaitsForADedicatedTaskWithoutLimitAndDoesNotCancelIt) {
+    Gate entered;
+    Gate mayEnd;
+    std::shared_ptr<FutureImpl<void>> future;
+    std::atomic<bool> cancelled = false;
+    m_core->LaunchInNewThread(MakeTask(
+        L"dedicated",
+        [&] {
+            entered.Open();
+            mayEnd.Wait();
+            cancelled = IsCancellationRequested();
+        },
+        future));
+    entered.Wait();
+    const Futures running = StartSleepers(1);
+    StartStop();
+    Advance(30s);
+    EXPECT_TRUE(Eventually([&] { return running[0]->IsCancelled(); }));
+    EXPECT_TRUE(IsStopping());
+    mayEnd.Open();
+    EXPECT_TRUE(StopEnds());
+    EXPECT_TRUE(future->IsNormal());
+    EXPECT_FALSE(cancelled);
 }
 
 }  // namespace

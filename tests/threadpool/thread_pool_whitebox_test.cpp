@@ -89,7 +89,7 @@ class IdlePool : public testing::Test {
     IdlePool() { AwaitIdle(); }
 
     void AwaitIdle() const {
-        ASSERT_TRUE(Eventually([this] { return IdleWorkers(m_pool) == kWorkers; }));
+        ASSERT_TRUE(Eventually([this] { return IdleWorkers(*m_pool.Core()) == kWorkers; }));
     }
 
     void Burst(HeldTasks& held, int tasks) const {
@@ -127,7 +127,7 @@ TEST_F(IdlePool, TaskWhoseWakeUpWasLostDoesNotTakeTheNextOnesWorker) {
 
 // The next wake-up goes to the dead worker. Only the task behind it may be late, and only once.
 TEST_F(IdlePool, KilledSleeperDelaysAtMostOneTaskOnce) {
-    const HANDLE doomed = WorkerHandle(m_pool, 0);
+    const HANDLE doomed = WorkerHandle(*m_pool.Core(), 0);
     ASSERT_TRUE(TerminateThread(doomed, 0));
     ASSERT_EQ(WaitForSingleObject(doomed, 60'000), WAIT_OBJECT_0);
     m_pool.Core()->IncreaseKilledThreadCount();
