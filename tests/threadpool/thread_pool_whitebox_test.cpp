@@ -11,6 +11,7 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/tasks/make_task.h"
 #include "tests/support/eventually.h"
+#include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/pool_peers.h"
@@ -143,6 +144,48 @@ TEST_F(IdlePool, KilledSleeperDelaysAtMostOneTaskOnce) {
         AwaitIdle();
     }
     EXPECT_LE(late, 1);
+}
+
+// Holds the first worker that looks for a task instead of sleeping, where it yields.
+class HeldLook {
+  public:
+    HeldLook() { s_state = m_state; }
+    ~HeldLook() { m_state->mayGoOn.Open(); }
+    HeldLook(const HeldLook&) = delete;
+    HeldLook& operator=(const HeldLook&) = delete;
+
+    void AwaitLook() { m_state->looks.Wait(); }
+
+  private:
+    struct State {
+        std::atomic<int> count = 0;
+        Gate looks;
+        Gate mayGoOn;
+    };
+
+    static void WINAPI HoldFirst(DWORD) {
+        const auto state = s_state;
+        if (++state->count == 1) {
+            state->looks.Open();
+            state->mayGoOn.Wait();
+        }
+    }
+
+    const std::shared_ptr<State> m_state = std::make_shared<State>();
+    static inline std::shared_ptr<State> s_state;
+    const ImportPatch m_patch{LibraryUnderTest(), "Sleep", &HoldFirst};
+};
+
+// The first task relies on the worker that looks, and gets none. It must not cost the second one its worker as well.
+TEST_F(IdlePool, WorkerThatIsHeldWhileItLooksDelaysOneTaskUntilTheNextIsQueued) {
+    HeldTasks held;
+    HeldLook look;
+    m_pool.Core()->Queue(MakeTask(L"short", [] {}));
+    look.AwaitLook();
+    Burst(held, 1);
+    EXPECT_EQ(CountsOf(m_pool).queue, 1U);
+    Burst(held, 1);
+    EXPECT_TRUE(Eventually([&] { return held.Entered() == 2; }));
 }
 
 }  // namespace
