@@ -7,12 +7,14 @@
 
 #include <mutex>
 
+#include "concurrency/base/export.h"
+
 namespace Orvane::Internal {
 
-class AbstractCancelNotifier {
+class ORVANE_CONCURRENCY_API AbstractCancelNotifier {
   public:
-    AbstractCancelNotifier(const AbstractCancelNotifier&) noexcept {}
-    AbstractCancelNotifier& operator=(const AbstractCancelNotifier&) noexcept { return *this; }
+    AbstractCancelNotifier(const AbstractCancelNotifier&) noexcept;
+    AbstractCancelNotifier& operator=(const AbstractCancelNotifier&) noexcept;
 
     // Entered with `lock` owning the cancellation object's mutex; `requested` is that object's flag. Unlock `lock`
     // before taking any other lock: the waiter holds its own while it takes the cancellation object's. While holding a
@@ -21,8 +23,8 @@ class AbstractCancelNotifier {
     virtual void Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) = 0;
 
   protected:
-    AbstractCancelNotifier() = default;
-    virtual ~AbstractCancelNotifier() = default;
+    AbstractCancelNotifier();
+    virtual ~AbstractCancelNotifier();
 };
 
 }  // namespace Orvane::Internal
