@@ -16,21 +16,19 @@ namespace {
 
 using Internal::SleepNotificationAdapter;
 using Internal::WaitEvent;
+using Internal::WaitResult;
 
-// Cancellation becomes an exception only in the functions that the caller calls. In each frame with something to destroy
-// on its way, it would be stopped and set off again: that takes about as long as throwing it.
-
-struct WaitOutcome {
-    bool cancelled;
+struct HandleOutcome {
+    bool isCancelled;
     DWORD result;
     DWORD error;  // meaningful for WAIT_FAILED
 };
 
-constexpr WaitOutcome kCancelled{true, 0, ERROR_SUCCESS};
+constexpr HandleOutcome kCancelled{true, 0, ERROR_SUCCESS};
 
 // Hands the outcome to the caller. Called last: whatever is destroyed before may change the thread's last error.
-DWORD Return(const WaitOutcome& outcome) {
-    if (outcome.cancelled) {
+DWORD Return(const HandleOutcome& outcome) {
+    if (outcome.isCancelled) {
         throw CancelRequestedException();
     }
     if (outcome.result == WAIT_FAILED) {
@@ -39,20 +37,25 @@ DWORD Return(const WaitOutcome& outcome) {
     return outcome.result;
 }
 
-// The event stands last. Its signal without a request is returned like any other.
-WaitOutcome WaitForAny(DWORD count, const HANDLE* handles, DWORD milliseconds, WaitEvent& event) {
+// The event stands last. Its signal without a request is returned like any other. A request does not hide another result:
+// with it the caller may have become the owner of a mutex.
+HandleOutcome WaitForAny(DWORD count, const HANDLE* handles, DWORD milliseconds, WaitEvent& event) {
     const DWORD result = WaitForMultipleObjects(count, handles, FALSE, milliseconds);
-    const DWORD error = result == WAIT_FAILED ? GetLastError() : ERROR_SUCCESS;
+    if (result == WAIT_FAILED) {
+        const DWORD error = GetLastError();
+        event.WaitFailed();
+        return {false, result, error};
+    }
     if (result == WAIT_OBJECT_0 + count - 1) {
         event.SignalTaken();
         if (IsCancellationRequested()) {
             return kCancelled;
         }
     }
-    return {false, result, error};
+    return {false, result, ERROR_SUCCESS};
 }
 
-WaitOutcome WaitForOne(HANDLE handle, DWORD milliseconds) {
+HandleOutcome WaitForOne(HANDLE handle, DWORD milliseconds) {
     const auto event = WaitEvent::CreateInstance();
     if (IsCancellationRequested()) {
         return kCancelled;
@@ -61,7 +64,7 @@ WaitOutcome WaitForOne(HANDLE handle, DWORD milliseconds) {
     return WaitForAny(2, handles, milliseconds, *event);
 }
 
-WaitOutcome WaitForSeveral(DWORD count, const HANDLE* handles, DWORD milliseconds) {
+HandleOutcome WaitForSeveral(DWORD count, const HANDLE* handles, DWORD milliseconds) {
     const auto event = WaitEvent::CreateInstance();
     if (IsCancellationRequested()) {
         return kCancelled;
@@ -73,8 +76,7 @@ WaitOutcome WaitForSeveral(DWORD count, const HANDLE* handles, DWORD millisecond
     return WaitForAny(count + 1, all.get(), milliseconds, *event);
 }
 
-// Returns false if it was cancelled.
-bool SleepUnlessCancelled(DWORD milliseconds) {
+WaitResult SleepUnlessCancelled(DWORD milliseconds) {
     const auto notifier = SleepNotificationAdapter::CreateInstance();
     return static_cast<SleepNotificationAdapter&>(*notifier).SleepUnlessCancelled(milliseconds);
 }
@@ -82,7 +84,7 @@ bool SleepUnlessCancelled(DWORD milliseconds) {
 }  // namespace
 
 void CancellableSleep(DWORD milliseconds) {
-    if (!SleepUnlessCancelled(milliseconds)) {
+    if (SleepUnlessCancelled(milliseconds) == WaitResult::Cancelled) {
         throw CancelRequestedException();
     }
 }

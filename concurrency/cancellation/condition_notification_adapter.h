@@ -13,13 +13,13 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
-#include "concurrency/cancellation/current_task.h"
-#include "concurrency/cancellation/notifier_registration.h"
+#include "concurrency/cancellation/wait_protocol.h"
 
 namespace Orvane::Internal {
 
@@ -52,6 +52,16 @@ class ConditionNotificationAdapter : public AbstractCancelNotifier {
     std::shared_ptr<const void> m_keepAlive;
 };
 
+// One wait on `condition` with a notifier registered. The caller owns `mutex`; `block` waits with that very lock and returns
+// whether it came back in time.
+template <typename Mutex, typename ConditionVariable, typename Block>
+[[nodiscard]] WaitResult WaitOnCondition(Mutex& mutex, ConditionVariable& condition,
+                                         std::shared_ptr<const void> keepAlive, Block block) {
+    const auto notifier = ConditionNotificationAdapter<Mutex, ConditionVariable>::CreateInstance(
+        mutex, condition, std::move(keepAlive));
+    return WaitUnlessCancelled(std::move(block));
+}
+
 // One cancellable wait on `condition`. The caller owns `mutex`; `wait()` waits with that very lock, and what it returns is
 // returned. Any wake-up ends it: the caller loops around its own condition of progress.
 //
@@ -62,25 +72,26 @@ class ConditionNotificationAdapter : public AbstractCancelNotifier {
 template <typename Mutex, typename Wait>
 auto CancellableConditionWait(Mutex& mutex, std::condition_variable_any& condition,
                               std::shared_ptr<const void> keepAlive, Wait wait) {
-    {
-        // Registered before the flag is tested, and tested and waited under one hold of `mutex`: no request is missed.
-        const auto notifier =
-            ConditionNotificationAdapter<Mutex>::CreateInstance(mutex, condition, std::move(keepAlive));
-        if (!IsCancellationRequested()) {
-            if constexpr (std::is_void_v<std::invoke_result_t<Wait&>>) {
-                wait();
-                if (!IsCancellationRequested()) {
-                    return;
-                }
-            } else {
-                auto result = wait();
-                if (!IsCancellationRequested()) {
-                    return result;
-                }
-            }
+    using Result = std::invoke_result_t<Wait&>;
+    if constexpr (std::is_void_v<Result>) {
+        const auto block = [&] {
+            wait();
+            return true;
+        };
+        if (WaitOnCondition(mutex, condition, std::move(keepAlive), block) == WaitResult::Cancelled) {
+            throw CancelRequestedException();
         }
+    } else {
+        std::optional<std::decay_t<Result>> result;
+        const auto block = [&] {
+            result.emplace(wait());
+            return true;
+        };
+        if (WaitOnCondition(mutex, condition, std::move(keepAlive), block) == WaitResult::Cancelled) {
+            throw CancelRequestedException();
+        }
+        return std::move(*result);
     }
-    throw CancelRequestedException();  // here, where there is nothing to destroy on its way
 }
 
 }  // namespace Orvane::Internal

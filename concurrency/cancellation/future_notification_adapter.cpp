@@ -3,7 +3,7 @@
 #include <atomic>
 #include <utility>
 
-#include "concurrency/cancellation/notifier_registration.h"
+#include "concurrency/cancellation/wait_protocol.h"
 #include "concurrency/tasks/future_state.h"
 
 namespace Orvane::Internal {

@@ -3,7 +3,7 @@
 #include <atomic>
 
 #include "concurrency/base/windows_api.h"
-#include "concurrency/cancellation/notifier_registration.h"
+#include "concurrency/cancellation/wait_protocol.h"
 
 namespace Orvane::Internal {
 

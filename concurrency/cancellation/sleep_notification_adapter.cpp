@@ -6,8 +6,7 @@
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
-#include "concurrency/cancellation/current_task.h"
-#include "concurrency/cancellation/notifier_registration.h"
+#include "concurrency/cancellation/wait_protocol.h"
 
 namespace Orvane::Internal {
 
@@ -35,25 +34,24 @@ void SleepNotificationAdapter::Notify(std::unique_lock<std::recursive_mutex>& lo
 }
 
 void SleepNotificationAdapter::Sleep(DWORD milliseconds) {
-    if (!SleepUnlessCancelled(milliseconds)) {
+    if (SleepUnlessCancelled(milliseconds) == WaitResult::Cancelled) {
         throw CancelRequestedException();
     }
 }
 
-bool SleepNotificationAdapter::SleepUnlessCancelled(DWORD milliseconds) {
+WaitResult SleepNotificationAdapter::SleepUnlessCancelled(DWORD milliseconds) {
     RankedLock lock(m_mutex);
-    if (IsCancellationRequested()) {
-        return false;
-    }
-    if (milliseconds == INFINITE) {
-        m_condition.wait(lock);
-    } else if (milliseconds == 0) {
-        lock.unlock();  // a wait of no time, without the platform's detour
-        lock.lock();
-    } else {
-        m_condition.wait_for(lock, std::min(std::chrono::milliseconds(milliseconds), kLongestSleep));
-    }
-    return !IsCancellationRequested();
+    return WaitUnlessCancelled([&]() ORVANE_NO_THREAD_SAFETY_ANALYSIS {
+        if (milliseconds == INFINITE) {
+            m_condition.wait(lock);
+        } else if (milliseconds == 0) {
+            lock.unlock();  // a wait of no time, without the platform's detour
+            lock.lock();
+        } else {
+            m_condition.wait_for(lock, std::min(std::chrono::milliseconds(milliseconds), kLongestSleep));
+        }
+        return true;
+    });
 }
 
 }  // namespace Orvane::Internal

@@ -13,6 +13,7 @@
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
+#include "concurrency/cancellation/wait_protocol.h"
 
 namespace Orvane::Internal {
 
@@ -31,8 +32,8 @@ class ORVANE_CONCURRENCY_API SleepNotificationAdapter : public AbstractCancelNot
     // Units: milliseconds.
     void Sleep(DWORD milliseconds);
 
-    // The same for a caller who throws himself. Returns false if it was cancelled.
-    bool SleepUnlessCancelled(DWORD milliseconds);
+    // The same for a caller that throws itself. Returns Done or Cancelled.
+    WaitResult SleepUnlessCancelled(DWORD milliseconds);
 
   private:
     SleepNotificationAdapter();

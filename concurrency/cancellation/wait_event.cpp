@@ -4,7 +4,7 @@
 #include <atomic>
 
 #include "concurrency/base/windows_api.h"
-#include "concurrency/cancellation/notifier_registration.h"
+#include "concurrency/cancellation/wait_protocol.h"
 
 namespace Orvane::Internal {
 
@@ -62,15 +62,13 @@ HANDLE TakeOrCreate() {
 }  // namespace
 
 std::shared_ptr<WaitEvent> WaitEvent::CreateInstance() {
-    auto event = std::make_shared<WaitEvent>();
-    RegisterWithCurrentRun(event);
-    return event;
+    return RegisterWithCurrentRun(std::make_shared<WaitEvent>());
 }
 
 WaitEvent::WaitEvent() : m_event(TakeOrCreate()) {}
 
 WaitEvent::~WaitEvent() {
-    if (m_signals != 0 || m_event == nullptr || !g_spareEvents.Keep(m_event)) {
+    if (m_signals != 0 || m_hasFailed || m_event == nullptr || !g_spareEvents.Keep(m_event)) {
         CloseHandle(m_event);
     }
 }

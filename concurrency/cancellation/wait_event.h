@@ -1,7 +1,7 @@
 // The notifier of the cancellable handle waits, and its event.
 //
 // Creating and closing an event costs more than a wait does. So an event is kept for a later wait, unless it may still be
-// signalled: a signal belongs to one wait and never reaches another.
+// signalled, because a signal belongs to one wait and never reaches another, or unless the wait with it failed.
 //
 // Threads: created and destroyed on any; Notify() on the thread that cancels.
 #pragma once
@@ -33,11 +33,16 @@ class WaitEvent : public AbstractCancelNotifier {
     // To be told when a wait has ended with this event, which took its signal.
     void SignalTaken() noexcept { --m_signals; }
 
+    // To be told when a wait has failed: the event may be what it failed for.
+    void WaitFailed() noexcept { m_hasFailed = true; }
+
   private:
     const HANDLE m_event;
 
     // Sent and not taken. Two may have become one in the event; then it counts as signalled although it is not.
     std::atomic<int> m_signals = 0;
+
+    bool m_hasFailed = false;
 };
 
 // Closes what is kept for later waits.

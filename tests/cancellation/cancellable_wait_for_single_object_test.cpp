@@ -294,6 +294,18 @@ TEST(CancellableWaitForSingleObject, UsesAnEventAgainWhoseSignalItTook) {
     EXPECT_EQ(created.Count(), 1);
 }
 
+// It may be the event that the wait failed for.
+TEST(CancellableWaitForSingleObject, DoesNotUseAnEventAgainWithWhichAWaitFailed) {
+    const CreatedEvents created;
+    const Event silent;
+    for (int round = 1; round <= 3; ++round) {
+        EXPECT_EQ(CancellableWaitForSingleObject(nullptr, 0), 0xFFFFFFFFU);
+        EXPECT_EQ(created.Count(), round);
+    }
+    EXPECT_EQ(CancellableWaitForSingleObject(silent.Get(), 0), 0x102U);
+    EXPECT_EQ(created.Count(), 4);
+}
+
 TEST(CancellableWaitForSingleObject, SecondSignalDoesNotReachALaterWait) {
     const Event silent;
     {
