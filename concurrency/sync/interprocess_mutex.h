@@ -26,7 +26,7 @@ class ORVANE_CONCURRENCY_API interprocess_mutex {
     // A name without a backslash is placed in the framework's namespace of kernel objects: behind "Global\ZARVO_", or
     // what the environment variable ZARVO_OBJECTS_NAMESPACE puts in its place. One with a backslash is used as it is.
     // Null: no name. An existing mutex of that name is opened.
-    explicit interprocess_mutex(const wchar_t* name);
+    interprocess_mutex(const wchar_t* name);
 
     ~interprocess_mutex();
     interprocess_mutex(const interprocess_mutex&) = delete;

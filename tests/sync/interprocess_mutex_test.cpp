@@ -6,6 +6,7 @@
 #include <chrono>
 #include <memory>
 #include <thread>
+#include <type_traits>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
@@ -37,6 +38,11 @@ bool IsKernelMutexFree(const interprocess_mutex& mutex) {
         }
     });
     return isFree;
+}
+
+TEST(InterprocessMutex, IsMadeOfANameWithoutACast) {
+    static_assert(std::is_convertible_v<const wchar_t*, interprocess_mutex>);
+    static_assert(std::is_default_constructible_v<interprocess_mutex>);
 }
 
 TEST(InterprocessMutex, IsTakenByLockAndFreedByUnlock) {
