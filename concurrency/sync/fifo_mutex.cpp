@@ -1,37 +1,34 @@
 #include "concurrency/sync/fifo_mutex.h"
 
 #include "concurrency/cancellation/cancellation_exceptions.h"
-#include "concurrency/sync/fifo_mutex_line.h"
+#include "concurrency/sync/fifo_mutex_wait_queue.h"
 
 namespace Orvane {
 
-fifo_mutex::fifo_mutex() : m_line(std::make_shared<Line>()) {}
+fifo_mutex::fifo_mutex() : m_queue(std::make_shared<WaitQueue>()) {}
 
 fifo_mutex::~fifo_mutex() = default;
 
-// Cancellation becomes an exception only in the two functions that the caller calls: caught on the way, in order to
-// leave the line, or thrown through more frames, it would cost as much as all the rest of leaving.
-
 void fifo_mutex::lock() {
-    if (m_line->LockUntil(nullptr) == Line::Place::Cancelled) {
+    if (m_queue->LockUntil(nullptr) == Internal::WaitResult::Cancelled) {
         throw CancelRequestedException();
     }
 }
 
 bool fifo_mutex::try_lock_until(const TimePoint& deadline) {
-    const Line::Place place = m_line->LockUntil(&deadline);
-    if (place == Line::Place::Cancelled) {
+    const Internal::WaitResult result = m_queue->LockUntil(&deadline);
+    if (result == Internal::WaitResult::Cancelled) {
         throw CancelRequestedException();
     }
-    return place == Line::Place::Owner;
+    return result == Internal::WaitResult::Done;
 }
 
 bool fifo_mutex::try_lock() {
-    return m_line->TryLock();
+    return m_queue->TryLock();
 }
 
 void fifo_mutex::unlock() {
-    m_line->Unlock();
+    m_queue->Unlock();
 }
 
 }  // namespace Orvane

@@ -58,10 +58,10 @@ class ORVANE_CONCURRENCY_API fifo_mutex {
     friend struct FieldOrder;
 
     using Seconds = std::chrono::duration<long double>;
-    class Line;
+    class WaitQueue;
 
-    // Shared with whoever still wakes the waiters when the next owner has already destroyed the mutex.
-    const std::shared_ptr<Line> m_line;
+    // Shared with a thread that still wakes the waiters when the next owner has already destroyed the mutex.
+    const std::shared_ptr<WaitQueue> m_queue;
 };
 
 }  // namespace Orvane

@@ -112,15 +112,21 @@ TEST(FifoMutexLifetime, EndsWithTheNextOwnerThoughTheOneBeforeIsStillInUnlock) {
     PageOfItsOwn page;
     std::unique_ptr<fifo_mutex> mutex = page.Allocated([] { return std::make_unique<fifo_mutex>(); });
     mutex->lock();
+    Gate left;
     QueuedTask next(*mutex, [&] {
         mutex->lock();
+        left.Wait();
         mutex->unlock();
         mutex.reset();
     });
+    QueuedTask leaver(*mutex, [&] { mutex->lock(); });
     HeldBehindALock owner;
     fifo_mutex& unlocked = *mutex;
     Thread destruction([&] {
         owner.WaitUntilItIsHeld();
+        leaver->Cancel();  // a request wakes all waiters
+        leaver->Join();
+        left.Open();
         next->Join();
         EXPECT_EQ(mutex, nullptr);
         owner.Release();
@@ -151,6 +157,7 @@ TEST(FifoMutexLifetime, EndsWithTheOwnerThoughARequestForAFormerWaiterIsOnItsWay
         waiter->Future()->RequestCancel();
     });
     requester.WaitUntilItIsHeld();
+    WakeWaitersOf(*mutex);
     left.Wait();
     mutex->unlock();
     mutex.reset();

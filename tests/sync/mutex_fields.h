@@ -6,7 +6,7 @@
 #include <mutex>
 
 #include "concurrency/sync/checked_mutex.h"
-#include "concurrency/sync/fifo_mutex_line.h"
+#include "concurrency/sync/fifo_mutex_wait_queue.h"
 #include "concurrency/sync/interprocess_mutex.h"
 
 namespace Orvane {
@@ -45,10 +45,10 @@ struct FieldOrder {
 
     // The calling thread becomes the owner, with so many levels.
     static void OwnWithLevels(fifo_mutex& mutex, std::uint32_t levels) {
-        mutex.m_line->m_word = fifo_mutex::Line::Owner(::GetCurrentThreadId(), levels);
+        mutex.m_queue->m_word = fifo_mutex::WaitQueue::Owner(::GetCurrentThreadId(), levels);
     }
-    static std::uint32_t LevelsOf(const fifo_mutex& mutex) { return fifo_mutex::Line::LevelsOf(mutex.m_line->m_word); }
-    static DWORD OwnerOf(const fifo_mutex& mutex) { return fifo_mutex::Line::OwnerOf(mutex.m_line->m_word); }
+    static std::uint32_t LevelsOf(const fifo_mutex& mutex) { return fifo_mutex::WaitQueue::LevelsOf(mutex.m_queue->m_word); }
+    static DWORD OwnerOf(const fifo_mutex& mutex) { return fifo_mutex::WaitQueue::OwnerOf(mutex.m_queue->m_word); }
 
     static_assert(sizeof(checked_mutex::TimedMutex::held) == 4, "the held word has 32 bits");
 
