@@ -1,6 +1,8 @@
 // The Win32 waits of the same names, as cancellation points.
 //
 // Threads: any. On a thread that runs no task they do what the Win32 calls do, but for the limits named below.
+//     They pump no messages, nor does any other wait of the library: a window or STA thread that waits for a task which
+//     calls back into that thread hangs.
 // Cancellation: all three throw CancelRequestedException when cancellation of the calling thread's task was requested
 //     before or during the wait, even with a time-out of 0. While they wait, they take the place of any notifier that
 //     the task had registered, and they do not restore it.

@@ -1,5 +1,8 @@
 // The cancellation record of one run of a task: whether cancellation was requested, and whom to wake when it is.
 //
+// Cancel a task through Task::Cancel(), never through RequestCancel() here: the future would not know of it. A run that then
+// leaves by CancelRequestedException stays busy for ever, and so does each thread that waits for it.
+//
 // Threads: any thread may ask and request. The constructing thread is the one that runs the task.
 // Errors: std::system_error if the mutex fails; RequestCancel() passes on what the notifier throws.
 // Lifetime: shared; the run's future holds it from start to end. It holds its notifier weakly.

@@ -4,6 +4,9 @@
 // Cancellation: CancellationPoint() throws; nothing else here does.
 // Errors: on a thread that runs no task the getters return empty pointers, IsCancellationRequested() returns false and
 //     CancellationPoint() returns. std::system_error if a mutex fails; std::bad_alloc from ResetFutureObject().
+//     Each call clears the thread's last error, because it reads a thread-local slot (TlsGetValue). Call GetLastError()
+//     first.
+// Memory: everything before Task::Cancel() is visible once IsCancellationRequested() has returned true for it.
 #pragma once
 
 #include <memory>

@@ -1,6 +1,7 @@
 // An exclusive mutex that says in the log when it was waited for suspiciously long, or destroyed while locked.
 //
 // Threads: any thread may call any operation. Waiters are not served in order.
+// Memory: everything before unlock() is visible to the next holder.
 // Recursion: none: a second lock() by the holder is reported after 3 s and then waits for ever.
 // Cancellation: no cancellation points.
 // Errors: std::system_error if a lock fails. On purpose nothing else: a long wait and misuse are reported, not thrown.

@@ -2,13 +2,14 @@
 //
 // Threads: every member may be called from any thread; only the owner may call unlock(), which does not check it.
 // Recursion: the owner may lock again; each lock needs its own unlock.
+// Memory: everything before unlock() is visible to the next owner.
 // Cancellation: lock() and the timed locks are cancellation points while they must wait: they throw
-//     CancelRequestedException when the caller's task is cancelled. The place in the line is given up, the others keep
-//     theirs. A free or own mutex is taken without asking.
-// Errors: std::bad_alloc from the constructor; std::system_error if the guard fails; std::length_error or std::bad_alloc
-//     if the line cannot grow. On purpose: memory that runs out while waiting leaves the caller's place in the line, and
-//     nobody behind it is served.
-// Lifetime: must outlive every owner and every waiter; this is not checked.
+//     CancelRequestedException when the caller's task is cancelled. The caller leaves the wait queue, the others keep their
+//     places. A free or own mutex is taken without asking.
+// Errors: std::bad_alloc from the constructor; std::system_error if its lock fails; std::length_error or std::bad_alloc
+//     if the wait queue cannot grow. On purpose: if memory runs out while a thread waits, its place stays in the queue, and
+//     the threads behind it are not served until it calls unlock().
+// Lifetime: must outlive every owner and every waiter; this is not checked. The next owner may destroy it at once.
 #pragma once
 
 #include <chrono>

@@ -1,6 +1,8 @@
 // An exclusive mutex that processes share through its name: a Win32 kernel mutex.
 //
-// Threads: the thread that locked must unlock. Recursion: the owner may lock again; each lock needs its own unlock.
+// Threads: the thread that locked must unlock.
+// Memory: everything before unlock() is visible to the next owner, of shared memory in other processes too.
+// Recursion: the owner may lock again; each lock needs its own unlock.
 // Cancellation: lock() is a cancellation point.
 // Errors: LockException from lock() and unlock(), with a report; std::runtime_error if the mutex cannot be created,
 //     and, without a report, if ZARVO_OBJECTS_NAMESPACE is no namespace.
