@@ -18,6 +18,8 @@
 
 namespace Orvane::Internal {
 
+struct CancellationObjectPeer;
+
 class ORVANE_CONCURRENCY_API CancellationObject {
   public:
     CancellationObject();
@@ -41,7 +43,7 @@ class ORVANE_CONCURRENCY_API CancellationObject {
     void RequestCancel() ORVANE_NO_THREAD_SAFETY_ANALYSIS;
 
   private:
-    friend struct FieldOrder;
+    friend struct CancellationObjectPeer;  // of the tests
 
     RankedMutex<std::recursive_mutex, LockRank::CancellationObject> m_mutex;
     std::weak_ptr<AbstractCancelNotifier> m_notifier ORVANE_GUARDED_BY(m_mutex);

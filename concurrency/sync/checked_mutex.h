@@ -20,6 +20,8 @@
 
 namespace Orvane {
 
+struct CheckedMutexPeer;
+
 class ORVANE_CONCURRENCY_API checked_mutex {
   public:
     checked_mutex();
@@ -37,7 +39,7 @@ class ORVANE_CONCURRENCY_API checked_mutex {
     void unlock();
 
   private:
-    friend struct FieldOrder;
+    friend struct CheckedMutexPeer;  // of the tests
 
     // A timed mutex that touches its inner mutex only where somebody waits.
     struct TimedMutex {

@@ -20,6 +20,8 @@
 
 namespace Orvane {
 
+struct FifoMutexPeer;
+
 class ORVANE_CONCURRENCY_API fifo_mutex {
   public:
     fifo_mutex();
@@ -56,7 +58,7 @@ class ORVANE_CONCURRENCY_API fifo_mutex {
     void unlock();
 
   private:
-    friend struct FieldOrder;
+    friend struct FifoMutexPeer;  // of the tests
 
     using Seconds = std::chrono::duration<long double>;
     class WaitQueue;

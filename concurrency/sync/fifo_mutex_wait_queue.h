@@ -55,7 +55,7 @@ class fifo_mutex::WaitQueue : public std::enable_shared_from_this<WaitQueue> {
     }
 
   private:
-    friend struct FieldOrder;
+    friend struct FifoMutexPeer;
 
     using Entries = std::list<DWORD>;
     using GuardMutex = Internal::RankedMutex<std::recursive_mutex, Internal::LockRank::Waiter>;

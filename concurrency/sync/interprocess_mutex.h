@@ -20,6 +20,8 @@
 
 namespace Orvane {
 
+struct InterprocessMutexPeer;
+
 class ORVANE_CONCURRENCY_API interprocess_mutex {
   public:
     // Without a name, private to this object.
@@ -41,7 +43,7 @@ class ORVANE_CONCURRENCY_API interprocess_mutex {
     std::wstring CheckAndPrependZarvoObjectsNamespace(const wchar_t* name);
 
   private:
-    friend struct FieldOrder;
+    friend struct InterprocessMutexPeer;  // of the tests
 
     HANDLE m_handle;
 

@@ -1,19 +1,15 @@
-// What becomes of the line when memory runs out, or what counts its levels.
+// What becomes of the wait queue when memory runs out.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdint>
 #include <new>
-#include <stdexcept>
-#include <string>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/thread.h"
-#include "tests/sync/mutex_fields.h"
 #include "tests/sync/others.h"
 
 namespace {
@@ -94,31 +90,6 @@ TEST(FifoMutex, KeepsThePlaceOfAThreadThatHasNoMemoryToWait) {
     // Its turn has come without its knowing: it may unlock.
     leave.Open();
     ghost.join();
-    EXPECT_TRUE(IsFreeForOthers(mutex));
-}
-
-// One level too many would be that of another owner.
-TEST(FifoMutex, HasALastLevel) {
-    constexpr std::uint32_t kMost = 0xFFFFFFFF;
-    fifo_mutex mutex;
-    FieldOrder::OwnWithLevels(mutex, kMost - 1);
-    mutex.lock();
-    for (const auto& lock :
-         {+[](fifo_mutex& own) { own.lock(); }, +[](fifo_mutex& own) { static_cast<void>(own.try_lock()); },
-          +[](fifo_mutex& own) { static_cast<void>(own.try_lock_until(TimePoint::max())); }}) {
-        try {
-            lock(mutex);
-            ADD_FAILURE() << "one level more was given";
-        } catch (const std::length_error& error) {
-            EXPECT_EQ(error.what(), std::string("list too long"));
-        }
-        EXPECT_EQ(FieldOrder::LevelsOf(mutex), kMost);
-        EXPECT_EQ(FieldOrder::OwnerOf(mutex), ::GetCurrentThreadId());
-    }
-    EXPECT_FALSE(IsFreeForOthers(mutex));
-
-    FieldOrder::OwnWithLevels(mutex, 1);
-    mutex.unlock();
     EXPECT_TRUE(IsFreeForOthers(mutex));
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <typeinfo>
@@ -17,8 +16,8 @@
 #include "tests/support/import_patch.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/resource_probe.h"
+#include "tests/sync/kernel_mutex.h"
 #include "tests/sync/kernel_names.h"
-#include "tests/sync/mutex_fields.h"
 #include "tests/sync/others.h"
 
 namespace {
@@ -170,19 +169,16 @@ TEST(InterprocessMutexCreation, LeavesNothingBehindWhenItFails) {
 }
 
 TEST(InterprocessMutexLock, ReportsAndThrowsWhenTheWaitFails) {
-    interprocess_mutex mutex;
-    const HANDLE handle = FieldOrder::HandleOf(mutex);
+    KnownMutex mutex;
     for (const auto& [error, code] : kErrors) {
         const RecordedReports reports;
         const FailingWait failure("WaitForMultipleObjects", WAIT_FAILED, error);
-        EXPECT_EQ(ThrownText<LockException>([&] { mutex.lock(); }), "interprocess_mutex: Failed to lock mutex");
+        EXPECT_EQ(ThrownText<LockException>([&] { mutex->lock(); }), "interprocess_mutex: Failed to lock mutex");
 
         const auto records = reports.All();
         ASSERT_EQ(records.size(), 1U);
-        ExpectReport(records[0], L"interprocess_mutex::DoLock", kLockFailed, Arguments(Shown(handle), code));
+        ExpectReport(records[0], L"interprocess_mutex::DoLock", kLockFailed, Arguments(Shown(mutex.Handle()), code));
     }
-    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
-    EXPECT_EQ(FieldOrder::OwnerOf(mutex), 0U);
 }
 
 TEST(InterprocessMutexLock, TakesEveryOtherResultOfTheWaitForAFailure) {
@@ -193,28 +189,24 @@ TEST(InterprocessMutexLock, TakesEveryOtherResultOfTheWaitForAFailure) {
         EXPECT_EQ(ThrownText<LockException>([&] { mutex.lock(); }), "interprocess_mutex: Failed to lock mutex");
         EXPECT_EQ(reports.Count(L"interprocess_mutex::DoLock", kLockFailed), 1U) << result;
     }
-    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
 }
 
 TEST(InterprocessMutexLock, FailsWhenTheOwnersThreadHasEndedAndOwnsTheMutexAllTheSame) {
-    interprocess_mutex mutex;
-    OnAnotherThread([&] { mutex.lock(); });
-    const DWORD deadOwner = FieldOrder::OwnerOf(mutex);
+    KnownMutex mutex;
+    OnAnotherThread([&] { mutex->lock(); });
     const RecordedReports reports;
-    EXPECT_EQ(ThrownText<LockException>([&] { mutex.lock(); }), "interprocess_mutex: Failed to lock mutex");
+    EXPECT_EQ(ThrownText<LockException>([&] { mutex->lock(); }), "interprocess_mutex: Failed to lock mutex");
 
     const auto records = reports.All();
     ASSERT_EQ(records.size(), 1U);
     EXPECT_EQ(records[0].category, L"interprocess_mutex::DoLock");
     EXPECT_EQ(records[0].format, kLockFailed);
     ASSERT_EQ(records[0].arguments.size(), 2U);
-    EXPECT_EQ(records[0].arguments[0], Arguments(Shown(FieldOrder::HandleOf(mutex)))[0]);
-    EXPECT_TRUE(FieldOrder::IsMarkedLocked(mutex));
-    EXPECT_EQ(FieldOrder::OwnerOf(mutex), deadOwner);
+    EXPECT_EQ(records[0].arguments[0], Arguments(Shown(mutex.Handle()))[0]);
 
     // The caller owns it: only the caller can release it.
-    OnAnotherThread([&] { EXPECT_THROW(mutex.unlock(), LockException); });
-    EXPECT_NO_THROW(mutex.unlock());
+    OnAnotherThread([&] { EXPECT_THROW(mutex->unlock(), LockException); });
+    EXPECT_NO_THROW(mutex->unlock());
 }
 
 TEST(InterprocessMutexLock, SucceedsAfterAnAbandonedMutexWasUnlocked) {
@@ -233,62 +225,58 @@ TEST(InterprocessMutexLock, SucceedsAfterAnAbandonedMutexWasUnlocked) {
 
 // The failed lock counts as a level.
 TEST(InterprocessMutexLock, IsTheSecondLevelAfterAnAbandonedMutexWasNotUnlocked) {
-    interprocess_mutex mutex;
-    OnAnotherThread([&] { mutex.lock(); });
-    EXPECT_THROW(mutex.lock(), LockException);
-    EXPECT_NO_THROW(mutex.lock());
-    mutex.unlock();
-    OnAnotherThread([&] { EXPECT_EQ(WaitForSingleObject(FieldOrder::HandleOf(mutex), 0), DWORD{WAIT_TIMEOUT}); });
-    EXPECT_NO_THROW(mutex.unlock());
-    EXPECT_THROW(mutex.unlock(), LockException);
+    KnownMutex mutex;
+    OnAnotherThread([&] { mutex->lock(); });
+    EXPECT_THROW(mutex->lock(), LockException);
+    EXPECT_NO_THROW(mutex->lock());
+    mutex->unlock();
+    OnAnotherThread([&] { EXPECT_EQ(WaitForSingleObject(mutex.Handle(), 0), DWORD{WAIT_TIMEOUT}); });
+    EXPECT_NO_THROW(mutex->unlock());
+    EXPECT_THROW(mutex->unlock(), LockException);
 }
 
 TEST(InterprocessMutexUnlock, FailsForAThreadThatIsNotTheOwner) {
-    interprocess_mutex mutex;
-    mutex.lock();
+    KnownMutex mutex;
+    mutex->lock();
     const RecordedReports reports;
     OnAnotherThread([&] {
-        EXPECT_EQ(ThrownText<LockException>([&] { mutex.unlock(); }), "interprocess_mutex: Failed to unlock mutex");
+        EXPECT_EQ(ThrownText<LockException>([&] { mutex->unlock(); }), "interprocess_mutex: Failed to unlock mutex");
     });
 
     const auto records = reports.All();
     ASSERT_EQ(records.size(), 1U);
     ExpectReport(records[0], L"interprocess_mutex::DoUnlock", kUnlockFailed,
-                 Arguments(Shown(FieldOrder::HandleOf(mutex)), 0x80070120U));
-    EXPECT_TRUE(FieldOrder::IsMarkedLocked(mutex));
-    EXPECT_EQ(FieldOrder::OwnerOf(mutex), ::GetCurrentThreadId());
-    mutex.unlock();
+                 Arguments(Shown(mutex.Handle()), 0x80070120U));
+    mutex->unlock();
 }
 
 TEST(InterprocessMutexUnlock, FailsWhenNobodyIsTheOwner) {
     interprocess_mutex mutex;
     EXPECT_THROW(mutex.unlock(), LockException);
-    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
     EXPECT_NO_THROW(mutex.lock());
     mutex.unlock();
 }
 
 TEST(InterprocessMutexUnlock, ShowsEachErrorAsItsResultCode) {
-    interprocess_mutex mutex;
-    mutex.lock();
+    KnownMutex mutex;
+    mutex->lock();
     for (const auto& [error, code] : kErrors) {
         const RecordedReports reports;
         const FailingHandleCall failure("ReleaseMutex", FALSE, error);
-        EXPECT_THROW(mutex.unlock(), LockException);
+        EXPECT_THROW(mutex->unlock(), LockException);
         ASSERT_EQ(reports.All().size(), 1U);
-        EXPECT_EQ(reports.Last().arguments, Arguments(Shown(FieldOrder::HandleOf(mutex)), code)) << error;
+        EXPECT_EQ(reports.Last().arguments, Arguments(Shown(mutex.Handle()), code)) << error;
     }
-    EXPECT_TRUE(FieldOrder::IsMarkedLocked(mutex));
-    mutex.unlock();
+    mutex->unlock();
 }
 
 TEST(InterprocessMutexDestruction, ReportsALockedMutexOnceAndClosesItsHandle) {
     const std::wstring name = L"Local\\" + UniqueName(L"destroyed");
-    auto mutex = std::make_unique<interprocess_mutex>(name.c_str());
-    const HANDLE handle = FieldOrder::HandleOf(*mutex);
+    KnownMutex mutex(name.c_str());
+    const HANDLE handle = mutex.Handle();
     mutex->lock();
     const RecordedReports reports;
-    mutex.reset();
+    mutex.Reset();
 
     const auto records = reports.All();
     ASSERT_EQ(records.size(), 1U);
@@ -298,13 +286,13 @@ TEST(InterprocessMutexDestruction, ReportsALockedMutexOnceAndClosesItsHandle) {
 
 TEST(InterprocessMutexDestruction, DoesNotReleaseTheMutex) {
     const std::wstring name = UniqueName(L"unreleased");
-    interprocess_mutex other(name.c_str());
+    KnownMutex other(name.c_str());
     {
         interprocess_mutex mutex(name.c_str());
         mutex.lock();
     }
-    OnAnotherThread([&] { EXPECT_EQ(WaitForSingleObject(FieldOrder::HandleOf(other), 0), DWORD{WAIT_TIMEOUT}); });
-    EXPECT_NO_THROW(other.unlock());
+    OnAnotherThread([&] { EXPECT_EQ(WaitForSingleObject(other.Handle(), 0), DWORD{WAIT_TIMEOUT}); });
+    EXPECT_NO_THROW(other->unlock());
 }
 
 // The flag tells what happened through this object, not whether the platform's mutex is owned.
@@ -322,11 +310,11 @@ TEST(InterprocessMutexDestruction, SaysNothingWhenOnlyTheFirstOfTwoLevelsWasUnlo
 TEST(InterprocessMutexDestruction, ReportsAHandleThatCannotBeClosed) {
     for (const auto& [error, code] : kErrors) {
         const RecordedReports reports;
-        auto mutex = std::make_unique<interprocess_mutex>();
-        const HANDLE handle = FieldOrder::HandleOf(*mutex);
+        KnownMutex mutex;
+        const HANDLE handle = mutex.Handle();
         {
             const FailingHandleCall failure("CloseHandle", FALSE, error);
-            mutex.reset();
+            mutex.Reset();
             EXPECT_EQ(failure.Calls(), 1);
         }
         CloseHandle(handle);
@@ -338,12 +326,12 @@ TEST(InterprocessMutexDestruction, ReportsAHandleThatCannotBeClosed) {
 }
 
 TEST(InterprocessMutexDestruction, ReportsBothALockedMutexAndItsHandle) {
-    auto mutex = std::make_unique<interprocess_mutex>();
-    const HANDLE handle = FieldOrder::HandleOf(*mutex);
+    KnownMutex mutex;
+    const HANDLE handle = mutex.Handle();
     mutex->lock();
     const RecordedReports reports;
     CloseHandle(handle);
-    mutex.reset();
+    mutex.Reset();
 
     const auto records = reports.All();
     ASSERT_EQ(records.size(), 2U);

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <memory>
 #include <thread>
 #include <type_traits>
 
@@ -17,8 +16,8 @@
 #include "tests/support/recorded_reports.h"
 #include "tests/support/resource_probe.h"
 #include "tests/support/task_thread.h"
+#include "tests/sync/kernel_mutex.h"
 #include "tests/sync/kernel_names.h"
-#include "tests/sync/mutex_fields.h"
 #include "tests/sync/others.h"
 
 namespace {
@@ -28,10 +27,9 @@ using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
 // Whether a thread that owns nothing could have taken the kernel mutex now.
-bool IsKernelMutexFree(const interprocess_mutex& mutex) {
+bool IsKernelMutexFree(const KnownMutex& mutex) {
     bool isFree = false;
-    OnAnotherThread([&] {
-        const HANDLE handle = FieldOrder::HandleOf(mutex);
+    OnAnotherThread([&, handle = mutex.Handle()] {
         isFree = WaitForSingleObject(handle, 0) == WAIT_OBJECT_0;
         if (isFree) {
             ReleaseMutex(handle);
@@ -46,26 +44,12 @@ TEST(InterprocessMutex, IsMadeOfANameWithoutACast) {
 }
 
 TEST(InterprocessMutex, IsTakenByLockAndFreedByUnlock) {
-    interprocess_mutex mutex;
+    KnownMutex mutex;
     EXPECT_TRUE(IsKernelMutexFree(mutex));
-    mutex.lock();
+    mutex->lock();
     EXPECT_FALSE(IsKernelMutexFree(mutex));
-    mutex.unlock();
+    mutex->unlock();
     EXPECT_TRUE(IsKernelMutexFree(mutex));
-}
-
-TEST(InterprocessMutex, RemembersItsOwnerBetweenLockAndUnlock) {
-    interprocess_mutex mutex;
-    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
-    EXPECT_EQ(FieldOrder::OwnerOf(mutex), 0U);
-
-    mutex.lock();
-    EXPECT_TRUE(FieldOrder::IsMarkedLocked(mutex));
-    EXPECT_EQ(FieldOrder::OwnerOf(mutex), ::GetCurrentThreadId());
-
-    mutex.unlock();
-    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
-    EXPECT_EQ(FieldOrder::OwnerOf(mutex), 0U);
 }
 
 TEST(InterprocessMutex, KeepsAWaiterOutUntilTheOwnerUnlocks) {
@@ -83,25 +67,21 @@ TEST(InterprocessMutex, KeepsAWaiterOutUntilTheOwnerUnlocks) {
 
 TEST(InterprocessMutex, IsSharedByTheObjectsOfOneName) {
     const std::wstring name = UniqueName(L"shared");
-    interprocess_mutex one(name.c_str());
-    interprocess_mutex two(name.c_str());
-    one.lock();
+    KnownMutex one(name.c_str());
+    KnownMutex two(name.c_str());
+    one->lock();
     EXPECT_FALSE(IsKernelMutexFree(two));
-    EXPECT_FALSE(FieldOrder::IsMarkedLocked(two));
-    one.unlock();
+    one->unlock();
     EXPECT_TRUE(IsKernelMutexFree(two));
 }
 
-// The flag does not count levels, the platform does.
 TEST(InterprocessMutex, MayBeLockedAgainByItsOwner) {
-    interprocess_mutex mutex;
-    mutex.lock();
-    mutex.lock();
-    mutex.unlock();
-    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
-    EXPECT_EQ(FieldOrder::OwnerOf(mutex), 0U);
+    KnownMutex mutex;
+    mutex->lock();
+    mutex->lock();
+    mutex->unlock();
     EXPECT_FALSE(IsKernelMutexFree(mutex));
-    mutex.unlock();
+    mutex->unlock();
     EXPECT_TRUE(IsKernelMutexFree(mutex));
 }
 
@@ -158,53 +138,51 @@ class ObservedWait {
 };
 
 TEST(InterprocessMutex, WaitsForTheKernelMutexWithoutLimit) {
-    interprocess_mutex mutex;
-    mutex.lock();
+    KnownMutex mutex;
+    mutex->lock();
     const ObservedWait wait;
     TaskThread waiter([&] {
-        mutex.lock();
-        mutex.unlock();
+        mutex->lock();
+        mutex->unlock();
     });
     ASSERT_TRUE(Eventually([&] { return wait.HasBegun(); }));
-    EXPECT_EQ(wait.FirstHandle(), FieldOrder::HandleOf(mutex));
+    EXPECT_EQ(wait.FirstHandle(), mutex.Handle());
     EXPECT_EQ(wait.Milliseconds(), DWORD{INFINITE});
-    mutex.unlock();
+    mutex->unlock();
     EXPECT_TRUE(waiter.EndedNormally());
 }
 
 TEST(InterprocessMutex, IsLeftByACancelledWaiterWithoutAReport) {
     const RecordedReports reports;
-    interprocess_mutex mutex;
-    mutex.lock();
+    KnownMutex mutex;
+    mutex->lock();
     const ObservedWait wait;
     TaskThread waiter([&] {
-        EXPECT_THROW(mutex.lock(), CancelRequestedException);
-        mutex.lock();
+        EXPECT_THROW(mutex->lock(), CancelRequestedException);
+        mutex->lock();
     });
     ASSERT_TRUE(Eventually([&] { return wait.HasBegun(); }));
     waiter.Cancel();
     EXPECT_TRUE(waiter.EndedCancelled());
 
-    EXPECT_EQ(FieldOrder::OwnerOf(mutex), ::GetCurrentThreadId());
     EXPECT_FALSE(IsKernelMutexFree(mutex));
-    mutex.unlock();
+    mutex->unlock();
     EXPECT_TRUE(IsKernelMutexFree(mutex));
     EXPECT_EQ(reports.Count(L"interprocess_mutex::DoLock"), 0U);
 }
 
 TEST(InterprocessMutex, IsNotTakenByATaskThatWasCancelledBeforeThoughItIsFree) {
     const RecordedReports reports;
-    interprocess_mutex mutex;
+    KnownMutex mutex;
     Gate cancelled;
     TaskThread task([&] {
         cancelled.Wait();
-        mutex.lock();
+        mutex->lock();
     });
     task.Cancel();
     cancelled.Open();
     EXPECT_TRUE(task.EndedCancelled());
     EXPECT_TRUE(IsKernelMutexFree(mutex));
-    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
     EXPECT_EQ(reports.Count(L"interprocess_mutex::DoLock"), 0U);
 }
 

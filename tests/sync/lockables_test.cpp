@@ -14,7 +14,6 @@
 #include "concurrency/sync/interprocess_mutex.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/thread.h"
-#include "tests/sync/mutex_fields.h"
 #include "tests/sync/others.h"
 
 namespace {
@@ -189,15 +188,6 @@ TEST(Mutexes, AreLockedTogetherInAnyOrderWithoutADeadlock) {
     EXPECT_TRUE(IsFreeForOthers(checked));
     EXPECT_TRUE(IsFreeForOthers(fifo));
     EXPECT_TRUE(IsFreeForOthers(secondFifo));
-}
-
-TEST(InterprocessMutex, IsMarkedUnderAGuard) {
-    interprocess_mutex mutex;
-    {
-        const std::lock_guard guard(mutex);
-        EXPECT_TRUE(FieldOrder::IsMarkedLocked(mutex));
-    }
-    EXPECT_FALSE(FieldOrder::IsMarkedLocked(mutex));
 }
 
 }  // namespace

@@ -4,7 +4,8 @@
 
 #include <type_traits>
 
-#include "tests/sync/mutex_fields.h"
+#include "tests/sync/checked_mutex_peer.h"
+#include "tests/sync/interprocess_mutex_peer.h"
 
 namespace {
 
@@ -12,7 +13,7 @@ using namespace Orvane;
 
 TEST(CheckedMutex, KeepsTheLockBeforeTheFlagBehindTheVirtualTable) {
     const checked_mutex mutex;
-    const auto offsets = FieldOrder::OffsetsOf(mutex);
+    const auto offsets = CheckedMutexPeer::OffsetsOf(mutex);
 
     EXPECT_EQ(offsets.mutex, sizeof(void*));
     EXPECT_GE(offsets.condition, offsets.mutex + sizeof(std::mutex));
@@ -23,11 +24,11 @@ TEST(CheckedMutex, KeepsTheLockBeforeTheFlagBehindTheVirtualTable) {
 
 TEST(CheckedMutex, HoldsAWordOfZerosOrOnes) {
     checked_mutex mutex;
-    EXPECT_EQ(FieldOrder::HeldWordOf(mutex), 0U);
+    EXPECT_EQ(CheckedMutexPeer::HeldWordOf(mutex), 0U);
     mutex.lock();
-    EXPECT_EQ(FieldOrder::HeldWordOf(mutex), 0xFFFFFFFFU);
+    EXPECT_EQ(CheckedMutexPeer::HeldWordOf(mutex), 0xFFFFFFFFU);
     mutex.unlock();
-    EXPECT_EQ(FieldOrder::HeldWordOf(mutex), 0U);
+    EXPECT_EQ(CheckedMutexPeer::HeldWordOf(mutex), 0U);
 }
 
 // Only the destructor is virtual: with these names taken by virtual functions this would not compile.
@@ -45,7 +46,7 @@ TEST(CheckedMutex, HasAVirtualDestructorAndNoOtherVirtualFunction) {
 
 TEST(InterprocessMutex, KeepsHandleThenFlagThenOwner) {
     const interprocess_mutex mutex;
-    const auto offsets = FieldOrder::OffsetsOf(mutex);
+    const auto offsets = InterprocessMutexPeer::OffsetsOf(mutex);
 
     EXPECT_EQ(offsets.handle, 0U);
     EXPECT_EQ(offsets.locked, sizeof(HANDLE));

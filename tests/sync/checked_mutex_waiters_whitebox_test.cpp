@@ -15,8 +15,8 @@
 #include "tests/support/import_patch.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/task_thread.h"
+#include "tests/sync/checked_mutex_peer.h"
 #include "tests/sync/checked_mutex_reports.h"
-#include "tests/sync/mutex_fields.h"
 #include "tests/sync/wall_clock.h"
 
 namespace {
@@ -52,14 +52,14 @@ class CheckedMutexWaiter : public testing::Test {
 
     void Start(const std::function<void(checked_mutex&)>& wait) {
         m_waiter = std::make_unique<TaskThread>([this, wait] { wait(*m_mutex); });
-        ASSERT_TRUE(Eventually([this] { return FieldOrder::SleepersOf(*m_mutex) == 1; }));
+        ASSERT_TRUE(Eventually([this] { return CheckedMutexPeer::SleepersOf(*m_mutex) == 1; }));
     }
 
     // Brings the waiter to look at mutex and clock until `condition` holds.
     template <typename Condition>
     bool WakeUntil(Condition condition) {
         return Eventually([&] {
-            FieldOrder::WakeSleepersOf(*m_mutex);
+            CheckedMutexPeer::WakeSleepersOf(*m_mutex);
             return condition();
         });
     }
@@ -115,7 +115,7 @@ TEST_F(CheckedMutexWaiter, WaitsWithoutLimitOnceItIsReported) {
     for (const auto later : {2h, 48h, 24h * 365 * 100}) {
         clock.Set(later);
         for (int i = 0; i < 20; ++i) {  // to show that nothing happens
-            FieldOrder::WakeSleepersOf(*m_mutex);
+            CheckedMutexPeer::WakeSleepersOf(*m_mutex);
             std::this_thread::sleep_for(1ms);
         }
         EXPECT_TRUE(m_waiter->IsRunning());
@@ -152,7 +152,7 @@ TEST_F(CheckedMutexWaiter, ThatHasTakenOverAfterItsReportIsReportedByTheDestruct
     Start([](checked_mutex& mutex) { mutex.lock(); });
     clock.Set(1h + 3s);
     EXPECT_TRUE(WakeUntilReported());
-    ASSERT_TRUE(Eventually([this] { return FieldOrder::SleepersOf(*m_mutex) == 1; }));
+    ASSERT_TRUE(Eventually([this] { return CheckedMutexPeer::SleepersOf(*m_mutex) == 1; }));
     UnlockBeforeTheWaiterEnds();
     EXPECT_EQ(ReportsOfDestruction(), 1U);
 }
@@ -160,7 +160,7 @@ TEST_F(CheckedMutexWaiter, ThatHasTakenOverAfterItsReportIsReportedByTheDestruct
 TEST_F(CheckedMutexWaiter, IsTheOnlyOneThatUnlockWakes) {
     Start(LockAndUnlock);
     TaskThread second([this] { LockAndUnlock(*m_mutex); });
-    ASSERT_TRUE(Eventually([this] { return FieldOrder::SleepersOf(*m_mutex) == 2; }));
+    ASSERT_TRUE(Eventually([this] { return CheckedMutexPeer::SleepersOf(*m_mutex) == 2; }));
     {
         const HeldWakeUps held;
         m_mutex->unlock();
