@@ -90,23 +90,6 @@ TEST(CancellableSleep, OfInfiniteTimeLastsUntilTheTaskIsCancelled) {
     EXPECT_TRUE(sleeper.EndedCancelled());
 }
 
-TEST(CancellableSleep, OfTheLongestFiniteTimeEndsWhenTheTaskIsCancelled) {
-    TaskThread sleeper([] { CancellableSleep(0xFFFFFFFE); });
-
-    sleeper.Cancel();
-
-    EXPECT_TRUE(sleeper.EndedCancelled());
-}
-
-TEST(CancellableSleep, TaskThatSwallowsTheExceptionIsToldAgainAtTheNextSleep) {
-    const RunScope run;
-    run.Cancellation().RequestCancel();
-
-    for (int round = 0; round < 3; ++round) {
-        EXPECT_THROW(CancellableSleep(INFINITE), CancelRequestedException);
-    }
-}
-
 // One slot for each run: the sleep takes it over and leaves it empty.
 TEST(CancellableSleep, ReplacesTheTasksOwnNotifierAndDoesNotRestoreIt) {
     const RunScope run;
@@ -135,18 +118,6 @@ TEST(CancellableSleep, EveryWayOutReleasesItsNotifier) {
     }
 
     EXPECT_EQ(probe.Growth(), Resources{});
-}
-
-TEST(CancellableSleep, CancellingAnotherTaskDoesNotEndIt) {
-    TaskThread other([] { CancellableSleep(INFINITE); });
-    TaskThread sleeper([] { CancellableSleep(INFINITE); });
-
-    other.Cancel();
-
-    EXPECT_TRUE(other.EndedCancelled());
-    EXPECT_TRUE(sleeper.IsRunning());
-    sleeper.Cancel();
-    EXPECT_TRUE(sleeper.EndedCancelled());
 }
 
 }  // namespace

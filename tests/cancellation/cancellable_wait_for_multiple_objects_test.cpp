@@ -76,31 +76,6 @@ TEST_P(CancellableWaitForMultipleObjectsAnywhere, LowestSignalledIndexWinsAndThe
     EXPECT_TRUE(events.Take(3));
 }
 
-// There is no mode that waits for all.
-TEST_P(CancellableWaitForMultipleObjectsAnywhere, OneSignalledHandleIsEnough) {
-    const Events events(2);
-    events.Signal(1);
-
-    EXPECT_EQ(CancellableWaitForMultipleObjects(events.Count(), events.Data(), 0), 1U);
-}
-
-TEST_P(CancellableWaitForMultipleObjectsAnywhere, WaitsForOneHandleAsWell) {
-    const Events events(1);
-    EXPECT_EQ(CancellableWaitForMultipleObjects(1, events.Data(), 0), 0x102U);
-    events.Signal(0);
-
-    EXPECT_EQ(CancellableWaitForMultipleObjects(1, events.Data(), 0), 0U);
-}
-
-TEST_P(CancellableWaitForMultipleObjectsAnywhere, ReturnsWaitTimeoutAfterTheTimeOut) {
-    const Events events(2);
-    const Stopwatch stopwatch;
-
-    EXPECT_EQ(CancellableWaitForMultipleObjects(events.Count(), events.Data(), 100), 0x102U);
-
-    EXPECT_GE(stopwatch.Elapsed(), 99ms);
-}
-
 TEST_P(CancellableWaitForMultipleObjectsAnywhere, ReturnsWaitAbandonedPlusTheCallersIndexAndOwnsTheMutex) {
     const Events events(2);
     const AbandonedMutex mutex;

@@ -20,7 +20,6 @@
 #include "tests/cancellation/wait_faults.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
-#include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
 #include "tests/support/thread.h"
 
@@ -54,54 +53,6 @@ bool TryOnce(std::recursive_mutex& mutex) {
     return lock.owns_lock();
 }
 
-TEST(SleepNotificationAdapter, SleepWithoutACurrentTaskLastsTheRequestedTime) {
-    const auto adapter = SleepNotificationAdapter::CreateInstance();
-    const Stopwatch stopwatch;
-
-    AsSleepAdapter(adapter).Sleep(100);
-
-    EXPECT_GE(stopwatch.Elapsed(), 99ms);
-}
-
-TEST(SleepNotificationAdapter, SleepInATaskThatIsNotCancelledLastsTheRequestedTime) {
-    const RunScope run;
-    const auto adapter = SleepNotificationAdapter::CreateInstance();
-    const Stopwatch stopwatch;
-
-    EXPECT_NO_THROW(AsSleepAdapter(adapter).Sleep(100));
-
-    EXPECT_GE(stopwatch.Elapsed(), 99ms);
-}
-
-TEST(SleepNotificationAdapter, SleepOfZeroDoesNotWait) {
-    const RecordedSleeps sleeps;
-    const auto adapter = SleepNotificationAdapter::CreateInstance();
-
-    AsSleepAdapter(adapter).Sleep(0);
-
-    EXPECT_TRUE(sleeps.List().empty());
-}
-
-TEST(SleepNotificationAdapter, SleepOfZeroThrowsWhenCancellationWasRequestedBefore) {
-    const RunScope run;
-    const auto adapter = SleepNotificationAdapter::CreateInstance();
-    run.Cancellation().RequestCancel();
-
-    EXPECT_THROW(AsSleepAdapter(adapter).Sleep(0), CancelRequestedException);
-}
-
-TEST(SleepNotificationAdapter, RequestBeforeTheCallMakesSleepThrowWithoutWaiting) {
-    const RunScope run;
-    const auto adapter = SleepNotificationAdapter::CreateInstance();
-    run.Cancellation().RequestCancel();
-    const Stopwatch stopwatch;
-
-    EXPECT_THROW(AsSleepAdapter(adapter).Sleep(60'000), CancelRequestedException);
-
-    EXPECT_LT(stopwatch.Elapsed(), 30s);
-    EXPECT_TRUE(IsFree(OwnMutex(adapter)));
-}
-
 TEST(SleepNotificationAdapter, RequestDuringAnEndlessSleepMakesItThrow) {
     std::atomic<bool> threw = false;
     AdapterPointer adapter;
@@ -123,17 +74,6 @@ TEST(SleepNotificationAdapter, RequestDuringAnEndlessSleepMakesItThrow) {
     EXPECT_TRUE(sleeper.EndedCancelled());
     EXPECT_TRUE(threw);
     EXPECT_TRUE(IsFree(OwnMutex(adapter)));
-}
-
-TEST(SleepNotificationAdapter, RequestDuringALongSleepEndsItLongBeforeItsTime) {
-    TaskThread sleeper([&] {
-        const auto adapter = SleepNotificationAdapter::CreateInstance();
-        AsSleepAdapter(adapter).Sleep(864'000'000);
-    });
-
-    sleeper.Cancel();
-
-    EXPECT_TRUE(sleeper.EndedCancelled());
 }
 
 // One wait without a loop: a wake-up that nobody asked for ends the sleep.

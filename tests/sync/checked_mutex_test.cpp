@@ -14,7 +14,6 @@
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/recorded_reports.h"
-#include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
 #include "tests/sync/checked_mutex_reports.h"
 #include "tests/sync/others.h"
@@ -52,24 +51,6 @@ TEST(CheckedMutex, KeepsAWaiterOutUntilTheHolderUnlocks) {
     waiter.Join();
 
     EXPECT_EQ(order.List(), (Names{"holder", "waiter"}));
-}
-
-// Without the wake-up the waiter would see that the mutex is free when its three seconds are over.
-TEST(CheckedMutex, WakesAWaiterAtOnce) {
-    EXPECT_LT(MedianOf([] {
-                  checked_mutex mutex;
-                  mutex.lock();
-                  TaskThread waiter([&] {
-                      mutex.lock();
-                      mutex.unlock();
-                  });
-                  std::this_thread::sleep_for(10ms);
-                  const Stopwatch stopwatch;
-                  mutex.unlock();
-                  waiter.Join();
-                  return stopwatch.Elapsed();
-              }),
-              1s);
 }
 
 TEST(CheckedMutex, TakesAFreeMutexByTryLock) {
@@ -211,46 +192,6 @@ TEST(CheckedMutex, IsNoCancellationPoint) {
 
     waiter.Join();
     EXPECT_TRUE(heard);
-}
-
-TEST(CheckedMutex, SaysNothingAboutAShortWait) {
-    const RecordedReports reports;
-    {
-        checked_mutex mutex;
-        mutex.lock();
-        TaskThread waiter([&] {
-            mutex.lock();
-            mutex.unlock();
-        });
-        std::this_thread::sleep_for(200ms);
-        mutex.unlock();
-        waiter.Join();
-    }
-    EXPECT_EQ(reports.Count(kInLock), 0U);
-    EXPECT_EQ(reports.Count(kInDestructor), 0U);
-}
-
-// The three seconds are not measured with the wall clock.
-TEST(CheckedMutex, DoesNotTakeAStepOfTheWallClockForALongWait) {
-    const RecordedReports reports;
-    ShiftedWallClock clock;
-    checked_mutex mutex;
-    mutex.lock();
-    TaskThread waiter([&] {
-        mutex.lock();
-        mutex.unlock();
-    });
-    std::this_thread::sleep_for(50ms);
-    clock.Advance(1h);
-    // Mostly the waiter wakes and finds the mutex locked again: it looks at the clock then.
-    for (int i = 0; i < 20 && waiter.IsRunning(); ++i) {
-        mutex.unlock();
-        mutex.lock();
-        std::this_thread::sleep_for(1ms);
-    }
-    mutex.unlock();
-    waiter.Join();
-    EXPECT_EQ(reports.Count(kInLock), 0U);
 }
 
 // What the destructor reports depends on the last attempt alone.

@@ -104,7 +104,20 @@ TEST_F(CheckedMutexWaiter, IsReportedAfterThreeSecondsNotBefore) {
     EXPECT_TRUE(WakeUntilReported());
     m_mutex->unlock();
     EXPECT_TRUE(m_waiter->EndedNormally());
-    EXPECT_EQ(m_reports.Count(kInLock), 1U);
+    const auto records = m_reports.Matching(kInLock);
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].severity, 4);
+    EXPECT_EQ(records[0].kind, 16);
+    EXPECT_EQ(records[0].format, L"Failed to lock mutex within %d seconds");
+    EXPECT_EQ(records[0].arguments, Arguments(3));
+}
+
+TEST_F(CheckedMutexWaiter, IsNotReportedInATimedLock) {
+    FakeMonotonicClock clock(1h);
+    Start([](checked_mutex& mutex) { EXPECT_FALSE(mutex.timed_lock(WallClockNow() + 100ms)); });
+    clock.Set(2h);
+    EXPECT_TRUE(WakeUntil([this] { return !m_waiter->IsRunning(); }));
+    EXPECT_EQ(m_reports.Count(kInLock), 0U);
 }
 
 TEST_F(CheckedMutexWaiter, WaitsWithoutLimitOnceItIsReported) {

@@ -1,9 +1,6 @@
 // How a mutex looks to threads that do not own it.
 #pragma once
 
-#include <algorithm>
-#include <array>
-#include <chrono>
 #include <functional>
 
 #include "tests/support/thread.h"
@@ -26,16 +23,6 @@ bool IsFreeForOthers(Mutex& mutex) {
         }
     });
     return isFree;
-}
-
-// The median of some measurements: what something takes, whatever the machine does besides now and then.
-template <typename Measure>
-std::chrono::nanoseconds MedianOf(Measure measure) {
-    std::array<std::chrono::nanoseconds, 11> times;
-    std::generate(times.begin(), times.end(), measure);
-    const auto middle = times.begin() + times.size() / 2;
-    std::nth_element(times.begin(), middle, times.end());
-    return *middle;
 }
 
 }  // namespace Zarvo::Test
