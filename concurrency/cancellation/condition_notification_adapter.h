@@ -1,12 +1,13 @@
 // Wakes a task out of a wait on a condition of its own, and the cancellable wait made of it.
 //
 // Threads: creation and waits on the task's thread; Notify() on the thread that cancels.
-// Recursion: Notify() locks the mutex on the thread that cancels. It must be recursive only if somebody cancels while he
+// Recursion: Notify() locks the mutex on the thread that cancels. It must be recursive only if a thread cancels while it
 //     holds it.
 // Cancellation: the wait is a cancellation point, before and after it waits.
 // Errors: std::bad_alloc, std::system_error.
-// Lifetime: mutex and condition are the caller's. A request may still use them when the wait has long ended: where
-//     they can be destroyed by then, pass what keeps them alive.
+// Memory: what the mutex orders. A request takes it before it wakes the waiter.
+// Lifetime: mutex and condition are the caller's. A request may still use them after the wait has ended: where they may be
+//     destroyed by then, pass what keeps them alive.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,5 @@
 // Marks the code during which a task accepts being killed instead of answering a cancellation request. The library only
-// keeps the mark (CancellationObject::GetKillable), for a watchdog of the program's own: it kills nobody for it, and a
+// keeps the mark (CancellationObject::GetKillable), for a watchdog of the program's own: it kills no thread, and a
 // cancelled run has the same 30 s.
 //
 // Threads: create and destroy it on a thread that runs a task.

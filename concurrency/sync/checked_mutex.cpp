@@ -25,8 +25,8 @@ Internal::MonotonicClock::time_point WhenSuspicious() {
 
 }  // namespace
 
-// Who waits counts itself and then looks at the word; who gives back frees the word and then looks at the count. Both are
-// sequentially consistent, so that one of the two sees the other.
+// A waiter counts itself, then looks at the word; unlock() frees the word, then looks at the count. Both are sequentially
+// consistent, so that one of the two sees the other.
 
 bool checked_mutex::TimedMutex::TryTake() {
     std::uint32_t word = kFree;
@@ -53,7 +53,7 @@ void checked_mutex::TimedMutex::GiveBack() {
     held = kFree;
     if (waiters != 0) {
         {
-            // Whoever has counted itself by now has seen the free word after this, or sleeps.
+            // After this, each waiter that was counted has seen the free word, or sleeps.
             const Internal::RankedLock lock(mutex);
         }
         condition.notify_one();

@@ -41,7 +41,7 @@ class ORVANE_CONCURRENCY_API checked_mutex {
   private:
     friend struct CheckedMutexPeer;  // of the tests
 
-    // A timed mutex that touches its inner mutex only where somebody waits.
+    // A timed mutex that touches its inner mutex only where a thread waits.
     struct TimedMutex {
         bool TryTake();
         void Take();
@@ -50,7 +50,7 @@ class ORVANE_CONCURRENCY_API checked_mutex {
         void GiveBack();
 
         Internal::RankedMutex<std::mutex, Internal::LockRank::Leaf> mutex;
-        std::condition_variable condition;  // notified when the word becomes free and somebody waits
+        std::condition_variable condition;  // notified when the word becomes free and a thread waits
         std::atomic<std::uint32_t> held = 0;  // 0 or all ones
         std::atomic<std::uint32_t> waiters = 0;  // written under mutex
     };

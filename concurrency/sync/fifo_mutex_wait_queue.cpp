@@ -15,8 +15,8 @@ using Internal::WaitResult;
 
 namespace {
 
-// How long a waiter sleeps behind a next owner that has not come in. If that one times out or is cancelled, it wakes
-// nobody, although the waiter behind it may be next now.
+// How long a waiter sleeps behind a next owner that has not come in. If that one times out or is cancelled, it wakes no
+// thread, although the waiter behind it is next now.
 constexpr Duration kLookAgain = std::chrono::milliseconds(100);
 
 }  // namespace

@@ -108,7 +108,7 @@ class fifo_mutex::WaitQueue : public std::enable_shared_from_this<WaitQueue> {
     Entries m_entries ORVANE_GUARDED_BY(m_guard);
 
     // Whether the thread at the back has returned from its lock(). It unlocks one day and wakes everybody then. A next owner
-    // that is still waiting may time out or be cancelled instead, and then wakes nobody.
+    // that is still waiting may time out or be cancelled instead, and then wakes no thread.
     bool m_ownerHasComeIn ORVANE_GUARDED_BY(m_guard) = false;
 };
 
