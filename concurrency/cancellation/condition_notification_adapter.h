@@ -58,8 +58,8 @@ class ConditionNotificationAdapter : public AbstractCancelNotifier {
 template <typename Mutex, typename ConditionVariable, typename Block>
 [[nodiscard]] WaitResult WaitOnCondition(Mutex& mutex, ConditionVariable& condition,
                                          std::shared_ptr<const void> keepAlive, Block block) {
-    const auto notifier = ConditionNotificationAdapter<Mutex, ConditionVariable>::CreateInstance(
-        mutex, condition, std::move(keepAlive));
+    const auto notifier =
+        ConditionNotificationAdapter<Mutex, ConditionVariable>::CreateInstance(mutex, condition, std::move(keepAlive));
     return WaitUnlessCancelled(std::move(block));
 }
 

@@ -286,7 +286,8 @@ TEST(FifoMutexSleep, HasNoLimitOnceTheNextOwnerHasComeIn) {
 // it is not its turn, and sleeps again.
 class FifoMutexHandOverToALeaver : public testing::Test {
   protected:
-    void IsServedWhenTheNextOwnerLeaves(const std::function<void()>& wait, const std::function<void(QueuedTask&)>& end) {
+    void IsServedWhenTheNextOwnerLeaves(const std::function<void()>& wait,
+                                        const std::function<void(QueuedTask&)>& end) {
         Sleeps sleeps;
         m_mutex.lock();
         QueuedTask leaver(m_mutex, [&] {
