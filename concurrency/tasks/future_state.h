@@ -39,6 +39,8 @@
 
 namespace Orvane::Internal {
 
+struct FutureStatePeer;
+
 class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
   public:
     FutureState();
@@ -87,7 +89,7 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     void Complete();
 
   private:
-    friend struct FieldOrder;
+    friend struct FutureStatePeer;  // for tests
 
     enum StateCode : std::uint32_t {
         NotStarted = 0,

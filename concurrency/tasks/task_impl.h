@@ -31,8 +31,6 @@ class TaskImpl {
     void EndRun();
 
   private:
-    friend struct FieldOrder;
-
     class RunScope;
 
     bool IsEmptied() const ORVANE_REQUIRES(m_mutex);

@@ -26,13 +26,6 @@ TEST(ConcurrencyLifetimeProcess, LastUninitialisationInAPoolTaskEndsTheProcess) 
         << child.standardError;
 }
 
-TEST(ConcurrencyLifetimeProcess, LastLifetimeObjectDestroyedInAPoolTaskEndsTheProcess) {
-    const ChildResult child = Play("last-object-in-pool-task");
-
-    EXPECT_EQ(child.exitCode, kTerminated);
-    EXPECT_EQ(child.standardOutput, "in the task");
-}
-
 TEST(ConcurrencyLifetimeProcess, LastUninitialisationOnADedicatedThreadEndsTheProcess) {
     const ChildResult child = Play("last-uninitialise-in-dedicated-thread");
 

@@ -85,19 +85,6 @@ TEST(ConcurrencyLifetime, NeitherPoolNorSchedulerIsCreatedByInitialisation) {
     EXPECT_EQ(threads.Count(), 0U);
 }
 
-TEST(ConcurrencyLifetime, UninitialisationWithNeitherPoolNorSchedulerOnlyFreesTheSlot) {
-    const SlotLedger ledger;
-    const StartedThreads threads;
-    ConcurrencyInitialize();
-
-    ConcurrencyUninitialize();
-
-    EXPECT_EQ(ledger.AllocationCount(), 1U);
-    EXPECT_EQ(ledger.FreeCount(), 1U);
-    EXPECT_TRUE(ledger.Held().empty());
-    EXPECT_EQ(threads.Count(), 0U);
-}
-
 // Each step of one uninitialisation too many.
 TEST(ConcurrencyLifetime, OverReleaseIsNotRepaired) {
     const SlotLedger ledger;
@@ -143,14 +130,6 @@ TEST(ConcurrencyLifetime, TwoUninitialisationsTooManyNeedTwoExtraInitialisations
     EXPECT_FALSE(IsConcurrencyInitialized());
     ConcurrencyInitialize();
     EXPECT_TRUE(IsConcurrencyInitialized());
-}
-
-TEST(ConcurrencyLifetime, ObjectInitialisesAndUninitialises) {
-    {
-        const ConcurrencyLifetime lifetime;
-        EXPECT_TRUE(IsConcurrencyInitialized());
-    }
-    EXPECT_FALSE(IsConcurrencyInitialized());
 }
 
 TEST(ConcurrencyLifetime, ObjectsAndCallsAreCountedTogether) {

@@ -240,18 +240,6 @@ TEST(Teardown, OverReleaseDestroysNothing) {
     EXPECT_EQ(threads.AliveCount(), 0U);
 }
 
-TEST(Teardown, WhatWasUsedBeforeInitialisationIsTornDownByTheLastUninitialisation) {
-    const StartedThreads threads;
-    UseScheduler();
-    EXPECT_FALSE(IsConcurrencyInitialized());
-
-    {
-        const ConcurrencyLifetime lifetime;
-    }
-
-    EXPECT_EQ(threads.AliveCount(), 0U);
-}
-
 // A task that overruns makes the scheduler's thread ask whether the library is initialised, also while the last
 // uninitialisation waits for that thread.
 TEST(Teardown, EndsWhileARecurrentTaskOverruns) {

@@ -14,7 +14,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/fake_monotonic_clock.h"
 #include "tests/support/plain_thread.h"
-#include "tests/tasks/future_fields.h"
+#include "tests/tasks/future_state_peer.h"
 
 namespace Zarvo::Test {
 
@@ -36,7 +36,7 @@ class ClockedWait {
             const std::lock_guard lock(Mutex());  // the waiter sleeps
             reads = m_clock.Reads();
             m_clock.Advance(by);
-            Orvane::Internal::FieldOrder::ConditionOf(m_awaited).notify_all();
+            Orvane::Internal::FutureStatePeer::ConditionOf(m_awaited).notify_all();
         }
         AwaitReads(reads + 1);
         const std::lock_guard lock(Mutex());
@@ -45,7 +45,7 @@ class ClockedWait {
     bool HasEnded() const { return m_thread.HasEnded(); }
 
   private:
-    std::recursive_mutex& Mutex() { return Orvane::Internal::FieldOrder::MutexOf(m_awaited); }
+    std::recursive_mutex& Mutex() { return Orvane::Internal::FutureStatePeer::MutexOf(m_awaited); }
 
     void AwaitReads(long count) const {
         if (!Eventually([&] { return m_clock.Reads() >= count; })) {

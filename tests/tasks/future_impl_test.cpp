@@ -31,23 +31,6 @@ TEST(FutureImpl, StartsNotStartedAndWithoutATask) {
     EXPECT_FALSE(future.TimedWait(TimePoint::max()));
 }
 
-TEST(FutureImpl, SetValueBeforeTheStartLeavesItNotStarted) {
-    const FuturePointer future = FutureIn(State::NotStarted);
-    future->SetValue();
-
-    EXPECT_EQ(StateOf(*future), State::NotStarted);
-    EXPECT_TRUE(future->Start());
-}
-
-TEST(FutureImpl, SetValueChangesNoFinalState) {
-    for (const State state : {State::Normal, State::Cancelled, State::Error}) {
-        const FuturePointer future = FutureIn(state);
-        future->SetValue();
-
-        EXPECT_EQ(StateOf(*future), state);
-    }
-}
-
 TEST(FutureImpl, SetValueOnACancellingFutureMakesItNormalAndTheValueCanBeRead) {
     const FuturePointer future = AttachedFutureIn(State::Cancelling);
     future->SetValue();
@@ -83,15 +66,6 @@ TEST(FutureImpl, GetValueWaitsForTheEndOfTheRun) {
     EXPECT_FALSE(Eventually([&] { return reader.HasEnded(); }, 50ms));
 
     future->SetException(Failure(3));
-    EXPECT_TRUE(Eventually([&] { return reader.HasEnded(); }));
-}
-
-TEST(FutureImpl, GetValueWaitsForTheConfirmationOfACancellation) {
-    const FuturePointer future = AttachedFutureIn(State::Cancelling);
-    PlainThread reader([&] { EXPECT_THROW(future->GetValue(), CancelledException); });
-    EXPECT_FALSE(Eventually([&] { return reader.HasEnded(); }, 50ms));
-
-    future->ConfirmCancel();
     EXPECT_TRUE(Eventually([&] { return reader.HasEnded(); }));
 }
 
@@ -137,13 +111,6 @@ TEST(FutureImpl, GetValueThrowsAFrameworkErrorAsTheKindOfItsCode) {
     } catch (const Unexpected& error) {
         EXPECT_STREQ(error.message, L"run 12");
     }
-}
-
-TEST(FutureImpl, CanBeReadAnyNumberOfTimes) {
-    const FuturePointer future = AttachedFutureIn(State::Error);
-
-    EXPECT_THROW(future->GetValue(), Failure);
-    EXPECT_THROW(future->GetValue(), Failure);
 }
 
 }  // namespace

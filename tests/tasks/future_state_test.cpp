@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <stdexcept>
 #include <type_traits>
@@ -15,9 +13,7 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "tests/support/allocations.h"
-#include "tests/support/eventually.h"
 #include "tests/support/plain_thread.h"
-#include "tests/tasks/future_fields.h"
 #include "tests/tasks/future_fixture.h"
 
 namespace {
@@ -25,6 +21,9 @@ namespace {
 using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
+
+static_assert(!std::is_copy_constructible_v<FutureState> && !std::is_copy_assignable_v<FutureState>);
+static_assert(std::has_virtual_destructor_v<FutureState>);
 
 TEST(FutureState, AnswersAsItsStateSays) {
     struct Answers {
@@ -47,20 +46,6 @@ TEST(FutureState, AnswersAsItsStateSays) {
         EXPECT_EQ(future->IsCancelling(), expected[index].cancelling) << kAllStates[index];
         EXPECT_EQ(future->IsCancelled(), expected[index].cancelled) << kAllStates[index];
     }
-}
-
-TEST(FutureState, StateCodesAreZeroToFiveInTheirOrder) {
-    for (std::size_t index = 0; index < kAllStates.size(); ++index) {
-        EXPECT_EQ(FieldOrder::CodeOf(*FutureIn(kAllStates[index])), index) << kAllStates[index];
-        EXPECT_EQ(FieldOrder::kCodes[index], index);
-    }
-}
-
-TEST(FutureState, StartMovesANewFutureToBusy) {
-    const FuturePointer future = FutureIn(State::NotStarted);
-
-    EXPECT_TRUE(future->Start());
-    EXPECT_EQ(StateOf(*future), State::Busy);
 }
 
 TEST(FutureState, StartChangesNoOtherState) {
@@ -129,16 +114,6 @@ TEST(FutureState, EveryEndReleasesTheCancellationObject) {
 TEST(FutureState, SetValueEndsOnlyARunThatIsUnderWay) {
     ExpectStatesAfter([](Future& future) { future.SetValue(); },
                       {State::NotStarted, State::Normal, State::Normal, State::Normal, State::Cancelled, State::Error});
-}
-
-TEST(FutureState, SetValueAfterARequestEndsNormalAndIsReadyBefore) {
-    const FuturePointer future = FutureIn(State::Busy);
-    future->RequestCancel();
-    EXPECT_TRUE(future->IsReady());
-    EXPECT_FALSE(future->IsNormal());
-
-    future->SetValue();
-    EXPECT_TRUE(future->IsNormal());
 }
 
 TEST(FutureState, SetExceptionEndsOnlyARunThatIsUnderWay) {
@@ -274,53 +249,6 @@ TEST(FutureState, HandleErrorsReturnsWhenTheExceptionDoesNotThrowItself) {
     EXPECT_EQ(StateOf(*future), State::Error);
 }
 
-// A waiter asks for the record while it holds its own mutex, which a request takes while it holds the future's.
-TEST(FutureState, CancellationObjectAndErrorsAreReadWithoutTheMutex) {
-    const FuturePointer busy = FutureIn(State::Busy);
-    const FuturePointer failed = FutureIn(State::Error);
-    const std::scoped_lock locks(FieldOrder::MutexOf(*busy), FieldOrder::MutexOf(*failed));
-    bool found = false;
-    bool thrown = false;
-    PlainThread reader([&] {
-        found = busy->GetCancellationObject() != nullptr;
-        try {
-            failed->HandleErrors();
-        } catch (const Failure&) {
-            thrown = true;
-        }
-    });
-    ASSERT_TRUE(Eventually([&] { return reader.HasEnded(); }));
-    EXPECT_TRUE(found);
-    EXPECT_TRUE(thrown);
-}
-
-TEST(FutureState, QuestionsAndTransitionsTakeTheMutex) {
-    using Operation = void (*)(Future&);
-    const std::vector<Operation> operations{
-        [](Future& future) { future.Start(); },
-        [](Future& future) { future.SetException(Failure(1)); },
-        [](Future& future) { (void)future.IsBusy(); },
-        [](Future& future) { (void)future.IsReady(); },
-        [](Future& future) { (void)future.IsNormal(); },
-        [](Future& future) { (void)future.IsCancelling(); },
-        [](Future& future) { (void)future.IsCancelled(); },
-        [](Future& future) { future.Wait(); },
-        [](Future& future) { future.TimedWait(TimePoint::max()); },
-        [](Future& future) { future.RequestCancel(); },
-        [](Future& future) { future.ConfirmCancel(); },
-        [](Future& future) { future.SetValue(); },
-        [](Future& future) { future.MarkAsAttachedToTask(); },
-    };
-    for (std::size_t index = 0; index < operations.size(); ++index) {
-        const FuturePointer future = FutureIn(State::NotStarted);
-        std::unique_lock lock(FieldOrder::MutexOf(*future));
-        PlainThread caller([&] { operations[index](*future); });
-
-        EXPECT_FALSE(Eventually([&] { return caller.HasEnded(); }, std::chrono::milliseconds(20))) << index;
-        lock.unlock();
-    }
-}
-
 TEST(FutureState, DestructorWaitsForNothingAndReleasesTheException) {
     struct Watched : Failure {
         explicit Watched(std::shared_ptr<int> token) : Failure(0), m_token(std::move(token)) {}
@@ -341,21 +269,6 @@ TEST(FutureState, DestructorWaitsForNothingAndReleasesTheException) {
     const std::weak_ptr<CancellationObject> run = busy->GetCancellationObject();
     busy.reset();
     EXPECT_TRUE(run.expired());
-}
-
-TEST(FutureState, FieldsLieInTheirDeclaredOrder) {
-    const FuturePointer future = FutureIn(State::NotStarted);
-    const FieldOrder::Offsets at = FieldOrder::OffsetsOf(*future);
-
-    EXPECT_EQ(at.mutex, static_cast<std::ptrdiff_t>(sizeof(void*)));  // behind the table of virtual functions
-    EXPECT_LT(at.mutex, at.condition);
-    EXPECT_LT(at.condition, at.state);
-    EXPECT_LT(at.state, at.exception);
-    EXPECT_LT(at.exception, at.cancellationObject);
-    EXPECT_LT(at.cancellationObject, at.attachedToTask);
-    static_assert(sizeof(FieldOrder::StateField) == 4);
-    static_assert(!std::is_copy_constructible_v<FutureState> && !std::is_copy_assignable_v<FutureState>);
-    static_assert(std::has_virtual_destructor_v<FutureState>);
 }
 
 }  // namespace

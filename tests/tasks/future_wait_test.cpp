@@ -4,17 +4,14 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
-#include <mutex>
 #include <vector>
 
 #include "concurrency/base/time.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
 #include "tests/support/eventually.h"
-#include "tests/support/fake_wall_clock.h"
 #include "tests/support/plain_thread.h"
 #include "tests/support/task_thread.h"
-#include "tests/tasks/future_fields.h"
 #include "tests/tasks/future_fixture.h"
 
 namespace {
@@ -24,7 +21,6 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
-const TimePoint kIn2012 = std::chrono::sys_days(std::chrono::December / 14 / 2012);
 const TimePoint kIn1969 = std::chrono::sys_days(std::chrono::July / 20 / 1969);
 
 TimePoint After(Duration time) {
@@ -37,13 +33,6 @@ const std::vector<Wait> kWaits{
     [](Future& future) { future.Wait(); },
     [](Future& future) { EXPECT_TRUE(future.TimedWait(TimePoint::max())); },
 };
-
-// Sets the clock and wakes the waiters. Under the future's mutex: each of them has not looked at the clock yet, or sleeps.
-void SetClock(FakeWallClock& clock, TimePoint now, Future& future) {
-    const std::lock_guard lock(FieldOrder::MutexOf(future));
-    clock.Set(now);
-    FieldOrder::ConditionOf(future).notify_all();
-}
 
 // A task of which cancellation was requested while it ran; `body` is called after that.
 void RunInACancelledTask(const std::function<void()>& body) {
@@ -120,17 +109,6 @@ TEST(FutureWait, EveryEndWakesEveryWaiter) {
     }
 }
 
-TEST(FutureWait, RequestBeforeTheStartWakesTheWaiters) {
-    for (const Wait& wait : kWaits) {
-        const FuturePointer future = AttachedFutureIn(State::NotStarted);
-        PlainThread waiter([&] { wait(*future); });
-        ASSERT_TRUE(StillWaits(waiter));
-
-        future->RequestCancel();
-        EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
-    }
-}
-
 TEST(FutureWait, GoesOnWhenTheRunStartsOrIsAskedToCancel) {
     for (const Wait& wait : kWaits) {
         const FuturePointer future = AttachedFutureIn(State::NotStarted);
@@ -146,41 +124,6 @@ TEST(FutureWait, GoesOnWhenTheRunStartsOrIsAskedToCancel) {
     }
 }
 
-TEST(FutureWait, AbsorbsWakeUpsForNoReason) {
-    for (const State state : {State::NotStarted, State::Busy, State::Cancelling}) {
-        for (const Wait& wait : kWaits) {
-            const FuturePointer future = AttachedFutureIn(state);
-            PlainThread waiter([&] { wait(*future); });
-            for (int round = 0; round < 5; ++round) {
-                EXPECT_FALSE(Eventually([&] { return waiter.HasEnded(); }, 5ms)) << state;
-                FieldOrder::ConditionOf(*future).notify_all();
-            }
-            End(*future, State::Normal);
-        }
-    }
-}
-
-TEST(FutureWait, ThatBeganBeforeTheRequestIsNotOverWhileTheRunIsCancelling) {
-    for (const Wait& wait : kWaits) {
-        const FuturePointer future = AttachedFutureIn(State::Busy);
-        SleepingWaiter waiter([&] { wait(*future); }, *future);
-        future->RequestCancel();
-        FieldOrder::ConditionOf(*future).notify_all();
-        EXPECT_FALSE(Eventually([&] { return waiter.HasEnded(); }, 50ms));
-
-        future->ConfirmCancel();
-        EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
-    }
-}
-
-TEST(FutureWait, ThrowsNeitherTheTasksExceptionNorItsCancellation) {
-    for (const State end : {State::Cancelled, State::Error}) {
-        const FuturePointer future = AttachedFutureIn(State::Busy);
-        PlainThread waiter([&] { EXPECT_NO_THROW(future->Wait()); });
-        End(*future, end);
-    }
-}
-
 TEST(FutureTimedWait, PastDeadlineIsFalseAtOnce) {
     for (const State state : {State::NotStarted, State::Busy, State::Cancelling}) {
         const FuturePointer future = AttachedFutureIn(state);
@@ -188,16 +131,6 @@ TEST(FutureTimedWait, PastDeadlineIsFalseAtOnce) {
             EXPECT_FALSE(future->TimedWait(deadline)) << state;
         }
         EXPECT_EQ(StateOf(*future), state);
-    }
-}
-
-TEST(FutureTimedWait, IsFalseAtTheDeadlineAndNotBefore) {
-    for (const State state : {State::NotStarted, State::Busy, State::Cancelling}) {
-        const FuturePointer future = AttachedFutureIn(state);
-        const TimePoint deadline = After(30ms);
-
-        EXPECT_FALSE(future->TimedWait(deadline)) << state;
-        EXPECT_GE(After(0s), deadline);
     }
 }
 
@@ -209,24 +142,6 @@ TEST(FutureTimedWait, IsTrueWhenTheRunEndsInTime) {
         End(*future, State::Error);
 
         EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
-    }
-}
-
-TEST(FutureTimedWait, IsFalseWhenTheRunIsOnlyCancellingAtTheDeadline) {
-    const FuturePointer future = AttachedFutureIn(State::Busy);
-    PlainThread waiter([&] { EXPECT_FALSE(future->TimedWait(After(150ms))); });
-    future->RequestCancel();
-    waiter.Join();
-
-    EXPECT_EQ(StateOf(*future), State::Cancelling);
-}
-
-TEST(FutureTimedWait, FarthestDeadlineNeverComes) {
-    for (const State state : {State::Busy, State::Cancelling}) {
-        const FuturePointer future = AttachedFutureIn(state);
-        PlainThread waiter([&] { EXPECT_TRUE(future->TimedWait(TimePoint::max())) << state; });
-        EXPECT_TRUE(StillWaits(waiter));
-        End(*future, State::Normal);
     }
 }
 
@@ -282,63 +197,6 @@ TEST(FutureWait, HearsOfItsOwnCancellationWhenTheWaitIsOver) {
         End(*future, State::Normal);
         EXPECT_TRUE(waiter.EndedCancelled());
     }
-}
-
-TEST(FutureTimedWait, HearsOfItsOwnCancellationAtTheDeadline) {
-    const FuturePointer future = AttachedFutureIn(State::Busy);
-    FakeWallClock clock(kIn2012);
-    SleepingWaiter waiter([&] { (void)future->TimedWait(kIn2012 + 1h); }, *future);
-    waiter.Cancel();
-    EXPECT_FALSE(Eventually([&] { return waiter.HasEnded(); }, 50ms)) << "woken by its own cancellation";
-
-    SetClock(clock, kIn2012 + 1h, *future);
-    EXPECT_TRUE(waiter.EndedCancelled());
-    EXPECT_EQ(StateOf(*future), State::Busy);
-}
-
-TEST(FutureWait, OutsideOfATaskHasNothingToBeCancelledBy) {
-    const FuturePointer future = AttachedFutureIn(State::Busy);
-    EXPECT_EQ(GetFutureObject(), nullptr);
-    PlainThread waiter([&] { EXPECT_NO_THROW(future->Wait()); });
-    End(*future, State::Cancelled);
-}
-
-TEST(FutureWait, LetsGoOfTheMutexWhileItWaits) {
-    for (const State state : {State::Busy, State::Cancelling}) {
-        const FuturePointer future = AttachedFutureIn(state);
-        PlainThread waiter([&] { future->Wait(); });
-        ASSERT_TRUE(StillWaits(waiter));
-        PlainThread asker([&] { EXPECT_EQ(StateOf(*future), state); });
-
-        EXPECT_TRUE(Eventually([&] { return asker.HasEnded(); }));
-        End(*future, State::Normal);
-    }
-}
-
-// The 30 s for a run to confirm its cancellation are not measured with the wall clock.
-TEST(FutureWait, StepOfTheWallClockDoesNotEndTheProcess) {
-    const FuturePointer future = AttachedFutureIn(State::Cancelling);
-    FakeWallClock clock(kIn2012);
-    PlainThread waiter([&] { future->Wait(); });
-    ASSERT_TRUE(StillWaits(waiter));
-
-    for (const auto step : {10'000h, -10'000h}) {
-        SetClock(clock, kIn2012 + step, *future);
-        EXPECT_TRUE(StillWaits(waiter));
-    }
-    future->ConfirmCancel();
-    EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
-}
-
-// An absolute deadline means the wall clock, wherever that is set to.
-TEST(FutureTimedWait, FollowsTheWallClock) {
-    const FuturePointer future = AttachedFutureIn(State::Busy);
-    FakeWallClock clock(kIn2012);
-    PlainThread waiter([&] { EXPECT_FALSE(future->TimedWait(kIn2012 + 1h)); });
-    ASSERT_TRUE(StillWaits(waiter));
-
-    SetClock(clock, kIn2012 + 1h, *future);
-    EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
 }
 
 }  // namespace

@@ -8,8 +8,6 @@
 
 #include "concurrency/base/time.h"
 #include "concurrency/errors/exceptions.h"
-#include "concurrency/lifetime/concurrency_lifetime.h"
-#include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/plain_thread.h"
@@ -144,10 +142,6 @@ TEST(MakeTask, IgnoresWhatTheCallableReturns) {
     EXPECT_TRUE(future->IsNormal());
 }
 
-TEST(MakeTask, TakesNoName) {
-    EXPECT_STREQ(MakeTask(nullptr, [] {}).GetName(), L"");
-}
-
 int g_initialized = 0;
 
 long __stdcall CountInitialize(void*, unsigned long) {
@@ -168,18 +162,6 @@ TEST(MakeTask, TakesAThreadingPolicyInBothForms) {
 
     MakeTask(L"", [] {})();
     EXPECT_EQ(g_initialized, 2);
-}
-
-TEST(MakeTask, ServesThePool) {
-    const ConcurrencyLifetime lifetime;
-    int calls = 0;
-    FuturePointer future;
-    Task task = MakeTask(L"On the pool", [&calls] { ++calls; }, future);
-    GlobalThreadPool::Queue(task);
-    task.Wait();
-
-    EXPECT_EQ(calls, 1);
-    EXPECT_NO_THROW(future->GetValue());
 }
 
 }  // namespace

@@ -170,17 +170,4 @@ TEST(ComPolicyMTA, ThreadOfASingleThreadedApartmentStaysInIt) {
     EXPECT_EQ(after, during);
 }
 
-TEST(ComPolicyMTA, ThreadOfTheMultithreadedApartmentStaysInIt) {
-    int after = -2;
-    PlainThread([&] {
-        ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
-        MakeTask<ComPolicyMTA>(L"", [] {})();
-        after = Apartment();
-        CoUninitialize();
-        EXPECT_EQ(Apartment(), -1);
-    }).Join();
-
-    EXPECT_EQ(after, static_cast<int>(APTTYPE_MTA));
-}
-
 }  // namespace

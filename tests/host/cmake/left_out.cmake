@@ -43,6 +43,7 @@ set(left_out_tests
     # At the end of a process on the platform the program's static objects go before the library's, and other threads are
     # gone by then. Here they go in the order of their making, beside the threads.
     ConcurrencyLifetimeProcess.ClientThatNeverUninitialisesExitsCleanlyWhileTasksAreBlockedAndScheduled
+    ConcurrencyLifetimeProcess.ClientThatNeverUninitialisesExitsCleanlyWhileCallersAreInside
     ConcurrencyLifetimeProcess.StaticLifetimeObjectOfTheProgramIsTornDownAtItsEnd
 
     # What a wait asks of the platform: here it is the standard's wait.

@@ -12,6 +12,7 @@
 #include "tests/support/plain_thread.h"
 #include "tests/tasks/clocked_wait.h"
 #include "tests/tasks/future_fixture.h"
+#include "tests/tasks/future_state_peer.h"
 
 namespace {
 
@@ -26,7 +27,7 @@ class UnresponsiveRunTest : public testing::TestWithParam<const char*> {};
 
 // Not a millisecond earlier.
 TEST_P(UnresponsiveRunTest, EndsTheProcessAfter30SecondsWithOneRecord) {
-    const ChildResult result = RunChild("future_confirmation_test_child", {GetParam()});
+    const ChildResult result = RunChild("future_confirmation_whitebox_test_child", {GetParam()});
 
     EXPECT_EQ(result.exitCode, kTerminated);
     EXPECT_EQ(result.standardOutput, "still waits, terminate handler");
@@ -49,9 +50,9 @@ TEST(FutureWait, RunThatConfirmsAtTheLastMomentDoesNotEndTheProcess) {
 
 // Moves the clock and wakes the waiters, each of which has not looked at it yet, or sleeps.
 void Advance(FakeMonotonicClock& clock, std::chrono::nanoseconds by, Future& future) {
-    const std::lock_guard lock(FieldOrder::MutexOf(future));
+    const std::lock_guard lock(FutureStatePeer::MutexOf(future));
     clock.Advance(by);
-    FieldOrder::ConditionOf(future).notify_all();
+    FutureStatePeer::ConditionOf(future).notify_all();
 }
 
 TEST(FutureWait, ThatCameBeforeTheRequestHasNoLimit) {

@@ -1,5 +1,5 @@
-// Waits, in the way that the first argument names, for a run that was cancelled and does not respond: by a clock of its own
-// until the last millisecond and then beyond, or with a second argument in real time.
+// Waits, in the way that the argument names, for a run that was cancelled and does not respond: by a clock of its own until the
+// last millisecond and then beyond.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -46,10 +46,6 @@ int main(int count, char** values) {
     }
     task.Cancel();
     const std::string way = count > 1 ? values[1] : "";
-    if (count > 2) {
-        WaitFor(way, task, *future);
-        return 1;
-    }
     ClockedWait wait(*future, [&] { WaitFor(way, task, *future); });
     wait.Advance(30s - 1ms);
     std::fputs(wait.HasEnded() ? "waits no more, " : "still waits, ", stdout);
