@@ -9,6 +9,7 @@
 #include "bench/harness/question.h"
 #include "bench/peers/bare_deque_pool.h"
 #include "bench/peers/empty_task.h"
+#include "bench/peers/system_pool.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/policies.h"
 #include "concurrency/threadpool/thread_pool.h"
@@ -45,7 +46,8 @@ Figures FloodBareDeque(const Load& load) {
 }
 
 Figures FloodSystemPool(const Load& load) {
-    return WarmFlood(load, TrySubmitEmptyTask);
+    SystemPool pool(static_cast<DWORD>(load.workers));
+    return WarmFlood(load, [&pool](FinishLine& finish) { SubmitEmptyTask(pool, finish); });
 }
 
 Table PeersTable(const std::string& name, const Load& load) {
@@ -55,7 +57,7 @@ Table PeersTable(const std::string& name, const Load& load) {
         {{kCost, 0, true}},
         {
             {"fixed pool", [=] { return FloodFixedPool(load); }},
-            {"TrySubmit", [=] { return FloodSystemPool(load); }, true},
+            {"system pool", [=] { return FloodSystemPool(load); }, true},
             {"bare deque", [=] { return FloodBareDeque(load); }, true},
         },
     };
@@ -78,6 +80,7 @@ Table WorkersTable(std::size_t tasks) {
     }
     table.subjects = {
         {"fixed pool", [=] { return measure(FloodFixedPool); }},
+        {"system pool", [=] { return measure(FloodSystemPool); }, true},
         {"bare deque", [=] { return measure(FloodBareDeque); }, true},
     };
     return table;
@@ -111,7 +114,7 @@ int main(int argc, char** argv) {
         "fixed_pool_throughput",
         "What does an empty task cost on a pool that never grows?",
         {
-            "fixed pool: the global pool's class with a fixed number of threads. The bare deque has as many.",
+            "fixed pool: the global pool's class with a fixed number of threads. The peers have as many.",
         },
     };
     return Answer(argc, argv, question, Tables);

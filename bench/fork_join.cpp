@@ -111,11 +111,32 @@ Figures OnGlobalPoolByHandles(const Job& job) {
     return {{kTime, time}, {kThreads, ThreadsSince(before)}};
 }
 
-// `submit` uses the system's pool, the default one of the process.
-Figures OnSystemPool(const Job& job, const ThreadIds& atStart, void (*submit)(void* fork)) {
-    WarmUp(TrySubmitEmptyTask);
-    const double time = Milliseconds(job, [submit](Fork& fork) { submit(&fork); });
-    return {{kTime, time}, {kThreads, ThreadsSince(atStart)}};
+Figures OnSystemPool(const Job& job) {
+    const ThreadIds before = ThreadsOfThisProcess();
+    SystemPool pool(kWorkers);
+    WarmUp([&pool](FinishLine& finish) { SubmitEmptyTask(pool, finish); });
+    const double time = Milliseconds(job, [&pool](Fork& fork) { pool.Submit<RunTaskOf>(&fork); });
+    return {{kTime, time}, {kThreads, ThreadsSince(before)}};
+}
+
+// One work object, submitted once for each task: the cheapest way to the system's pool, where all tasks are the same.
+Figures OnSystemPoolByOneWorkObject(const Job& job) {
+    const ThreadIds before = ThreadsOfThisProcess();
+    SystemPool pool(kWorkers);
+    WarmUp([&pool](FinishLine& finish) { SubmitEmptyTask(pool, finish); });
+    const PTP_WORK_CALLBACK callback = [](PTP_CALLBACK_INSTANCE, void* fork, PTP_WORK) { RunTaskOf(fork); };
+    PTP_WORK work = nullptr;
+    const double time = Milliseconds(job, [&](Fork& fork) {
+        if (work == nullptr) {
+            work = CreateThreadpoolWork(callback, &fork, pool.Environment());
+            if (work == nullptr) {
+                ThrowLastError("CreateThreadpoolWork");
+            }
+        }
+        SubmitThreadpoolWork(work);
+    });
+    CloseThreadpoolWork(work);
+    return {{kTime, time}, {kThreads, ThreadsSince(before)}};
 }
 
 Figures OnBareDeque(const Job& job) {
@@ -130,7 +151,6 @@ Figures OnThisThread(const Job& job) {
 
 std::vector<Table> Tables(Effort effort) {
     const Job job{Scaled(effort, 10'000), StepsOfOneTask()};
-    const ThreadIds atStart = ThreadsOfThisProcess();
     return {{
         "fork_join",
         std::to_string(job.tasks) + " tasks of 5 us, from the first submit until the caller knows that all have run",
@@ -138,11 +158,10 @@ std::vector<Table> Tables(Effort effort) {
         {
             {"global pool", [=] { return OnGlobalPool(job); }},
             {"global pool, Task::Wait", [=] { return OnGlobalPoolByHandles(job); }},
-            {"TrySubmit", [=] { return OnSystemPool(job, atStart, [](void* fork) { TrySubmit<RunTaskOf>(fork); }); },
-             true},
-            {"work object", [=] { return OnSystemPool(job, atStart, SubmitWorkObject<RunTaskOf>); }, true},
+            {"system pool", [=] { return OnSystemPool(job); }, true},
+            {"one work object", [=] { return OnSystemPoolByOneWorkObject(job); }, true},
             {"bare deque", [=] { return OnBareDeque(job); }, true},
-            {"no pool", [=] { return OnThisThread(job); }, true},
+            {"one thread alone", [=] { return OnThisThread(job); }, true},
         },
     }};
 }
@@ -159,7 +178,9 @@ int main(int argc, char** argv) {
         {
             "Every pool has run some tasks before. threads: those of the pool at the end.",
             "Task::Wait: the caller keeps all handles and waits for each; otherwise the last task sets an event.",
-            "no pool: the calling thread runs every task itself.",
+            "system pool: TrySubmitThreadpoolCallback on a pool of 8 threads. one work object: submitted for each "
+            "task.",
+            "one thread alone: the calling thread runs every task itself.",
         },
     };
     return Answer(argc, argv, question, Tables);

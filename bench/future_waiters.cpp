@@ -5,7 +5,6 @@
 #include <latch>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "bench/harness/counter_clock.h"
@@ -17,6 +16,7 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/future_impl.h"
 #include "concurrency/tasks/make_task.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Bench {
 
@@ -27,7 +27,7 @@ template <typename Wait, typename Fulfil>
 double UntilAllRun(std::size_t waiters, Wait wait, Fulfil fulfil) {
     FinishLine awake(waiters);
     std::latch begun(static_cast<std::ptrdiff_t>(waiters));
-    std::vector<std::jthread> threads;
+    std::vector<Test::Thread> threads;
     for (std::size_t i = 0; i < waiters; ++i) {
         threads.emplace_back([&] {
             begun.count_down();

@@ -25,6 +25,7 @@
 #include "concurrency/sync/fifo_mutex.h"
 #include "concurrency/sync/interprocess_mutex.h"
 #include "concurrency/tasks/make_task.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Bench {
 
@@ -78,7 +79,7 @@ Figures Contended(milliseconds time, std::size_t threads) {
             ++turns;
         }
     };
-    std::vector<std::jthread> crowd;
+    std::vector<Test::Thread> crowd;
     for (std::size_t i = 0; i < threads; ++i) {
         crowd.emplace_back(takeTurns);
     }
@@ -103,7 +104,7 @@ Figures TimeToWake(std::size_t count, Prepare prepare, Block block, Wake wake) {
     Event begun;
     Event ended;
     std::optional<FinishLine> awake;
-    std::jthread blocking([&] {
+    Test::Thread blocking([&] {
         for (std::size_t i = 0; i < count; ++i) {
             begin.Wait();
             block([&begun] { begun.Set(); }, [&awake] { awake->Arrive(); });

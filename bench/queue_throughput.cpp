@@ -1,7 +1,5 @@
 // What does an empty task cost on the pools, from the first submit until the last one has run?
-#include <algorithm>
 #include <cstddef>
-#include <future>
 #include <string>
 #include <vector>
 
@@ -10,6 +8,7 @@
 #include "bench/harness/question.h"
 #include "bench/peers/bare_deque_pool.h"
 #include "bench/peers/empty_task.h"
+#include "bench/peers/system_pool.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 
 namespace Zarvo::Bench {
@@ -28,11 +27,24 @@ Figures FloodGlobalPool(std::size_t tasks, std::size_t producers) {
     return {{kCost, cost}, {kThreads, ThreadsSince(before)}};
 }
 
-// `submit` uses the system's pool, the default one of the process.
-Figures FloodSystemPool(std::size_t tasks, std::size_t producers, const ThreadIds& atStart,
-                        void (*submit)(FinishLine& finish)) {
-    WarmUp(submit);
-    const double cost = Flood(tasks, producers, submit);
+// `submit(pool, finish)` submits an empty task to the system's pool.
+Figures FloodSystemPool(std::size_t tasks, std::size_t producers,
+                        void (*submit)(SystemPool& pool, FinishLine& finish)) {
+    const ThreadIds before = ThreadsOfThisProcess();
+    SystemPool pool(kWorkers);
+    const auto toPool = [&pool, submit](FinishLine& finish) { submit(pool, finish); };
+    WarmUp(toPool);
+    const double cost = Flood(tasks, producers, toPool);
+    return {{kCost, cost}, {kThreads, ThreadsSince(before)}};
+}
+
+void SubmitEmptyWorkObject(SystemPool& pool, FinishLine& finish) {
+    SubmitWorkObject<ArriveAt>(&finish, pool.Environment());
+}
+
+Figures FloodDefaultPool(std::size_t tasks, std::size_t producers, const ThreadIds& atStart) {
+    WarmUp(TrySubmitEmptyTask);
+    const double cost = Flood(tasks, producers, TrySubmitEmptyTask);
     return {{kCost, cost}, {kThreads, ThreadsSince(atStart)}};
 }
 
@@ -43,24 +55,14 @@ Figures FloodBareDeque(std::size_t tasks, std::size_t producers) {
     return {{kCost, Flood(tasks, producers, submit)}, {kThreads, kWorkers}};
 }
 
-// A thread for each task.
-Figures FloodAsync(std::size_t tasks) {
-    std::vector<std::future<void>> futures;
-    const auto submit = [&futures](FinishLine& finish) {
-        futures.push_back(std::async(std::launch::async, [&finish] { finish.Arrive(); }));
-    };
-    return {{kCost, Flood(tasks, 1, submit)}};
-}
-
 Table FloodTable(const std::string& name, std::size_t tasks, std::size_t producers) {
-    const ThreadIds atStart = ThreadsOfThisProcess();
     return {
         name,
         std::to_string(tasks) + " empty tasks, producers: " + std::to_string(producers),
         {{kCost, 0, true}, {kThreads, 0}},
         {
             {"global pool", [=] { return FloodGlobalPool(tasks, producers); }},
-            {"TrySubmit", [=] { return FloodSystemPool(tasks, producers, atStart, TrySubmitEmptyTask); }, true},
+            {"system pool", [=] { return FloodSystemPool(tasks, producers, SubmitEmptyTask); }, true},
             {"bare deque", [=] { return FloodBareDeque(tasks, producers); }, true},
         },
     };
@@ -71,11 +73,8 @@ Table ProducersTable(std::size_t tasks, std::size_t producers) {
     const ThreadIds atStart = ThreadsOfThisProcess();
     Table table = FloodTable("producers_" + std::to_string(producers), tasks, producers);
     table.subjects.push_back(
-        {"work object", [=] { return FloodSystemPool(tasks, producers, atStart, SubmitEmptyWorkObject); }, true});
-    if (producers == 1) {
-        // On purpose fewer: each takes a millisecond, no matter how many they are.
-        table.subjects.push_back({"std::async", [=] { return FloodAsync(std::min<std::size_t>(tasks, 300)); }, true});
-    }
+        {"work object", [=] { return FloodSystemPool(tasks, producers, SubmitEmptyWorkObject); }, true});
+    table.subjects.push_back({"default pool", [=] { return FloodDefaultPool(tasks, producers, atStart); }, true});
     return table;
 }
 
@@ -105,8 +104,9 @@ int main(int argc, char** argv) {
         "queue_throughput",
         "What does an empty task cost, from the first submit until the last one has run?",
         {
-            "global pool: Task built, queued, run and destroyed. TrySubmit: TrySubmitThreadpoolCallback, default pool.",
-            "work object: CreateThreadpoolWork, SubmitThreadpoolWork, CloseThreadpoolWork. std::async: 300 tasks only.",
+            "global pool: Task built, queued, run and destroyed.",
+            "system pool: TrySubmitThreadpoolCallback on a pool of 8 threads. default pool: on that of the process.",
+            "work object: CreateThreadpoolWork, SubmitThreadpoolWork, CloseThreadpoolWork, on a pool of 8 threads.",
             "bare deque: function pointers, SRWLOCK, CONDITION_VARIABLE, 8 threads. threads: of the pool, at the end.",
         },
     };

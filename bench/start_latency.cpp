@@ -1,8 +1,6 @@
 // How long after it was submitted does a task start on an idle pool, and how long does a caller wait for it in all?
 #include <cstddef>
-#include <future>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "bench/harness/counter_clock.h"
@@ -12,6 +10,7 @@
 #include "bench/harness/samples.h"
 #include "bench/peers/bare_deque_pool.h"
 #include "bench/peers/empty_task.h"
+#include "bench/peers/system_pool.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
@@ -70,15 +69,19 @@ Figures StartOnGlobalPool(std::size_t count) {
     return SubmitToStart(count, QueueEmptyTask);
 }
 
-Figures StartOnBareDeque(std::size_t count) {
-    BareDequePool pool(kWorkers);
+Figures StartOnSystemPool(std::size_t count) {
+    SystemPool pool(kWorkers);
     return SubmitToStart(count, [&pool](FinishLine& start) { SubmitEmptyTask(pool, start); });
 }
 
-Figures StartAsync(std::size_t count) {
-    std::future<void> future;  // of the last one, which has ended when the next one is submitted
-    return SubmitToStart(
-        count, [&future](FinishLine& start) { future = std::async(std::launch::async, [&start] { start.Arrive(); }); });
+Figures StartWorkObject(std::size_t count) {
+    SystemPool pool(kWorkers);
+    return SubmitToStart(count, [&pool](FinishLine& start) { SubmitWorkObject<ArriveAt>(&start, pool.Environment()); });
+}
+
+Figures StartOnBareDeque(std::size_t count) {
+    BareDequePool pool(kWorkers);
+    return SubmitToStart(count, [&pool](FinishLine& start) { SubmitEmptyTask(pool, start); });
 }
 
 Figures WaitOnGlobalPool(std::size_t count) {
@@ -91,10 +94,12 @@ Figures WaitOnGlobalPool(std::size_t count) {
 }
 
 Figures WaitForWorkObject(std::size_t count) {
-    return SubmitToEnd(count, [] {
-        PTP_WORK const work = CreateThreadpoolWork([](PTP_CALLBACK_INSTANCE, void*, PTP_WORK) {}, nullptr, nullptr);
+    SystemPool pool(kWorkers);
+    return SubmitToEnd(count, [&pool] {
+        PTP_WORK const work =
+            CreateThreadpoolWork([](PTP_CALLBACK_INSTANCE, void*, PTP_WORK) {}, nullptr, pool.Environment());
         if (work == nullptr) {
-            throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CreateThreadpoolWork");
+            ThrowLastError("CreateThreadpoolWork");
         }
         SubmitThreadpoolWork(work);
         WaitForThreadpoolWorkCallbacks(work, FALSE);
@@ -103,9 +108,10 @@ Figures WaitForWorkObject(std::size_t count) {
 }
 
 Figures WaitOnSystemPool(std::size_t count) {
-    return SubmitToEnd(count, [] {
+    SystemPool pool(kWorkers);
+    return SubmitToEnd(count, [&pool] {
         FinishLine end(1);
-        TrySubmitEmptyTask(end);
+        SubmitEmptyTask(pool, end);
         end.WaitForLast();
     });
 }
@@ -119,10 +125,6 @@ Figures WaitOnBareDeque(std::size_t count) {
     });
 }
 
-Figures WaitForAsync(std::size_t count) {
-    return SubmitToEnd(count, [] { std::async(std::launch::async, [] {}).get(); });
-}
-
 std::vector<Table> Tables(Effort effort) {
     const std::size_t count = Scaled(effort, effort == Effort::kAll ? 1'000 : 250);
     const std::string often = ", " + std::to_string(count) + " times a round";
@@ -134,10 +136,9 @@ std::vector<Table> Tables(Effort effort) {
             columns,
             {
                 {"global pool", [=] { return StartOnGlobalPool(count); }},
-                {"TrySubmit", [=] { return SubmitToStart(count, TrySubmitEmptyTask); }, true},
-                {"work object", [=] { return SubmitToStart(count, SubmitEmptyWorkObject); }, true},
+                {"system pool", [=] { return StartOnSystemPool(count); }, true},
+                {"work object", [=] { return StartWorkObject(count); }, true},
                 {"bare deque", [=] { return StartOnBareDeque(count); }, true},
-                {"std::async", [=] { return StartAsync(count); }, true},
             },
         },
         {
@@ -146,10 +147,9 @@ std::vector<Table> Tables(Effort effort) {
             columns,
             {
                 {"global pool", [=] { return WaitOnGlobalPool(count); }},
-                {"TrySubmit + event", [=] { return WaitOnSystemPool(count); }, true},
+                {"system pool + event", [=] { return WaitOnSystemPool(count); }, true},
                 {"work object", [=] { return WaitForWorkObject(count); }, true},
                 {"bare deque + event", [=] { return WaitOnBareDeque(count); }, true},
-                {"std::async", [=] { return WaitForAsync(count); }, true},
             },
         },
     };
@@ -166,7 +166,8 @@ int main(int argc, char** argv) {
         "How long after it was submitted does a task start on an idle pool, and how long does a caller wait in all?",
         {
             "global pool: building the Task is part of the time; submit and wait is Queue and Task::Wait.",
-            "work object: CreateThreadpoolWork, SubmitThreadpoolWork, WaitForThreadpoolWorkCallbacks.",
+            "system pool: TrySubmitThreadpoolCallback on a pool of 8 threads.",
+            "work object: CreateThreadpoolWork, SubmitThreadpoolWork, WaitForThreadpoolWorkCallbacks, on such a pool.",
         },
     };
     return Answer(argc, argv, question, Tables);

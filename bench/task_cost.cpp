@@ -2,6 +2,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <future>
 #include <memory>
@@ -14,7 +15,9 @@
 #include "bench/harness/event.h"
 #include "bench/harness/flood.h"
 #include "bench/harness/question.h"
+#include "bench/peers/bare_deque_pool.h"
 #include "bench/peers/empty_task.h"
+#include "bench/peers/system_pool.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
@@ -36,6 +39,9 @@ constexpr const char* kCost = "ns";
 constexpr const char* kTwoReports = "ns of 2 reports";
 constexpr const char* kRun = "ns of the run";
 constexpr const char* kShare = "% of the run";
+constexpr const char* kProcessor = "processor ns";
+constexpr const char* kWall = "ns until it has run";
+constexpr std::size_t kWorkers = 8;  // what the global pool begins with
 
 Task DoNothing() {
     return Orvane::MakeTask(L"Nothing", [] {});
@@ -175,8 +181,55 @@ Figures ReportsOfPooledRun(std::size_t count) {
     return ShareOfReports(count, Flood(count, 1, QueueEmptyTask));
 }
 
+// What all threads of this process have computed so far, in nanoseconds. It moves in steps of up to 16 ms.
+double ProcessorTime() {
+    FILETIME created{};
+    FILETIME ended{};
+    FILETIME kernel{};
+    FILETIME user{};
+    if (GetProcessTimes(GetCurrentProcess(), &created, &ended, &kernel, &user) == FALSE) {
+        ThrowLastError("GetProcessTimes");
+    }
+    const auto ticks = [](const FILETIME& time) {
+        return static_cast<double>((static_cast<std::uint64_t>(time.dwHighDateTime) << 32U) | time.dwLowDateTime);
+    };
+    return 100 * (ticks(kernel) + ticks(user));
+}
+
+// Of a flood of `count` tasks: what all processors together spend on each, and how long it takes.
+template <typename Submit>
+Figures ProcessorTimePerTask(std::size_t count, Submit submit) {
+    WarmUp(submit);
+    const double before = ProcessorTime();
+    const double wall = Flood(count, 1, submit);
+    return {{kProcessor, (ProcessorTime() - before) / static_cast<double>(count)}, {kWall, wall}};
+}
+
+std::vector<Subject> ProcessorSubjects(std::size_t count) {
+    return {
+        {"global pool",
+         [count] {
+             const Orvane::ConcurrencyLifetime lifetime;
+             return ProcessorTimePerTask(count, QueueEmptyTask);
+         }},
+        {"system pool",
+         [count] {
+             SystemPool pool(kWorkers);
+             return ProcessorTimePerTask(count, [&pool](FinishLine& finish) { SubmitEmptyTask(pool, finish); });
+         },
+         true},
+        {"bare deque",
+         [count] {
+             BareDequePool pool(kWorkers);
+             return ProcessorTimePerTask(count, [&pool](FinishLine& finish) { SubmitEmptyTask(pool, finish); });
+         },
+         true},
+    };
+}
+
 std::vector<Table> Tables(Effort effort) {
     const std::size_t count = Scaled(effort, 20'000);
+    const std::size_t flood = Scaled(effort, 50'000);
     const std::string times = std::to_string(count) + " times a round";
     return {
         {"task", "an empty task, " + times, {{kCost, 0, true}}, TaskSubjects(count)},
@@ -192,6 +245,10 @@ std::vector<Table> Tables(Effort effort) {
              {"run here", [=] { return ReportsOfInlineRun(count); }},
              {"run on the pool", [=] { return ReportsOfPooledRun(count); }},
          }},
+        {"processor_time",
+         "processor time of an empty task on a pool, " + std::to_string(flood) + " from one producer",
+         {{kProcessor, 0, true}, {kWall, 0}},
+         ProcessorSubjects(flood)},
     };
 }
 
@@ -206,6 +263,7 @@ int main(int argc, char** argv) {
         "What do the single steps of a task cost?",
         {
             "packaged_task: std::packaged_task<void()> with its future. recursive_mutex: lock and unlock, for scale.",
+            "processor ns: of all threads of the process together. The pools have 8 threads to begin with.",
         },
     };
     return Answer(argc, argv, question, Tables);

@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <cstddef>
 #include <latch>
-#include <thread>
 #include <vector>
 
 #include "bench/harness/counter_clock.h"
 #include "bench/harness/finish_line.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Bench {
 
@@ -31,7 +31,7 @@ double Flood(std::size_t tasks, std::size_t producers, Submit submit) {
         produce();
     } else {
         std::latch gate(1);
-        std::vector<std::jthread> threads;
+        std::vector<Test::Thread> threads;
         for (std::size_t i = 0; i < producers; ++i) {
             threads.emplace_back([&] {
                 gate.wait();

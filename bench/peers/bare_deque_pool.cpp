@@ -13,7 +13,7 @@ BareDequePool::~BareDequePool() {
     m_stopping = true;
     ReleaseSRWLockExclusive(&m_lock);
     WakeAllConditionVariable(&m_workAvailable);
-    for (std::thread& worker : m_workers) {
+    for (Test::Thread& worker : m_workers) {
         worker.join();
     }
 }

@@ -7,10 +7,10 @@
 
 #include <cstddef>
 #include <deque>
-#include <thread>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
+#include "tests/support/thread.h"
 
 namespace Zarvo::Bench {
 
@@ -37,7 +37,7 @@ class BareDequePool {
     CONDITION_VARIABLE m_workAvailable = CONDITION_VARIABLE_INIT;
     std::deque<Entry> m_queue;  // guarded by m_lock
     bool m_stopping = false;    // guarded by m_lock
-    std::vector<std::thread> m_workers;
+    std::vector<Test::Thread> m_workers;
 };
 
 }  // namespace Zarvo::Bench

@@ -26,12 +26,13 @@ inline void SubmitEmptyTask(BareDequePool& pool, FinishLine& finish) {
     pool.Submit(ArriveAt, &finish);
 }
 
-inline void TrySubmitEmptyTask(FinishLine& finish) {
-    TrySubmit<ArriveAt>(&finish);
+inline void SubmitEmptyTask(SystemPool& pool, FinishLine& finish) {
+    pool.Submit<ArriveAt>(&finish);
 }
 
-inline void SubmitEmptyWorkObject(FinishLine& finish) {
-    SubmitWorkObject<ArriveAt>(&finish);
+// On the default pool.
+inline void TrySubmitEmptyTask(FinishLine& finish) {
+    TrySubmit<ArriveAt>(&finish);
 }
 
 }  // namespace Zarvo::Bench
