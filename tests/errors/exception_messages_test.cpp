@@ -74,16 +74,6 @@ TEST(ExceptionComMessage, TextOf1024CharactersIsCutAndWhatSaysNothing) {
     EXPECT_STREQ(error.what(), kUnspecified);
 }
 
-TEST(ExceptionComMessage, FormatOf1024CharactersWithoutArgumentsIsCutToo) {
-    const std::wstring format(1024, L'b');
-
-    const ExceptionCOM error(kSomeHresult, kSomeGuid, format.c_str());
-
-    EXPECT_EQ(error.message, format.substr(0, 1023));
-    EXPECT_STREQ(error.what(), kUnspecified);
-}
-
-// The code page is the thread's own, not the process's: the same text reads differently on a Russian thread.
 TEST(ExceptionComMessage, WhatIsInTheCodePageOfTheThread) {
     const LCID previous = GetThreadLocale();
     ASSERT_TRUE(SetThreadLocale(MAKELCID(MAKELANGID(LANG_RUSSIAN, SUBLANG_DEFAULT), SORT_DEFAULT)));
@@ -130,15 +120,6 @@ TEST(ExceptionComMessage, FormattingThatFailsKeepsWhatWasWrittenAndWhatSaysNothi
     EXPECT_STREQ(error.what(), kUnspecified);
 }
 
-TEST(ExceptionComMessage, CopyKeepsACutMessageAndItsSilence) {
-    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"%s", std::wstring(2000, L'c').c_str());
-
-    const ExceptionCOM copy(error);
-
-    EXPECT_EQ(copy.message, std::wstring(1023, L'c'));
-    EXPECT_STREQ(copy.what(), kUnspecified);
-}
-
 TEST(Unexpected, StandsForEUnexpectedWithTheZeroGuid) {
     const Unexpected error(L"in %s", L"the test");
 
@@ -147,16 +128,6 @@ TEST(Unexpected, StandsForEUnexpectedWithTheZeroGuid) {
     EXPECT_EQ(error.guid, kZeroGuid);
     EXPECT_STREQ(error.message, L"in the test");
     EXPECT_STREQ(error.what(), "in the test");
-}
-
-TEST(Unexpected, KeepsTheLongestMessageThatTheLibraryItselfThrows) {
-    const wchar_t* const text =
-        L"Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
-        L"ConcurrencyUninitialize() or use the ConcurrencyLifetime class.";
-
-    const Unexpected error(text);
-
-    EXPECT_STREQ(error.message, text);
 }
 
 TEST(Unexpected, WithANullFormatHasNoMessage) {

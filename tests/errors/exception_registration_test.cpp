@@ -105,41 +105,6 @@ TEST(ExceptionRegistration, FactoryThrowsTheKindOfEachKey) {
     }
 }
 
-TEST(ExceptionRegistration, FactoryThrowsPointerForEPointerWithTheZeroGuid) {
-    EXPECT_THROW(ExceptionFactory::Throw(ComRecord(static_cast<long>(0x80004003), kZeroGuid)), Pointer);
-}
-
-TEST(ExceptionRegistration, FactoryThrowsACopyOfTheWholeRecord) {
-    for (const Key& key : kKeys) {
-        const ErrorStorage record = RecordOf(key);
-        try {
-            ExceptionFactory::Throw(record);
-            FAIL() << "returned";
-        } catch (const ErrorStorage& error) {
-            EXPECT_NE(&error, &record);
-            EXPECT_EQ(error.isNamed, key.isNamed);
-            EXPECT_EQ(key.isNamed ? error.code : static_cast<unsigned long>(error.hresult), key.code);
-            EXPECT_STREQ(error.message, L"wide text");
-            EXPECT_STREQ(error.what(), "narrow text");
-        }
-    }
-}
-
-TEST(ExceptionRegistration, UnknownHresultIsThrownAsPlainExceptionBase) {
-    EXPECT_EQ(KindThrownFor(ComRecord(static_cast<long>(0x80070006), kZeroGuid)), typeid(ExceptionBase));
-}
-
-TEST(ExceptionRegistration, KnownHresultUnderAnotherGuidIsUnknown) {
-    EXPECT_EQ(KindThrownFor(ComRecord(static_cast<long>(0x80004003), kSomeGuid)), typeid(ExceptionBase));
-}
-
-TEST(ExceptionRegistration, InternalErrorBelongsToTheNullNameAndCode1Alone) {
-    EXPECT_EQ(KindThrownFor(NamedRecord(nullptr, 2)), typeid(ExceptionBase));
-    EXPECT_EQ(KindThrownFor(NamedRecord(L"", 1)), typeid(ExceptionBase));
-    EXPECT_EQ(KindThrownFor(NamedRecord(kSomeName, 1)), typeid(ExceptionBase));
-    EXPECT_EQ(KindThrownFor(ComRecord(1, kZeroGuid)), typeid(ExceptionBase));
-}
-
 TEST(ExceptionRegistration, UsingTheClassesElsewhereRegistersNothing) {
     const Unexpected error(L"used in this program");
 
