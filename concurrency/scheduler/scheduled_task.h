@@ -51,8 +51,6 @@ class ORVANE_CONCURRENCY_API ScheduledTask {
     bool operator>(const ScheduledTask& other) const;
 
   private:
-    friend struct FieldOrder;
-
     Task m_task;
     TimePoint m_start;
     Duration m_interval;

@@ -37,8 +37,6 @@ class ORVANE_CONCURRENCY_API TrackerImpl : private ScheduledTask {
     void UpdateWrapper(Work work);  // NOLINT(performance-unnecessary-value-param): a copy for each run
 
   private:
-    friend struct FieldOrder;
-
     bool m_isTaskSet = false;
     std::uint32_t m_runsStarted = 0;  // changed by UpdateWrapper(), on the thread that runs the task
     std::uint32_t m_runsFinished = 0;  // those whose work returned

@@ -67,16 +67,6 @@ TEST(ScheduleWithoutMemory, SchedulesNothing) {
     EXPECT_GT(failures, 0);
 }
 
-TEST(TrackerWithoutMemory, IsNotMade) {
-    const int failures = ForEveryAllocation([](Attempt& attempt) {
-        std::optional<Tracker> tracker;
-        if (!attempt.Succeeds([&] { tracker.emplace(); })) {
-            tracker.emplace();
-        }
-    });
-    EXPECT_GT(failures, 0);
-}
-
 TEST(TrackerWithoutMemory, IsCopiedCancelledAndDropped) {
     const int failures = ForEveryAllocation([](Attempt& attempt) {
         int runs = 0;

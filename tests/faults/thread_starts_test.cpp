@@ -1,11 +1,9 @@
 // The platform refuses to start one of the pool's threads, counted over the pool's life: 1 to 8 are the first workers,
 // 9 to 16 the first growth, 17 to 24 the second. What happens then is told in tests/threadpool; here it is about what
-// is left behind, and about the second growth.
+// is left behind.
 #include <gtest/gtest.h>
 
 #include <exception>
-#include <memory>
-#include <optional>
 #include <string>
 
 #include "concurrency/lifetime/concurrency_lifetime.h"
@@ -13,11 +11,8 @@
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/support/eventually.h"
 #include "tests/support/fake_ticks.h"
-#include "tests/support/recorded_reports.h"
 #include "tests/support/resource_probe.h"
-#include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
-#include "tests/threadpool/task_records.h"
 #include "tests/threadpool/thread_starts.h"
 
 namespace {
@@ -59,9 +54,6 @@ class PoolThatCannotStart {
         m_last.Wait();
     }
 
-    HeldTasks& Held() { return m_held; }
-    FakeTicks& Ticks() { return m_ticks; }
-
   private:
     const int m_number;
     FakeTicks m_ticks{100'000};
@@ -96,26 +88,5 @@ TEST_P(ThreadStartOfAPool, LeavesNothingBehindWhenItFails) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Number, ThreadStartOfAPool, testing::Values(1, 8, 9, 12, 17));
-
-// The first growth has shown that the pool grows; after a failure of the second it does not any more.
-TEST(SecondGrowth, ThatFailsHoldsLaterCallersUpUntilThePoolStops) {
-    const RecordedReports reports;
-    std::optional<ConcurrencyLifetime> lifetime(std::in_place);
-    PoolThatCannotStart pool(2 * kBatch + 1);
-    EXPECT_EQ(pool.Fill(), "");
-    pool.EmptyAgain();
-    EXPECT_TRUE(Eventually([&] { return CountTasks(reports, kStopped, kGrowthTask) == 2; }));
-
-    pool.Ticks().Advance(1'000);
-    const Task late = pool.Held().Make(L"late");
-    const BackgroundCall caller([&] { GlobalThreadPool::Queue(late); });
-    Sleep(100);
-    EXPECT_TRUE(caller.IsRunning());
-    EXPECT_FALSE(GlobalThreadPool::IsPresent(late));
-
-    const BackgroundCall stop([&] { lifetime.reset(); });
-    EXPECT_TRUE(caller.Ends());
-    EXPECT_TRUE(stop.Ends());
-}
 
 }  // namespace

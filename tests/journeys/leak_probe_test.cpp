@@ -64,12 +64,6 @@ void CancelOne() {
     EXPECT_THROW(future->GetValue(), CancelledException);
 }
 
-void LaunchOne() {
-    Task task = MakeTask(L"dedicated", [] {});
-    GlobalThreadPool::LaunchInNewThread(task);
-    task.Wait();
-}
-
 // Less is no leak: when the count began, a worker may still have been letting go of its task.
 bool IsNoGrowth(const Resources& growth) {
     return growth.handles <= 0 && growth.threads <= 0 && growth.blocks <= 0 && growth.bytes <= 0;
@@ -111,37 +105,6 @@ TEST(LeakProbe, FailedAndCancelledTasksLeaveNothing) {
             CancelOne();
         }
     });
-}
-
-TEST(LeakProbe, TwoHundredCyclesLeaveNothing) {
-    const auto cycle = [] {
-        const ConcurrencyLifetime lifetime;
-        std::atomic<int> ran = 0;
-        RunTasks(2 * kAtATime, ran);
-        FailOne();
-        CancelOne();
-        LaunchOne();
-        LaunchOne();
-    };
-    for (int i = 0; i < 10; ++i) {
-        cycle();
-    }
-    const ResourceProbe probe;
-    for (int i = 0; i < 200; ++i) {
-        cycle();
-    }
-    EXPECT_TRUE(Eventually([&] { return probe.Growth() == Resources{}; })) << probe.Growth();
-}
-
-TEST(LeakProbe, CyclesThatUseNothingLeaveNothing) {
-    {
-        const ConcurrencyLifetime lifetime;
-    }
-    const ResourceProbe probe;
-    for (int i = 0; i < 1'000; ++i) {
-        const ConcurrencyLifetime lifetime;
-    }
-    EXPECT_EQ(probe.Growth(), Resources{});
 }
 
 }  // namespace

@@ -49,41 +49,6 @@ class SchedulerClock : public testing::Test {
     const ConcurrencyLifetime m_lifetime;
 };
 
-TEST_F(SchedulerClock, IsNotAskedWhileNothingIsScheduled) {
-    Insert(m_now);
-    ASSERT_TRUE(Eventually([&] { return m_runs == 1; }));
-
-    ExpectSleep();
-}
-
-TEST_F(SchedulerClock, LetsItSleepUntilStartsThatAreFarAway) {
-    for (const TimePoint start : {TimePoint::max(), m_now + 1000 * 365 * 24h, m_now + 50 * 24h, m_now + 1h}) {
-        Insert(start, 1ms);
-        ExpectSleep();
-    }
-    EXPECT_EQ(m_runs, 0);
-}
-
-TEST_F(SchedulerClock, LetsItSleepWhenWhatWasLongDueIsDone) {
-    for (const TimePoint start : {TimePoint::min(), TimePoint::min() + Duration(1), k1970}) {
-        Insert(start);
-        m_task.Wait();
-        ExpectSleep();
-    }
-    EXPECT_EQ(m_runs, 3);
-}
-
-TEST_F(SchedulerClock, LetsItSleepBetweenPeriodsOfEveryLength) {
-    for (const Duration interval : {Duration::max() - (m_now - k1970), Duration(400 * 365 * 24h), Duration(1h)}) {
-        const int before = m_runs;
-        Insert(m_now, interval);
-        ASSERT_TRUE(Eventually([&] { return m_runs == before + 1; }));
-        ExpectSleep();
-        m_task.Cancel();
-    }
-    EXPECT_EQ(m_runs, 3);
-}
-
 // It does not look at the clock before its wait, which began before the step, is over. An earlier task ends it as well.
 TEST_F(SchedulerClock, WhenSetForwardIsNoticedAtTheEndOfTheWait) {
     Insert(m_now + 1h);

@@ -8,9 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <list>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
@@ -20,7 +18,6 @@
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/probe_task.h"
 #include "tests/scheduler/wake_scheduler.h"
-#include "tests/support/arrivals.h"
 #include "tests/support/eventually.h"
 #include "tests/support/fake_wall_clock.h"
 #include "tests/support/gate.h"
@@ -84,53 +81,6 @@ TEST(GlobalScheduler, RunsEveryTaskOfTheSameStartInOnePass) {
     WakeScheduler();
 
     EXPECT_TRUE(Eventually([&] { return both.Missing() == 0; }));
-}
-
-TEST(GlobalScheduler, TakesTheEarliestTaskFirst) {
-    const TimePoint now = Now();
-    FakeWallClock clock(now);
-    Arrivals order;
-    std::list<Probe> probes;
-    const ConcurrencyLifetime lifetime;
-    for (const int number : {3, 1, 5, 2, 4}) {
-        probes.emplace_back()->whenAsked = [&order, number] { order.Add(std::to_string(number)); };
-        Insert(probes.back().MakeTask(), now + std::chrono::hours(number));
-    }
-    EXPECT_TRUE(order.List().empty());
-
-    clock.Set(now + 5h);
-    WakeScheduler();
-
-    ASSERT_TRUE(Eventually([&] { return order.List().size() == 5; }));
-    EXPECT_EQ(order.List(), Names({"1", "2", "3", "4", "5"}));
-}
-
-// Again and again: a single insert may come before the thread has gone to sleep.
-TEST(GlobalScheduler, AnEarlierTaskShortensTheWait) {
-    std::atomic<int> runs = 0;
-    const ConcurrencyLifetime lifetime;
-    CreateScheduler();
-    const PlainThread inserting([&] {
-        for (int i = 0; i < 30; ++i) {
-            Task task = MakeTask(L"earlier", [&] { ++runs; });
-            Insert(task, Now() + 2ms);
-            task.Wait();
-        }
-    });
-
-    EXPECT_TRUE(Eventually([&] { return inserting.HasEnded(); })) << "after " << runs;
-}
-
-TEST(GlobalScheduler, ALaterTaskPutsNothingOff) {
-    std::atomic<bool> ran = false;
-    const ConcurrencyLifetime lifetime;
-    Insert(MakeTask(L"first", [&] { ran = true; }), Now() + 30ms);
-
-    for (int hour = 1; hour <= 10; ++hour) {
-        Insert(MakeTask(L"later", [] {}), Now() + std::chrono::hours(hour));
-    }
-
-    EXPECT_TRUE(Eventually([&] { return ran.load(); }));
 }
 
 TEST(GlobalScheduler, ALongTaskKeepsNoOtherFromRunning) {

@@ -85,20 +85,6 @@ TEST_F(OverrunConsequences, AreAFlagThatTheLibraryNeverClears) {
     EXPECT_EQ(g_IntervalExceeded, 1);
 }
 
-TEST_F(OverrunConsequences, AreReadFromTheRegistryOncePerScheduler) {
-    const ConcurrencyLifetime lifetime;
-    m_registry.SetAssertMode(2);
-    GlobalScheduler::Insert(BusyOnce(Probe()));
-    ASSERT_TRUE(m_reports.WaitFor(L"Scheduler", kOverrun, 1));
-
-    m_registry.SetAssertMode(1);
-    GlobalScheduler::Insert(BusyOnce(Probe()));
-    ASSERT_TRUE(m_reports.WaitFor(L"Concurrency.Task", nullptr, 4));
-
-    EXPECT_EQ(m_reports.Count(L"Scheduler", kOverrun), 2U);
-    EXPECT_EQ(g_IntervalExceeded, 0);
-}
-
 // Nor do they wait for the first overrun.
 TEST_F(OverrunConsequences, AreReadFromTheRegistryWhenTheSchedulerIsCreated) {
     const auto overrunAfterAChange = [this](DWORD whenCreated, DWORD later) {

@@ -9,11 +9,9 @@
 #include <system_error>
 #include <thread>
 
-#include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "tests/support/eventually.h"
-#include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
 
 namespace {
@@ -41,12 +39,6 @@ TEST_F(ScheduleCall, RunsOnceForIntervalZero) {
     EXPECT_EQ(m_runs, 1);
     std::this_thread::sleep_for(50ms);  // to show that nothing happens
     EXPECT_EQ(m_runs, 1);
-}
-
-TEST_F(ScheduleCall, RunsAgainAndAgainForAnInterval) {
-    const Tracker tracker = Schedule(L"Again", 0s, 2ms, CountRuns());
-
-    EXPECT_TRUE(Eventually([&] { return m_runs >= 5; }));
 }
 
 TEST_F(ScheduleCall, StartsAtAPointInTime) {
@@ -95,18 +87,6 @@ TEST_F(ScheduleCall, KeepsTheCallableNoLongerThanTheTracker) {
     }
     // The scheduler's own copy leaves the queue at its next due time.
     EXPECT_TRUE(Eventually([&] { return held.use_count() == 1; }));
-}
-
-TEST_F(ScheduleCall, CallsAreCancelledThroughTheTracker) {
-    Gate running;
-    Tracker tracker = Schedule(L"Sleeper", 0s, 0s, [&running] {
-        running.Open();
-        CancellableSleep(0xFFFFFFFF);
-    });
-    running.Wait();
-
-    tracker.Cancel();
-    tracker.Wait();
 }
 
 TEST_F(ScheduleCall, ACallThatThrowsDoesNotEndTheSchedule) {

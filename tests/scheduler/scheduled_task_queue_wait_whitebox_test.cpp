@@ -18,8 +18,6 @@
 #include "tests/support/eventually.h"
 #include "tests/support/fake_wall_clock.h"
 #include "tests/support/import_patch.h"
-#include "tests/support/stopwatch.h"
-#include "tests/sync/wall_clock.h"
 #include "tests/threadpool/background_call.h"
 
 namespace {
@@ -48,64 +46,6 @@ class ScheduledTaskQueueWait : public testing::Test {
     ScheduledTaskQueue m_queue;
     std::atomic<int> m_wakeUps = 0;
 };
-
-TEST_F(ScheduledTaskQueueWait, ReturnsAtOnceForAStartThatHasCome) {
-    const TimePoint now = Now();
-    const FakeWallClock clock(now);
-    for (const TimePoint start : {now, now - kTick, now - 1h, k1970, k1970 - kTick, TimePoint::min()}) {
-        m_queue.Push(Idle(start));
-        const BackgroundCall wait([this] { EXPECT_TRUE(m_queue.WaitForNextStart()); });
-        EXPECT_TRUE(wait.Ends()) << (start - now).count();
-    }
-}
-
-TEST_F(ScheduledTaskQueueWait, EndsWhenTheEarliestStartHasCome) {
-    m_queue.Push(Idle(Now() + 1h));
-    m_queue.Push(Idle(WallClockNow() + 50ms));
-    m_queue.Push(Idle(Now() + 2h));
-    const Stopwatch stopwatch;
-
-    ScheduledTask due;
-    while (!m_queue.PopExpired(due)) {
-        ASSERT_TRUE(m_queue.WaitForNextStart());
-        ++m_wakeUps;
-    }
-
-    EXPECT_GE(stopwatch.Elapsed(), 45ms);
-    EXPECT_LE(m_wakeUps, kFewWakeUps);
-}
-
-TEST_F(ScheduledTaskQueueWait, SleepsWithoutLimitWhileTheQueueIsEmpty) {
-    const BackgroundCall wait([this] { KeepWaiting(); });
-
-    std::this_thread::sleep_for(100ms);  // to show that nothing happens
-    EXPECT_LE(m_wakeUps, kFewWakeUps);
-    m_queue.Stop();
-    EXPECT_TRUE(wait.Ends());
-}
-
-// Times that a wait in milliseconds, a signed difference or a clock of nanoseconds cannot tell.
-TEST_F(ScheduledTaskQueueWait, SleepsForEveryStartThatIsFarAway) {
-    const TimePoint year1601{std::chrono::sys_days(std::chrono::January / 2 / 1601)};
-    for (const TimePoint now : {Now(), k1970, k1970 - kTick, year1601, TimePoint::max() - 60 * 24h}) {
-        const FakeWallClock clock(now);
-        for (const TimePoint start : {now + 1h, now + 24h, now + 24h + kTick, now + 49 * 24h, now + 50 * 24h,
-                                      TimePoint::max() - kTick, TimePoint::max()}) {
-            ScheduledTaskQueue queue;
-            queue.Push(Idle(start));
-            std::atomic<int> wakeUps = 0;
-            const BackgroundCall wait([&] {
-                while (queue.WaitForNextStart()) {
-                    ++wakeUps;
-                }
-            });
-            std::this_thread::sleep_for(10ms);  // to show that nothing happens
-            queue.Stop();
-            EXPECT_TRUE(wait.Ends());
-            EXPECT_LE(wakeUps, kFewWakeUps) << "in " << (start - now).count() << " ticks";
-        }
-    }
-}
 
 // What a wait asks of the platform: the time-out in ticks, negative because it is relative.
 class SleepRecorder {

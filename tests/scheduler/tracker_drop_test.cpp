@@ -221,22 +221,4 @@ TEST_F(DroppedTracker, FromTwoCopiesAtOnceDuringARunWaitsForIt) {
     }
 }
 
-TEST_F(DroppedTracker, FromTwoCopiesAtOnceBetweenRunsLeavesNothingToRun) {
-    auto first = std::make_unique<Tracker>(Schedule(L"twice", m_start - 1h, 1h, Call()));
-    auto second = std::make_unique<Tracker>(*first);
-    ASSERT_TRUE(Eventually([&] { return m_runs == 1; }));
-    Countdown together(2);
-    {
-        const PlainThread one([&] {
-            together.Meet();
-            first.reset();
-        });
-        const PlainThread two([&] {
-            together.Meet();
-            second.reset();
-        });
-    }
-    ExpectNoMoreRuns(1, m_start);
-}
-
 }  // namespace
