@@ -50,6 +50,10 @@ class ErrorStorage : public std::runtime_error {
     // The wide message, always terminated. May be truncated, and may be there when what() has none.
     wchar_t message[kMessageCapacity];
 
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wnested-anon-types"
+#endif
     union {
         ORVANE_UNNAMED_STRUCT {
             std::int32_t hresult;
@@ -60,6 +64,9 @@ class ErrorStorage : public std::runtime_error {
             std::uint32_t code;
         };
     };
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif
 
   private:
     void CopyRecord(const ErrorStorage& other) noexcept {
