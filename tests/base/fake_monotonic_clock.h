@@ -1,4 +1,0 @@
-// Moved; include the header below.
-#pragma once
-
-#include "tests/support/fake_monotonic_clock.h"
