@@ -1,4 +1,4 @@
-// A Win32 critical section as an object, for the two creation locks, and its scope guard.
+// A Win32 critical section as an object, for the two creation locks, and the lock that enters it for a scope.
 //
 // Threads: any. Recursion: yes, as the platform's. Errors: none.
 // Lifetime: no thread may hold or wait for it when it is destroyed.

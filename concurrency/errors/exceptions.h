@@ -1,10 +1,9 @@
 // The framework's exception kinds: one class per common COM failure, and the internal error.
 //
-// Including this header inside the library also registers the kinds with the exception factory (see the end of the
-// file). Sources that need only a base to catch include errors/error_storage.h instead.
+// Inside the library, including this header also registers the kinds with the exception factory (end of the file). Sources
+// that need only a base to catch include errors/error_storage.h instead.
 //
-// Threads: exceptions are plain values. Cross threads by storing a clone in a future.
-// Errors: copying does not throw anything but what std::runtime_error's copy throws (nothing).
+// Threads: plain values. Errors: copying throws nothing.
 #pragma once
 
 #include <guiddef.h>
@@ -22,7 +21,9 @@ class ORVANE_CONCURRENCY_API ExceptionCOM : public ExceptionBase {
   public:
     explicit ExceptionCOM(const ErrorStorage& error);
 
-    // Formats the message as wide printf does (%s is a wide string); a null format leaves it empty.
+    // Formats the message as wide printf does (%s is a wide string); a null format leaves it empty. Write a percent
+    // sign as %%: a format that ends in a single one is an error to the C runtime, which cuts the text or ends the
+    // process.
     //
     // On purpose: when the text does not fit (1023 characters), the wide message keeps what was written and what()
     // stays "Message not specified".
@@ -108,7 +109,7 @@ class ORVANE_CONCURRENCY_API Unexpected : public ExceptionCOM {
 namespace Orvane::Internal {
 
 // Tells the exception factory how to throw each of the nine concrete kinds. Ends the process if that fails: it runs
-// while the module loads, where no caller could catch.
+// while the module loads, where an exception cannot be caught.
 bool RegisterExceptionKinds() noexcept;
 
 namespace {

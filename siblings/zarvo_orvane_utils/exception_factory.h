@@ -1,7 +1,7 @@
 // Turns an error record back into the exception that it was made from.
 //
-// A module that defines exception classes registers a thrower for each at load; an error then crosses threads and
-// modules as its record and is thrown at the other side as the class that stands for it.
+// A module that defines exception classes registers a thrower for each while it loads. An error crosses threads and
+// modules as its record, and the factory throws it there as the class that was registered for it.
 #pragma once
 
 #include <guiddef.h>
@@ -21,7 +21,7 @@ class ErrorStorage;
 // Recursion: a thrower may call every member; it runs with no lock held.
 class ZARVO_ORVANE_UTILS_API ExceptionFactory {
   public:
-    // Throws the exception that stands for the record.
+    // Throws the exception for the record.
     using Thrower = void (*)(const ErrorStorage& error);
 
     ExceptionFactory() = delete;
