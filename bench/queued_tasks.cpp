@@ -1,8 +1,6 @@
-// What does it cost to have many tasks queued: in memory, and to ask whether one of them is?
+// What memory does a queued task take?
 //
 // Linked to the library's objects: the pool class is not exported.
-#include <benchmark/benchmark.h>
-
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
@@ -12,12 +10,10 @@
 #include <string_view>
 #include <vector>
 
-#include "bench/harness/counter_clock.h"
 #include "bench/harness/event.h"
 #include "bench/harness/finish_line.h"
 #include "bench/harness/private_bytes.h"
 #include "bench/harness/question.h"
-#include "bench/harness/samples.h"
 #include "bench/peers/bare_deque_pool.h"
 #include "bench/peers/empty_task.h"
 #include "bench/peers/system_pool.h"
@@ -37,8 +33,6 @@ using Orvane::Internal::Task;
 
 constexpr std::size_t kWorkers = 8;
 constexpr const char* kMemory = "bytes per task";
-constexpr const char* kLast = "the last one, ns";
-constexpr const char* kAbsent = "none of them, ns";
 
 // What keeps every worker of a pool from taking what is queued.
 class Roadblock {
@@ -155,53 +149,8 @@ Table MemoryTable(std::size_t count) {
     return table;
 }
 
-// At least for some milliseconds: one call may take as long as that, or so little that the clock hardly moves.
-template <typename Call>
-double NanosecondsPerCallInALoop(Call call) {
-    constexpr std::size_t kCalls = 100;
-    Samples samples;
-    const auto end = CounterClock::now() + std::chrono::milliseconds(20);
-    do {
-        samples.Add(NanosecondsPerCall(kCalls, call));
-    } while (CounterClock::now() < end);
-    return samples.Median();
-}
-
-Figures IsPresent(std::size_t count) {
-    const Orvane::ConcurrencyLifetime lifetime;
-    FinishLine finish(count);
-    const FixedPool pool(kWorkers);
-    Roadblock block([&pool](Roadblock& held) { pool.Core()->Queue(HoldingTask(held)); });
-    for (std::size_t i = 1; i < count; ++i) {
-        pool.Core()->Queue(EmptyTask(finish));
-    }
-    const Task last = EmptyTask(finish);
-    pool.Core()->Queue(last);
-    const Task absent = EmptyTask(finish);
-    const auto ask = [&pool](const Task& task) {
-        return NanosecondsPerCallInALoop([&] { benchmark::DoNotOptimize(pool.Core()->IsPresent(task)); });
-    };
-    const Figures figures{{kLast, ask(last)}, {kAbsent, ask(absent)}};
-    block.Open();
-    finish.WaitForLast();
-    return figures;
-}
-
-Table IsPresentTable(std::size_t few, std::size_t many) {
-    return {
-        "is_present",
-        "IsPresent of the task that was queued last, and of one that is not queued",
-        {{kLast, 0, true}, {kAbsent, 0, true}},
-        {
-            {std::to_string(few) + " queued", [=] { return IsPresent(few); }, true},
-            {std::to_string(many) + " queued", [=] { return IsPresent(many); }},
-        },
-    };
-}
-
 std::vector<Table> Tables(Effort effort) {
-    const std::size_t many = Scaled(effort, 100'000);
-    return {MemoryTable(Scaled(effort, 1'000'000)), IsPresentTable(10, many)};
+    return {MemoryTable(Scaled(effort, 1'000'000))};
 }
 
 }  // namespace
@@ -213,7 +162,7 @@ int main(int argc, char** argv) {
     GrowIfAsked(argc, argv);
     const Question question{
         "queued_tasks",
-        "What does it cost to have many tasks queued: in memory, and to ask whether one of them is?",
+        "What memory does a queued task take?",
         {
             "Behind 8 workers that are held: of a fixed pool of the library's, of one of the system's, of the bare "
             "deque.",
