@@ -9,6 +9,8 @@ set(left_out_files
     errors/exception_registration_test_child.cpp
     # Replaces what the platform's conditions and mutexes are made of.
     sync/fifo_mutex_platform_test.cpp
+    # Suspends threads.
+    threadpool/idle_workers_whitebox_stress_test.cpp
     # Starts an example, which is a program of the platform.
     sync/shared_counter_test.cpp
 )
@@ -28,7 +30,9 @@ set(left_out_tests
     ExceptionComMessage.WhatIsInTheCodePageOfTheThread
 
     # Replaces what the platform's standard library is made of: critical sections, its conditions, its heap.
-    ThreadPool.WakesAnotherWorkerIfTheOneThatWasWokenDoesNotComeIn
+    IdlePool.LostWakeUpDelaysAtMostOneTaskOfABurst
+    IdlePool.TaskWhoseWakeUpWasLostDoesNotTakeTheNextOnesWorker
+    IdlePool.WorkerThatIsHeldWhileItLooksDelaysOneTaskUntilTheNextIsQueued
     FifoMutexLifetime.EndsWithTheNextOwnerThoughTheOneBeforeIsStillInUnlock
     FifoMutexLifetime.EndsWithTheOwnerThoughARequestForAFormerWaiterIsOnItsWay
     CancellableSleep.OfZeroDoesNotWaitInsideNorOutsideATask
@@ -38,6 +42,10 @@ set(left_out_tests
     SleepNotificationAdapter.SleepOfZeroDoesNotWait
     ThreadPoolGrowth.SleepAsksForNoMoreThanTheRestOfThePeriod
     CancellableWaitForMultipleObjects.NoMemoryForTheArrayIsBadAllocAlsoForTheLargestCount
+
+    # Kills a thread that sleeps in a condition: here the condition's end waits for it.
+    IdlePool.KilledSleeperDelaysAtMostOneTaskOnce
+    ThreadPoolStopGrace.WaitsForAKilledWorkerThatWasNotReported
 
     # At the end of a process on the platform the program's static objects go before the library's, and other threads are
     # gone by then. Here they go in the order of their making, beside the threads.
