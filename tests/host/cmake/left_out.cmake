@@ -9,6 +9,8 @@ set(left_out_files
     errors/exception_registration_test_child.cpp
     # Replaces what the platform's conditions and mutexes are made of.
     sync/fifo_mutex_platform_test.cpp
+    # Asks for the processor time of a process.
+    sync/fifo_mutex_waiters_slow_test.cpp
     # Suspends threads.
     threadpool/idle_workers_whitebox_stress_test.cpp
     # Starts an example, which is a program of the platform.
