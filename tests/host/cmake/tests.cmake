@@ -52,7 +52,8 @@ function(link_test target)
     # As a C program, which gets no operators new and delete from the sanitizer: the tests have their own, over the malloc
     # that it watches. The checks for undefined behaviour need their C++ part, which has none.
     set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
-    if(SANITIZER STREQUAL "address")
+    get_target_property(type ${target} TYPE)
+    if(SANITIZER STREQUAL "address" AND type STREQUAL "EXECUTABLE") # what it loads finds it there
         target_link_options(${target} PRIVATE
             LINKER:--whole-archive,${undefined_behaviour_runtime},--no-whole-archive,--export-dynamic
         )

@@ -53,7 +53,7 @@ HMODULE LoadLibraryW(LPCWSTR name) {
 }
 
 BOOL FreeLibrary(HMODULE module) {
-    return dlclose(module) == 0 ? TRUE : FALSE;
+    return module != nullptr && dlclose(module) == 0 ? TRUE : FALSE;
 }
 
 FARPROC GetProcAddress(HMODULE module, LPCSTR name) {
