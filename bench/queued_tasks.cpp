@@ -53,8 +53,6 @@ class Roadblock {
         m_open.Wait();
     }
 
-    void Open() noexcept { m_open.Set(); }
-
   private:
     FinishLine m_allHeld{kWorkers};
     Event m_open{Event::Reset::kNever};
