@@ -35,6 +35,22 @@ void CancellationObject::RegisterNotifier(std::weak_ptr<AbstractCancelNotifier> 
     m_notifier.swap(notifier);
 }
 
+std::weak_ptr<AbstractCancelNotifier> CancellationObject::ExchangeNotifier(
+    std::weak_ptr<AbstractCancelNotifier> notifier) {
+    const RankedLock lock(m_mutex);
+    m_notifier.swap(notifier);
+    return notifier;
+}
+
+void CancellationObject::RestoreNotifier(std::weak_ptr<AbstractCancelNotifier> notifier) {
+    std::unique_lock<std::recursive_mutex> lock(m_mutex);
+    m_notifier.swap(notifier);
+    const std::shared_ptr<AbstractCancelNotifier> restored = m_notifier.lock();
+    if (restored && std::atomic_ref(m_requested).load()) {
+        restored->Notify(lock, m_requested);
+    }
+}
+
 void CancellationObject::RequestCancel() {
     // On purpose not a RankedLock: a notifier expects the standard lock.
     std::unique_lock<std::recursive_mutex> lock(m_mutex);

@@ -39,6 +39,11 @@ class ORVANE_CONCURRENCY_API CancellationObject {
     // Replaces the notifier: there is one slot, not a list.
     void RegisterNotifier(std::weak_ptr<AbstractCancelNotifier> notifier);
 
+    // The same for a wait that puts the notifier before it back: exchange, wait, restore. If a request has come meanwhile,
+    // the restored notifier is notified, on this thread.
+    std::weak_ptr<AbstractCancelNotifier> ExchangeNotifier(std::weak_ptr<AbstractCancelNotifier> notifier);
+    void RestoreNotifier(std::weak_ptr<AbstractCancelNotifier> notifier) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
+
     // Sets the flag for good and notifies the registered notifier if it is still alive. Repeatable.
     void RequestCancel() ORVANE_NO_THREAD_SAFETY_ANALYSIS;
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "concurrency/base/windows_api.h"
+#include "concurrency/errors/misuse.h"
 #include "zarvo_orvane_utils/exception_factory.h"
 
 namespace Orvane {
@@ -118,4 +119,14 @@ bool RegisterExceptionKinds() noexcept {
 }
 
 }  // namespace Internal
+void Internal::ThrowNotInitialized() {
+    throw Unexpected(
+        L"Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
+        L"ConcurrencyUninitialize() or use the ConcurrencyLifetime class.");
+}
+
+void Internal::ThrowUninitializing() {
+    throw Unexpected(L"The last ConcurrencyUninitialize() has begun: no job can be started.");
+}
+
 }  // namespace Orvane

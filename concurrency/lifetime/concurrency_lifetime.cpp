@@ -6,6 +6,7 @@
 #include "concurrency/cancellation/current_task_slot.h"
 #include "concurrency/cancellation/wait_event.h"
 #include "concurrency/errors/exceptions.h"
+#include "concurrency/jobs/jobs_teardown.h"
 #include "concurrency/lifetime/initialization_state.h"
 #include "concurrency/scheduler/scheduler_teardown.h"
 #include "concurrency/threadpool/thread_pool_teardown.h"
@@ -22,6 +23,8 @@ void ConcurrencyInitialize() {
     auto& state = g_initializationState;
     if (state.initCount == 0) {
         Internal::AllocateCurrentTaskSlot();
+        Internal::AllowThreadPool();
+        Internal::AllowJobs();
     }
     ++state.initCount;
     g_publishedInitializationCount = state.initCount;
@@ -35,16 +38,22 @@ void ConcurrencyUninitialize() {
         // On purpose before the count sinks: what is destroyed here may be a callable whose destructor initialises and
         // uninitialises for itself, on this thread. It shall find the library as it is.
         state.isTearingDown = true;
+        Internal::BeginJobsTeardown();
         // The scheduler first: it queues into the pool, and must not wait there for a growth that has failed.
         Internal::GiveUpFailedGrowth();
         Internal::DestroyScheduler();
         Internal::DestroyThreadPool();
+        Internal::EndJobsTeardown();
         Internal::CloseSpareEvents();
         state.isTearingDown = false;
     }
     --state.initCount;
     if (isLast && state.initCount <= 0) {
         Internal::FreeCurrentTaskSlot();
+    } else if (isLast) {
+        // What was destroyed has initialised the library anew.
+        Internal::AllowThreadPool();
+        Internal::AllowJobs();
     }
     g_publishedInitializationCount = state.initCount;
 }

@@ -33,6 +33,7 @@ namespace Orvane {
 
 // What Schedule() needs of a Tracker: not for callers.
 class ScheduleAccess {
+  public:
     template <typename Rep, typename Period>
     static Duration ToTicks(const std::chrono::duration<Rep, Period>& duration) {
         using Seconds = std::chrono::duration<long double>;
@@ -50,6 +51,17 @@ class ScheduleAccess {
         return delay > (TimePoint::max)() - now ? (TimePoint::max)() : now + delay;
     }
 
+    // Of a start, or of a delay from now.
+    template <typename ClockDuration>
+    static TimePoint StartOf(const std::chrono::time_point<std::chrono::system_clock, ClockDuration>& start) {
+        return TimePoint(ToTicks(start.time_since_epoch()));
+    }
+    template <typename Rep, typename Period>
+    static TimePoint StartOf(const std::chrono::duration<Rep, Period>& delay) {
+        return After(ToTicks(delay));
+    }
+
+  private:
     // An interval that leads beyond the end of time would wrap around into the past, due at once and again and again.
     static Duration WithinTime(const TimePoint& start, const Duration& interval) {
         return start < TimePoint() ? interval : (std::min)(interval, (TimePoint::max)() - start);
@@ -83,16 +95,16 @@ template <typename ClockDuration, typename Rep, typename Period, typename Callab
 [[nodiscard]] Tracker Schedule(const wchar_t* name,
                                const std::chrono::time_point<std::chrono::system_clock, ClockDuration>& start,
                                const std::chrono::duration<Rep, Period>& interval, Callable&& callable) {
-    return ScheduleAccess::Start(name, TimePoint(ScheduleAccess::ToTicks(start.time_since_epoch())),
-                                 ScheduleAccess::ToTicks(interval), std::forward<Callable>(callable));
+    return ScheduleAccess::Start(name, ScheduleAccess::StartOf(start), ScheduleAccess::ToTicks(interval),
+                                 std::forward<Callable>(callable));
 }
 
 // Runs the callable after `delay` and then after every `interval`; once for interval 0.
 template <typename DelayRep, typename DelayPeriod, typename Rep, typename Period, typename Callable>
 [[nodiscard]] Tracker Schedule(const wchar_t* name, const std::chrono::duration<DelayRep, DelayPeriod>& delay,
                                const std::chrono::duration<Rep, Period>& interval, Callable&& callable) {
-    return ScheduleAccess::Start(name, ScheduleAccess::After(ScheduleAccess::ToTicks(delay)),
-                                 ScheduleAccess::ToTicks(interval), std::forward<Callable>(callable));
+    return ScheduleAccess::Start(name, ScheduleAccess::StartOf(delay), ScheduleAccess::ToTicks(interval),
+                                 std::forward<Callable>(callable));
 }
 
 }  // namespace Orvane

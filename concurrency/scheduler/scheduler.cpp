@@ -4,6 +4,7 @@
 
 #include "concurrency/base/initialization_count.h"
 #include "concurrency/errors/exceptions.h"
+#include "concurrency/errors/misuse.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 
 namespace Orvane::Internal {
@@ -53,9 +54,7 @@ void Scheduler::Dispatch(const Task& task) {
         return;
     }
     if (g_publishedInitializationCount <= 0) {
-        throw Unexpected(
-            L"Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
-            L"ConcurrencyUninitialize() or use the ConcurrencyLifetime class.");
+        ThrowNotInitialized();
     }
     GlobalThreadPool::Queue(m_delayReport->MakeReportTask(task.GetName()));
 }

@@ -29,6 +29,12 @@ void LeaveIfOwnTaskIsCancelled() {
     }
 }
 
+// What a run is cancelled through, and its companion. Every cancellation object of a future is one.
+class Run : public CancellationObject {
+  public:
+    std::atomic<std::shared_ptr<RunCompanion>> companion;
+};
+
 bool RunsOnThisThread(const std::shared_ptr<CancellationObject>& run) {
     return run && run->GetThreadId() == ::GetCurrentThreadId();
 }
@@ -42,7 +48,7 @@ FutureState::~FutureState() = default;
 bool FutureState::Start() {
     const RankedLock lock(m_mutex);
     if (m_state == NotStarted) {
-        m_cancellationObject.store(std::shared_ptr<CancellationObject>(new CancellationObject()));
+        m_cancellationObject.store(std::shared_ptr<CancellationObject>(new Run()));
         m_state = Busy;
     }
     return m_state != Cancelled;
@@ -124,6 +130,18 @@ void FutureState::RequestCancel() {
     }
 }
 
+void FutureState::RequestCancelQuietly() {
+    RankedLock lock(m_mutex);
+    if (m_state == NotStarted) {
+        m_state = Cancelled;
+        lock.unlock();
+        m_condition.notify_all();
+    } else if (m_state == Busy) {
+        m_state = Cancelling;
+        m_cancellationObject.load()->RequestCancel();
+    }
+}
+
 bool FutureState::IsBusy() const {
     const RankedLock lock(m_mutex);
     return m_state == Busy;
@@ -191,6 +209,20 @@ bool FutureState::TimedWait(const TimePoint& deadline) {
 
 std::shared_ptr<CancellationObject> FutureState::GetCancellationObject() {
     return m_cancellationObject.load();
+}
+
+std::shared_ptr<RunCompanion> FutureState::GetCompanion() const {
+    const auto run = m_cancellationObject.load();
+    return run ? static_cast<Run&>(*run).companion.load() : nullptr;
+}
+
+std::shared_ptr<RunCompanion> FutureState::InstallCompanion(std::shared_ptr<RunCompanion> fresh) {
+    const auto run = m_cancellationObject.load();
+    if (!run) {
+        return nullptr;
+    }
+    std::shared_ptr<RunCompanion> installed;
+    return static_cast<Run&>(*run).companion.compare_exchange_strong(installed, fresh) ? fresh : installed;
 }
 
 void FutureState::HandleErrors() {

@@ -39,6 +39,7 @@
 
 namespace Orvane::Internal {
 
+class RunCompanion;
 struct FutureStatePeer;
 
 class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
@@ -77,6 +78,11 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     // docs/maintainers/locks.md.
     std::shared_ptr<CancellationObject> GetCancellationObject() override;
 
+    // What a layer above keeps beside the run that is under way; empty if there is none. InstallCompanion() returns the one
+    // that is there already, else `fresh`; empty without a run.
+    std::shared_ptr<RunCompanion> GetCompanion() const;
+    std::shared_ptr<RunCompanion> InstallCompanion(std::shared_ptr<RunCompanion> fresh);
+
     // Throws what the run ended with: its exception, or CancelledException once cancellation was requested and the
     // run has not ended otherwise. Returns in every other state. Call it after a wait.
     void HandleErrors();
@@ -87,6 +93,9 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
   protected:
     // Ends a run that is under way as Normal; nothing in any other state.
     void Complete();
+
+    // RequestCancel() for any thread: on the run's own it makes the request as another thread would, and throws nothing.
+    void RequestCancelQuietly();
 
   private:
     friend struct FutureStatePeer;  // for tests

@@ -7,7 +7,9 @@
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/run_companion.h"
 #include "concurrency/tasks/empty_task_state.h"
+#include "concurrency/tasks/future_state.h"
 #include "zarvo_orvane_logging/orvane_logging.h"
 
 namespace Orvane::Internal {
@@ -19,6 +21,12 @@ void ReportRun(const wchar_t* format, const wchar_t* name) {
     const unsigned thread = ::GetCurrentThreadId();
     const unsigned process = ::GetCurrentProcessId();
     g_OrvaneLogging.Report(1, 16, L"Concurrency.Task", format, name, thread, thread, process, process);
+}
+
+// Of the run that is under way; empty if it has none, or if the future is not the library's.
+std::shared_ptr<RunCompanion> CompanionOf(const std::shared_ptr<IFutureState>& future) {
+    const auto* const state = dynamic_cast<const FutureState*>(future.get());
+    return state != nullptr ? state->GetCompanion() : nullptr;
 }
 
 }  // namespace
@@ -83,16 +91,28 @@ void TaskImpl::Run() {
 
 void TaskImpl::Cancel() {
     std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
-    const RankedLock lock(m_mutex);
-    try {
-        if (!IsEmptied()) {
-            m_wrapper->GetFuture()->RequestCancel();
+    std::shared_ptr<IFutureState> future;
+    bool isOwnRun = false;
+    {
+        const RankedLock lock(m_mutex);
+        try {
+            if (!IsEmptied()) {
+                future = m_wrapper->GetFuture();
+                future->RequestCancel();
+            }
+            m_cancelled = true;
+        } catch (const CancelRequestedException&) {
+            // The task cancels itself: this handle is done with it, the run goes on through its own reference.
+            released = std::exchange(m_wrapper, EmptyTaskState());
+            isOwnRun = true;
         }
-        m_cancelled = true;
-    } catch (const CancelRequestedException&) {
-        // The task cancels itself: this handle is done with it, the run goes on through its own reference.
-        released = std::exchange(m_wrapper, EmptyTaskState());
-        throw;
+    }
+    if (const auto companion = CompanionOf(future)) {
+        companion->Requested();  // without the lock: this may run user code
+    }
+    if (isOwnRun) {
+        released.reset();
+        throw CancelRequestedException();
     }
 }
 
@@ -170,6 +190,9 @@ void TaskImpl::EndRun() {
     if (LatestRun::IsUnderWayElsewhere(run)) {
         const auto future = run->GetFuture();
         future->RequestCancel();  // after which the wait is no cancellation point
+        if (const auto companion = CompanionOf(future)) {
+            companion->Requested();
+        }
         future->Wait();
     }
 }

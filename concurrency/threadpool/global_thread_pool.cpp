@@ -6,6 +6,8 @@
 
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/errors/exceptions.h"
+#include "concurrency/errors/misuse.h"
+#include "concurrency/threadpool/global_pool_queue.h"
 #include "concurrency/threadpool/thread_pool.h"
 #include "concurrency/threadpool/thread_pool_teardown.h"
 
@@ -23,11 +25,19 @@ ProcessPool* g_pool = nullptr;  // guarded by ThreadPoolLock()
 // the end of the process may have killed a thread that was inside.
 constinit NeverDestroyed<std::atomic<std::shared_ptr<ThreadPoolCore>>> g_core;
 
-std::shared_ptr<ThreadPoolCore> GetOrCreate() {
+// Since the last uninitialisation has destroyed the pool. Guarded by ThreadPoolLock().
+bool g_hasEnded = false;
+
+enum class AfterTheEnd { Create, Throw };
+
+std::shared_ptr<ThreadPoolCore> GetOrCreate(AfterTheEnd afterTheEnd = AfterTheEnd::Create) {
     if (auto core = g_core->load()) {
         return core;
     }
     const CriticalSectionLock lock(ThreadPoolLock());
+    if (g_pool == nullptr && g_hasEnded && afterTheEnd == AfterTheEnd::Throw) {
+        ThrowUninitializing();
+    }
     if (g_pool == nullptr) {
         g_pool = new ProcessPool(0);
         g_core->store(g_pool->Core());
@@ -55,11 +65,29 @@ void DestroyThreadPool() noexcept {
     // Not to be found while it stops: what its shutdown destroys may come back here.
     delete std::exchange(g_pool, nullptr);
     core = g_core->exchange(nullptr);
+    g_hasEnded = true;
     PoolGrowth::SetFailureIsFinal(false);
+}
+
+void AllowThreadPool() noexcept {
+    const CriticalSectionLock lock(ThreadPoolLock());
+    g_hasEnded = false;
 }
 
 void GlobalThreadPool::Queue(const Task& task) {
     GetOrCreate()->Queue(task);
+}
+
+void QueueOrFail(const Task& task) {
+    GetOrCreate(AfterTheEnd::Throw)->QueueOrFail(task);
+}
+
+bool TryQueue(const Task& task) {
+    return GetOrCreate(AfterTheEnd::Throw)->TryQueue(task);
+}
+
+void LaunchForJob(const Task& task) {
+    GetOrCreate(AfterTheEnd::Throw)->LaunchInNewThread(task);
 }
 
 void GlobalThreadPool::LaunchInNewThread(const Task& task) {

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "concurrency/base/processors.h"
@@ -57,15 +58,23 @@ GrowthClock GrowthClock::Real() {
 PoolGrowth::PoolGrowth(WorkQueue& queue, bool growable, StartWorkers startWorkers, const GrowthClock& clock)
     : m_queue(queue), m_growable(growable), m_startWorkers(std::move(startWorkers)), m_clock(clock) {}
 
-bool PoolGrowth::CallersWait() const noexcept {
+bool PoolGrowth::CallersWait(OnFailure onFailure) const noexcept {
     if (m_queue.IsStopping()) {
         return false;
     }
     const State state = m_state;
-    return state == State::UnderWay || (state == State::Failed && !s_failureIsFinal);
+    return state == State::UnderWay || (state == State::Failed && !s_failureIsFinal && onFailure == OnFailure::Wait);
 }
 
-void PoolGrowth::Queue(WorkQueue::Entries& entry) {
+bool PoolGrowth::TryQueue(WorkQueue::Entries& entry) {
+    if (!m_growable) {
+        m_queue.Append(entry);
+        return true;
+    }
+    return m_queue.AppendUnlessFull(entry, kSpareWorkers);
+}
+
+void PoolGrowth::Queue(WorkQueue::Entries& entry, OnFailure onFailure) {
     if (!m_growable) {
         m_queue.Append(entry);
         return;
@@ -74,9 +83,14 @@ void PoolGrowth::Queue(WorkQueue::Entries& entry) {
         return;
     }
     RankedLock lock(m_mutex);
-    m_done.wait(lock, [this] { return !CallersWait(); });
+    m_done.wait(lock, [this, onFailure] { return !CallersWait(onFailure); });
     if (m_state != State::Idle) {
-        m_queue.Append(entry);
+        if (onFailure == OnFailure::Wait) {
+            m_queue.Append(entry);
+        } else if (!m_queue.AppendUnlessFull(entry, kSpareWorkers)) {
+            throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again),
+                                    "the thread pool is full and cannot grow");
+        }
         return;
     }
     if (AppendOnceSettled(entry)) {

@@ -53,7 +53,14 @@ class PoolGrowth {
     PoolGrowth& operator=(const PoolGrowth&) = delete;
 
     // Appends the entry, a list of one; grows the pool first if it is full. If it throws, the entry is not queued.
-    void Queue(WorkQueue::Entries& entry);
+    void Queue(WorkQueue::Entries& entry) { Queue(entry, OnFailure::Wait); }
+
+    // The same, but where a caller of Queue() waits because a growth has failed, this one throws.
+    // Errors: also std::system_error (resource_unavailable_try_again).
+    void QueueOrFail(WorkQueue::Entries& entry) { Queue(entry, OnFailure::Throw); }
+
+    // Appends the entry if that needs no growth and no wait. Returns false, and leaves the entry, if it does.
+    bool TryQueue(WorkQueue::Entries& entry);
 
     // Adds workers and ends the growth. Errors: std::runtime_error "Failed to spawn thread, resource error".
     void SpawnThreads(std::uint64_t count);
@@ -71,8 +78,10 @@ class PoolGrowth {
     friend struct PoolGrowthPeer;
 
     enum class State { Idle, UnderWay, Failed };
+    enum class OnFailure { Wait, Throw };
 
-    bool CallersWait() const noexcept;
+    void Queue(WorkQueue::Entries& entry, OnFailure onFailure);
+    bool CallersWait(OnFailure onFailure) const noexcept;
     bool AppendOnceSettled(WorkQueue::Entries& entry) ORVANE_REQUIRES(m_mutex);
     bool StaysFull(MonotonicClock::duration waited) const ORVANE_REQUIRES(m_mutex);
     WorkQueue::Entries Begin() ORVANE_REQUIRES(m_mutex);

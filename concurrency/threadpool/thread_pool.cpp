@@ -25,8 +25,30 @@ void ThreadPoolCore::Queue(const Task& task) {
     WorkQueue::Entries entry;
     entry.emplace_back(task);
     m_growth.Queue(entry);
+    CancelIfAllIs(task);
+}
+
+void ThreadPoolCore::QueueOrFail(const Task& task) {
+    WorkQueue::Entries entry;
+    entry.emplace_back(task);
+    m_growth.QueueOrFail(entry);
+    CancelIfAllIs(task);
+}
+
+bool ThreadPoolCore::TryQueue(const Task& task) {
+    WorkQueue::Entries entry;
+    entry.emplace_back(task);
+    if (!m_growth.TryQueue(entry)) {
+        return false;
+    }
+    CancelIfAllIs(task);
+    return true;
+}
+
+// After a shutdown has cancelled everything no worker runs the task: a caller that waits for it must not wait for ever.
+void ThreadPoolCore::CancelIfAllIs(const Task& task) {
     if (m_queue.IsAllCancelled()) {
-        Task(task).Cancel();  // no worker will run it: a caller that waits for it must not wait for ever
+        Task(task).Cancel();
     }
 }
 

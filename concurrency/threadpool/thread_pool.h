@@ -37,6 +37,12 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     // Errors: std::bad_alloc, std::system_error; the task is not queued.
     void Queue(const Task& task);
 
+    // As Queue(), but throws where that waits because a growth has failed: see PoolGrowth::QueueOrFail().
+    void QueueOrFail(const Task& task);
+
+    // Appends the task if that needs no growth; returns false if it does.
+    bool TryQueue(const Task& task);
+
     // Runs the task on a new thread that carries its name: see DedicatedThreads::Launch().
     void LaunchInNewThread(const Task& task);
 
@@ -65,6 +71,7 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
   private:
     friend struct ThreadPoolCorePeer;
 
+    void CancelIfAllIs(const Task& task);
     void StartWorkers(std::uint64_t count);
     void RefuseOwnThreads();
 

@@ -15,4 +15,7 @@ void GiveUpFailedGrowth() noexcept;
 // Stops and destroys the pool, if there is one. A failed shutdown ends the process.
 void DestroyThreadPool() noexcept;
 
+// The library is initialised again.
+void AllowThreadPool() noexcept;
+
 }  // namespace Orvane::Internal

@@ -1,0 +1,33 @@
+// Why a job was asked to leave.
+#pragma once
+
+#include <string>
+
+#include "concurrency/base/export.h"
+
+namespace Orvane {
+
+enum class CancelCause {
+    None,          // it was not asked
+    Handle,        // Job::Cancel(), also in its own run
+    Dropped,       // its handle, or its group, was destroyed
+    Parent,        // the run that owns it was asked
+    Group,         // JobGroup::Cancel()
+    GroupFailure,  // another job of its group has failed
+    Limit,         // CancelAfter()
+    Token,         // the std::stop_token that it was started with
+    Task,          // a stated task or tracker that runs it was cancelled
+    Shutdown,      // the last uninitialisation
+};
+
+struct CancelReason {
+    CancelCause cause = CancelCause::None;
+
+    // Of the parent, the group, or the job that failed; else empty.
+    std::wstring by;
+};
+
+// As in "asked by the failure of Fetch 17".
+ORVANE_CONCURRENCY_API std::wstring ToText(const CancelReason& reason);
+
+}  // namespace Orvane

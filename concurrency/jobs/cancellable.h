@@ -1,0 +1,84 @@
+// What can be asked to leave: a job, or a group of jobs.
+//
+// A request has two passes. The first one reaches everything that is asked, and what that owns, and runs no code of users. The
+// second one runs their stop callbacks and destroys the callables that will not run. So all are asked at once, however long
+// the second pass takes.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <utility>
+
+#include "concurrency/jobs/cancel_reason.h"
+#include "concurrency/jobs/intrusive_list.h"
+#include "concurrency/jobs/job_name.h"
+
+namespace Orvane::Internal {
+
+// A CancelReason that can be copied without memory.
+struct AskReason {
+    CancelCause cause = CancelCause::None;
+    std::shared_ptr<const JobName> by;
+
+    CancelReason ForCallers() const { return {cause, by ? by->text : std::wstring()}; }
+};
+
+class AskedList;
+struct OwnedTag;
+struct LiveTag;
+
+class Cancellable : public ListHook<OwnedTag>, public ListHook<LiveTag> {
+  public:
+    // The first pass. The first reason stays. Puts itself into `asked` if there is something to do in the second. Takes locks:
+    // call it without one.
+    virtual void Ask(const AskReason& reason, AskedList& asked) noexcept = 0;
+
+    // The second pass. Runs code of users.
+    virtual void FinishAsking() noexcept = 0;
+
+    // Null once its destruction has begun.
+    virtual std::shared_ptr<Cancellable> Self() noexcept = 0;
+
+  protected:
+    virtual ~Cancellable() = default;
+
+  private:
+    friend class AskedList;
+
+    std::shared_ptr<Cancellable> m_nextAsked;  // of the thread that has put it into its list
+    std::atomic<bool> m_isInList = false;
+};
+
+// Those whose second pass is still to come: its destructor does it. One list holds an object at a time: if another thread's
+// list does, that thread comes to it later than this request.
+class AskedList {
+  public:
+    AskedList() = default;
+    ~AskedList() {
+        while (const std::shared_ptr<Cancellable> next = std::move(m_first)) {
+            m_first = std::move(next->m_nextAsked);
+            next->m_isInList = false;
+            next->FinishAsking();
+        }
+    }
+    AskedList(const AskedList&) = delete;
+    AskedList& operator=(const AskedList&) = delete;
+
+    void Add(std::shared_ptr<Cancellable> asked) noexcept {
+        if (!asked->m_isInList.exchange(true)) {
+            asked->m_nextAsked = std::move(m_first);
+            m_first = std::move(asked);
+        }
+    }
+
+  private:
+    std::shared_ptr<Cancellable> m_first;
+};
+
+// Both passes.
+inline void AskToLeave(Cancellable& cancellable, const AskReason& reason) noexcept {
+    AskedList asked;
+    cancellable.Ask(reason, asked);
+}
+
+}  // namespace Orvane::Internal

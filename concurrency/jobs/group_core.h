@@ -1,0 +1,223 @@
+// What a JobGroup shares with its jobs.
+//
+// Jobs wait here, not in the pool. A runner is a task of the pool that runs one job of the group after the other. At most one
+// runner is on its way at a time: when it has begun, it starts the next one, while jobs wait and the bound allows it. A runner
+// that needs a growth of the pool is started by the starter's thread, so nobody waits for the growth.
+//
+// A job that runs holds a slot, and there are as many slots as the bound allows. It gives its slot back while it waits for
+// another job of the group; before it goes on it takes one again, ahead of the jobs that wait.
+//
+//   counter    a job is counted there
+//   ---------  -----------------------------------------------------------------------------
+//   waiting    from Add() until a runner has taken it, or its end is published
+//   running    from then until its end is published
+//   others     after that, one for each outcome
+//
+// Threads: any.
+// Locks: the group's mutex, then the shard's of a job. No user code runs under it, no task is queued.
+// Lifetime: shared by the JobGroup, the jobs that have not ended, and runners.
+#pragma once
+
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "concurrency/base/ranked_mutex.h"
+#include "concurrency/jobs/cancellable.h"
+#include "concurrency/jobs/job_bound.h"
+#include "concurrency/jobs/job_outcome.h"
+#include "concurrency/jobs/job_state.h"
+#include "concurrency/jobs/job_wait.h"
+#include "concurrency/jobs/run_record.h"
+#include "concurrency/scheduler/tracker.h"
+
+namespace Orvane::Internal {
+
+struct GroupTag;
+struct RetakerTag;
+class GroupEntry;
+
+// One Schedule() of a group.
+struct GroupSchedule {
+    std::function<void()> work;
+    std::shared_ptr<const JobName> name;
+    OnFailure onFailure = OnFailure::GoOn;
+    bool isRecurrent = false;
+
+    // Guarded by the group.
+    bool isActive = false;
+    bool isUnderWay = false;
+    std::optional<Tracker> tracker;
+};
+
+class GroupCore final : public Cancellable, public std::enable_shared_from_this<GroupCore> {
+  public:
+    GroupCore(const wchar_t* name, std::size_t bound);
+    ~GroupCore() override;
+    GroupCore(const GroupCore&) = delete;
+    GroupCore& operator=(const GroupCore&) = delete;
+
+    // Belongs to the calling thread's run from now on, if there is one.
+    void Open();
+    void Close() noexcept;
+
+    // A job for this group, to be built and added. Errors: std::bad_alloc.
+    std::shared_ptr<JobState> Make(const wchar_t* name, const JobBodyType& type);
+
+    // Adds the job and starts it when there is a slot, or at once on a thread of its own. In a spent group it is asked at once.
+    void Add(const std::shared_ptr<JobState>& job);
+    void AddInNewThread(const std::shared_ptr<JobState>& job);
+
+    // Whether a job that is added now would start at once. Keeps the slot until CancelReservation().
+    bool Reserve();
+    void CancelReservation() noexcept;
+
+    // Nothing in a spent group.
+    void AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start, const Duration& interval);
+
+    // The failure counts as that of a job of the group which has the name.
+    void Fail(const std::shared_ptr<const JobName>& name, const std::exception_ptr& error) noexcept;
+
+    // Ends the jobs that have not started.
+    void DropWaiting() noexcept;
+
+    bool WaitUntilIdle(MonotonicClock::time_point deadline);
+    JobWaitResult WaitToTheEnd() noexcept;
+
+    // Throws the first failure, or that jobs were cancelled with the group.
+    void RethrowFirst();
+
+    // Waits for the next record; false if there is none to come.
+    bool NextEnded(EndedJob& ended);
+    void ForgetEnded() noexcept;
+
+    void CancelAfter(std::chrono::nanoseconds limit);
+    CancelReason Reason() const;
+    JobCounts Counts() const;
+    std::vector<JobFailure> Failures();
+    const std::shared_ptr<const JobName>& Name() const noexcept { return m_name; }
+    bool IsOnThisThread() const noexcept;
+
+    // Reports the first failure, if nobody has read it.
+    void ReportUnread() noexcept;
+
+    void Ask(const AskReason& reason, AskedList& asked) noexcept override;
+    void FinishAsking() noexcept override;
+    std::shared_ptr<Cancellable> Self() noexcept override { return weak_from_this().lock(); }
+
+  private:
+    friend class GroupEntry;
+    friend class GroupRunner;
+    class AwaitedIdle;
+    class AwaitedRecord;
+
+    using Mutex = RankedMutex<std::mutex, LockRank::JobGroup>;
+    using Entries = IntrusiveList<GroupEntry, GroupTag>;
+
+    struct Failed {
+        std::shared_ptr<const JobName> name;
+        std::exception_ptr error;
+    };
+    struct Ended {
+        std::size_t index;
+        JobOutcome outcome;
+        Failed job;
+    };
+
+    // Of a runner.
+    void RunnerBegins() noexcept;
+    void RunnerNeverBegan() noexcept;
+    void RunItems();
+    std::shared_ptr<JobState> TakeNext() noexcept;
+
+    void Enroll(const std::shared_ptr<JobState>& job, Entries& entries) ORVANE_REQUIRES(m_mutex);
+    void StartRunner() noexcept;
+    bool ClaimStart() noexcept;
+    void StartHasFailed(const std::exception_ptr& error) noexcept;
+    bool HasSlot() const ORVANE_REQUIRES(m_mutex);
+    void FreeSlot() ORVANE_REQUIRES(m_mutex);
+    std::size_t Left() const ORVANE_REQUIRES(m_mutex);
+    void AskJobs(const AskReason& reason, AskedList& asked) noexcept;
+    void AskAfterFailure() noexcept;
+    bool CountFailure(std::list<Failed>& failed) noexcept ORVANE_REQUIRES(m_mutex);
+    void EndSchedule(GroupSchedule& schedule) ORVANE_REQUIRES(m_mutex);
+    void CancelEnded(GroupSchedule& schedule) noexcept;
+    void RunScheduled(const std::shared_ptr<GroupSchedule>& schedule);
+
+    const std::shared_ptr<RunRecord> m_owner;
+    const std::shared_ptr<const JobName> m_name;
+    const std::size_t m_bound;
+
+    mutable Mutex m_mutex;
+    Entries m_waiting ORVANE_GUARDED_BY(m_mutex);
+    Entries m_running ORVANE_GUARDED_BY(m_mutex);
+    JobCounts m_counts ORVANE_GUARDED_BY(m_mutex);
+    std::size_t m_added ORVANE_GUARDED_BY(m_mutex) = 0;
+
+    std::size_t m_slots ORVANE_GUARDED_BY(m_mutex) = 0;  // in use or reserved
+    std::size_t m_runners ORVANE_GUARDED_BY(m_mutex) = 0;  // that can take a job
+    bool m_isStarting ORVANE_GUARDED_BY(m_mutex) = false;  // a runner is on its way
+    std::size_t m_retakers ORVANE_GUARDED_BY(m_mutex) = 0;  // jobs that want their slots again
+
+    AskReason m_reason ORVANE_GUARDED_BY(m_mutex);  // the group is spent once there is one
+    Failed m_first ORVANE_GUARDED_BY(m_mutex);
+    bool m_isFirstRead ORVANE_GUARDED_BY(m_mutex) = false;
+    bool m_wasCancelled ORVANE_GUARDED_BY(m_mutex) = false;  // a job left because the group was asked
+    std::list<Failed> m_failures ORVANE_GUARDED_BY(m_mutex);
+    std::list<Ended> m_ended ORVANE_GUARDED_BY(m_mutex);
+    bool m_keepsEnded ORVANE_GUARDED_BY(m_mutex) = true;
+    JobListeners m_listeners ORVANE_GUARDED_BY(m_mutex);  // of those that wait for the end of all
+    JobListeners m_readers ORVANE_GUARDED_BY(m_mutex);  // of those that wait for the next record
+    JobListeners m_slotWaiters ORVANE_GUARDED_BY(m_mutex);
+    TimeLimit m_limit ORVANE_GUARDED_BY(m_mutex);
+    std::list<std::shared_ptr<GroupSchedule>> m_schedules ORVANE_GUARDED_BY(m_mutex);
+    std::size_t m_activeSchedules ORVANE_GUARDED_BY(m_mutex) = 0;
+};
+
+// What the group knows of one job. The job keeps it; while the job waits, it keeps the job.
+class GroupEntry final : public JobGroupLink, public ListHook<GroupTag> {
+  public:
+    explicit GroupEntry(std::shared_ptr<GroupCore> core);
+
+    void Publish(JobState& job, bool hasRun) noexcept override;
+    void GoOn(bool hasRun) noexcept override;
+
+    const void* Group() const noexcept override { return m_core.get(); }
+    void GiveBack() noexcept override;
+    bool TakeAgain(JobWaiter& waiter, CancellationObject& run) override;
+    void TakeAgainAtOnce() noexcept override;
+
+  private:
+    friend class GroupCore;
+
+    void Count(const JobState& job) noexcept;
+
+    const std::shared_ptr<GroupCore> m_core;
+    std::shared_ptr<GroupSchedule> m_schedule;  // constant once it can run
+
+    // Guarded by the group.
+    std::shared_ptr<JobState> m_keptJob;
+    JobState* m_job = nullptr;
+    bool m_isWaiting = false;
+    bool m_hasSlot = false;
+    bool m_wantsSlot = false;  // it has given it back
+    std::size_t m_index = 0;
+
+    // Made with the entry, so that the end of a job needs no memory.
+    std::list<GroupCore::Ended> m_endedNode;
+    std::list<GroupCore::Failed> m_failedNode;
+
+    // Of the ending thread, from Publish() to GoOn().
+    GroupCore::Failed m_failed;  // that nobody will read
+    bool m_failsGroup = false;
+    bool m_isOneOfMany = false;
+    bool m_mayStartAnother = false;
+};
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,115 @@
+#include "concurrency/jobs/job_group.h"
+
+#include <new>
+#include <stdexcept>
+
+#include "concurrency/jobs/group_core.h"
+
+namespace Orvane {
+
+using Internal::AskToLeave;
+using Internal::GroupCore;
+
+JobGroup::JobGroup(const wchar_t* name, std::size_t bound) {
+    if (bound == 0) {
+        throw std::invalid_argument("a group with a bound of 0 would never run a job");
+    }
+    m_core = std::make_shared<GroupCore>(name, bound);
+    m_core->Open();
+}
+
+JobGroup::~JobGroup() {
+    if (Internal::IsProcessEnding()) {
+        // On purpose neither asked nor released: its locks may be held by threads that are gone.
+        new (std::nothrow) std::shared_ptr<GroupCore>(std::move(m_core));
+        return;
+    }
+    AskToLeave(*m_core, {CancelCause::Dropped, m_core->Name()});
+    if (!m_core->IsOnThisThread()) {
+        static_cast<void>(m_core->WaitToTheEnd());
+    }
+    m_core->Close();
+    m_core->ReportUnread();
+}
+
+Internal::JobRef JobGroup::MakeJob(const wchar_t* name, const Internal::JobBodyType& type) {
+    return Internal::JobRef(m_core->Make(name, type));
+}
+
+void JobGroup::Add(const Internal::JobRef& job) {
+    m_core->Add(job.State());
+}
+
+void JobGroup::AddInNewThread(const Internal::JobRef& job) {
+    m_core->AddInNewThread(job.State());
+}
+
+void JobGroup::AddSchedule(const wchar_t* name, const TimePoint& start, const Duration& interval,
+                           std::function<void()> work, OnFailure onFailure) {
+    const auto schedule = std::make_shared<Internal::GroupSchedule>();
+    schedule->work = std::move(work);
+    schedule->name = std::make_shared<const Internal::JobName>(name, m_core->Name());
+    schedule->onFailure = onFailure;
+    schedule->isRecurrent = interval != Duration::zero();
+    m_core->AddSchedule(schedule, start, interval);
+}
+
+void JobGroup::Wait() {
+    WaitForTicks((std::chrono::nanoseconds::max)());
+}
+
+bool JobGroup::WaitForTicks(std::chrono::nanoseconds timeout) {
+    if (!m_core->WaitUntilIdle(Internal::DeadlineAfter(timeout))) {
+        return false;
+    }
+    m_core->RethrowFirst();
+    return true;
+}
+
+void JobGroup::Cancel() {
+    AskToLeave(*m_core, {CancelCause::Group, m_core->Name()});
+}
+
+void JobGroup::CancelAfterTicks(std::chrono::nanoseconds limit) {
+    m_core->CancelAfter(limit);
+}
+
+std::wstring JobGroup::GetName() const {
+    return m_core->Name()->text;
+}
+
+JobCounts JobGroup::Counts() const {
+    return m_core->Counts();
+}
+
+CancelReason JobGroup::GetCancelReason() const {
+    return m_core->Reason();
+}
+
+std::vector<JobFailure> JobGroup::Failures() const {
+    return m_core->Failures();
+}
+
+bool JobGroup::NextEnded(EndedJob& ended) {
+    return m_core->NextEnded(ended);
+}
+
+void JobGroup::ForgetEnded() noexcept {
+    m_core->ForgetEnded();
+}
+
+JobGroup::Reservation::Reservation(JobGroup& group) : m_group(group), m_isThere(group.m_core->Reserve()) {}
+
+JobGroup::Reservation::~Reservation() {
+    if (m_isThere) {
+        m_group.m_core->CancelReservation();
+    }
+}
+
+void JobGroup::Reservation::Use(const Internal::JobRef& job) {
+    m_group.m_core->Add(job.State());
+    m_isThere = false;
+    m_group.m_core->CancelReservation();
+}
+
+}  // namespace Orvane

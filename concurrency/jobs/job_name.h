@@ -1,0 +1,29 @@
+// The name of a job or group, and those of the runs that own it.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace Orvane::Internal {
+
+struct JobName {
+    // Names are linked up to this depth. Beyond it a name begins a new chain: jobs that start each other for ever would
+    // keep all their names otherwise.
+    static constexpr int kLongestChain = 16;
+
+    explicit JobName(const wchar_t* name, std::shared_ptr<const JobName> parent = nullptr) : text(name ? name : L"") {
+        if (parent && parent->depth < kLongestChain) {
+            depth = parent->depth + 1;
+            above = std::move(parent);
+        }
+    }
+
+    // As in "Import > Fetch 17".
+    std::wstring Path() const { return above ? above->Path() + L" > " + text : text; }
+
+    std::wstring text;
+    std::shared_ptr<const JobName> above;
+    int depth = 1;
+};
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,46 @@
+// How jobs end, one by one and in a group.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <string>
+
+namespace Orvane {
+
+enum class JobOutcome : std::uint8_t {
+    Done,       // it returned, even if it was asked to leave
+    Failed,     // an exception left it
+    Cancelled,  // it left, or never began, because it was asked
+};
+
+// At one moment: for a progress line.
+struct JobCounts {
+    std::size_t waiting = 0;
+    std::size_t running = 0;
+    std::size_t done = 0;
+    std::size_t failed = 0;
+    std::size_t cancelled = 0;
+};
+
+struct JobFailure {
+    std::wstring name;
+    std::exception_ptr error;  // never null; shared with whoever reads the failure, too
+};
+
+// How a job of a group ended.
+struct EndedJob {
+    std::wstring name;
+    std::size_t index = 0;  // its number among the jobs of the group, in the order in which they were added
+    JobOutcome outcome = JobOutcome::Done;
+    std::exception_ptr error;  // of a failed one
+};
+
+// What becomes of a schedule whose run has failed.
+enum class OnFailure {
+    GoOn,  // the next run comes; the failure goes to the failure handler
+    Stop,  // no run comes any more; the failure goes to the failure handler
+    FailGroup,  // as the failure of any job of the group
+};
+
+}  // namespace Orvane

@@ -1,0 +1,35 @@
+// The live jobs and groups, and the locks of their fields: a few for all, chosen by address, because a mutex for each job would
+// cost more than the job.
+//
+// Threads: any.
+#pragma once
+
+#include "concurrency/base/adaptive_mutex.h"
+#include "concurrency/base/ranked_mutex.h"
+#include "concurrency/jobs/cancellable.h"
+
+namespace Orvane::Internal {
+
+struct JobShard {
+    using Mutex = RankedMutex<AdaptiveMutex, LockRank::Job>;
+
+    Mutex mutex;
+    IntrusiveList<Cancellable, LiveTag> live ORVANE_GUARDED_BY(mutex);
+    bool isClosed ORVANE_GUARDED_BY(mutex) = false;
+};
+
+JobShard& ShardOf(const Cancellable& object) noexcept;
+
+// Errors: Unexpected if the library is not initialised, or the last uninitialisation has begun.
+void Enlist(Cancellable& object);
+
+// Needs the shard's mutex. Nothing if it is not listed.
+void Delist(Cancellable& object) noexcept;
+
+// Refuses new jobs, and asks all that are live with CancelCause::Shutdown, all at once. Holds no lock while it asks.
+void CloseJobs() noexcept;
+
+// Accepts jobs again.
+void ReopenJobs() noexcept;
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,14 @@
+#include "concurrency/jobs/job_slot.h"
+
+#include "concurrency/cancellation/current_task_slot.h"
+#include "concurrency/jobs/job_future.h"
+
+namespace Orvane::Internal {
+
+JobSlot* JobSlot::OfThisThread() {
+    const auto future = CurrentFuture();
+    const JobFuture* const job = future ? JobFuture::Of(*future) : nullptr;
+    return job != nullptr ? job->Slot() : nullptr;
+}
+
+}  // namespace Orvane::Internal

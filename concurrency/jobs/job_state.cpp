@@ -1,0 +1,383 @@
+#include "concurrency/jobs/job_state.h"
+
+#include <new>
+#include <system_error>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/cancellation_object.h"
+#include "concurrency/jobs/failure_handler.h"
+#include "concurrency/jobs/job_exceptions.h"
+#include "concurrency/tasks/task_wrapper.h"
+
+namespace Orvane::Internal {
+
+namespace {
+
+// What the user's stop token calls.
+class TokenLink {
+  public:
+    explicit TokenLink(std::weak_ptr<JobState> job) : m_job(std::move(job)) {}
+
+    void operator()() const noexcept {
+        if (const auto job = m_job.lock()) {
+            AskToLeave(*job, {CancelCause::Token, nullptr});
+        }
+    }
+
+  private:
+    std::weak_ptr<JobState> m_job;
+};
+
+class Event {
+  public:
+    Event() : m_handle(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
+        if (m_handle == nullptr) {
+            throw std::system_error(static_cast<int>(::GetLastError()), std::system_category(), "CreateEvent");
+        }
+    }
+    ~Event() { CloseHandle(m_handle); }
+    Event(const Event&) = delete;
+    Event& operator=(const Event&) = delete;
+
+    HANDLE Handle() const noexcept { return m_handle; }
+
+  private:
+    const HANDLE m_handle;
+};
+
+void* Allocate(const JobBodyType& type) {
+    return ::operator new(type.size, std::align_val_t{type.alignment});
+}
+
+}  // namespace
+
+// What few jobs have.
+struct JobState::Extras {
+    std::unique_ptr<Event> ended;
+    TimeLimit limit;
+    std::unique_ptr<std::stop_callback<TokenLink>> token;
+};
+
+JobState::JobState(std::shared_ptr<const JobName> name, const JobBodyType& type)
+    : m_shard(ShardOf(*this)), m_future(*this, std::move(name)), m_body(Allocate(type)), m_type(type) {}
+
+JobState::~JobState() {
+    Discard();
+    DestroyCall();
+    ::operator delete(m_body, m_type.size, std::align_val_t{m_type.alignment});
+}
+
+void JobState::SetGroup(std::shared_ptr<JobGroupLink> group) noexcept {
+    m_group = std::move(group);
+    m_future.SetSlot(m_group.get());
+}
+
+void JobState::SetReader(Reader reader) noexcept {
+    const RankedLock lock(m_shard.mutex);
+    m_reader = reader;
+}
+
+void JobState::Enlist() {
+    Internal::Enlist(*this);
+    if (m_owner && !m_owner->Add(*this)) {
+        AskToLeave(*this, {CancelCause::Parent, m_owner->Name()});
+    }
+}
+
+void JobState::CancelOn(const std::stop_token& token) {
+    if (!token.stop_possible()) {
+        return;
+    }
+    // May call the link now. The end takes what it finds; what comes later is destroyed here.
+    auto callback = std::make_unique<std::stop_callback<TokenLink>>(token, TokenLink(weak_from_this()));
+    const RankedLock lock(m_shard.mutex);
+    if (m_phase.load() != Phase::Ended) {
+        NeedExtras().token.swap(callback);
+    }
+}
+
+JobState::Extras& JobState::NeedExtras() {
+    if (!m_extras) {
+        m_extras = std::make_unique<Extras>();
+    }
+    return *m_extras;
+}
+
+void JobState::GiveUp() noexcept {
+    AskToLeave(*this, {CancelCause::Dropped, nullptr});
+    AwaitedJob awaited(*this);
+    static_cast<void>(WaitToTheEnd(awaited));
+    m_error = nullptr;
+}
+
+std::shared_ptr<IFutureState> JobState::GetFuture() {
+    return {shared_from_this(), &m_future};
+}
+
+// Whoever moves it out of Waiting owns the next steps.
+bool JobState::Claim(Phase to) noexcept {
+    Phase waiting = Phase::Waiting;
+    return m_phase.compare_exchange_strong(waiting, to);
+}
+
+void JobState::operator()() {
+    const auto self = shared_from_this();
+    if (!Claim(Phase::Running)) {
+        return;
+    }
+    m_since = MonotonicClock::now();
+    m_thread = ::GetCurrentThreadId();
+    Call();
+    m_phase = Phase::Ending;
+    End(true);
+}
+
+void JobState::Call() noexcept {
+    try {
+        if (!m_future.Start()) {
+            return;  // asked between the claim and here
+        }
+        const CurrentFutureScope current(std::shared_ptr<FutureState>(shared_from_this(), &m_future));
+        try {
+            m_type.invoke(m_body);
+            m_hasResult = true;
+            m_outcome = JobOutcome::Done;
+        } catch (const CancelRequestedException&) {
+            // Carried over from another run it is a failure like others.
+            if (!m_future.IsCancelling()) {
+                throw;
+            }
+        } catch (const CancelledException&) {
+            if (!m_future.IsCancelling()) {
+                throw;
+            }
+        }
+    } catch (...) {
+        m_error = std::current_exception();
+        m_outcome = JobOutcome::Failed;
+    }
+}
+
+void JobState::DestroyCall() noexcept {
+    if (m_isBuilt) {
+        m_isBuilt = false;
+        m_type.destroyCall(m_body);
+    }
+}
+
+void JobState::Discard() noexcept {
+    if (m_hasResult) {
+        m_hasResult = false;
+        m_type.destroyResult(m_body);
+    }
+}
+
+void JobState::End(bool hasRun) noexcept {
+    DestroyCall();
+    if (m_owner) {
+        m_owner->Remove(*this);
+    }
+    DiscardIfUnread();
+    switch (m_outcome) {
+        case JobOutcome::Done: m_future.Complete(); break;
+        case JobOutcome::Failed: m_future.Fail(); break;
+        case JobOutcome::Cancelled: m_future.ConfirmCancel(); break;
+    }
+    m_future.RequestCancelQuietly();  // makes the future of a run that has not started final, too
+    if (m_group) {
+        m_group->Publish(*this, hasRun);
+    } else {
+        PublishEnd();
+    }
+    TidyUp();
+    if (m_group) {
+        m_group->GoOn(hasRun);
+    }
+}
+
+void JobState::PublishEnd() noexcept {
+    const RankedLock lock(m_shard.mutex);
+    Delist(*this);
+    m_thread = 0;
+    m_endTime = MonotonicClock::now();
+    m_phase = Phase::Ended;
+    if (m_extras && m_extras->ended) {
+        SetEvent(m_extras->ended->Handle());
+    }
+    SignalAll(m_listeners);
+}
+
+// What was attached before the end was published: what comes later sees the end.
+void JobState::TidyUp() noexcept {
+    TimeLimit limit;
+    std::unique_ptr<std::stop_callback<TokenLink>> token;
+    {
+        const RankedLock lock(m_shard.mutex);
+        if (m_extras) {
+            limit = std::exchange(m_extras->limit, {});
+            token = std::move(m_extras->token);
+        }
+    }
+    RemoveTimeLimit(limit);
+    DiscardIfUnread();
+    token.reset();  // last: waits for a callback that is under way, and that may wait for this job
+}
+
+void JobState::DiscardIfUnread() noexcept {
+    {
+        const RankedLock lock(m_shard.mutex);
+        if (m_reader != Reader::Nobody) {
+            return;
+        }
+    }
+    Discard();
+    if (m_group) {
+        return;  // the failure is the group's
+    }
+    if (const auto error = std::exchange(m_error, nullptr)) {
+        ReportUnreadFailure(Name()->text.c_str(), error);
+    }
+}
+
+void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
+    {
+        const RankedLock lock(m_shard.mutex);
+        if (m_phase == Phase::Ended) {
+            return;
+        }
+        if (m_reason.cause == CancelCause::None) {
+            m_reason = reason;
+        }
+    }
+    if (Claim(Phase::Ending)) {
+        m_since = MonotonicClock::now();
+        m_thread = ::GetCurrentThreadId();
+        m_neverRuns = true;
+        asked.Add(shared_from_this());
+        return;
+    }
+    m_future.RequestCancelQuietly();
+    if (const auto record = Record()) {
+        record->AskOwned(asked);
+        asked.Add(shared_from_this());
+    }
+}
+
+void JobState::FinishAsking() noexcept {
+    if (m_neverRuns) {
+        End(false);
+    } else if (const auto record = Record()) {
+        record->StopTokens();
+    }
+}
+
+// Of the run that is under way; empty if it has needed none.
+std::shared_ptr<RunRecord> JobState::Record() {
+    return std::static_pointer_cast<RunRecord>(m_future.GetCompanion());
+}
+
+AskReason JobState::Reason() const {
+    const RankedLock lock(m_shard.mutex);
+    return m_reason;
+}
+
+bool JobState::IsOnThisThread() const noexcept {
+    return m_thread == ::GetCurrentThreadId();
+}
+
+void JobState::CollectRunning(std::vector<RunningJob>& running) const {
+    if (const DWORD thread = m_thread) {
+        running.push_back({thread, Name(), m_since});
+    }
+}
+
+void JobState::CancelAfter(std::chrono::nanoseconds limit) {
+    const auto when = DeadlineAfter(limit);
+    if (limit <= std::chrono::nanoseconds::zero()) {
+        AskToLeave(*this, {CancelCause::Limit, nullptr});
+        return;
+    }
+    if (when == kNoDeadline || IsEnded()) {
+        return;
+    }
+    auto extras = std::make_unique<Extras>();  // before the limit: nothing fails after it
+    TimeLimit fresh = AddTimeLimit(weak_from_this(), when);
+    {
+        const RankedLock lock(m_shard.mutex);
+        if (!m_extras) {
+            m_extras.swap(extras);
+        }
+        const bool isEarlier = m_extras->limit.number == 0 || when < m_extras->limit.when;
+        if (m_phase != Phase::Ended && isEarlier) {
+            std::swap(m_extras->limit, fresh);
+        }
+    }
+    RemoveTimeLimit(fresh);
+}
+
+HANDLE JobState::EndEvent() {
+    auto extras = std::make_unique<Extras>();
+    auto fresh = std::make_unique<Event>();
+    const RankedLock lock(m_shard.mutex);
+    if (!m_extras) {
+        m_extras.swap(extras);
+    }
+    if (!m_extras->ended) {
+        m_extras->ended.swap(fresh);
+        if (m_phase == Phase::Ended) {
+            SetEvent(m_extras->ended->Handle());
+        }
+    }
+    return m_extras->ended->Handle();
+}
+
+void JobState::Attach(JobListener& listener) noexcept {
+    const RankedLock lock(m_shard.mutex);
+    m_listeners.PushBack(listener);
+}
+
+void JobState::Detach(JobListener& listener) noexcept {
+    const RankedLock lock(m_shard.mutex);
+    listener.Unlink();
+}
+
+void JobState::RethrowFailure() {
+    m_isRead = true;
+    if (m_outcome == JobOutcome::Failed) {
+        std::rethrow_exception(m_group ? m_error : std::exchange(m_error, nullptr));
+    }
+    if (m_outcome == JobOutcome::Cancelled) {
+        if (Reason().cause == CancelCause::Limit) {
+            throw TimeLimitException();
+        }
+        throw CancelledException();
+    }
+}
+
+void JobState::Release() noexcept {
+    Discard();
+    if (m_group) {
+        return;  // the group may still hand out the failure
+    }
+    const auto error = std::exchange(m_error, nullptr);
+    if (error && !m_isRead) {
+        ReportUnreadFailure(Name()->text.c_str(), error);
+    }
+}
+
+void JobState::LetGo() noexcept {
+    if (m_owner) {
+        m_owner->Remove(*this);
+    }
+    {
+        const RankedLock lock(m_shard.mutex);
+        if (m_phase != Phase::Ended) {
+            m_reader = Reader::Nobody;
+            return;
+        }
+    }
+    Release();
+}
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,198 @@
+// One run of a callable, from Run() to its end, and its outcome.
+//
+//   phase     becomes so by                           what may happen
+//   --------  --------------------------------------  --------------------------------------------------------------
+//   Waiting   construction                            a thread that runs it makes it Running, one that cancels it Ending
+//   Running   the thread that runs it                 requests reach the run through its future
+//   Ending    the end of the run; or a request, and   the callable is destroyed, on the thread that made it Ending
+//             then it never runs
+//   Ended     the thread that made it Ending          the outcome can be read; nothing changes any more
+//
+// The end, once for each job, on one thread, without a lock: the callable is destroyed, the limit and the owner's link are
+// removed; then, under the group's lock and the shard's, the outcome is published, the group counts it, waiters are signalled
+// and the event is set; then the group goes on. A job that nobody will read discards its result before that.
+//
+// Threads: any, but for those that run or end it.
+// Errors: std::system_error if a lock fails.
+// Lifetime: shared. All code and control blocks are the library's, but for what JobBodyType names.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <stop_token>
+#include <vector>
+
+#include "concurrency/base/clock.h"
+#include "concurrency/base/win32.h"
+#include "concurrency/jobs/cancellable.h"
+#include "concurrency/jobs/job_body.h"
+#include "concurrency/jobs/job_future.h"
+#include "concurrency/jobs/job_outcome.h"
+#include "concurrency/jobs/job_registry.h"
+#include "concurrency/jobs/job_slot.h"
+#include "concurrency/jobs/job_wait.h"
+#include "concurrency/jobs/run_record.h"
+#include "concurrency/jobs/time_limits.h"
+#include "concurrency/tasks/itask_state.h"
+#include "concurrency/tasks/task.h"
+
+namespace Orvane::Internal {
+
+class JobState;
+
+// The group of a job, as the job sees it.
+class JobGroupLink : public JobSlot {
+  public:
+    // Counts the job and calls its PublishEnd(), in one hold of the group's lock.
+    virtual void Publish(JobState& job, bool hasRun) noexcept = 0;
+
+    // After that, without a lock: what the end leads to.
+    virtual void GoOn(bool hasRun) noexcept = 0;
+
+  protected:
+    ~JobGroupLink() = default;
+};
+
+class JobState final : public ITaskState, public Cancellable, public std::enable_shared_from_this<JobState> {
+  public:
+    enum class Reader : std::uint8_t {
+        Handle,  // a caller reads the outcome, or drops it
+        Nobody,  // a failure goes to the failure handler
+    };
+
+    // Errors: std::bad_alloc.
+    JobState(std::shared_ptr<const JobName> name, const JobBodyType& type);
+    ~JobState() override;
+    JobState(const JobState&) = delete;
+    JobState& operator=(const JobState&) = delete;
+
+    void* Body() const noexcept { return m_body; }
+
+    // The callable stands in the body.
+    void MarkBuilt() noexcept { m_isBuilt = true; }
+
+    // Before the start.
+    void SetOwner(std::shared_ptr<RunRecord> owner) noexcept { m_owner = std::move(owner); }
+    void SetGroup(std::shared_ptr<JobGroupLink> group) noexcept;
+    void SetReader(Reader reader) noexcept;
+
+    // Makes it known: requests of its owner, its token and the last uninitialisation reach it from now on, and may have ended
+    // it when this returns. Errors: Unexpected if the library is not initialised, or is being uninitialised.
+    void Enlist();
+    void CancelOn(const std::stop_token& token);
+
+    // After a failed start: ends it as cancelled, unless another thread does, and waits for that.
+    void GiveUp() noexcept;
+
+    // Runs it, on the calling thread, if it is still waiting.
+    void operator()() override;
+    std::shared_ptr<ITaskState> Recreate() override { return nullptr; }
+    std::shared_ptr<IFutureState> GetFuture() override;
+
+    void Ask(const AskReason& reason, AskedList& asked) noexcept override;
+    void FinishAsking() noexcept override;
+    std::shared_ptr<Cancellable> Self() noexcept override { return weak_from_this().lock(); }
+
+    const std::shared_ptr<const JobName>& Name() const noexcept { return m_future.Name(); }
+    bool IsWaiting() const noexcept { return m_phase.load(std::memory_order_acquire) == Phase::Waiting; }
+    bool IsEnded() const noexcept { return m_phase.load(std::memory_order_acquire) == Phase::Ended; }
+    AskReason Reason() const;
+
+    // Only when it has ended.
+    JobOutcome Outcome() const noexcept { return m_outcome; }
+    MonotonicClock::time_point EndTime() const noexcept { return m_endTime; }
+    const std::exception_ptr& Error() const noexcept { return m_error; }
+    JobGroupLink& GroupLink() const noexcept { return *m_group; }
+    const void* Group() const noexcept { return m_group ? m_group->Group() : nullptr; }
+
+    // The job whose run or end the calling thread is in the middle of.
+    bool IsOnThisThread() const noexcept;
+    void CollectRunning(std::vector<RunningJob>& running) const;
+
+    void CancelAfter(std::chrono::nanoseconds limit);
+
+    // A manual-reset event, made at the first call; the job closes it when it is destroyed.
+    HANDLE EndEvent();
+
+    void Attach(JobListener& listener) noexcept;
+    void Detach(JobListener& listener) noexcept;
+
+    // Throws what the job ended with; returns if it is Done. Only when it has ended, once.
+    void RethrowFailure();
+    void* Result() const noexcept { return m_type.result(m_body); }
+
+    // The body's result has been taken, or is of no use: destroys it, and the exception. A failure that was not read is
+    // reported. Only when it has ended.
+    void Release() noexcept;
+
+    // The handle goes, and the job goes on.
+    void LetGo() noexcept;
+
+    // Within Publish().
+    void PublishEnd() noexcept;
+
+  private:
+    enum class Phase : std::uint8_t { Waiting, Running, Ending, Ended };
+    struct Extras;
+
+    bool Claim(Phase to) noexcept;
+    void Call() noexcept;
+    void End(bool hasRun) noexcept;
+    void TidyUp() noexcept;
+    void DiscardIfUnread() noexcept;
+    std::shared_ptr<RunRecord> Record();
+    Extras& NeedExtras() ORVANE_REQUIRES(m_shard.mutex);
+    void DestroyCall() noexcept;
+    void Discard() noexcept;
+
+    JobShard& m_shard;  // its mutex guards the fields named so
+    JobFuture m_future;
+    void* const m_body;
+    const JobBodyType& m_type;
+
+    std::atomic<Phase> m_phase = Phase::Waiting;
+    std::atomic<DWORD> m_thread = 0;  // that runs or ends it
+    MonotonicClock::time_point m_since;  // it has run; written before m_thread
+
+    // Of the thread that has claimed it, until the end is published; constant after that.
+    bool m_isBuilt = false;
+    bool m_hasResult = false;
+    bool m_neverRuns = false;
+    JobOutcome m_outcome = JobOutcome::Cancelled;
+    MonotonicClock::time_point m_endTime;
+    std::exception_ptr m_error;
+
+    Reader m_reader ORVANE_GUARDED_BY(m_shard.mutex) = Reader::Handle;
+    bool m_isRead = false;  // of the handle
+    AskReason m_reason ORVANE_GUARDED_BY(m_shard.mutex);
+    JobListeners m_listeners ORVANE_GUARDED_BY(m_shard.mutex);
+    std::unique_ptr<Extras> m_extras ORVANE_GUARDED_BY(m_shard.mutex);
+
+    // Constant once it can run.
+    std::shared_ptr<RunRecord> m_owner;
+    std::shared_ptr<JobGroupLink> m_group;
+};
+
+// A wait for one job.
+class AwaitedJob final : public Awaited {
+  public:
+    explicit AwaitedJob(JobState& job) : m_job(job) {}
+
+    bool IsOver() const noexcept override { return m_job.IsEnded(); }
+    void Attach(JobWaiter& waiter) noexcept override {
+        m_listener.waiter = &waiter;
+        m_job.Attach(m_listener);
+    }
+    void Detach() noexcept override { m_job.Detach(m_listener); }
+    void CollectRunning(std::vector<RunningJob>& running) const override { m_job.CollectRunning(running); }
+    bool IsOfGroup(const void* group) const noexcept override { return m_job.Group() == group; }
+
+  private:
+    JobState& m_job;
+    JobListener m_listener;
+};
+
+}  // namespace Orvane::Internal

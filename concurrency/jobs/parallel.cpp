@@ -1,0 +1,139 @@
+#include "concurrency/jobs/parallel.h"
+
+#include <algorithm>
+#include <exception>
+#include <stdexcept>
+
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/jobs/group_core.h"
+#include "concurrency/jobs/job_group.h"
+#include "concurrency/jobs/run_record.h"
+
+namespace Orvane::Internal {
+
+namespace {
+
+// How many chunks each runner would take of what is left: large ones at first, single items at the end.
+constexpr std::size_t kChunksPerRunner = 4;
+
+struct Chunk {
+    std::size_t begin;
+    std::size_t end;
+};
+
+// The items that no runner has taken yet.
+class Items {
+  public:
+    Items(std::size_t count, std::size_t runners) : m_count(count), m_share(runners * kChunksPerRunner) {}
+
+    // Empty when nothing is left.
+    Chunk Take() noexcept {
+        std::size_t begin = m_next.load(std::memory_order_relaxed);
+        std::size_t size = 0;
+        do {
+            size = begin < m_count ? (std::max)(std::size_t{1}, (m_count - begin) / m_share) : 0;
+        } while (size != 0 && !m_next.compare_exchange_weak(begin, begin + size, std::memory_order_relaxed));
+        return {begin, begin + size};
+    }
+
+    void CountDone(std::size_t done) noexcept { m_done.fetch_add(done, std::memory_order_relaxed); }
+    bool AreAllDone() const noexcept { return m_done.load(std::memory_order_relaxed) == m_count; }
+
+  private:
+    const std::size_t m_count;
+    const std::size_t m_share;
+    std::atomic<std::size_t> m_next = 0;
+    std::atomic<std::size_t> m_done = 0;
+};
+
+// Returns when nothing is left, or the run is asked.
+void RunChunks(Items& items, void* context, RunChunk run, const std::atomic<bool>& isAsked) {
+    for (Chunk chunk = items.Take(); chunk.begin != chunk.end; chunk = items.Take()) {
+        const std::size_t done = run(context, chunk.begin, chunk.end, isAsked);
+        items.CountDone(done);
+        if (done != chunk.end - chunk.begin) {
+            return;
+        }
+    }
+}
+
+// The runners are jobs of a group. Those that have not begun when nothing is left are dropped: one may be waiting for a growth of
+// the pool.
+class Runners {
+  public:
+    Runners(const wchar_t* name, std::size_t count, Items& items, void* context, RunChunk run)
+        : m_name(name), m_group(name, count), m_items(items), m_context(context), m_run(run) {}
+
+    void Start(std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) {
+            m_group.Run(m_name, [this] {
+                RunChunks(m_items, m_context, m_run, RunRecord::OfThisThread()->RequestedFlag());
+                m_group.Core().DropWaiting();
+            });
+        }
+    }
+
+    // The caller's part. What its items throw counts as a failure of the group.
+    void RunHere(RunRecord& record) {
+        try {
+            RunChunks(m_items, m_context, m_run, record.RequestedFlag());
+            m_group.Core().DropWaiting();
+        } catch (const CancelRequestedException&) {
+            if (!record.IsRequested()) {
+                m_group.Core().Fail(m_group.Core().Name(), std::current_exception());
+            }
+        } catch (...) {
+            m_group.Core().Fail(m_group.Core().Name(), std::current_exception());
+        }
+    }
+
+    // Until no runner uses the items any more, on every way.
+    void Await() {
+        try {
+            static_cast<void>(m_group.Core().WaitUntilIdle(kNoDeadline));
+        } catch (...) {
+            m_group.Cancel();
+            m_group.Core().WaitToTheEnd();
+            throw;
+        }
+    }
+
+    // Throws unless all items are done.
+    void Rethrow() {
+        if (m_items.AreAllDone() && m_group.Counts().failed == 0) {
+            return;
+        }
+        m_group.Core().RethrowFirst();
+        throw CancelledException();
+    }
+
+  private:
+    const wchar_t* const m_name;
+    JobGroup m_group;
+    Items& m_items;
+    void* const m_context;
+    const RunChunk m_run;
+};
+
+}  // namespace
+
+void RunInParallel(const wchar_t* name, std::size_t count, std::size_t bound, void* context, RunChunk run) {
+    if (bound == 0) {
+        throw std::invalid_argument("with a bound of 0 no item would ever be done");
+    }
+    const std::size_t runnerCount = (std::min)(bound, count);
+    if (runnerCount == 0) {
+        return;
+    }
+    Items items(count, runnerCount);
+    const auto record = RunRecord::OfThisThread();
+    Runners runners(name, runnerCount, items, context, run);
+    runners.Start(record ? runnerCount - 1 : runnerCount);
+    if (record) {
+        runners.RunHere(*record);
+    }
+    runners.Await();
+    runners.Rethrow();
+}
+
+}  // namespace Orvane::Internal

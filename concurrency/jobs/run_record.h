@@ -1,0 +1,59 @@
+// What this room knows of a run, be it of a job or of another task: the jobs and groups that the run owns, and the stop source
+// of its tokens. Made when a run first needs it.
+//
+// Threads: any. Requested() is called without a lock, on the thread that cancels.
+// Errors: std::bad_alloc, std::system_error.
+// Lifetime: shared by the run and by what it owns, which may live longer.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+
+#include "concurrency/base/ranked_mutex.h"
+#include "concurrency/cancellation/run_companion.h"
+#include "concurrency/jobs/cancellable.h"
+
+namespace Orvane::Internal {
+
+class RunRecord : public RunCompanion {
+  public:
+    explicit RunRecord(std::shared_ptr<const JobName> name) : m_name(std::move(name)) {}
+
+    // Of the run that the calling thread is in; empty if there is none.
+    static std::shared_ptr<RunRecord> OfThisThread();
+
+    // From now on a request for the run reaches it. Returns false if there has been one: the caller asks it then.
+    [[nodiscard]] bool Add(Cancellable& owned);
+
+    // Nothing if it is not there.
+    void Remove(Cancellable& owned);
+
+    // The two passes of a request, as in cancellable.h, for what the run owns and for its tokens. Repeatable.
+    void AskOwned(AskedList& asked) noexcept;
+    void StopTokens() noexcept;
+    void Requested() noexcept override;
+
+    bool IsRequested() const noexcept { return m_isRequested.load(std::memory_order_relaxed); }
+    const std::atomic<bool>& RequestedFlag() const noexcept { return m_isRequested; }
+
+    std::stop_token Token();
+
+    // Of the job; null if the run is another task's.
+    const std::shared_ptr<const JobName>& Name() const noexcept { return m_name; }
+
+  private:
+    using Mutex = RankedMutex<std::mutex, LockRank::Job>;
+
+    std::shared_ptr<Cancellable> NextToAsk(IntrusiveList<Cancellable, OwnedTag>& waiting);
+
+    const std::shared_ptr<const JobName> m_name;
+    Mutex m_mutex;
+    IntrusiveList<Cancellable, OwnedTag> m_owned ORVANE_GUARDED_BY(m_mutex);
+    std::optional<std::stop_source> m_source ORVANE_GUARDED_BY(m_mutex);  // once made, it stays
+    std::atomic<bool> m_isRequested = false;  // written under m_mutex
+};
+
+}  // namespace Orvane::Internal

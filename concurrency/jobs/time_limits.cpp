@@ -1,0 +1,136 @@
+#include "concurrency/jobs/time_limits.h"
+
+#include <map>
+#include <mutex>
+
+#include "concurrency/base/condition.h"
+#include "concurrency/base/native_thread.h"
+#include "concurrency/base/never_destroyed.h"
+#include "concurrency/base/ranked_mutex.h"
+#include "concurrency/base/wait.h"
+
+namespace Orvane::Internal {
+
+namespace {
+
+// How long the thread stays without a limit: starting one costs as much as a hundred limits.
+constexpr std::chrono::seconds kStay{1};
+
+class LimitThread {
+  public:
+    TimeLimit Add(std::weak_ptr<Cancellable> target, MonotonicClock::time_point when) {
+        std::map<TimeLimit, std::weak_ptr<Cancellable>> record;  // allocated before the lock
+        record.emplace(TimeLimit{when, 0}, std::move(target));
+        auto node = record.extract(record.begin());
+        const RankedLock lock(m_mutex);
+        if (!m_isRunning) {
+            StartThread();
+        }
+        const TimeLimit limit{when, ++m_lastNumber};
+        node.key() = limit;
+        const auto inserted = m_limits.insert(std::move(node)).position;
+        if (inserted == m_limits.begin()) {
+            m_wake.notify_one();
+        }
+        return limit;
+    }
+
+    void Remove(const TimeLimit& limit) noexcept {
+        const RankedLock lock(m_mutex);
+        m_limits.erase(limit);
+    }
+
+    void Stop() noexcept {
+        RankedLock lock(m_mutex);
+        m_isStopping = true;
+        m_wake.notify_all();
+        while (m_isRunning) {
+            m_left.wait(lock);
+        }
+        m_isStopping = false;
+        if (m_thread.IsJoinable()) {
+            m_thread.Join();
+        }
+    }
+
+  private:
+    using Mutex = RankedMutex<std::mutex, LockRank::Leaf>;
+
+    void StartThread() ORVANE_REQUIRES(m_mutex) {
+        // The one before has said that it leaves, under the mutex: it takes no lock any more.
+        if (m_thread.IsJoinable()) {
+            m_thread.Join();
+        }
+        m_thread = NativeThread::Start([this] { Run(); });
+        m_isRunning = true;
+    }
+
+    void Run() {
+        RankedLock lock(m_mutex);
+        while (WaitForLimit(lock)) {
+            const auto first = m_limits.begin();
+            const std::shared_ptr<Cancellable> target = first->second.lock();
+            m_limits.erase(first);
+            if (target) {
+                const ReleasedLock released(lock, m_mutex);
+                AskToLeave(*target, {CancelCause::Limit, nullptr});
+            }
+        }
+        m_isRunning = false;
+        m_left.notify_all();
+    }
+
+    // Returns false if the thread is to leave.
+    bool WaitForLimit(RankedLock<Mutex>& lock) ORVANE_REQUIRES(m_mutex) {
+        auto idleUntil = MonotonicClock::now() + kStay;
+        while (!m_isStopping) {
+            if (m_limits.empty()) {
+                const auto slice = NextSlice<MonotonicClock>(idleUntil);
+                if (slice == MonotonicClock::duration::zero()) {
+                    return false;
+                }
+                m_wake.wait_for(lock, slice);
+                continue;
+            }
+            idleUntil = MonotonicClock::now() + kStay;
+            const auto slice = NextSlice<MonotonicClock>(m_limits.begin()->first.when);
+            if (slice == MonotonicClock::duration::zero()) {
+                return true;
+            }
+            m_wake.wait_for(lock, slice);
+        }
+        return false;
+    }
+
+    Mutex m_mutex;
+    Condition m_wake;  // with m_mutex: there is a new earliest limit, or stopping
+    Condition m_left;  // with m_mutex: the thread is not running
+    std::map<TimeLimit, std::weak_ptr<Cancellable>> m_limits ORVANE_GUARDED_BY(m_mutex);
+    std::uint64_t m_lastNumber ORVANE_GUARDED_BY(m_mutex) = 0;
+    NativeThread m_thread ORVANE_GUARDED_BY(m_mutex);
+    bool m_isRunning ORVANE_GUARDED_BY(m_mutex) = false;
+    bool m_isStopping ORVANE_GUARDED_BY(m_mutex) = false;
+};
+
+LimitThread& TheThread() {
+    static NeverDestroyed<LimitThread> thread;
+    return *thread;
+}
+
+}  // namespace
+
+TimeLimit AddTimeLimit(std::weak_ptr<Cancellable> target, MonotonicClock::time_point when) {
+    return TheThread().Add(std::move(target), when);
+}
+
+void RemoveTimeLimit(const TimeLimit& limit) noexcept {
+    if (limit.number != 0) {
+        TheThread().Remove(limit);
+    }
+}
+
+void StopTimeLimits() noexcept {
+    TheThread().Stop();
+}
+
+}  // namespace Orvane::Internal
