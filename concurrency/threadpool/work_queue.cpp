@@ -10,11 +10,12 @@ namespace Orvane::Internal {
 namespace {
 
 // How often a worker that finds the queue empty looks again before it sleeps. It yields in between: a sleep and a wake-up
-// cost more than most short tasks.
+// cost more than most short tasks. However many workers look, fewer would cost more: a task that no looking worker stands
+// for pays for a wake-up.
 constexpr int kLooksForTask = 40;
 
-// The same for a caller that waits for room, until no task is left: room for one task would fill up at once. When it sleeps,
-// any room will do.
+// The same for a caller that waits for room. It looks until only the tasks are left that run for long: room for one short
+// task would fill up at once. When it sleeps, any room will do.
 constexpr int kLooksForRoom = 200;
 
 }  // namespace
@@ -87,12 +88,12 @@ WorkQueue::Load WorkQueue::GetLoad() const {
 }
 
 void WorkQueue::WaitForRoom(std::uint64_t spare, MonotonicClock::duration timeout) {
-    for (int i = 0; i < kLooksForRoom; ++i) {
-        if (m_busy.load(std::memory_order_relaxed) == 0) {
-            return;
-        }
+    std::uint64_t fewest = m_busy.load(std::memory_order_relaxed);
+    for (int i = 0; i < kLooksForRoom && fewest > m_lasting; ++i) {
         std::this_thread::yield();
+        fewest = std::min(fewest, m_busy.load(std::memory_order_relaxed));
     }
+    m_lasting = fewest;
     RankedLock lock(m_mutex);
     if (IsFull(spare)) {
         m_wantedSpare = spare;

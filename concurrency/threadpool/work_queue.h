@@ -115,6 +115,9 @@ class WorkQueue {
     // Of the caller in WaitForRoom().
     std::uint64_t m_wantedSpare ORVANE_GUARDED_BY(m_mutex) = 0;
 
+    // The fewest tasks that it saw, or the one before it: so many run for long. Used by that one caller alone.
+    std::uint64_t m_lasting = 0;
+
     // Written under m_mutex. Read without it as a hint, and judged under it.
     std::atomic<std::uint64_t> m_queued = 0;
     std::atomic<std::uint64_t> m_busy = 0;
