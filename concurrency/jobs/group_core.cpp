@@ -5,10 +5,10 @@
 #include "concurrency/base/report.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
-#include "concurrency/jobs/failure_handler.h"
 #include "concurrency/jobs/job_exceptions.h"
 #include "concurrency/jobs/pool_starter.h"
 #include "concurrency/scheduler/schedule.h"
+#include "concurrency/tasks/failure_handler.h"
 #include "concurrency/threadpool/global_pool_queue.h"
 
 namespace Orvane::Internal {
@@ -733,7 +733,7 @@ void GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
         static_cast<GroupEntry&>(job->GroupLink()).m_schedule = schedule;
         Add(job);
     } catch (const std::exception& failure) {
-        ReportNoThrow(4, 16, L"Concurrency.Job", L"Job [%s] skips a run: %S", schedule->name->text.c_str(),
+        ReportNoThrow(4, 16, L"Concurrency.Job", L"Job [%s] skips a run: %hs", schedule->name->text.c_str(),
                       failure.what());
         const RankedLock lock(m_mutex);
         schedule->isUnderWay = false;

@@ -47,11 +47,11 @@
 #include "concurrency/base/export.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/jobs/cancel_reason.h"
-#include "concurrency/jobs/failure_handler.h"
 #include "concurrency/jobs/job_body.h"
 #include "concurrency/jobs/job_exceptions.h"
 #include "concurrency/jobs/job_outcome.h"
 #include "concurrency/jobs/job_ref.h"
+#include "concurrency/tasks/failure_handler.h"
 
 namespace Orvane {
 

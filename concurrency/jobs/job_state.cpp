@@ -6,8 +6,8 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
-#include "concurrency/jobs/failure_handler.h"
 #include "concurrency/jobs/job_exceptions.h"
+#include "concurrency/tasks/failure_handler.h"
 #include "concurrency/tasks/task_wrapper.h"
 
 namespace Orvane::Internal {

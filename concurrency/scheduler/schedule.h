@@ -7,8 +7,9 @@
 // Threads: any. The callable runs on the pool's workers, one run at a time. Each run sees everything before Schedule() and
 //     everything in the runs before it.
 // Cancellation: inside the callable, CancellationPoint() and the cancellable waits leave when the tracker cancels.
-// Errors: std::bad_alloc, std::system_error, what copying the callable throws; nothing is scheduled then. An empty
-//     function is accepted, and ends the process at its first run.
+// Errors: std::bad_alloc, std::system_error, what copying the callable throws; nothing is scheduled then. A run that fails ends
+//     neither the process nor the schedule: its exception goes to the failure handler (concurrency/tasks/failure_handler.h).
+//     So does that of an empty function.
 // Lifetime: the callable is copied for every run. What it refers to must live until the last copy of the returned
 //     Tracker is gone. The callable must not hold that Tracker, nor drop its last copy.
 // Units: any durations and system-clock time points. They are cut to whole 100 ns, so a shorter interval is 0: once. They
@@ -19,14 +20,19 @@
 #include <chrono>
 #include <functional>
 #include <limits>
+#include <string>
 #include <type_traits>
 #include <utility>
 
 #include "concurrency/base/time.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/current_task.h"
+#include "concurrency/errors/error_storage.h"
 #include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/scheduler/scheduled_task.h"
 #include "concurrency/scheduler/tracker.h"
 #include "concurrency/scheduler/tracker_impl.h"
+#include "concurrency/tasks/failure_handler.h"
 #include "concurrency/tasks/make_task.h"
 
 namespace Orvane {
@@ -67,14 +73,48 @@ class ScheduleAccess {
         return start < TimePoint() ? interval : (std::min)(interval, (TimePoint::max)() - start);
     }
 
+    // Calls the work, and reports what leaves it. What a future can keep goes on to it.
+    class Guarded {
+      public:
+        Guarded(const wchar_t* name, std::function<void()> work)
+            : m_name(name != nullptr ? name : L""), m_work(std::move(work)) {}
+
+        void operator()() const {
+            try {
+                m_work();
+            } catch (const CancelRequestedException&) {
+                const auto run = Internal::GetFutureObject();
+                if (run && run->IsCancelling()) {
+                    throw;
+                }
+                Report();
+            } catch (const ExceptionBase&) {
+                Report();
+                throw;
+            } catch (const CloneableException&) {
+                Report();
+                throw;
+            } catch (...) {
+                Report();
+            }
+        }
+
+      private:
+        void Report() const { Internal::ReportUnreadFailure(m_name.c_str(), std::current_exception()); }
+
+        std::wstring m_name;
+        std::function<void()> m_work;
+    };
+
     template <typename Callable>
     static Tracker Start(const wchar_t* name, const TimePoint& start, const Duration& interval, Callable&& callable) {
         Tracker tracker;
         // By plain pointer: a shared one would keep the tracker for ever. The tracker's end awaits that of a run.
         Internal::TrackerImpl* const impl = tracker.m_impl.get();
-        const Internal::ScheduledTask task(MakeTask(name, [impl, work = std::function<void()>(std::forward<Callable>(
-                                                                     callable))] { impl->UpdateWrapper(work); }),
-                                           start, WithinTime(start, interval));
+        auto run = [impl, work = std::function<void()>(Guarded(name, std::forward<Callable>(callable)))] {
+            impl->UpdateWrapper(work);
+        };
+        const Internal::ScheduledTask task(MakeTask(name, std::move(run)), start, WithinTime(start, interval));
         tracker.SetTask(task);
         Internal::GlobalScheduler::Insert(task);
         return tracker;

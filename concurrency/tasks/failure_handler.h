@@ -1,4 +1,5 @@
-// What becomes of a failure that no caller will read: of work that was posted, and of jobs that were dropped or detached.
+// What becomes of a failure that no caller will read: of a scheduled run, of work that was posted, and of jobs that were dropped
+// or detached.
 //
 // Each gets one log line, is counted, and is handed to the process's handler. It never ends the process.
 //

@@ -1,4 +1,4 @@
-#include "concurrency/jobs/failure_handler.h"
+#include "concurrency/tasks/failure_handler.h"
 
 #include <atomic>
 
@@ -16,7 +16,7 @@ void Log(const wchar_t* name, const std::exception_ptr& error) noexcept {
     try {
         std::rethrow_exception(error);
     } catch (const std::exception& failure) {
-        Internal::ReportNoThrow(4, 16, L"Concurrency.Job", L"Job [%s] has failed, and its failure was not read: %S",
+        Internal::ReportNoThrow(4, 16, L"Concurrency.Job", L"Job [%s] has failed, and its failure was not read: %hs",
                                 name, failure.what());
     } catch (...) {
         Internal::ReportNoThrow(4, 16, L"Concurrency.Job",
