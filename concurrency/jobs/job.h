@@ -191,7 +191,7 @@ class [[nodiscard]] Job : public TypedJobHandle<T> {
     Job(Job&&) noexcept = default;
     Job& operator=(Job&& other) noexcept {
         Job old(std::move(*this));  // dropped when this handle has the other job
-        static_cast<TypedJobHandle<T>&>(*this) = std::move(other);
+        TypedJobHandle<T>::operator=(std::move(other));
         return *this;
     }
     ~Job() { this->m_job.Drop(); }

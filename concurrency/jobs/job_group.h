@@ -62,7 +62,7 @@ class GroupJob : public TypedJobHandle<T> {
     GroupJob(GroupJob&&) noexcept = default;
     GroupJob& operator=(GroupJob&& other) noexcept {
         GroupJob old(std::move(*this));
-        static_cast<TypedJobHandle<T>&>(*this) = std::move(other);
+        TypedJobHandle<T>::operator=(std::move(other));
         return *this;
     }
     ~GroupJob() { this->m_job.LetGo(); }
