@@ -16,7 +16,7 @@ endforeach()
 
 # All rooms but com/, which is the module as the platform's loader sees it.
 set(library_sources "")
-foreach(room IN ITEMS base errors lifetime cancellation tasks threadpool scheduler sync)
+foreach(room IN ITEMS base errors lifetime cancellation tasks threadpool scheduler sync jobs)
     file(GLOB sources CONFIGURE_DEPENDS ${root}/concurrency/${room}/*.cpp)
     list(APPEND library_sources ${sources})
 endforeach()

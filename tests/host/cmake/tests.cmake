@@ -156,6 +156,6 @@ elseif(SANITIZER STREQUAL "address")
     expect_report(overflowing_start "runtime error: signed integer overflow")
 endif()
 
-foreach(room IN ITEMS platform base errors lifetime cancellation tasks threadpool scheduler sync faults journeys stress)
+foreach(room IN ITEMS platform base errors lifetime cancellation tasks threadpool scheduler sync jobs faults journeys stress)
     test_room(${room})
 endforeach()
