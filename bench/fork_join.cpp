@@ -1,7 +1,6 @@
 // What does it cost to split work into many short tasks and wait for all of them?
-#include <algorithm>
+#include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -12,6 +11,7 @@
 #include "bench/harness/flood.h"
 #include "bench/harness/machine.h"
 #include "bench/harness/question.h"
+#include "bench/harness/work.h"
 #include "bench/peers/bare_deque_pool.h"
 #include "bench/peers/empty_task.h"
 #include "bench/peers/system_pool.h"
@@ -27,28 +27,8 @@ using Orvane::Internal::GlobalThreadPool;
 using Orvane::Internal::Task;
 
 constexpr std::size_t kWorkers = 8;  // what the global pool begins with
-constexpr double kTaskNanoseconds = 5'000;
 constexpr const char* kTime = "ms";
 constexpr const char* kThreads = "threads";
-
-void Work(std::size_t steps) {
-    std::uint32_t value = 1;
-    for (std::size_t i = 0; i < steps; ++i) {
-        value = value * 1'664'525U + 1'013'904'223U;
-        benchmark::DoNotOptimize(value);
-    }
-}
-
-// How many steps of Work() take 5 us on an undisturbed processor. Counted, not timed, while the tasks run: a task
-// whose thread is not running must not get its work done meanwhile.
-std::size_t StepsOfOneTask() {
-    constexpr std::size_t kTrial = 100'000;
-    double fastest = NanosecondsPerCall(1, [] { Work(kTrial); });
-    for (int i = 0; i < 20; ++i) {
-        fastest = std::min(fastest, NanosecondsPerCall(1, [] { Work(kTrial); }));
-    }
-    return static_cast<std::size_t>(kTaskNanoseconds / fastest * static_cast<double>(kTrial));
-}
 
 struct Job {
     std::size_t tasks;
@@ -150,7 +130,7 @@ Figures OnThisThread(const Job& job) {
 }
 
 std::vector<Table> Tables(Effort effort) {
-    const Job job{Scaled(effort, 10'000), StepsOfOneTask()};
+    const Job job{Scaled(effort, 10'000), StepsOf(std::chrono::microseconds(5))};
     return {{
         "fork_join",
         std::to_string(job.tasks) + " tasks of 5 us, from the first submit until the caller knows that all have run",

@@ -18,6 +18,8 @@
 #include "bench/peers/empty_task.h"
 #include "bench/peers/system_pool.h"
 #include "concurrency/base/windows_api.h"
+#include "concurrency/jobs/job.h"
+#include "concurrency/jobs/job_state.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/tasks/policies.h"
@@ -90,6 +92,20 @@ template <typename Submit>
     PrintGrowth(count, [&pool](FinishLine& finish) { pool.Core()->Queue(EmptyTask(finish)); });
 }
 
+[[noreturn]] void GrowFixedPoolByJobs(std::size_t count) {
+    const Orvane::ConcurrencyLifetime lifetime;
+    const FixedPool pool(kWorkers);
+    const Roadblock block([&pool](Roadblock& held) { pool.Core()->Queue(HoldingTask(held)); });
+    std::vector<Orvane::Job<void>> jobs;
+    jobs.reserve(count);
+    PrintGrowth(count, [&](FinishLine& finish) {
+        jobs.emplace_back(Orvane::Internal::Build(L"Empty", [&finish] { finish.Arrive(); }));
+        const auto& job = jobs.back().Ref().State();
+        job->Enlist();
+        pool.Core()->Queue(Task(L"Empty", job));
+    });
+}
+
 [[noreturn]] void GrowSystemPool(std::size_t count) {
     SystemPool pool(kWorkers);
     const Roadblock block([&pool](Roadblock& held) { pool.Submit<HoldAt>(&held); });
@@ -110,6 +126,7 @@ struct Grower {
 
 constexpr Grower kGrowers[] = {
     {"fixed pool", GrowFixedPool, false},
+    {"fixed pool, Job", GrowFixedPoolByJobs, false},
     {"system pool", GrowSystemPool, true},
     {"bare deque", GrowBareDeque, true},
 };

@@ -232,9 +232,11 @@ void JobWaiter::Notify(std::unique_lock<std::recursive_mutex>& lock, bool& reque
 }
 
 void JobWaiter::Signal() noexcept {
-    const RankedLock own(m_mutex);
-    ++m_signals;
-    m_condition.notify_all();
+    {
+        const RankedLock own(m_mutex);
+        ++m_signals;
+    }
+    m_condition.notify_all();  // without the mutex, which the woken thread takes first
 }
 
 std::uint32_t JobWaiter::Signals() noexcept {

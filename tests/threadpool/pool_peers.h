@@ -98,7 +98,7 @@ struct PoolGrowthPeer {
     static bool IsGrowable(const PoolGrowth& growth) { return growth.m_growable; }
     static bool CallersWait(PoolGrowth& growth) {
         const std::lock_guard lock(growth.m_mutex);
-        return growth.CallersWait();
+        return growth.CallersWait(PoolGrowth::OnFailure::Wait);
     }
 };
 
