@@ -36,6 +36,20 @@ struct EndedJob {
     std::exception_ptr error;  // of a failed one
 };
 
+// What the exception says: what() of a std::exception. Empty without one.
+inline std::string ToText(const std::exception_ptr& error) {
+    try {
+        if (error) {
+            std::rethrow_exception(error);
+        }
+        return {};
+    } catch (const std::exception& exception) {
+        return exception.what();
+    } catch (...) {
+        return "not a std::exception";
+    }
+}
+
 // What becomes of a schedule whose run has failed.
 enum class OnFailure {
     GoOn,  // the next run comes; the failure goes to the failure handler
