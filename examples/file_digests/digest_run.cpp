@@ -1,11 +1,12 @@
 #include "examples/file_digests/digest_run.h"
 
 #include <algorithm>
-#include <chrono>
+#include <exception>
+#include <new>
 #include <string>
 #include <thread>
 
-#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/jobs/job_group.h"
 #include "examples/file_digests/checksum_line.h"
 #include "examples/file_digests/file_reader.h"
 #include "examples/file_digests/status_line.h"
@@ -14,12 +15,7 @@ namespace FileDigests {
 
 namespace {
 
-// How often the stop signal is looked after.
-constexpr std::chrono::milliseconds kTick{50};
-
-// As many tasks as keep the processors busy while some wait for a disk. On a small machine that is, with the status
-// line, well below the workers that a pool starts with; on a large one the pool adds the workers that it takes, and no
-// more.
+// As many as keep the processors busy while some wait for a disk.
 std::size_t FilesInHand() {
     return std::thread::hardware_concurrency() + 2;
 }
@@ -33,67 +29,79 @@ Progress::Amount Total(const std::vector<FoundFile>& files) {
     return total;
 }
 
-// A task's name is short: the last part of the path tells most.
-std::wstring TaskName(const FoundFile& file) {
+// In the log a name is short: the last part of the path tells most.
+std::wstring JobName(const FoundFile& file) {
     return file.path.substr(file.path.rfind(L'\\') + 1);
 }
 
 }  // namespace
 
-DigestRun::DigestRun(const RootFolder& root, const std::vector<FoundFile>& files, const StopSignal& stop,
-                     Messages& messages)
+DigestRun::DigestRun(const RootFolder& root, const std::vector<FoundFile>& files, Messages& messages)
     : m_root(root),
       m_files(files),
-      m_stop(stop),
       m_messages(messages),
       m_digests(files.size()),
       m_progress(Total(files)),
       m_startedAt(GetTickCount64()) {}
 
-void DigestRun::Run(TaskWindow::Launch launch) {
+void DigestRun::Run(Threads threads, const std::stop_token& stop, std::optional<std::chrono::milliseconds> limit) {
     const StatusLine status(m_messages, [this](int columns) { return ProgressLine(columns); });
-    TaskWindow tasks(launch, FilesInHand());
+    Orvane::JobGroup group(L"Digests", FilesInHand());
+    const std::stop_callback onStop(stop, [&group] { group.Cancel(); });
+    if (limit) {
+        group.CancelAfter(*limit);
+    }
     std::size_t next = 0;
-    while (next < m_files.size() || !tasks.IsEmpty()) {
-        if (m_stop.IsSet()) {
-            tasks.CancelAll();
-            m_cancelled += m_files.size() - next;
-            next = m_files.size();
+    const auto startNext = [&] {
+        const std::wstring name = JobName(m_files[next]);
+        const auto work = [this, next] { TryDigest(next); };
+        if (threads == Threads::kPool) {
+            group.Run(name.c_str(), work);
+        } else {
+            group.RunInNewThread(name.c_str(), work);
         }
-        while (next < m_files.size() && !tasks.IsFull()) {
-            tasks.Start(next, TaskName(m_files[next]), [this, next] { DigestFile(next); });
-            ++next;
+        ++next;
+    };
+    // The group bounds its jobs on the pool. Threads of their own begin at once, so here each end starts the next one.
+    const std::size_t first = threads == Threads::kPool ? m_files.size() : FilesInHand();
+    while (next < (std::min)(first, m_files.size())) {
+        startNext();
+    }
+    for (const Orvane::EndedJob& ended : group) {
+        if (ended.error) {
+            std::rethrow_exception(ended.error);
         }
-        if (const auto ended = tasks.WaitForOne(kTick)) {
-            Settle(*ended);
+        if (next < m_files.size()) {
+            startNext();
         }
+    }
+    m_cancelled = group.Counts().cancelled;
+}
+
+// On purpose lets no FileError out: the first failure of a job ends the others of its group.
+void DigestRun::TryDigest(std::size_t index) {
+    const auto fail = [&](const FileError& error) {
+        ++m_failed;
+        m_messages.Say(ShownName(m_files[index].name) + ": " + error.Message());
+    };
+    try {
+        m_digests[index] = DigestOf(m_files[index]);
+        ++m_done;
+    } catch (const FileError& error) {
+        fail(error);
+    } catch (const std::bad_alloc&) {
+        fail(FileError("get memory", ERROR_NOT_ENOUGH_MEMORY));
     }
 }
 
-void DigestRun::DigestFile(std::size_t index) {
-    const FoundFile& file = m_files[index];
+Digest DigestRun::DigestOf(const FoundFile& file) {
     FileReader reader(m_root.OpenFile(file), file.size);
     Sha256 hash(m_algorithm);
     for (auto block = reader.Next(); !block.empty(); block = reader.Next()) {
         hash.Add(block);
         m_bytesRead += block.size();
     }
-    m_digests[index] = hash.Finish();
-}
-
-void DigestRun::Settle(const TaskWindow::Ended& ended) {
-    if (!ended.error) {
-        ++m_done;
-        return;
-    }
-    try {
-        std::rethrow_exception(ended.error);
-    } catch (const Orvane::CancelledException&) {
-        ++m_cancelled;
-    } catch (const FileError& error) {
-        ++m_failed;
-        m_messages.Say(ShownName(m_files[ended.id].name) + ": " + error.Message());
-    }
+    return hash.Finish();
 }
 
 std::string DigestRun::ProgressLine(int columns) {

@@ -27,12 +27,4 @@ std::string FileError::Message() const {
     return std::format("cannot {}: {}{}(error {})", m_action, ToUtf8(text), text.empty() ? "" : " ", m_error);
 }
 
-std::shared_ptr<Orvane::CloneableException> FileError::Clone() const {
-    return std::make_shared<FileError>(*this);
-}
-
-void FileError::Rethrow() const {
-    throw FileError(*this);
-}
-
 }  // namespace FileDigests

@@ -1,18 +1,14 @@
-// What went wrong with one file or folder: the failed action and the system's error. A task may throw it: its future
-// keeps a clone and throws that on the thread that reads the outcome.
+// What went wrong with one file or folder: the failed action and the system's error.
 #pragma once
 
 #include <windows.h>
 
 #include <exception>
-#include <memory>
 #include <string>
-
-#include "concurrency/cancellation/cloneable_exception.h"
 
 namespace FileDigests {
 
-class FileError : public std::exception, public virtual Orvane::CloneableException {
+class FileError : public std::exception {
   public:
     // `action` completes "cannot ..." and must be a literal.
     FileError(const char* action, DWORD error) : m_action(action), m_error(error) {}
@@ -26,8 +22,6 @@ class FileError : public std::exception, public virtual Orvane::CloneableExcepti
     std::string Message() const;
 
     const char* what() const noexcept override { return m_action; }
-    std::shared_ptr<Orvane::CloneableException> Clone() const override;
-    void Rethrow() const override;
 
   private:
     const char* m_action;

@@ -1,8 +1,7 @@
-// Prints the SHA-256 digest of every file below a folder: one task for each, cancelled together by Ctrl+C.
+// Prints the SHA-256 digest of every file below a folder: one job for each, cancelled together by Ctrl+C.
 #include <windows.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <format>
@@ -13,8 +12,8 @@
 #include <vector>
 
 #include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/jobs/job.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
-#include "concurrency/threadpool/global_thread_pool.h"
 #include "examples/file_digests/checksum_line.h"
 #include "examples/file_digests/digest_run.h"
 #include "examples/file_digests/file_error.h"
@@ -23,6 +22,7 @@
 #include "examples/file_digests/options.h"
 #include "examples/file_digests/output.h"
 #include "examples/file_digests/status_line.h"
+#include "examples/file_digests/stop_signal.h"
 #include "examples/file_digests/utf8.h"
 
 using namespace FileDigests;
@@ -31,34 +31,18 @@ namespace {
 
 enum ExitCode : int { kAllDone = 0, kFailed = 1, kCancelled = 2, kWrongUsage = 64 };
 
-TaskWindow::Launch LaunchFor(Threads threads) {
-    using Pool = Orvane::Internal::GlobalThreadPool;
-    return threads == Threads::kPool ? &Pool::Queue : &Pool::LaunchInNewThread;
-}
-
-// In a task, so that it can be stopped. Errors: CancelledException if it was stopped; FileError for lack of memory.
-FileList FindFilesInATask(const RootFolder& root, const Options& options, const StopSignal& stop, Messages& messages) {
+// In a job, so that it can be stopped. Errors: CancelledException if it was stopped.
+FileList FindFilesInAJob(const RootFolder& root, const Options& options, const StopSignal& stop, Messages& messages) {
     std::vector<std::wstring_view> leftOut;
     if (!options.folder) {
         leftOut = {L".git", L"build"};
     }
-    FileList list;
     std::atomic<std::size_t> found = 0;
     const StatusLine status(messages, [&found](int) { return "Looking for files: " + std::to_string(found); });
-    TaskWindow tasks(LaunchFor(options.threads), 1);
-    tasks.Start(0, L"Find files", [&] { list = FindFiles(root, leftOut, found); });
-    for (;;) {
-        const auto ended = tasks.WaitForOne(std::chrono::milliseconds(50));
-        if (ended && ended->error) {
-            std::rethrow_exception(ended->error);
-        }
-        if (ended) {
-            return list;
-        }
-        if (stop.IsSet()) {
-            tasks.CancelAll();
-        }
-    }
+    const auto find = [&] { return FindFiles(root, leftOut, found); };
+    return (options.threads == Threads::kPool ? Orvane::Run(L"Find files", stop.Token(), find)
+                                              : Orvane::RunInNewThread(L"Find files", stop.Token(), find))
+        .Get();
 }
 
 void PrintDigests(const std::vector<FoundFile>& files, const DigestRun& run) {
@@ -104,17 +88,14 @@ std::optional<RootFolder> OpenRoot(const std::wstring& folder, Messages& message
 int Run(const Options& options, Messages& messages) {
     const std::uint64_t startedAt = GetTickCount64();
     const Orvane::ConcurrencyLifetime lifetime;
-    StopSignal stop;
+    const StopSignal stop;
     const auto root = OpenRoot(options.folder.value_or(L"."), messages);
     if (!root) {
         return kFailed;
     }
-    const FileList list = FindFilesInATask(*root, options, stop, messages);
-    if (options.cancelAfter) {
-        stop.SetTimer(*options.cancelAfter);
-    }
-    DigestRun run(*root, list.files, stop, messages);
-    run.Run(LaunchFor(options.threads));
+    const FileList list = FindFilesInAJob(*root, options, stop, messages);
+    DigestRun run(*root, list.files, messages);
+    run.Run(options.threads, stop.Token(), options.cancelAfter);
     PrintDigests(list.files, run);
     return Conclude(list, run, static_cast<double>(GetTickCount64() - startedAt) / 1000, messages);
 }

@@ -2,25 +2,28 @@
 
 #include <windows.h>
 
-#include <atomic>
-
 namespace FileDigests {
 
 namespace {
 
-std::atomic<bool> g_interrupted = false;
+// On purpose never destroyed: the system's thread may be in it at the end of the process.
+std::stop_source& Source() {
+    static std::stop_source& source = *new std::stop_source;
+    return source;
+}
 
 // The system calls it on a thread of its own.
 BOOL WINAPI OnControl(DWORD control) {
     if (control != CTRL_C_EVENT && control != CTRL_BREAK_EVENT) {
         return FALSE;
     }
-    return g_interrupted.exchange(true) ? FALSE : TRUE;
+    return Source().request_stop() ? TRUE : FALSE;
 }
 
 }  // namespace
 
 StopSignal::StopSignal() {
+    Source();  // made before the system's thread may come
     SetConsoleCtrlHandler(&OnControl, TRUE);
 }
 
@@ -28,12 +31,8 @@ StopSignal::~StopSignal() {
     SetConsoleCtrlHandler(&OnControl, FALSE);
 }
 
-void StopSignal::SetTimer(std::chrono::milliseconds delay) {
-    m_deadline = GetTickCount64() + static_cast<std::uint64_t>(delay.count());
-}
-
-bool StopSignal::IsSet() const {
-    return g_interrupted || (m_deadline && GetTickCount64() >= *m_deadline);
+std::stop_token StopSignal::Token() const {
+    return Source().get_token();
 }
 
 }  // namespace FileDigests

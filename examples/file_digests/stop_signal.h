@@ -1,12 +1,10 @@
-// Whether the work shall stop: Ctrl+C or Ctrl+Break was pressed, or the time is up. The program asks; the second press
-// ends the process at once.
+// Whether the work shall stop: Ctrl+C or Ctrl+Break was pressed. The program is asked; the second press ends the process
+// at once.
 //
-// Threads: one. Lifetime: one object at a time.
+// Threads: one object at a time; its token may go anywhere. Callbacks on the token run on a thread of the system.
 #pragma once
 
-#include <chrono>
-#include <cstdint>
-#include <optional>
+#include <stop_token>
 
 namespace FileDigests {
 
@@ -17,13 +15,7 @@ class StopSignal {
     StopSignal(const StopSignal&) = delete;
     StopSignal& operator=(const StopSignal&) = delete;
 
-    // The time is up in so long from now.
-    void SetTimer(std::chrono::milliseconds delay);
-
-    bool IsSet() const;
-
-  private:
-    std::optional<std::uint64_t> m_deadline;  // in ms of the system's running time
+    std::stop_token Token() const;
 };
 
 }  // namespace FileDigests
