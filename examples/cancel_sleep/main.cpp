@@ -1,23 +1,13 @@
 #include <iostream>
-#include <thread>
 
 #include "concurrency/cancellation/cancellable_waits.h"
+#include "concurrency/jobs/job.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
-#include "concurrency/tasks/make_task.h"
-#include "concurrency/threadpool/global_thread_pool.h"
 
 int main() {
     const Orvane::ConcurrencyLifetime lifetime;
-    std::shared_ptr<Orvane::Internal::FutureImpl<void>> outcome;
-    auto nap = Orvane::MakeTask(L"Nap", [] { Orvane::CancellableSleep(3'600'000); }, outcome);
-    Orvane::Internal::GlobalThreadPool::Queue(nap);
-    while (!nap.IsBusy()) {
-        std::this_thread::yield();
-    }
+    auto nap = Orvane::Run(L"Nap", [] { Orvane::CancellableSleep(3'600'000); });
+    auto sum = Orvane::Run(L"Sum", [](int a, int b) { return a + b; }, 40, 2);
     nap.Cancel();
-    try {
-        outcome->GetValue();
-    } catch (const Orvane::CancelledException&) {
-        std::cout << "The nap of an hour was cut short.\n";
-    }
+    std::cout << "The sum is " << sum.Get() << ", and the nap of an hour is cut short.\n";
 }

@@ -11,11 +11,11 @@ std::string WithoutCarriageReturns(std::string text) {
     return text;
 }
 
-TEST(CancelSleep, WakesTheSleeperAndReadsItsCancellation) {
+TEST(CancelSleep, ReadsAValueAndEndsLongBeforeTheNap) {
     const ChildResult result = RunChild("cancel_sleep");
 
     EXPECT_EQ(result.exitCode, 0U);
-    EXPECT_EQ(WithoutCarriageReturns(result.standardOutput), "The nap of an hour was cut short.\n");
+    EXPECT_EQ(WithoutCarriageReturns(result.standardOutput), "The sum is 42, and the nap of an hour is cut short.\n");
 }
 
 }  // namespace
