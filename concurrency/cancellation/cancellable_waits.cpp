@@ -1,9 +1,11 @@
 #include "concurrency/cancellation/cancellable_waits.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <memory>
 
+#include "concurrency/base/thread_time.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/current_task.h"
@@ -76,7 +78,21 @@ HandleOutcome WaitForSeveral(DWORD count, const HANDLE* handles, DWORD milliseco
     return WaitForAny(count + 1, all.get(), milliseconds, *event);
 }
 
+// In the time that the thread lives in, which has no early wake-ups.
+WaitResult SleepInTime(Internal::ThreadTime& time, DWORD milliseconds) {
+    return Internal::WaitUnlessCancelled([&time, milliseconds] {
+        const auto run = Internal::GetCancellationObject();
+        const auto deadline = milliseconds == INFINITE ? (Internal::MonotonicClock::time_point::max)()
+                                                       : time.Now() + std::chrono::milliseconds(milliseconds);
+        time.Block([&run] { return run && run->IsRequested(); }, deadline);
+        return true;
+    });
+}
+
 WaitResult SleepUnlessCancelled(DWORD milliseconds) {
+    if (Internal::ThreadTime* const time = Internal::ThreadTime::OfThisThread()) {
+        return SleepInTime(*time, milliseconds);
+    }
     const auto notifier = SleepNotificationAdapter::CreateInstance();
     return static_cast<SleepNotificationAdapter&>(*notifier).SleepUnlessCancelled(milliseconds);
 }

@@ -5,11 +5,13 @@
 #include "concurrency/base/report.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
+#include "concurrency/jobs/job.h"
 #include "concurrency/jobs/job_exceptions.h"
+#include "concurrency/jobs/job_launch.h"
 #include "concurrency/jobs/pool_starter.h"
+#include "concurrency/jobs/virtual_run.h"
 #include "concurrency/scheduler/schedule.h"
 #include "concurrency/tasks/failure_handler.h"
-#include "concurrency/threadpool/global_pool_queue.h"
 
 namespace Orvane::Internal {
 
@@ -299,7 +301,7 @@ void GroupCore::AddInNewThread(const std::shared_ptr<JobState>& job) {
         return;
     }
     try {
-        LaunchForJob(Task(job->Name()->text.c_str(), job));
+        Launch(Task(job->Name()->text.c_str(), job), Place::NewThread);
     } catch (...) {
         job->GiveUp();
         throw;
@@ -352,7 +354,7 @@ void GroupCore::StartRunner() noexcept {
     }
     try {
         const Task runner(m_name->text.c_str(), std::make_shared<GroupRunner>(shared_from_this()));
-        if (!TryQueue(runner)) {
+        if (!Launch(runner, Place::PoolIfItHasRoom)) {
             QueueInBackground(
                 runner, [self = shared_from_this()](const std::exception_ptr& error) { self->StartHasFailed(error); });
         }
@@ -652,7 +654,7 @@ void GroupCore::ReportUnread() noexcept {
 }
 
 void GroupCore::AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start,
-                            const Duration& interval) {
+                            const Duration& delay, const Duration& interval) {
     std::list<std::shared_ptr<GroupSchedule>> node{schedule};
     {
         const RankedLock lock(m_mutex);
@@ -664,16 +666,7 @@ void GroupCore::AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, cons
         ++m_activeSchedules;
     }
     try {
-        // Weakly: the schedule has the tracker, whose task has the callable.
-        std::optional<Tracker> tracker =
-            Orvane::Schedule(schedule->name->text.c_str(), start, interval,
-                             [group = weak_from_this(), weak = std::weak_ptr<GroupSchedule>(schedule)] {
-                                 const auto self = group.lock();
-                                 const auto due = weak.lock();
-                                 if (self && due) {
-                                     self->RunScheduled(due);
-                                 }
-                             });
+        std::optional<Tracker> tracker = StartSchedule(schedule, start, delay, interval);
         const RankedLock lock(m_mutex);
         schedule->tracker.swap(tracker);
     } catch (...) {
@@ -683,6 +676,26 @@ void GroupCore::AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, cons
         throw;
     }
     CancelEnded(*schedule);
+}
+
+Tracker GroupCore::StartSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start,
+                                 const Duration& delay, const Duration& interval) {
+    // Weakly: the schedule has the tracker, whose task has the callable.
+    const auto runOnce = [group = weak_from_this(), weak = std::weak_ptr<GroupSchedule>(schedule)] {
+        const auto self = group.lock();
+        const auto due = weak.lock();
+        return self && due && self->RunScheduled(due);
+    };
+    VirtualRun* const run = VirtualRun::OfThisThread();
+    if (run == nullptr) {
+        return Orvane::Schedule(schedule->name->text.c_str(), start, interval,
+                                [runOnce] { static_cast<void>(runOnce()); });
+    }
+    run->AddTimer(DeadlineAfter(ToNanoseconds(delay)), [runOnce, interval] {
+        const bool goesOn = runOnce() && interval > Duration::zero();
+        return goesOn ? DeadlineAfter(ToNanoseconds(interval)) : VirtualRun::kNever;
+    });
+    return {};
 }
 
 // Needs m_mutex. Its tracker is cancelled later, without the lock.
@@ -711,19 +724,20 @@ void GroupCore::CancelEnded(GroupSchedule& schedule) noexcept {
 }
 
 // On a worker, when a run is due. It does no more than add a job, so that a tracker never has to wait for the work itself.
-void GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
+// Returns whether the schedule is active.
+bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
     bool isSkipped = false;
     {
         const RankedLock lock(m_mutex);
         if (!schedule->isActive) {
-            return;
+            return false;
         }
         isSkipped = std::exchange(schedule->isUnderWay, true);
     }
     if (isSkipped) {
         ReportNoThrow(4, 4, L"Concurrency.Job", L"Job [%s] skips a run: the one before has not ended",
                       schedule->name->text.c_str());
-        return;
+        return true;
     }
     try {
         const auto work = [schedule] { schedule->work(); };
@@ -738,6 +752,7 @@ void GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
         const RankedLock lock(m_mutex);
         schedule->isUnderWay = false;
     }
+    return true;
 }
 
 }  // namespace Orvane::Internal

@@ -79,7 +79,8 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     void CancelReservation() noexcept;
 
     // Nothing in a spent group.
-    void AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start, const Duration& interval);
+    void AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start, const Duration& delay,
+                     const Duration& interval);
 
     // The failure counts as that of a job of the group which has the name.
     void Fail(const std::shared_ptr<const JobName>& name, const std::exception_ptr& error) noexcept;
@@ -148,7 +149,9 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     bool CountFailure(std::list<Failed>& failed) noexcept ORVANE_REQUIRES(m_mutex);
     void EndSchedule(GroupSchedule& schedule) ORVANE_REQUIRES(m_mutex);
     void CancelEnded(GroupSchedule& schedule) noexcept;
-    void RunScheduled(const std::shared_ptr<GroupSchedule>& schedule);
+    Tracker StartSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start, const Duration& delay,
+                          const Duration& interval);
+    bool RunScheduled(const std::shared_ptr<GroupSchedule>& schedule);
 
     const std::shared_ptr<RunRecord> m_owner;
     const std::shared_ptr<const JobName> m_name;

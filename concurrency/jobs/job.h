@@ -75,6 +75,9 @@ std::chrono::nanoseconds ToNanoseconds(const std::chrono::duration<Rep, Period>&
 template <typename Clock, typename ClockDuration, typename WaitFor>
 bool WaitUntilTime(const std::chrono::time_point<Clock, ClockDuration>& deadline, WaitFor waitFor) {
     constexpr std::chrono::seconds kLongestSlice{1};
+    if (IsInVirtualTime()) {
+        return waitFor(ToNanoseconds(deadline - Clock::now()));  // that clock stands still meanwhile
+    }
     for (;;) {
         const auto now = Clock::now();
         if (now >= deadline) {

@@ -44,14 +44,14 @@ void JobGroup::AddInNewThread(const Internal::JobRef& job) {
     m_core->AddInNewThread(job.State());
 }
 
-void JobGroup::AddSchedule(const wchar_t* name, const TimePoint& start, const Duration& interval,
+void JobGroup::AddSchedule(const wchar_t* name, const TimePoint& start, const Duration& delay, const Duration& interval,
                            std::function<void()> work, OnFailure onFailure) {
     const auto schedule = std::make_shared<Internal::GroupSchedule>();
     schedule->work = std::move(work);
     schedule->name = std::make_shared<const Internal::JobName>(name, m_core->Name());
     schedule->onFailure = onFailure;
     schedule->isRecurrent = interval != Duration::zero();
-    m_core->AddSchedule(schedule, start, interval);
+    m_core->AddSchedule(schedule, start, delay, interval);
 }
 
 void JobGroup::Wait() {

@@ -117,7 +117,7 @@ class ORVANE_CONCURRENCY_API JobGroup {
     template <typename When, typename Rep, typename Period, typename F>
     void Schedule(const wchar_t* name, const When& when, const std::chrono::duration<Rep, Period>& interval,
                   F&& callable, OnFailure onFailure = OnFailure::GoOn) {
-        AddSchedule(name, ScheduleAccess::StartOf(when), ScheduleAccess::ToTicks(interval),
+        AddSchedule(name, ScheduleAccess::StartOf(when), DelayOf(when), ScheduleAccess::ToTicks(interval),
                     std::function<void()>(std::forward<F>(callable)), onFailure);
     }
 
@@ -215,8 +215,18 @@ class ORVANE_CONCURRENCY_API JobGroup {
     Internal::JobRef MakeJob(const wchar_t* name, const Internal::JobBodyType& type);
     void Add(const Internal::JobRef& job);
     void AddInNewThread(const Internal::JobRef& job);
-    void AddSchedule(const wchar_t* name, const TimePoint& start, const Duration& interval, std::function<void()> work,
-                     OnFailure onFailure);
+    // Of a schedule, as the caller said it.
+    template <typename Rep, typename Period>
+    static Duration DelayOf(const std::chrono::duration<Rep, Period>& delay) {
+        return ScheduleAccess::ToTicks(delay);
+    }
+    template <typename ClockDuration>
+    static Duration DelayOf(const std::chrono::time_point<std::chrono::system_clock, ClockDuration>& start) {
+        return ScheduleAccess::ToTicks(start - std::chrono::system_clock::now());
+    }
+
+    void AddSchedule(const wchar_t* name, const TimePoint& start, const Duration& delay, const Duration& interval,
+                     std::function<void()> work, OnFailure onFailure);
     bool WaitForTicks(std::chrono::nanoseconds timeout);
     void CancelAfterTicks(std::chrono::nanoseconds limit);
     bool NextEnded(EndedJob& ended);

@@ -7,12 +7,13 @@
 #include <vector>
 
 #include "concurrency/base/module_function.h"
+#include "concurrency/base/thread_time.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/cancellation/current_task_slot.h"
+#include "concurrency/jobs/job_launch.h"
 #include "concurrency/jobs/job_state.h"
 #include "concurrency/jobs/notifier_scope.h"
-#include "concurrency/threadpool/global_pool_queue.h"
 
 namespace Orvane::Internal {
 
@@ -142,11 +143,11 @@ void JobRef::MarkBuilt() const noexcept {
 }
 
 void JobRef::StartOnPool(const std::stop_token& token) const {
-    StartJob(m_state, token, [](const Task& task) { QueueOrFail(task); });
+    StartJob(m_state, token, [](const Task& task) { Launch(task, Place::Pool); });
 }
 
 void JobRef::StartInNewThread(const std::stop_token& token) const {
-    StartJob(m_state, token, [](const Task& task) { LaunchForJob(task); });
+    StartJob(m_state, token, [](const Task& task) { Launch(task, Place::NewThread); });
 }
 
 void JobRef::StartUnowned() const {
@@ -226,6 +227,10 @@ void JobRef::LetGo() noexcept {
     if (const auto job = std::exchange(m_state, nullptr)) {
         job->LetGo();
     }
+}
+
+bool IsInVirtualTime() noexcept {
+    return ThreadTime::OfThisThread() != nullptr;
 }
 
 bool IsProcessEnding() noexcept {

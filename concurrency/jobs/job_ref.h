@@ -85,6 +85,9 @@ ORVANE_CONCURRENCY_API std::size_t FirstNotDone(const JobRef* const* jobs, std::
 ORVANE_CONCURRENCY_API std::size_t WaitForAny(const JobRef* const* jobs, std::size_t count,
                                               std::chrono::nanoseconds timeout);
 
+// Whether the calling thread lives in virtual time (testing.h).
+ORVANE_CONCURRENCY_API bool IsInVirtualTime() noexcept;
+
 // Whether the process is being ended: other threads are gone, and nothing can be waited for.
 ORVANE_CONCURRENCY_API bool IsProcessEnding() noexcept;
 

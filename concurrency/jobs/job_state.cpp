@@ -3,6 +3,7 @@
 #include <new>
 #include <system_error>
 
+#include "concurrency/base/thread_time.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
@@ -126,7 +127,7 @@ void JobState::operator()() {
     if (!Claim(Phase::Running)) {
         return;
     }
-    m_since = MonotonicClock::now();
+    m_since = ThreadNow();
     m_thread = ::GetCurrentThreadId();
     Call();
     m_phase = Phase::Ending;
@@ -200,7 +201,7 @@ void JobState::PublishEnd() noexcept {
     const RankedLock lock(m_shard.mutex);
     Delist(*this);
     m_thread = 0;
-    m_endTime = MonotonicClock::now();
+    m_endTime = ThreadNow();
     m_phase = Phase::Ended;
     if (m_extras && m_extras->ended) {
         SetEvent(m_extras->ended->Handle());
@@ -251,7 +252,7 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
         }
     }
     if (Claim(Phase::Ending)) {
-        m_since = MonotonicClock::now();
+        m_since = ThreadNow();
         m_thread = ::GetCurrentThreadId();
         m_neverRuns = true;
         asked.Add(shared_from_this());

@@ -8,6 +8,7 @@
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/wait.h"
+#include "concurrency/jobs/virtual_run.h"
 
 namespace Orvane::Internal {
 
@@ -119,13 +120,30 @@ LimitThread& TheThread() {
 
 }  // namespace
 
+// Those of a virtual run have these numbers, and are its timers.
+constexpr std::uint64_t kVirtual = std::uint64_t{1} << 63;
+
 TimeLimit AddTimeLimit(std::weak_ptr<Cancellable> target, MonotonicClock::time_point when) {
+    if (VirtualRun* const run = VirtualRun::OfThisThread()) {
+        const std::uint64_t number = run->AddTimer(when, [target = std::move(target)] {
+            if (const auto live = target.lock()) {
+                AskToLeave(*live, {CancelCause::Limit, nullptr});
+            }
+            return VirtualRun::kNever;
+        });
+        return {when, number | kVirtual};
+    }
     return TheThread().Add(std::move(target), when);
 }
 
 void RemoveTimeLimit(const TimeLimit& limit) noexcept {
-    if (limit.number != 0) {
+    if (limit.number == 0) {
+        return;
+    }
+    if ((limit.number & kVirtual) == 0) {
         TheThread().Remove(limit);
+    } else if (VirtualRun* const run = VirtualRun::OfThisThread()) {
+        run->RemoveTimer(limit.number & ~kVirtual);
     }
 }
 
