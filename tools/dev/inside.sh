@@ -13,7 +13,7 @@ configure() {
         cmake --preset "cross-$kind" -DZARVO_WARNINGS_AS_ERRORS=ON "$@"
 }
 
-# The benchmarks too: they are run seldom, and must not have stopped working when they are.
+# With targets for the benchmarks, which are built only with "benchmarks".
 configure_debug() { configure debug -DZARVO_BUILD_BENCH=ON; }
 
 # compile debug|release [TARGET...]
@@ -26,6 +26,7 @@ compile() {
 
 build() {
     configure_debug
+    [ $# != 0 ] || set -- all benchmarks
     compile debug "$@"
     finish "build: build/debug is up to date"
 }
@@ -45,11 +46,20 @@ test_room() {
         start_wine
         run_tests "build/debug/tests/$room" "$@"
     else
-        compile debug
+        # The benchmarks too: they are run seldom, and must not have stopped working when they are.
+        compile debug all benchmarks
         start_wine
         [ -z "$room" ] || require_label "$room"
         run_tests build/debug ${room:+--label-regex "^$room\$"} "$@"
     fi
+}
+
+# All tests that need nothing but the tests: not those of the package and of the benchmarks.
+test_most() {
+    configure_debug
+    compile debug
+    start_wine
+    run_tests build/debug --label-exclude '^(package|bench)$'
 }
 
 require_label() {

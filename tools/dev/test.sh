@@ -9,7 +9,7 @@ test_all() {
     fi
     [ $# = 0 ] || { inside_only test "$@"; return; }
     ensure_sanitize_root # before minutes are spent on building
-    inside_only test --label-exclude '^package$'
+    inside_only test_most
     local passed=$(grep --count 'status="run"' build/debug/test-report.xml)
     release build # for those who only build
     sanitize --short
