@@ -327,7 +327,7 @@ void GroupCore::CancelReservation() noexcept {
 
 // Needs m_mutex: for a job that waits. Those that want theirs again come first.
 bool GroupCore::HasSlot() const {
-    return m_bound - m_retakers > m_slots || m_bound == Unbounded;
+    return m_slots + m_retakers < m_bound;
 }
 
 void GroupCore::FreeSlot() {
@@ -751,6 +751,9 @@ bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
                       failure.what());
         const RankedLock lock(m_mutex);
         schedule->isUnderWay = false;
+        if (!schedule->isRecurrent) {
+            EndSchedule(*schedule);
+        }
     }
     return true;
 }

@@ -255,6 +255,7 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
         m_since = ThreadNow();
         m_thread = ::GetCurrentThreadId();
         m_neverRuns = true;
+        m_future.RequestCancelQuietly();  // its task does not say that it has started
         asked.Add(shared_from_this());
         return;
     }
