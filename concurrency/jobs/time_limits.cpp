@@ -70,11 +70,12 @@ class LimitThread {
         RankedLock lock(m_mutex);
         while (WaitForLimit(lock)) {
             const auto first = m_limits.begin();
-            const std::shared_ptr<Cancellable> target = first->second.lock();
+            std::shared_ptr<Cancellable> target = first->second.lock();
             m_limits.erase(first);
             if (target) {
                 const ReleasedLock released(lock, m_mutex);
                 AskToLeave(*target, {CancelCause::Limit, nullptr});
+                target.reset();  // here: it may be the last reference, to failures of a group, too
             }
         }
         m_isRunning = false;
