@@ -81,7 +81,13 @@ void JobState::SetReader(Reader reader) noexcept {
 
 void JobState::Enlist() {
     Internal::Enlist(*this);
-    if (m_owner && !m_owner->Add(*this)) {
+    if (!m_owner) {
+        return;
+    }
+    const bool isOwnerAsked = !m_owner->Add(*this);
+    if (!IsWaiting()) {
+        m_owner->Remove(*this);  // the last uninitialisation has asked it, and it may have ended before it was there
+    } else if (isOwnerAsked) {
         AskToLeave(*this, {CancelCause::Parent, m_owner->Name()});
     }
 }
