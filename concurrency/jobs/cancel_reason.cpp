@@ -12,7 +12,7 @@ std::wstring ToText(const CancelReason& reason) {
         case CancelCause::GroupFailure: return L"asked by the failure of " + reason.by;
         case CancelCause::Limit: return L"asked by its time limit";
         case CancelCause::Token: return L"asked by its stop token";
-        case CancelCause::Task: return L"asked with its task";
+        case CancelCause::Task: return L"asked through its future";
         case CancelCause::Shutdown: return L"asked by the last uninitialisation";
     }
     return {};

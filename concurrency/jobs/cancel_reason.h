@@ -16,7 +16,7 @@ enum class CancelCause {
     GroupFailure,  // another job of its group has failed
     Limit,         // CancelAfter()
     Token,         // the std::stop_token that it was started with
-    Task,          // a stated task or tracker that runs it was cancelled
+    Task,          // through the future of its run, as a request that another task passes on
     Shutdown,      // the last uninitialisation
 };
 

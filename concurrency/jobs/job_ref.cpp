@@ -215,7 +215,7 @@ void JobRef::Drop() noexcept {
         job->Release();
         return;
     }
-    AskToLeave(*job, {CancelCause::Dropped, nullptr});
+    AskToLeave(*job, job->DropReason());
     AwaitedJob awaited(*job);
     if (job->IsOnThisThread() || WaitToTheEnd(awaited) == JobWaitResult::Ring) {
         job->LetGo();

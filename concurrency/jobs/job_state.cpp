@@ -7,6 +7,8 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
+#include "concurrency/cancellation/current_task.h"
+#include "concurrency/cancellation/current_task_slot.h"
 #include "concurrency/jobs/job_exceptions.h"
 #include "concurrency/tasks/failure_handler.h"
 #include "concurrency/tasks/task_wrapper.h"
@@ -186,6 +188,7 @@ void JobState::End(bool hasRun) noexcept {
         m_owner->Remove(*this);
     }
     DiscardIfUnread();
+    KeepReason();
     switch (m_outcome) {
         case JobOutcome::Done: m_future.Complete(); break;
         case JobOutcome::Failed: m_future.Fail(); break;
@@ -200,6 +203,15 @@ void JobState::End(bool hasRun) noexcept {
     TidyUp();
     if (m_group) {
         m_group->GoOn(hasRun);
+    }
+}
+
+// A request that came through the future, not through Ask(), has left no reason yet.
+void JobState::KeepReason() noexcept {
+    if (m_outcome != JobOutcome::Done) {
+        const AskReason reason = Reason();
+        const RankedLock lock(m_shard.mutex);
+        m_reason = reason;
     }
 }
 
@@ -286,8 +298,18 @@ std::shared_ptr<RunRecord> JobState::Record() {
 }
 
 AskReason JobState::Reason() const {
+    const bool isAsked = m_future.IsCancelling();
     const RankedLock lock(m_shard.mutex);
+    if (m_reason.cause == CancelCause::None && isAsked) {
+        return {CancelCause::Task, nullptr};
+    }
     return m_reason;
+}
+
+AskReason JobState::DropReason() const noexcept {
+    const auto run = CurrentFuture();
+    const bool isByOwner = m_owner && run && run->GetCompanion() == m_owner && IsCancellationRequested();
+    return isByOwner ? AskReason{CancelCause::Parent, m_owner->Name()} : AskReason{CancelCause::Dropped, nullptr};
 }
 
 bool JobState::IsOnThisThread() const noexcept {

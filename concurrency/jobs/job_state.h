@@ -101,6 +101,9 @@ class JobState final : public ITaskState, public Cancellable, public std::enable
     bool IsEnded() const noexcept { return m_phase.load(std::memory_order_acquire) == Phase::Ended; }
     AskReason Reason() const;
 
+    // For the handle's destructor. A run that was asked drops what it owns, perhaps before the request has come to all of it.
+    AskReason DropReason() const noexcept;
+
     // Only when it has ended.
     JobOutcome Outcome() const noexcept { return m_outcome; }
     MonotonicClock::time_point EndTime() const noexcept { return m_endTime; }
@@ -141,6 +144,7 @@ class JobState final : public ITaskState, public Cancellable, public std::enable
     bool Claim(Phase to) noexcept;
     void Call() noexcept;
     void End(bool hasRun) noexcept;
+    void KeepReason() noexcept;
     void TidyUp() noexcept;
     void DiscardIfUnread() noexcept;
     std::shared_ptr<RunRecord> Record();
