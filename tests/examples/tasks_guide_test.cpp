@@ -2,16 +2,11 @@
 #include <gtest/gtest.h>
 #include <guiddef.h>
 
-#include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <stdexcept>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include "concurrency/cancellation/cloneable_exception.h"
 #include "concurrency/errors/exceptions.h"
@@ -23,7 +18,6 @@
 
 namespace {
 
-using namespace std::chrono_literals;
 using namespace Zarvo::Test;
 
 constexpr GUID kPrinting = {0x5d6f0a11, 0x7c52, 0x4b0e, {0x9a, 0x31, 0x10, 0x22, 0x5e, 0x77, 0x4c, 0x02}};
@@ -57,36 +51,6 @@ class TasksGuide : public testing::Test {
     std::atomic<int> m_calls = 0;
     const Orvane::ConcurrencyLifetime m_lifetime;  // ends before what the tasks use
 };
-
-TEST_F(TasksGuide, AWindowBoundsHowManyTasksAreUnderWay) {
-    using Page = int;
-    const std::vector<Page> pages(100);
-    std::atomic<int> printing = 0;
-    std::atomic<int> printed = 0;
-    std::atomic<int> most = 0;
-    const auto Print = [&](Page) {
-        most = std::max<int>(most, ++printing);
-        std::this_thread::sleep_for(2ms);  // shows that no ninth comes in
-        ++printed;
-        --printing;
-    };
-
-    std::deque<std::shared_ptr<Orvane::Internal::FutureImpl<void>>> window;
-    for (const Page& page : pages) {
-        if (window.size() == 8) {
-            window.front()->GetValue();
-            window.pop_front();
-        }
-        Orvane::Internal::GlobalThreadPool::Queue(
-            Orvane::MakeTask(L"Page", [&Print, page] { Print(page); }, window.emplace_back()));
-    }
-    for (const auto& outcome : window) {
-        outcome->GetValue();
-    }
-
-    EXPECT_EQ(printed, 100);
-    EXPECT_LE(most, 8);
-}
 
 TEST_F(TasksGuide, AnErrorArrivesAsTheClassThatIsRegisteredForItsCode) {
     try {
