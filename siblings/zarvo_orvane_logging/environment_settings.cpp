@@ -45,13 +45,8 @@ void ChooseSink(const std::wstring& value, EnvironmentSettings& settings) {
         ChooseFile(value.c_str() + kFilePrefix.size(), settings);
     } else if (value == L"stderr") {
         settings.sink = Sink::StandardError;
-    } else if (value == L"debugger") {
-        settings.sink = Sink::Debugger;
-    } else if (value == L"record") {
-        settings.sink = Sink::Recording;
     } else if (!value.empty() && value != L"none") {
-        Explain(L"ZARVO_LOG: \"" + value +
-                L"\" is not one of none, stderr, debugger, record and file:PATH. It is ignored.");
+        Explain(L"ZARVO_LOG: \"" + value + L"\" is not one of none, stderr and file:PATH. It is ignored.");
     }
 }
 

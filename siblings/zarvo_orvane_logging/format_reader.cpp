@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <cwchar>
 
 namespace Orvane::Reports {
@@ -13,7 +12,7 @@ namespace {
 constexpr const wchar_t* kFormatWithNarrowText =
     L"Task reschedule failed in thread [0x%x (%d)] of process [0x%x (%d)]. %s";
 
-// Keeps a width or precision that came out of a wrong argument from filling the log.
+// Keeps a wrong width or precision from filling the log.
 constexpr int kMaximumPadding = 4096;
 
 }  // namespace
@@ -49,10 +48,6 @@ bool FormatReader::ReadConversion(FormatPiece& piece) noexcept {
     Conversion& conversion = piece.conversion;
     ReadFlags(conversion);
     conversion.width = ReadNumber();
-    if (conversion.width < 0) {
-        conversion.leftAligned = true;
-        conversion.width = -conversion.width;
-    }
     if (Skip(L'.')) {
         conversion.precision = ReadNumber();
     }
@@ -66,19 +61,13 @@ void FormatReader::ReadFlags(Conversion& conversion) noexcept {
         switch (*m_cursor) {
             case L'-': conversion.leftAligned = true; break;
             case L'0': conversion.zeroPadded = true; break;
-            case L'+': conversion.plusSign = true; break;
-            case L' ': conversion.spaceSign = true; break;
-            case L'#': conversion.alternate = true; break;
             default: return;
         }
     }
 }
 
-// A width or a precision: digits, an argument for `*`, or 0 when there is none.
+// A width or a precision: digits, or 0 when there are none.
 int FormatReader::ReadNumber() noexcept {
-    if (Skip(L'*')) {
-        return std::clamp(va_arg(m_arguments, int), -kMaximumPadding, kMaximumPadding);
-    }
     int number = 0;
     for (; *m_cursor >= L'0' && *m_cursor <= L'9'; ++m_cursor) {
         number = std::min(10 * number + (*m_cursor - L'0'), kMaximumPadding);
@@ -88,7 +77,7 @@ int FormatReader::ReadNumber() noexcept {
 
 FormatReader::Size FormatReader::ReadSize() noexcept {
     if (Skip(L'h')) {
-        return Skip(L'h') ? Size::Byte : Size::Short;
+        return Size::Short;
     }
     if (Skip(L'l')) {
         return Skip(L'l') ? Size::LongLong : Size::Long;
@@ -97,9 +86,8 @@ FormatReader::Size FormatReader::ReadSize() noexcept {
         m_cursor += 3;
         return Size::LongLong;
     }
-    static_assert(sizeof(std::size_t) == sizeof(long long) && sizeof(std::ptrdiff_t) == sizeof(long long) &&
-                  sizeof(std::intmax_t) == sizeof(long long));
-    return Skip(L'z') || Skip(L't') || Skip(L'j') ? Size::LongLong : Size::Normal;
+    static_assert(sizeof(std::size_t) == sizeof(long long));
+    return Skip(L'z') ? Size::LongLong : Size::Normal;
 }
 
 bool FormatReader::TakeValue(FormatPiece& piece, Size size) noexcept {
@@ -108,15 +96,8 @@ bool FormatReader::TakeValue(FormatPiece& piece, Size size) noexcept {
         case L'i': piece.value = TakeSigned(size); return true;
         case L'u':
         case L'x':
-        case L'X':
-        case L'o': piece.value = TakeUnsigned(size); return true;
+        case L'X': piece.value = TakeUnsigned(size); return true;
         case L'c': piece.value = static_cast<long long>(static_cast<wchar_t>(va_arg(m_arguments, int))); return true;
-        case L'f':
-        case L'F':
-        case L'e':
-        case L'E':
-        case L'g':
-        case L'G': piece.value = va_arg(m_arguments, double); return true;
         case L'p': piece.value = static_cast<const void*>(va_arg(m_arguments, void*)); return true;
         case L's':
             piece.value = TakeText(size == Size::Short || (m_plainTextIsNarrow && size == Size::Normal));
@@ -128,7 +109,6 @@ bool FormatReader::TakeValue(FormatPiece& piece, Size size) noexcept {
 
 long long FormatReader::TakeSigned(Size size) noexcept {
     switch (size) {
-        case Size::Byte: return static_cast<signed char>(va_arg(m_arguments, int));
         case Size::Short: return static_cast<short>(va_arg(m_arguments, int));
         case Size::Normal: return va_arg(m_arguments, int);
         case Size::Long: return va_arg(m_arguments, long);
@@ -139,7 +119,6 @@ long long FormatReader::TakeSigned(Size size) noexcept {
 
 unsigned long long FormatReader::TakeUnsigned(Size size) noexcept {
     switch (size) {
-        case Size::Byte: return static_cast<unsigned char>(va_arg(m_arguments, unsigned));
         case Size::Short: return static_cast<unsigned short>(va_arg(m_arguments, unsigned));
         case Size::Normal: return va_arg(m_arguments, unsigned);
         case Size::Long: return va_arg(m_arguments, unsigned long);

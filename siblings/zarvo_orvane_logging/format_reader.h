@@ -13,16 +13,13 @@ namespace Orvane::Reports {
 struct Conversion {
     bool leftAligned = false;
     bool zeroPadded = false;
-    bool plusSign = false;
-    bool spaceSign = false;
-    bool alternate = false;
     int width = 0;
     int precision = -1;  // negative: not given
     wchar_t type = L'\0';
 };
 
 using FormatValue =
-    std::variant<std::monostate, long long, unsigned long long, double, const void*, const wchar_t*, const char*>;
+    std::variant<std::monostate, long long, unsigned long long, const void*, const wchar_t*, const char*>;
 
 // Literal text when `value` is empty, otherwise a conversion.
 struct FormatPiece {
@@ -45,7 +42,7 @@ class FormatReader {
     bool Next(FormatPiece& piece) noexcept;
 
   private:
-    enum class Size { Byte, Short, Normal, Long, LongLong };
+    enum class Size { Short, Normal, Long, LongLong };
 
     bool ReadConversion(FormatPiece& piece) noexcept;
     void ReadFlags(Conversion& conversion) noexcept;

@@ -42,13 +42,6 @@ class GrowingText {
     // Ends the text with `ending`, in any case. If something was dropped, a remark comes before it.
     void Close(View ending) noexcept;
 
-    // The text up to a zero, which takes the place of an ending.
-    [[nodiscard]] const Char* Terminated() noexcept {
-        constexpr Char kZero{};
-        Close({&kZero, 1});
-        return m_data;
-    }
-
     [[nodiscard]] View Text() const noexcept { return {m_data, m_size}; }
 
   private:

@@ -74,16 +74,9 @@ std::string InUtf8(const std::wstring& text) {
 }  // namespace
 
 void WriteToStandardError(std::wstring_view line) noexcept {
-    HANDLE const standardError = GetStdHandle(STD_ERROR_HANDLE);
-    DWORD mode = 0;
-    if (GetConsoleMode(standardError, &mode) != FALSE) {
-        DWORD written = 0;
-        WriteConsoleW(standardError, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
-        return;
-    }
     Utf8Text bytes;
     EncodeUtf8(line, bytes);
-    WriteWhole(standardError, bytes.Text());
+    WriteWhole(GetStdHandle(STD_ERROR_HANDLE), bytes.Text());
 }
 
 LineFile::LineFile(const wchar_t* path) {

@@ -9,8 +9,7 @@
 
 namespace Orvane::Reports {
 
-// Writes the line in one piece, as wide text to a console and in UTF-8 to anything else. A process without standard
-// error has nowhere to show it.
+// Writes the line in one piece and in UTF-8. A process without standard error has nowhere to show it.
 void WriteToStandardError(std::wstring_view line) noexcept;
 
 // A file that lines are appended to, by this process and by others at the same time.

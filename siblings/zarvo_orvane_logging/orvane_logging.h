@@ -15,8 +15,7 @@ class ZARVO_ORVANE_LOGGING_API OrvaneLogging {
     // Where records go, the file aside (SetFileSink).
     enum class Sink {
         None,           // nowhere; a report costs one read of an atomic number
-        StandardError,  // UTF-8 lines, or wide text when standard error is a console
-        Debugger,       // OutputDebugStringW
+        StandardError,  // in UTF-8
         Recording,      // kept in memory, for tests: see report_recording.h
     };
 
@@ -24,7 +23,8 @@ class ZARVO_ORVANE_LOGGING_API OrvaneLogging {
     OrvaneLogging(const OrvaneLogging&) = delete;
     OrvaneLogging& operator=(const OrvaneLogging&) = delete;
 
-    // Writes one record: `format` is a wide printf format (%s takes wide text, %hs narrow), with its arguments.
+    // Writes one record: `format` is a wide printf format without real and octal numbers (%s takes wide text, %hs
+    // narrow), with its arguments.
     // `severity` is 1 for the course of things, 4 for a failure that is survived, 8 for the last words of a process.
     // `kind` groups records as their author sees fit.
     //

@@ -59,7 +59,7 @@ void ReportDispatcher::Dispatch(int severity, int kind, const wchar_t* category,
 void ReportDispatcher::Deliver(const PendingReport& report, va_list arguments) noexcept {
     WideText line;
     ComposeLine(report, line);
-    std::unique_lock lock(m_lock);
+    const std::lock_guard lock(m_lock);
     if (m_file.IsOpen()) {
         if (!m_file.Append(line.Text())) {
             WriteToStandardError(line.Text());
@@ -74,10 +74,6 @@ void ReportDispatcher::Deliver(const PendingReport& report, va_list arguments) n
                 WriteToStandardError(line.Text());
             }
             return;
-        case OrvaneLogging::Sink::Debugger:
-            // An exception handler that sees the text go by may report something itself.
-            lock.unlock();
-            return OutputDebugStringW(line.Terminated());
     }
 }
 

@@ -1,7 +1,6 @@
 #include "zarvo_orvane_logging/report_format.h"
 
 #include <algorithm>
-#include <bit>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
@@ -19,10 +18,6 @@
 namespace Orvane::Reports {
 
 namespace {
-
-// A double with this many digits before and after its point fits into the buffer of AppendReal.
-constexpr int kMaximumRealPrecision = 100;
-constexpr std::size_t kRealCapacity = std::numeric_limits<double>::max_exponent10 + kMaximumRealPrecision + 8;
 
 // How many characters of a text may be read: up to its end, or up to the precision, which then needs no end.
 template <typename Char>
@@ -48,31 +43,21 @@ void AppendPadded(const Conversion& conversion, std::wstring_view body, WideText
     text.Append(conversion.leftAligned ? padding : 0, L' ');
 }
 
-// A number: sign or base, zeros up to precision or width, digits.
-void AppendNumber(const Conversion& conversion, std::wstring_view prefix, std::string_view digits, std::size_t zeros,
+// A number: sign, zeros up to precision or width, digits.
+void AppendNumber(const Conversion& conversion, std::wstring_view sign, std::string_view digits, std::size_t zeros,
                   WideText& text) noexcept {
-    std::size_t padding = PaddingFor(conversion, prefix.size() + zeros + digits.size());
+    std::size_t padding = PaddingFor(conversion, sign.size() + zeros + digits.size());
     if (conversion.zeroPadded && !conversion.leftAligned) {
         zeros += padding;
         padding = 0;
     }
     text.Append(conversion.leftAligned ? 0 : padding, L' ');
-    text.Append(prefix);
+    text.Append(sign);
     text.Append(zeros, L'0');
     for (const char digit : digits) {
         text.Append(static_cast<wchar_t>(digit));
     }
     text.Append(conversion.leftAligned ? padding : 0, L' ');
-}
-
-std::wstring_view SignFor(const Conversion& conversion, bool negative) noexcept {
-    if (negative) {
-        return L"-";
-    }
-    if (conversion.plusSign) {
-        return L"+";
-    }
-    return conversion.spaceSign ? L" " : L"";
 }
 
 void ToUpper(char* first, const char* last) noexcept {
@@ -81,7 +66,7 @@ void ToUpper(char* first, const char* last) noexcept {
     }
 }
 
-void AppendDigits(Conversion conversion, std::wstring_view prefix, unsigned long long magnitude, int base,
+void AppendDigits(Conversion conversion, std::wstring_view sign, unsigned long long magnitude, int base,
                   WideText& text) noexcept {
     char digits[std::numeric_limits<unsigned long long>::digits];
     char* end = std::to_chars(std::begin(digits), std::end(digits), magnitude, base).ptr;
@@ -94,42 +79,7 @@ void AppendDigits(Conversion conversion, std::wstring_view prefix, unsigned long
     const std::string_view body(digits, static_cast<std::size_t>(end - digits));
     const std::size_t wanted = conversion.precision < 0 ? 0 : static_cast<std::size_t>(conversion.precision);
     conversion.zeroPadded = conversion.zeroPadded && conversion.precision < 0;
-    AppendNumber(conversion, prefix, body, wanted > body.size() ? wanted - body.size() : 0, text);
-}
-
-// The alternate form of an octal number begins with a zero, unless its precision has seen to that.
-bool NeedsOctalZero(const Conversion& conversion, unsigned long long value) noexcept {
-    const int digits = (std::bit_width(value) + 2) / 3;
-    return conversion.alternate && conversion.precision <= digits && (value != 0 || conversion.precision == 0);
-}
-
-void AppendUnsigned(const Conversion& conversion, unsigned long long value, WideText& text) noexcept {
-    const bool showsBase = conversion.alternate && value != 0;
-    switch (conversion.type) {
-        case L'x': return AppendDigits(conversion, showsBase ? L"0x" : L"", value, 16, text);
-        case L'X': return AppendDigits(conversion, showsBase ? L"0X" : L"", value, 16, text);
-        case L'o': return AppendDigits(conversion, NeedsOctalZero(conversion, value) ? L"0" : L"", value, 8, text);
-        default: return AppendDigits(conversion, L"", value, 10, text);
-    }
-}
-
-void AppendReal(const Conversion& conversion, double value, WideText& text) noexcept {
-    const int precision = conversion.precision < 0 ? 6 : std::min(conversion.precision, kMaximumRealPrecision);
-    std::chars_format form = std::chars_format::general;
-    if (conversion.type == L'f' || conversion.type == L'F') {
-        form = std::chars_format::fixed;
-    } else if (conversion.type == L'e' || conversion.type == L'E') {
-        form = std::chars_format::scientific;
-    }
-    char digits[kRealCapacity];
-    char* const end = std::to_chars(std::begin(digits), std::end(digits), value, form, precision).ptr;
-    if (conversion.type < L'a') {
-        ToUpper(digits, end);
-    }
-    std::string_view body(digits, static_cast<std::size_t>(end - digits));
-    const bool negative = body.starts_with('-');
-    body.remove_prefix(negative ? 1 : 0);
-    AppendNumber(conversion, SignFor(conversion, negative), body, 0, text);
+    AppendNumber(conversion, sign, body, wanted > body.size() ? wanted - body.size() : 0, text);
 }
 
 // Narrow text is in the thread's ANSI code page, as the exceptions' texts are.
@@ -159,10 +109,11 @@ struct Appender {
             return AppendPadded(conversion, {&character, 1}, text);
         }
         const auto bits = static_cast<unsigned long long>(value);
-        AppendDigits(conversion, SignFor(conversion, value < 0), value < 0 ? 0 - bits : bits, 10, text);
+        AppendDigits(conversion, value < 0 ? L"-" : L"", value < 0 ? 0 - bits : bits, 10, text);
     }
-    void operator()(unsigned long long value) const noexcept { AppendUnsigned(conversion, value, text); }
-    void operator()(double value) const noexcept { AppendReal(conversion, value, text); }
+    void operator()(unsigned long long value) const noexcept {
+        AppendDigits(conversion, L"", value, conversion.type == L'u' ? 10 : 16, text);
+    }
     void operator()(const void* value) const noexcept {
         Conversion full = conversion;
         full.precision = 2 * sizeof(void*);

@@ -84,10 +84,6 @@ TEST_F(OrvaneLoggingProcess, EnvironmentChoosesAFile) {
                                                       EndsWith("[child] four"), EndsWith("[child] eight")));
 }
 
-TEST_F(OrvaneLoggingProcess, EnvironmentChoosesRecordingFromTheFirstRecordOn) {
-    EXPECT_EQ(RunWith("count-recorded", {{"ZARVO_LOG", "record"}}).exitCode, 4u);
-}
-
 TEST_F(OrvaneLoggingProcess, EnvironmentChoosesTheMinimumLevel) {
     EXPECT_THAT(LinesOf(RunWith("levels", {{"ZARVO_LOG", "stderr"}, {"ZARVO_LOG_LEVEL", "4"}}).standardError),
                 ElementsAre(EndsWith("[child] four"), EndsWith("[child] eight")));
@@ -119,11 +115,6 @@ TEST_F(OrvaneLoggingProcess, FileThatCannotBeOpenedIsExplainedAndNothingIsLogged
     EXPECT_THAT(LinesOf(result.standardError),
                 ElementsAre(AllOf(HasSubstr("ZARVO_LOG: cannot open"), HasSubstr("a log.txt\\no\\folder"),
                                   HasSubstr("(error 3)"))));
-}
-
-TEST_F(OrvaneLoggingProcess, FileWithoutANameIsExplained) {
-    EXPECT_THAT(LinesOf(RunWith("levels", {{"ZARVO_LOG", "file:"}}).standardError),
-                ElementsAre(HasSubstr("ZARVO_LOG: cannot open the log file \"\"")));
 }
 
 TEST_F(OrvaneLoggingProcess, LastRecordBeforeTerminateIsKept) {

@@ -105,11 +105,6 @@ TEST_F(OrvaneLoggingTest, LineHasTimeSeverityKindIdsCategoryAndMessage) {
     EXPECT_EQ(parts[3].str(), std::to_string(GetCurrentThreadId()));
 }
 
-TEST_F(OrvaneLoggingTest, RecordIsInTheFileWhenReportReturns) {
-    g_OrvaneLogging.Report(1, 16, L"test", L"here");
-    EXPECT_EQ(Message(), "here");
-}
-
 TEST_F(OrvaneLoggingTest, MessageOfAnyLengthIsWhole) {
     const std::wstring text(100'000, L'x');
     g_OrvaneLogging.Report(1, 16, L"test", L"<%s>", text.c_str());
@@ -141,27 +136,12 @@ TEST_F(OrvaneLoggingTest, NullTextsAreShownAsSuch) {
     EXPECT_THAT(Lines(), ElementsAre(EndsWith("[(null)] (null) (null)"), EndsWith("[test] (null)")));
 }
 
-TEST_F(OrvaneLoggingTest, NarrowTextOfTheFailedRescheduleIsShown) {
-    g_OrvaneLogging.Report(4, 16, L"test", L"Task reschedule failed in thread [0x%x (%d)] of process [0x%x (%d)]. %s",
-                           26u, 26, 11u, 11, "a narrow reason");
-    EXPECT_EQ(Message(), "Task reschedule failed in thread [0x1a (26)] of process [0xb (11)]. a narrow reason");
-}
-
 TEST_F(OrvaneLoggingTest, RecordsBelowTheMinimumAreDropped) {
     g_OrvaneLogging.SetMinimumLevel(4);
     g_OrvaneLogging.Report(1, 16, L"test", L"one");
     g_OrvaneLogging.Report(4, 16, L"test", L"four");
     g_OrvaneLogging.Report(8, 16, L"test", L"eight");
     EXPECT_THAT(Lines(), ElementsAre(EndsWith("four"), EndsWith("eight")));
-}
-
-TEST_F(OrvaneLoggingTest, MinimumOutlastsAChangeOfTheSink) {
-    g_OrvaneLogging.SetMinimumLevel(4);
-    g_OrvaneLogging.SetSink(Sink::None);
-    g_OrvaneLogging.SetFileSink(File().c_str());
-    g_OrvaneLogging.Report(1, 16, L"test", L"one");
-    g_OrvaneLogging.Report(4, 16, L"test", L"four");
-    EXPECT_THAT(Lines(), ElementsAre(EndsWith("four")));
 }
 
 TEST_F(OrvaneLoggingTest, FileIsAppendedTo) {
@@ -298,36 +278,6 @@ TEST_F(OrvaneLoggingTest, FileThatAnotherProcessNeverLetsGoIsWrittenToAfterASeco
         EXPECT_EQ(sleeps.Count(), (1000 + millisecondsEach - 1) / millisecondsEach);
         EXPECT_THAT(ReadLines(file), ElementsAre(EndsWith("in spite of it")));
     }
-}
-
-// Stands in for a debugger: sees every text that goes to one.
-namespace {
-
-std::vector<std::wstring> g_debuggerTexts;
-
-LONG CALLBACK SeeDebuggerText(EXCEPTION_POINTERS* exception) {
-    constexpr DWORD kWideDebuggerText = 0x4001000A;
-    const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
-    if (record.ExceptionCode != kWideDebuggerText) {
-        return EXCEPTION_CONTINUE_SEARCH;
-    }
-    g_debuggerTexts.emplace_back(reinterpret_cast<const wchar_t*>(record.ExceptionInformation[1]));
-    if (g_debuggerTexts.size() == 1) {
-        g_OrvaneLogging.Report(1, 16, L"test", L"reported on the way");
-    }
-    return EXCEPTION_CONTINUE_EXECUTION;
-}
-
-}  // namespace
-
-TEST_F(OrvaneLoggingTest, DebuggerGetsTheLineAndMayHaveItsHandlerReport) {
-    void* const handler = AddVectoredExceptionHandler(1, SeeDebuggerText);
-    g_OrvaneLogging.SetSink(Sink::Debugger);
-    g_OrvaneLogging.Report(4, 16, L"test", L"to the debugger \u03A9");
-    RemoveVectoredExceptionHandler(handler);
-
-    EXPECT_THAT(g_debuggerTexts,
-                ElementsAre(EndsWith(L" [test] to the debugger \u03A9\n"), EndsWith(L" [test] reported on the way\n")));
 }
 
 // As on a full disk: the file is open, but writing to it fails.

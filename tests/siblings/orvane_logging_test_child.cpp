@@ -1,7 +1,6 @@
 // Reports in the ways that only a whole process can show. The argument says which.
 #include <cstdlib>
 #include <exception>
-#include <iterator>
 #include <map>
 #include <string>
 #include <thread>
@@ -9,7 +8,6 @@
 #include <windows.h>
 
 #include "zarvo_orvane_logging/orvane_logging.h"
-#include "zarvo_orvane_logging/report_recording.h"
 
 namespace {
 
@@ -35,11 +33,6 @@ int ReportEachLevel() {
 int ReportAfterChoosingStandardError() {
     g_OrvaneLogging.SetSink(OrvaneLogging::Sink::StandardError);
     return ReportEachLevel();
-}
-
-int CountRecorded() {
-    ReportEachLevel();
-    return static_cast<int>(Orvane::Reports::CountRecorded(L"child"));
 }
 
 int ReportAndTerminate() {
@@ -80,28 +73,17 @@ int EndAmongReports() {
     std::_Exit(0);
 }
 
-// Reads back what the sink has written to the console that this process was started in.
-int ReportToConsole() {
-    HANDLE const screen = CreateFileW(L"CONOUT$", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                      nullptr, OPEN_EXISTING, 0, nullptr);
-    SetStdHandle(STD_ERROR_HANDLE, screen);
-    g_OrvaneLogging.SetSink(OrvaneLogging::Sink::StandardError);
-    g_OrvaneLogging.Report(1, 16, L"child", L"\u03A9");
-    wchar_t row[100] = {};
-    DWORD count = 0;
-    ReadConsoleOutputCharacterW(screen, row, static_cast<DWORD>(std::size(row)), {0, 0}, &count);
-    return std::wstring(row, count).find(L"[child] \u03A9") != std::wstring::npos ? 0 : 3;
-}
-
 }  // namespace
 
 int main(int count, char** arguments) {
     const std::map<std::string, int (*)()> modes = {
-        {"levels", ReportEachLevel},       {"choose-stderr", ReportAfterChoosingStandardError},
-        {"count-recorded", CountRecorded}, {"terminate", ReportAndTerminate},
-        {"killed", ReportAndGetKilled},    {"exit", ReportAtExit},
-        {"many", ReportManyTimes},         {"end-among-reports", EndAmongReports},
-        {"console", ReportToConsole},
+        {"levels", ReportEachLevel},
+        {"choose-stderr", ReportAfterChoosingStandardError},
+        {"terminate", ReportAndTerminate},
+        {"killed", ReportAndGetKilled},
+        {"exit", ReportAtExit},
+        {"many", ReportManyTimes},
+        {"end-among-reports", EndAmongReports},
     };
     return count == 2 ? modes.at(arguments[1])() : 99;
 }

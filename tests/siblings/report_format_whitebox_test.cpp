@@ -40,11 +40,8 @@ std::wstring FormatByStandardLibrary(const wchar_t* format, ...) {
 // Everything that may come before the type of an integer.
 std::vector<std::wstring> FormatStarts() {
     std::vector<std::wstring> starts;
-    for (unsigned flags = 0; flags < 32; ++flags) {
-        std::wstring start = L"[%";
-        for (unsigned flag = 0; flag < 5; ++flag) {
-            start.append((flags >> flag) & 1U, L"-0+ #"[flag]);
-        }
+    for (const wchar_t* flags : {L"", L"-", L"0", L"-0"}) {
+        const std::wstring start = std::wstring(L"[%") + flags;
         for (const wchar_t* width : {L"", L"1", L"12", L"30"}) {
             for (const wchar_t* precision : {L"", L".", L".0", L".1", L".9"}) {
                 for (const wchar_t* size : {L"h", L"", L"l", L"ll", L"I64"}) {
@@ -100,13 +97,7 @@ TEST(ReportFormat, IntegersLookAsTheStandardLibraryFormatsThem) {
                                 std::numeric_limits<long long>::max()};
     int compared = 0;
     for (const std::wstring& start : FormatStarts()) {
-        for (const wchar_t type : {L'd', L'i', L'u', L'x', L'X', L'o'}) {
-            const bool isSigned = type == L'd' || type == L'i';
-            const bool isHexadecimal = type == L'x' || type == L'X';
-            if ((!isSigned && start.find_first_of(L"+ ") != std::wstring::npos) ||
-                (!isHexadecimal && start.find(L'#') != std::wstring::npos)) {
-                continue;  // the standard gives it no meaning, or (%#o) the library another
-            }
+        for (const wchar_t type : {L'd', L'i', L'u', L'x', L'X'}) {
             const std::wstring format = start + type + L"]";
             for (const long long value : values) {
                 ASSERT_EQ(Format(format.c_str(), value), FormatByStandardLibrary(format.c_str(), value))
@@ -115,26 +106,14 @@ TEST(ReportFormat, IntegersLookAsTheStandardLibraryFormatsThem) {
             }
         }
     }
-    EXPECT_GT(compared, 10'000);
+    EXPECT_GT(compared, 5'000);
 }
 
-TEST(ReportFormat, AlternateOctalNumberBeginsWithAZero) {
-    EXPECT_EQ(Format(L"%#o %#.4o %#06o %#o %#.0o", 8, 8, 8, 0, 0), L"010 0010 000010 0 0");
-}
-
-TEST(ReportFormat, SizesOfThePointerAndOfAByteAreKnown) {
+TEST(ReportFormat, SizeOfAnObjectIsKnown) {
     EXPECT_EQ(Format(L"%zu %zx", std::size_t{5}, std::numeric_limits<std::size_t>::max()), L"5 ffffffffffffffff");
-    EXPECT_EQ(Format(L"%td %jd", std::ptrdiff_t{-5}, std::intmax_t{-6}), L"-5 -6");
-    EXPECT_EQ(Format(L"%hhd %hhu", 0x1FF, 0x1FF), L"-1 255");
-}
-
-TEST(ReportFormat, WidthAndPrecisionMayBeArguments) {
-    EXPECT_EQ(Format(L"[%*d] [%-*d] [%*d]", 5, 42, 5, 42, -5, 42), L"[   42] [42   ] [42   ]");
-    EXPECT_EQ(Format(L"[%.*d] [%.*s] [%.*s]", 4, 42, 2, L"wide", -1, L"wide"), L"[0042] [wi] [wide]");
 }
 
 TEST(ReportFormat, AbsurdWidthIsBounded) {
-    EXPECT_EQ(Format(L"%*d", std::numeric_limits<int>::min(), 1).size(), 4096u);
     EXPECT_EQ(Format(L"%99999999999d", 1).size(), 4096u);
 }
 
@@ -142,12 +121,6 @@ TEST(ReportFormat, TextIsWideUnlessTheFormatSaysNarrow) {
     EXPECT_EQ(Format(L"%s %ls %hs %S %lS", L"a", L"b", "c", "d", L"e"), L"a b c d e");
     EXPECT_EQ(Format(L"[%5s] [%-5s] [%.2s] [%5.1s]", L"abc", L"abc", L"abc", L"abc"), L"[  abc] [abc  ] [ab] [    a]");
     EXPECT_EQ(Format(L"[%5hs] [%-5hs] [%.2hs]", "abc", "abc", "abc"), L"[  abc] [abc  ] [ab]");
-}
-
-TEST(ReportFormat, NullTextIsShownAsSuch) {
-    const wchar_t* const wide = nullptr;
-    const char* const narrow = nullptr;
-    EXPECT_EQ(Format(L"%s %hs [%8s]", wide, narrow, wide), L"(null) (null) [  (null)]");
 }
 
 TEST(ReportFormat, TextIsReadUpToItsEndAtMost) {
@@ -160,14 +133,6 @@ TEST(ReportFormat, TextIsReadUpToItsPrecisionAtMost) {
     GuardedPage page;
     EXPECT_EQ(Format(L"%.4s", std::wmemcpy(page.Last<wchar_t>(4), L"wide", 4)), L"wide");
     EXPECT_EQ(Format(L"%.6hs", static_cast<char*>(std::memcpy(page.Last<char>(6), "narrow", 6))), L"narrow");
-}
-
-TEST(ReportFormat, TextOfTheFailedRescheduleIsNarrow) {
-    GuardedPage page;
-    const char* const reason = std::strcpy(page.Last<char>(7), "reason");
-    EXPECT_EQ(
-        Format(L"Task reschedule failed in thread [0x%x (%d)] of process [0x%x (%d)]. %s", 26u, 26, 11u, 11, reason),
-        L"Task reschedule failed in thread [0x1a (26)] of process [0xb (11)]. reason");
 }
 
 // The thread's own, not the process's: an exception's text is in that one.
@@ -191,17 +156,10 @@ TEST(ReportFormat, CharactersAndPointersAreKnown) {
     EXPECT_EQ(Format(L"%p %p", reinterpret_cast<void*>(0x12AB), nullptr), L"00000000000012AB 0000000000000000");
 }
 
-TEST(ReportFormat, RealNumbersAreKnown) {
-    EXPECT_EQ(Format(L"%f %.1f %8.2f|%-8.2f|%08.2f", 1.5, 2.25, 3.14159, -3.14159, -3.14159),
-              L"1.500000 2.2     3.14|-3.14   |-0003.14");
-    EXPECT_EQ(Format(L"%e %.2E %g %G", 12345.678, 0.001, 1e-10, 1e20), L"1.234568e+04 1.00E-03 1e-10 1E+20");
-    EXPECT_EQ(Format(L"%+.0f % f", 2.0, 1.0), L"+2  1.000000");
-    EXPECT_EQ(Format(L"%.999f", std::numeric_limits<double>::max()).size(), 309u + 1 + 100);
-}
-
 TEST(ReportFormat, UnknownConversionLeavesTheRestAsItStands) {
     EXPECT_EQ(Format(L"%d %n %d", 1, nullptr, 2), L"1 %n %d");
-    EXPECT_EQ(Format(L"%d %Lf and on", 1, 2.0L), L"1 %Lf and on");
+    EXPECT_EQ(Format(L"%d %.1f and on", 1, 2.0), L"1 %.1f and on");
+    EXPECT_EQ(Format(L"%d %*d and on", 1, 5, 2), L"1 %*d and on");
     EXPECT_EQ(Format(L"50%"), L"50%");
     EXPECT_EQ(Format(L"%-5.3l"), L"%-5.3l");
 }

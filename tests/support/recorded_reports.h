@@ -22,9 +22,7 @@ using Orvane::Reports::ReportArgument;
 template <typename... Values>
 std::vector<ReportArgument> Arguments(const Values&... values) {
     const auto convert = []<typename Value>(const Value& value) -> ReportArgument {
-        if constexpr (std::is_floating_point_v<Value>) {
-            return static_cast<double>(value);
-        } else if constexpr (std::is_signed_v<Value>) {
+        if constexpr (std::is_signed_v<Value>) {
             return static_cast<long long>(value);
         } else if constexpr (std::is_unsigned_v<Value>) {
             return static_cast<unsigned long long>(value);

@@ -160,10 +160,6 @@ BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value) {
     return result == 0 ? TRUE : FALSE;
 }
 
-void OutputDebugStringW(LPCWSTR text) {
-    std::fputs(Narrow(text, true).c_str(), stderr);
-}
-
 int WideCharToMultiByte(UINT codePage, DWORD, LPCWSTR wide, int length, LPSTR narrow, int capacity, LPCSTR, BOOL*) {
     return Deliver(Narrow(Whole(wide, length), codePage == CP_UTF8), narrow, capacity);
 }

@@ -27,7 +27,6 @@ BOOL SetThreadLocale(LCID locale);
 
 DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR value, DWORD capacity);
 BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
-void OutputDebugStringW(LPCWSTR text);
 
 // Every code page is Latin 1, or UTF-8 where that is asked for.
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int length, LPSTR narrow, int capacity,
