@@ -51,6 +51,7 @@
 #include "concurrency/jobs/job_exceptions.h"
 #include "concurrency/jobs/job_outcome.h"
 #include "concurrency/jobs/job_ref.h"
+#include "concurrency/jobs/this_job.h"
 #include "concurrency/tasks/failure_handler.h"
 
 namespace Orvane {
@@ -272,17 +273,6 @@ template <typename F, typename... Arguments>
 void Post(const wchar_t* name, F&& callable, Arguments&&... arguments) {
     Internal::Build(name, std::forward<F>(callable), std::forward<Arguments>(arguments)...).StartUnowned();
 }
-
-// A token of the run that the calling thread is in, whatever makes the request: a handle, the group, a parent, a limit, a
-// token, a tracker, the last uninitialisation, or the run itself. Outside a run no stop is possible.
-//
-// Callbacks on it run on the thread that asks, without a lock of the library. They must not throw, and must not wait for this
-// job. During the last uninitialisation that thread holds the lifetime's lock: there they must not wait for a thread that
-// initialises or uninitialises.
-ORVANE_CONCURRENCY_API std::stop_token StopTokenOfThisJob();
-
-// Why the job that the calling thread runs was asked first; None if it was not, or outside a job.
-ORVANE_CONCURRENCY_API CancelReason CancelReasonOfThisJob();
 
 namespace Internal {
 

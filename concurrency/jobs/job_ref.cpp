@@ -11,7 +11,6 @@
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/cancellation/current_task_slot.h"
-#include "concurrency/jobs/job.h"
 #include "concurrency/jobs/job_launch.h"
 #include "concurrency/jobs/job_state.h"
 #include "concurrency/jobs/notifier_scope.h"
@@ -261,18 +260,3 @@ std::size_t WaitForAny(const JobRef* const* jobs, std::size_t count, std::chrono
 }
 
 }  // namespace Orvane::Internal
-
-namespace Orvane {
-
-std::stop_token StopTokenOfThisJob() {
-    const auto run = Internal::RunRecord::OfThisThread();
-    return run ? run->Token() : std::stop_token();
-}
-
-CancelReason CancelReasonOfThisJob() {
-    const auto future = Internal::CurrentFuture();
-    const Internal::JobFuture* const job = future ? Internal::JobFuture::Of(*future) : nullptr;
-    return job != nullptr ? job->Job().Reason().ForCallers() : CancelReason();
-}
-
-}  // namespace Orvane
