@@ -546,7 +546,7 @@ void GroupCore::RethrowFirst() {
         error = m_first.error;
         reason = m_reason;
         wasCancelled = m_wasCancelled;
-        m_isFirstRead = true;
+        m_isFirstRead = m_first.error != nullptr;
     }
     if (error) {
         std::rethrow_exception(error);
@@ -626,7 +626,7 @@ std::vector<JobFailure> GroupCore::Failures() {
     for (const Failed& failed : m_failures) {
         failures.push_back({failed.name->text, failed.error});
     }
-    m_isFirstRead = true;
+    m_isFirstRead = m_first.error != nullptr;
     return failures;
 }
 

@@ -10,7 +10,6 @@
 #include "concurrency/base/thread_time.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/current_task.h"
-#include "concurrency/cancellation/current_task_slot.h"
 #include "concurrency/jobs/job_launch.h"
 #include "concurrency/jobs/job_state.h"
 #include "concurrency/jobs/notifier_scope.h"
