@@ -74,7 +74,7 @@ std::span<Char> GrowingText<Char, kInlineCapacity>::Extend(std::size_t count) no
 
 template <typename Char, std::size_t kInlineCapacity>
 void GrowingText<Char, kInlineCapacity>::Close(View ending) noexcept {
-    if (!m_cut && !ending.empty()) {  // an optimising compiler warns of a copy of nothing
+    if (!m_cut) {
         Append(ending);
     }
     if (!m_cut) {

@@ -45,7 +45,7 @@ void ReportDispatcher::Dispatch(int severity, int kind, const wchar_t* category,
     const wchar_t* const shownFormat = format != nullptr ? format : L"(null)";
     WideText text;
     AppendMessage(shownFormat, arguments, text);
-    text.Close(L"");
+    text.Close({});
     Deliver({.time = time,
              .threadId = GetCurrentThreadId(),
              .severity = severity,
