@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "concurrency/base/report.h"
+#include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/jobs/job.h"
@@ -160,7 +161,7 @@ void GroupEntry::GoOn(bool) noexcept {
         m_core->AskAfterFailure();
     }
     if (m_schedule) {
-        m_core->CancelEnded(*m_schedule);
+        m_core->CancelEnded();
     }
     if (m_mayStartAnother) {
         m_core->StartRunner();
@@ -245,7 +246,7 @@ void GroupCore::Close() noexcept {
     if (m_owner) {
         m_owner->Remove(*this);
     }
-    std::list<std::shared_ptr<GroupSchedule>> schedules;  // destroyed without the lock: their trackers wait
+    std::list<OwnedSchedule> schedules;  // destroyed without the lock: their trackers wait
     TimeLimit limit;
     {
         const RankedLock lock(m_mutex);
@@ -462,9 +463,9 @@ void GroupCore::Ask(const AskReason& reason, AskedList& asked) noexcept {
         if (m_reason.cause == CancelCause::None) {
             m_reason = reason;
         }
-        for (const auto& schedule : m_schedules) {
+        for (const OwnedSchedule& owned : m_schedules) {
             hasSchedules = true;
-            EndSchedule(*schedule);
+            EndSchedule(*owned.schedule);
         }
     }
     AskJobs(reason, asked);
@@ -497,17 +498,7 @@ void GroupCore::AskJobs(const AskReason& reason, AskedList& asked) noexcept {
 }
 
 void GroupCore::FinishAsking() noexcept {
-    std::list<std::shared_ptr<GroupSchedule>> schedules;
-    {
-        const RankedLock lock(m_mutex);
-        schedules.swap(m_schedules);
-    }
-    for (const auto& schedule : schedules) {
-        CancelEnded(*schedule);
-    }
-    // Kept until the group goes: their trackers wait.
-    const RankedLock lock(m_mutex);
-    m_schedules.splice(m_schedules.end(), schedules);
+    CancelEnded();
 }
 
 void GroupCore::DropWaiting() noexcept {
@@ -655,7 +646,9 @@ void GroupCore::ReportUnread() noexcept {
 
 void GroupCore::AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start,
                             const Duration& delay, const Duration& interval) {
-    std::list<std::shared_ptr<GroupSchedule>> node{schedule};
+    std::list<OwnedSchedule> node;
+    node.push_back({schedule, std::nullopt});
+    const auto owned = node.begin();
     {
         const RankedLock lock(m_mutex);
         if (m_reason.cause != CancelCause::None) {
@@ -668,14 +661,14 @@ void GroupCore::AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, cons
     try {
         std::optional<Tracker> tracker = StartSchedule(schedule, start, delay, interval);
         const RankedLock lock(m_mutex);
-        schedule->tracker.swap(tracker);
+        owned->tracker.swap(tracker);
     } catch (...) {
         const RankedLock lock(m_mutex);
         EndSchedule(*schedule);
-        m_schedules.remove(schedule);
+        node.splice(node.end(), m_schedules, owned);
         throw;
     }
-    CancelEnded(*schedule);
+    CancelEnded();
 }
 
 Tracker GroupCore::StartSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start,
@@ -709,18 +702,25 @@ void GroupCore::EndSchedule(GroupSchedule& schedule) {
     }
 }
 
-// Nothing if it is active still.
-void GroupCore::CancelEnded(GroupSchedule& schedule) noexcept {
-    std::optional<Tracker> tracker;
-    {
-        const RankedLock lock(m_mutex);
-        if (!schedule.isActive) {
-            tracker = schedule.tracker;
-        }
-    }
-    if (tracker) {
+// The trackers of schedules that are not active any more. They are kept until the group goes, which waits for their runs.
+void GroupCore::CancelEnded() noexcept {
+    while (std::optional<Tracker> tracker = TakeEnded()) {
         tracker->Cancel();
     }
+}
+
+// The next one to be cancelled. Not one whose run the calling thread is in, which would leave by an exception: then the group has
+// been asked, and the thread that asks comes here, too.
+std::optional<Tracker> GroupCore::TakeEnded() noexcept {
+    const RankedLock lock(m_mutex);
+    for (OwnedSchedule& owned : m_schedules) {
+        const bool isOwnRun = owned.schedule->dispatcher == ::GetCurrentThreadId();
+        if (!owned.schedule->isActive && owned.tracker && !owned.isTrackerCancelled && !isOwnRun) {
+            owned.isTrackerCancelled = true;
+            return owned.tracker;
+        }
+    }
+    return std::nullopt;
 }
 
 // On a worker, when a run is due. It does no more than add a job, so that a tracker never has to wait for the work itself.
@@ -733,11 +733,20 @@ bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
             return false;
         }
         isSkipped = std::exchange(schedule->isUnderWay, true);
+        schedule->dispatcher = ::GetCurrentThreadId();
     }
+    AddScheduled(schedule, isSkipped);
+    const RankedLock lock(m_mutex);
+    schedule->dispatcher = 0;
+    return true;
+}
+
+// Within RunScheduled().
+void GroupCore::AddScheduled(const std::shared_ptr<GroupSchedule>& schedule, bool isSkipped) noexcept {
     if (isSkipped) {
         ReportNoThrow(4, 4, L"Concurrency.Job", L"Job [%s] skips a run: the one before has not ended",
                       schedule->name->text.c_str());
-        return true;
+        return;
     }
     try {
         const auto work = [schedule] { schedule->work(); };
@@ -755,7 +764,6 @@ bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
             EndSchedule(*schedule);
         }
     }
-    return true;
 }
 
 }  // namespace Orvane::Internal
