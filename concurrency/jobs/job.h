@@ -326,7 +326,7 @@ void ThrowFirst(TypedJobHandle<Ts>&... jobs) {
     const auto refs = RefsOf(jobs...);
     const std::size_t first = FirstNotDone(refs.data(), refs.size());
     std::size_t index = 0;
-    const auto throwIfIt = [&](auto& job) {
+    [[maybe_unused]] const auto throwIfIt = [&](auto& job) {
         if (index++ == first) {
             ThrowOutcome(job);
         }
@@ -350,8 +350,13 @@ std::optional<std::tuple<TupleResult<Ts>...>> WhenAllWithin(std::chrono::nanosec
 template <typename Range>
 using RangeResult = decltype(ResultTypeOf(*std::ranges::begin(std::declval<Range&>())));
 
+// The same in a vector.
+template <typename T>
+using VectorResult = std::conditional_t<std::is_reference_v<T>, std::reference_wrapper<std::remove_reference_t<T>>,
+                                        std::remove_const_t<TupleResult<T>>>;
+
 template <typename Range>
-using Results = std::vector<TupleResult<RangeResult<Range>>>;
+using Results = std::vector<VectorResult<RangeResult<Range>>>;
 
 template <typename Range>
 std::optional<Results<Range>> WhenAllInWithin(std::chrono::nanoseconds timeout, Range& jobs) {
@@ -377,8 +382,9 @@ inline std::optional<std::size_t> IndexOrNothing(std::size_t index) {
 
 }  // namespace Internal
 
-// Waits until all jobs have ended and returns their results in order, std::monostate for nothing. As soon as one has failed or
-// was cancelled it throws what the first such job ended with; the others go on, and keep their results.
+// Waits until all jobs have ended and returns their results in order, std::monostate for nothing; of a range in a vector, in
+// which a std::reference_wrapper stands for a reference. As soon as one has failed or was cancelled it throws what the first
+// such job ended with; the others go on, and keep their results.
 template <Internal::AnyJob... Jobs>
 auto WhenAll(Jobs&&... jobs) {
     return *Internal::WhenAllWithin(Internal::kForEver, jobs...);
