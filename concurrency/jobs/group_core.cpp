@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "concurrency/base/report.h"
-#include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/jobs/job.h"
@@ -11,7 +10,9 @@
 #include "concurrency/jobs/job_launch.h"
 #include "concurrency/jobs/pool_starter.h"
 #include "concurrency/jobs/virtual_run.h"
+#include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/scheduler/schedule.h"
+#include "concurrency/tasks/make_task.h"
 #include "concurrency/tasks/failure_handler.h"
 
 namespace Orvane::Internal {
@@ -161,7 +162,7 @@ void GroupEntry::GoOn(bool) noexcept {
         m_core->AskAfterFailure();
     }
     if (m_schedule) {
-        m_core->CancelEnded();
+        m_core->CancelEnded(*m_schedule);
     }
     if (m_mayStartAnother) {
         m_core->StartRunner();
@@ -246,14 +247,14 @@ void GroupCore::Close() noexcept {
     if (m_owner) {
         m_owner->Remove(*this);
     }
-    std::list<OwnedSchedule> schedules;  // destroyed without the lock: their trackers wait
     TimeLimit limit;
     {
         const RankedLock lock(m_mutex);
-        schedules.swap(m_schedules);
         limit = std::exchange(m_limit, {});
     }
     RemoveTimeLimit(limit);
+    const RankedLock lock(ShardOf(*this).mutex);
+    Delist(*this);
 }
 
 std::shared_ptr<JobState> GroupCore::Make(const wchar_t* name, const JobBodyType& type) {
@@ -463,9 +464,9 @@ void GroupCore::Ask(const AskReason& reason, AskedList& asked) noexcept {
         if (m_reason.cause == CancelCause::None) {
             m_reason = reason;
         }
-        for (const OwnedSchedule& owned : m_schedules) {
+        for (const auto& schedule : m_schedules) {
             hasSchedules = true;
-            EndSchedule(*owned.schedule);
+            EndSchedule(*schedule);
         }
     }
     AskJobs(reason, asked);
@@ -498,7 +499,14 @@ void GroupCore::AskJobs(const AskReason& reason, AskedList& asked) noexcept {
 }
 
 void GroupCore::FinishAsking() noexcept {
-    CancelEnded();
+    std::list<std::shared_ptr<GroupSchedule>> schedules;
+    {
+        const RankedLock lock(m_mutex);
+        schedules.swap(m_schedules);
+    }
+    for (const auto& schedule : schedules) {
+        CancelEnded(*schedule);
+    }
 }
 
 void GroupCore::DropWaiting() noexcept {
@@ -646,11 +654,13 @@ void GroupCore::ReportUnread() noexcept {
 
 void GroupCore::AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start,
                             const Duration& delay, const Duration& interval) {
-    std::list<OwnedSchedule> node;
-    node.push_back({schedule, std::nullopt});
-    const auto owned = node.begin();
+    std::list<std::shared_ptr<GroupSchedule>> node{schedule};
     {
         const RankedLock lock(m_mutex);
+        if (!m_isEnlisted) {
+            Enlist(*this);
+            m_isEnlisted = true;
+        }
         if (m_reason.cause != CancelCause::None) {
             return;
         }
@@ -659,39 +669,40 @@ void GroupCore::AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, cons
         ++m_activeSchedules;
     }
     try {
-        std::optional<Tracker> tracker = StartSchedule(schedule, start, delay, interval);
-        const RankedLock lock(m_mutex);
-        owned->tracker.swap(tracker);
+        StartSchedule(schedule, start, delay, interval);
     } catch (...) {
         const RankedLock lock(m_mutex);
         EndSchedule(*schedule);
-        node.splice(node.end(), m_schedules, owned);
+        m_schedules.remove(schedule);
         throw;
     }
-    CancelEnded();
+    CancelEnded(*schedule);
 }
 
-Tracker GroupCore::StartSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start,
-                                 const Duration& delay, const Duration& interval) {
-    // Weakly: the schedule has the tracker, whose task has the callable.
+void GroupCore::StartSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start,
+                              const Duration& delay, const Duration& interval) {
+    // Weakly: the schedule has the task.
     const auto runOnce = [group = weak_from_this(), weak = std::weak_ptr<GroupSchedule>(schedule)] {
         const auto self = group.lock();
         const auto due = weak.lock();
         return self && due && self->RunScheduled(due);
     };
-    VirtualRun* const run = VirtualRun::OfThisThread();
-    if (run == nullptr) {
-        return Orvane::Schedule(schedule->name->text.c_str(), start, interval,
-                                [runOnce] { static_cast<void>(runOnce()); });
+    if (VirtualRun* const run = VirtualRun::OfThisThread()) {
+        run->AddTimer(DeadlineAfter(ToNanoseconds(delay)), [runOnce, interval] {
+            const bool goesOn = runOnce() && interval > Duration::zero();
+            return goesOn ? DeadlineAfter(ToNanoseconds(interval)) : VirtualRun::kNever;
+        });
+        return;
     }
-    run->AddTimer(DeadlineAfter(ToNanoseconds(delay)), [runOnce, interval] {
-        const bool goesOn = runOnce() && interval > Duration::zero();
-        return goesOn ? DeadlineAfter(ToNanoseconds(interval)) : VirtualRun::kNever;
-    });
-    return {};
+    const Task task = MakeTask(m_name->text.c_str(), runOnce);
+    {
+        const RankedLock lock(m_mutex);
+        schedule->task = task;
+    }
+    GlobalScheduler::Insert({task, start, ScheduleAccess::WithinTime(start, interval)});
 }
 
-// Needs m_mutex. Its tracker is cancelled later, without the lock.
+// Needs m_mutex. Its task is cancelled later, without the lock.
 void GroupCore::EndSchedule(GroupSchedule& schedule) {
     if (std::exchange(schedule.isActive, false)) {
         --m_activeSchedules;
@@ -702,51 +713,42 @@ void GroupCore::EndSchedule(GroupSchedule& schedule) {
     }
 }
 
-// The trackers of schedules that are not active any more. They are kept until the group goes, which waits for their runs.
-void GroupCore::CancelEnded() noexcept {
-    while (std::optional<Tracker> tracker = TakeEnded()) {
-        tracker->Cancel();
-    }
-}
-
-// The next one to be cancelled. Not one whose run the calling thread is in, which would leave by an exception: then the group has
-// been asked, and the thread that asks comes here, too.
-std::optional<Tracker> GroupCore::TakeEnded() noexcept {
-    const RankedLock lock(m_mutex);
-    for (OwnedSchedule& owned : m_schedules) {
-        const bool isOwnRun = owned.schedule->dispatcher == ::GetCurrentThreadId();
-        if (!owned.schedule->isActive && owned.tracker && !owned.isTrackerCancelled && !isOwnRun) {
-            owned.isTrackerCancelled = true;
-            return owned.tracker;
+// Nothing if it is active still.
+void GroupCore::CancelEnded(GroupSchedule& schedule) noexcept {
+    Task task;
+    {
+        const RankedLock lock(m_mutex);
+        if (!schedule.isActive) {
+            task = schedule.task;
         }
     }
-    return std::nullopt;
+    try {
+        task.Cancel();
+    } catch (const CancelRequestedException&) {
+        // In its own run, which only adds a job: it is cancelled, and goes on to its end.
+    }
 }
 
-// On a worker, when a run is due. It does no more than add a job, so that a tracker never has to wait for the work itself.
+// On a worker, when a run is due. It does no more than add a job, so that nobody ever has to wait for it.
 // Returns whether the schedule is active.
 bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
     bool isSkipped = false;
+    Task task;
     {
         const RankedLock lock(m_mutex);
         if (!schedule->isActive) {
             return false;
         }
         isSkipped = std::exchange(schedule->isUnderWay, true);
-        schedule->dispatcher = ::GetCurrentThreadId();
+        task = schedule->task;
     }
-    AddScheduled(schedule, isSkipped);
-    const RankedLock lock(m_mutex);
-    schedule->dispatcher = 0;
-    return true;
-}
-
-// Within RunScheduled().
-void GroupCore::AddScheduled(const std::shared_ptr<GroupSchedule>& schedule, bool isSkipped) noexcept {
+    if (schedule->isRecurrent) {
+        task.Reset();  // for its next run
+    }
     if (isSkipped) {
         ReportNoThrow(4, 4, L"Concurrency.Job", L"Job [%s] skips a run: the one before has not ended",
                       schedule->name->text.c_str());
-        return;
+        return true;
     }
     try {
         const auto work = [schedule] { schedule->work(); };
@@ -764,6 +766,7 @@ void GroupCore::AddScheduled(const std::shared_ptr<GroupSchedule>& schedule, boo
             EndSchedule(*schedule);
         }
     }
+    return true;
 }
 
 }  // namespace Orvane::Internal

@@ -24,7 +24,6 @@
 #include <list>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,7 +34,7 @@
 #include "concurrency/jobs/job_state.h"
 #include "concurrency/jobs/job_wait.h"
 #include "concurrency/jobs/run_record.h"
-#include "concurrency/scheduler/tracker.h"
+#include "concurrency/tasks/task.h"
 
 namespace Orvane::Internal {
 
@@ -53,7 +52,7 @@ struct GroupSchedule {
     // Guarded by the group.
     bool isActive = false;
     bool isUnderWay = false;
-    DWORD dispatcher = 0;  // the thread in the tracker's run, which adds the job
+    Task task;  // that adds the runs; empty in virtual time
 };
 
 class GroupCore final : public Cancellable, public std::enable_shared_from_this<GroupCore> {
@@ -131,14 +130,6 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
         Failed job;
     };
 
-    // The tracker is here alone, not in the schedule, which runs and jobs hold, too: the last copy of a tracker must not go in a
-    // run of its own.
-    struct OwnedSchedule {
-        std::shared_ptr<GroupSchedule> schedule;
-        std::optional<Tracker> tracker;
-        bool isTrackerCancelled = false;
-    };
-
     // Of a runner.
     void RunnerBegins() noexcept;
     void RunnerNeverBegan() noexcept;
@@ -156,12 +147,10 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     void AskAfterFailure() noexcept;
     bool CountFailure(std::list<Failed>& failed) noexcept ORVANE_REQUIRES(m_mutex);
     void EndSchedule(GroupSchedule& schedule) ORVANE_REQUIRES(m_mutex);
-    void CancelEnded() noexcept;
-    std::optional<Tracker> TakeEnded() noexcept;
-    Tracker StartSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start, const Duration& delay,
-                          const Duration& interval);
+    void CancelEnded(GroupSchedule& schedule) noexcept;
+    void StartSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start, const Duration& delay,
+                       const Duration& interval);
     bool RunScheduled(const std::shared_ptr<GroupSchedule>& schedule);
-    void AddScheduled(const std::shared_ptr<GroupSchedule>& schedule, bool isSkipped) noexcept;
 
     const std::shared_ptr<RunRecord> m_owner;
     const std::shared_ptr<const JobName> m_name;
@@ -189,7 +178,8 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     JobListeners m_readers ORVANE_GUARDED_BY(m_mutex);  // of those that wait for the next record
     JobListeners m_slotWaiters ORVANE_GUARDED_BY(m_mutex);
     TimeLimit m_limit ORVANE_GUARDED_BY(m_mutex);
-    std::list<OwnedSchedule> m_schedules ORVANE_GUARDED_BY(m_mutex);
+    bool m_isEnlisted ORVANE_GUARDED_BY(m_mutex) = false;  // from the first schedule on: the jobs are, each for itself
+    std::list<std::shared_ptr<GroupSchedule>> m_schedules ORVANE_GUARDED_BY(m_mutex);
     std::size_t m_activeSchedules ORVANE_GUARDED_BY(m_mutex) = 0;
 };
 

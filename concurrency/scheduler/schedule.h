@@ -67,12 +67,12 @@ class ScheduleAccess {
         return After(ToTicks(delay));
     }
 
-  private:
     // An interval that leads beyond the end of time would wrap around into the past, due at once and again and again.
     static Duration WithinTime(const TimePoint& start, const Duration& interval) {
         return start < TimePoint() ? interval : (std::min)(interval, (TimePoint::max)() - start);
     }
 
+  private:
     // Calls the work, and reports what leaves it. What a future can keep goes on to it.
     class Guarded {
       public:
