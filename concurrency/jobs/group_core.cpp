@@ -12,8 +12,8 @@
 #include "concurrency/jobs/virtual_run.h"
 #include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/scheduler/schedule.h"
-#include "concurrency/tasks/make_task.h"
 #include "concurrency/tasks/failure_handler.h"
+#include "concurrency/tasks/make_task.h"
 
 namespace Orvane::Internal {
 
@@ -97,7 +97,12 @@ class GroupCore::AwaitedRecord final : public GroupCore::AwaitedIdle {
     bool NeedsAll() const noexcept override { return false; }
 };
 
-GroupEntry::GroupEntry(std::shared_ptr<GroupCore> core) : m_core(std::move(core)), m_endedNode(1), m_failedNode(1) {}
+GroupEntry::GroupEntry(std::shared_ptr<GroupCore> core, std::shared_ptr<const JobName> name)
+    : m_core(std::move(core)), m_name(std::move(name)), m_endedNode(1), m_failedNode(1) {}
+
+const std::shared_ptr<const JobName>& GroupEntry::GroupName() const noexcept {
+    return m_core->Name();
+}
 
 void GroupEntry::Publish(JobState& job, bool hasRun) noexcept {
     GroupCore& core = *m_core;
@@ -109,7 +114,7 @@ void GroupEntry::Publish(JobState& job, bool hasRun) noexcept {
     m_job = nullptr;
     Count(job);
     if (core.m_keepsEnded) {
-        m_endedNode.front() = {m_index, job.Outcome(), {job.Name(), job.Error()}};
+        m_endedNode.front() = {m_index, job.Outcome(), {m_name, job.Error()}};
         core.m_ended.splice(core.m_ended.end(), m_endedNode);
         m_isOneOfMany = core.m_ended.size() == kManyRecords;
     }
@@ -128,7 +133,7 @@ void GroupEntry::Publish(JobState& job, bool hasRun) noexcept {
 void GroupEntry::Count(const JobState& job) noexcept {
     GroupCore& core = *m_core;
     const bool hasFailed = job.Outcome() == JobOutcome::Failed;
-    m_failed = hasFailed ? GroupCore::Failed{job.Name(), job.Error()} : GroupCore::Failed{};
+    m_failed = hasFailed ? GroupCore::Failed{m_name, job.Error()} : GroupCore::Failed{};
     switch (job.Outcome()) {
         case JobOutcome::Done: ++core.m_counts.done; break;
         case JobOutcome::Failed: ++core.m_counts.failed; break;
@@ -258,8 +263,8 @@ void GroupCore::Close() noexcept {
 }
 
 std::shared_ptr<JobState> GroupCore::Make(const wchar_t* name, const JobBodyType& type) {
-    auto job = std::make_shared<JobState>(std::make_shared<const JobName>(name, m_name), type);
-    job->SetGroup(std::make_shared<GroupEntry>(shared_from_this()));
+    auto job = std::make_shared<JobState>(name, type);
+    job->SetGroup(std::make_shared<GroupEntry>(shared_from_this(), std::make_shared<const JobName>(name, m_name)));
     return job;
 }
 
@@ -303,7 +308,7 @@ void GroupCore::AddInNewThread(const std::shared_ptr<JobState>& job) {
         return;
     }
     try {
-        Launch(Task(job->Name()->text.c_str(), job), Place::NewThread);
+        Launch(Task(job->Name(), job), Place::NewThread);
     } catch (...) {
         job->GiveUp();
         throw;
@@ -408,7 +413,7 @@ void GroupCore::RunItems() {
     while (const std::shared_ptr<JobState> job = TakeNext()) {
         StartRunner();
         try {
-            Task(job->Name()->text.c_str(), job)();
+            Task(job->Name(), job)();
         } catch (...) {
             (*job)();  // no memory for its records in the log: nothing if it has run
         }

@@ -186,7 +186,9 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
 // What the group knows of one job. The job keeps it; while the job waits, it keeps the job.
 class GroupEntry final : public JobGroupLink, public ListHook<GroupTag> {
   public:
-    explicit GroupEntry(std::shared_ptr<GroupCore> core);
+    GroupEntry(std::shared_ptr<GroupCore> core, std::shared_ptr<const JobName> name);
+
+    const std::shared_ptr<const JobName>& GroupName() const noexcept override;
 
     void Publish(JobState& job, bool hasRun) noexcept override;
     void GoOn(bool hasRun) noexcept override;
@@ -202,6 +204,7 @@ class GroupEntry final : public JobGroupLink, public ListHook<GroupTag> {
     void Count(const JobState& job) noexcept;
 
     const std::shared_ptr<GroupCore> m_core;
+    const std::shared_ptr<const JobName> m_name;
     std::shared_ptr<GroupSchedule> m_schedule;  // constant once it can run
 
     // Guarded by the group.

@@ -18,9 +18,7 @@ class JobState;
 
 class JobFuture final : public FutureState {
   public:
-    JobFuture(JobState& job, std::shared_ptr<const JobName> name) : m_job(job), m_name(std::move(name)) {
-        MarkAsAttachedToTask();
-    }
+    explicit JobFuture(JobState& job) : m_job(job) { MarkAsAttachedToTask(); }
 
     // Null if the future is not a job's.
     static JobFuture* Of(FutureState& future) noexcept {
@@ -28,7 +26,16 @@ class JobFuture final : public FutureState {
     }
 
     JobState& Job() const noexcept { return m_job; }
-    const std::shared_ptr<const JobName>& Name() const noexcept { return m_name; }
+
+    // Of the job, with those of the runs that own it. Errors: std::bad_alloc.
+    std::shared_ptr<const JobName> MakeName() const { return std::make_shared<const JobName>(m_name, *m_above); }
+
+    // The characters and the pointer must live as long as the job.
+    void SetName(const wchar_t* name, const std::shared_ptr<const JobName>& above) noexcept {
+        m_name = name;
+        m_above = &above;
+    }
+    const wchar_t* Name() const noexcept { return m_name; }
 
     // The job's slot in its group; null if it has none.
     JobSlot* Slot() const noexcept { return m_slot; }
@@ -42,7 +49,8 @@ class JobFuture final : public FutureState {
 
   private:
     JobState& m_job;
-    const std::shared_ptr<const JobName> m_name;
+    const wchar_t* m_name = L"";
+    const std::shared_ptr<const JobName>* m_above = nullptr;
     JobSlot* m_slot = nullptr;  // constant once the job can run
 };
 

@@ -99,7 +99,7 @@ void StartJob(const std::shared_ptr<JobState>& job, const std::stop_token& token
         job->CancelOn(token);
         if (job->IsWaiting()) {
             const NotifierScope kept(GetCancellationObject());  // the pool's waits do not put back what they find
-            start(Task(job->Name()->text.c_str(), job));
+            start(Task(job->Name(), job));
         }
     } catch (...) {
         job->GiveUp();
@@ -127,8 +127,7 @@ JobState& JobRef::Get() const {
 
 JobRef JobRef::Make(const wchar_t* name, const JobBodyType& type) {
     auto owner = RunRecord::OfThisThread();
-    const auto fullName = std::make_shared<const JobName>(name, owner ? owner->Name() : nullptr);
-    auto job = std::make_shared<JobState>(fullName, type);
+    auto job = std::make_shared<JobState>(name, type);
     job->SetOwner(std::move(owner));
     return JobRef(std::move(job));
 }
@@ -179,7 +178,7 @@ bool JobRef::IsReady() const noexcept {
 }
 
 std::wstring JobRef::GetName() const {
-    return m_state ? m_state->Name()->text : std::wstring();
+    return m_state ? m_state->Name() : std::wstring();
 }
 
 HANDLE JobRef::EndEvent() const {

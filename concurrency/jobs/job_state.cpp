@@ -1,6 +1,8 @@
 #include "concurrency/jobs/job_state.h"
 
+#include <cstddef>
 #include <new>
+#include <string_view>
 #include <system_error>
 
 #include "concurrency/base/thread_time.h"
@@ -49,8 +51,18 @@ class Event {
     const HANDLE m_handle;
 };
 
-void* Allocate(const JobBodyType& type) {
-    return ::operator new(type.size, std::align_val_t{type.alignment});
+const std::shared_ptr<const JobName>& NobodysName() noexcept {
+    static const std::shared_ptr<const JobName> none;
+    return none;
+}
+
+bool IsOverAligned(const JobBodyType& type) noexcept {
+    return type.alignment > __STDCPP_DEFAULT_NEW_ALIGNMENT__;
+}
+
+// Where the name begins in the block.
+std::size_t NameOffset(const JobBodyType& type) noexcept {
+    return (type.size + alignof(wchar_t) - 1) / alignof(wchar_t) * alignof(wchar_t);
 }
 
 }  // namespace
@@ -62,18 +74,45 @@ struct JobState::Extras {
     std::unique_ptr<std::stop_callback<TokenLink>> token;
 };
 
-JobState::JobState(std::shared_ptr<const JobName> name, const JobBodyType& type)
-    : m_shard(ShardOf(*this)), m_future(*this, std::move(name)), m_body(Allocate(type)), m_type(type) {}
+JobState::Block::Block(const JobBodyType& type, const wchar_t* name) : m_type(type) {
+    const std::wstring_view text = name != nullptr ? name : L"";
+    const std::size_t size = NameOffset(type) + (text.size() + 1) * sizeof(wchar_t);
+    m_start = IsOverAligned(type) ? ::operator new(size, std::align_val_t{type.alignment}) : ::operator new(size);
+    wchar_t* const copy = reinterpret_cast<wchar_t*>(static_cast<std::byte*>(m_start) + NameOffset(type));
+    copy[text.copy(copy, text.size())] = L'\0';
+}
+
+JobState::Block::~Block() {
+    if (IsOverAligned(m_type)) {
+        ::operator delete(m_start, std::align_val_t{m_type.alignment});
+    } else {
+        ::operator delete(m_start);
+    }
+}
+
+const wchar_t* JobState::Block::Name() const noexcept {
+    return reinterpret_cast<const wchar_t*>(static_cast<const std::byte*>(m_start) + NameOffset(m_type));
+}
+
+JobState::JobState(const wchar_t* name, const JobBodyType& type)
+    : m_shard(ShardOf(*this)), m_future(*this), m_block(type, name) {
+    m_future.SetName(m_block.Name(), NobodysName());
+}
 
 JobState::~JobState() {
     Discard();
     DestroyCall();
-    ::operator delete(m_body, m_type.size, std::align_val_t{m_type.alignment});
+}
+
+void JobState::SetOwner(std::shared_ptr<RunRecord> owner) noexcept {
+    m_owner = std::move(owner);
+    m_future.SetName(m_block.Name(), m_owner ? m_owner->Name() : NobodysName());
 }
 
 void JobState::SetGroup(std::shared_ptr<JobGroupLink> group) noexcept {
     m_group = std::move(group);
     m_future.SetSlot(m_group.get());
+    m_future.SetName(m_block.Name(), m_group->GroupName());
 }
 
 void JobState::SetReader(Reader reader) noexcept {
@@ -135,7 +174,7 @@ void JobState::operator()() {
     if (!Claim(Phase::Running)) {
         return;
     }
-    m_since = ThreadNow();
+    m_time = ThreadNow();
     m_thread = ::GetCurrentThreadId();
     Call();
     m_phase = Phase::Ending;
@@ -149,7 +188,7 @@ void JobState::Call() noexcept {
         }
         const CurrentFutureScope current(std::shared_ptr<FutureState>(shared_from_this(), &m_future));
         try {
-            m_type.invoke(m_body);
+            m_block.Type().invoke(Body());
             m_hasResult = true;
             m_outcome = JobOutcome::Done;
         } catch (const CancelRequestedException&) {
@@ -171,14 +210,14 @@ void JobState::Call() noexcept {
 void JobState::DestroyCall() noexcept {
     if (m_isBuilt) {
         m_isBuilt = false;
-        m_type.destroyCall(m_body);
+        m_block.Type().destroyCall(Body());
     }
 }
 
 void JobState::Discard() noexcept {
     if (m_hasResult) {
         m_hasResult = false;
-        m_type.destroyResult(m_body);
+        m_block.Type().destroyResult(Body());
     }
 }
 
@@ -219,7 +258,7 @@ void JobState::PublishEnd() noexcept {
     const RankedLock lock(m_shard.mutex);
     Delist(*this);
     m_thread = 0;
-    m_endTime = ThreadNow();
+    m_time = ThreadNow();
     m_phase = Phase::Ended;
     if (m_extras && m_extras->ended) {
         SetEvent(m_extras->ended->Handle());
@@ -255,7 +294,7 @@ void JobState::DiscardIfUnread() noexcept {
         return;  // the failure is the group's
     }
     if (const auto error = std::exchange(m_error, nullptr)) {
-        ReportUnreadFailure(Name()->text.c_str(), error);
+        ReportUnreadFailure(Name(), error);
     }
 }
 
@@ -270,7 +309,7 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
         }
     }
     if (Claim(Phase::Ending)) {
-        m_since = ThreadNow();
+        m_time = ThreadNow();
         m_thread = ::GetCurrentThreadId();
         m_neverRuns = true;
         m_future.RequestCancelQuietly();  // its task does not say that it has started
@@ -318,7 +357,7 @@ bool JobState::IsOnThisThread() const noexcept {
 
 void JobState::CollectRunning(std::vector<RunningJob>& running) const {
     if (const DWORD thread = m_thread) {
-        running.push_back({thread, Name(), m_since});
+        running.push_back({thread, m_future.MakeName(), m_time});
     }
 }
 
@@ -392,7 +431,7 @@ void JobState::Release() noexcept {
     }
     const auto error = std::exchange(m_error, nullptr);
     if (error && !m_isRead) {
-        ReportUnreadFailure(Name()->text.c_str(), error);
+        ReportUnreadFailure(Name(), error);
     }
 }
 

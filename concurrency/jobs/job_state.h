@@ -49,6 +49,9 @@ class JobGroupLink : public JobSlot {
     // Counts the job and calls its PublishEnd(), in one hold of the group's lock.
     virtual void Publish(JobState& job, bool hasRun) noexcept = 0;
 
+    // Lives as long as the group.
+    virtual const std::shared_ptr<const JobName>& GroupName() const noexcept = 0;
+
     // After that, without a lock: what the end leads to.
     virtual void GoOn(bool hasRun) noexcept = 0;
 
@@ -64,18 +67,18 @@ class JobState final : public ITaskState, public Cancellable, public std::enable
     };
 
     // Errors: std::bad_alloc.
-    JobState(std::shared_ptr<const JobName> name, const JobBodyType& type);
+    JobState(const wchar_t* name, const JobBodyType& type);
     ~JobState() override;
     JobState(const JobState&) = delete;
     JobState& operator=(const JobState&) = delete;
 
-    void* Body() const noexcept { return m_body; }
+    void* Body() const noexcept { return m_block.Body(); }
 
     // The callable stands in the body.
     void MarkBuilt() noexcept { m_isBuilt = true; }
 
-    // Before the start.
-    void SetOwner(std::shared_ptr<RunRecord> owner) noexcept { m_owner = std::move(owner); }
+    // Before the start. A job has an owner, or a group, or neither.
+    void SetOwner(std::shared_ptr<RunRecord> owner) noexcept;
     void SetGroup(std::shared_ptr<JobGroupLink> group) noexcept;
     void SetReader(Reader reader) noexcept;
 
@@ -96,7 +99,7 @@ class JobState final : public ITaskState, public Cancellable, public std::enable
     void FinishAsking() noexcept override;
     std::shared_ptr<Cancellable> Self() noexcept override { return weak_from_this().lock(); }
 
-    const std::shared_ptr<const JobName>& Name() const noexcept { return m_future.Name(); }
+    const wchar_t* Name() const noexcept { return m_future.Name(); }
     bool IsWaiting() const noexcept { return m_phase.load(std::memory_order_acquire) == Phase::Waiting; }
     bool IsEnded() const noexcept { return m_phase.load(std::memory_order_acquire) == Phase::Ended; }
     AskReason Reason() const;
@@ -106,7 +109,7 @@ class JobState final : public ITaskState, public Cancellable, public std::enable
 
     // Only when it has ended.
     JobOutcome Outcome() const noexcept { return m_outcome; }
-    MonotonicClock::time_point EndTime() const noexcept { return m_endTime; }
+    MonotonicClock::time_point EndTime() const noexcept { return m_time; }
     const std::exception_ptr& Error() const noexcept { return m_error; }
     JobGroupLink& GroupLink() const noexcept { return *m_group; }
     const void* Group() const noexcept { return m_group ? m_group->Group() : nullptr; }
@@ -125,7 +128,7 @@ class JobState final : public ITaskState, public Cancellable, public std::enable
 
     // Throws what the job ended with; returns if it is Done. Only when it has ended, once.
     void RethrowFailure();
-    void* Result() const noexcept { return m_type.result(m_body); }
+    void* Result() const noexcept { return m_block.Type().result(Body()); }
 
     // The body's result has been taken, or is of no use: destroys it, and the exception. A failure that was not read is
     // reported. Only when it has ended.
@@ -152,21 +155,36 @@ class JobState final : public ITaskState, public Cancellable, public std::enable
     void DestroyCall() noexcept;
     void Discard() noexcept;
 
+    // One piece of memory: the body, and behind it the characters of the name.
+    class Block {
+      public:
+        Block(const JobBodyType& type, const wchar_t* name);
+        ~Block();
+        Block(const Block&) = delete;
+        Block& operator=(const Block&) = delete;
+
+        void* Body() const noexcept { return m_start; }
+        const wchar_t* Name() const noexcept;
+        const JobBodyType& Type() const noexcept { return m_type; }
+
+      private:
+        const JobBodyType& m_type;
+        void* m_start;
+    };
+
     JobShard& m_shard;  // its mutex guards the fields named so
     JobFuture m_future;
-    void* const m_body;
-    const JobBodyType& m_type;
+    const Block m_block;
 
     std::atomic<Phase> m_phase = Phase::Waiting;
     std::atomic<DWORD> m_thread = 0;  // that runs or ends it
-    MonotonicClock::time_point m_since;  // it has run; written before m_thread
+    std::atomic<MonotonicClock::time_point> m_time{};  // of the start, written before m_thread; then of the end
 
     // Of the thread that has claimed it, until the end is published; constant after that.
     bool m_isBuilt = false;
     bool m_hasResult = false;
     bool m_neverRuns = false;
     JobOutcome m_outcome = JobOutcome::Cancelled;
-    MonotonicClock::time_point m_endTime;
     std::exception_ptr m_error;
 
     Reader m_reader ORVANE_GUARDED_BY(m_shard.mutex) = Reader::Handle;

@@ -20,7 +20,7 @@ std::shared_ptr<RunRecord> RunRecord::OfThisThread() {
     }
     const JobFuture* const job = JobFuture::Of(*future);
     auto record = std::static_pointer_cast<RunRecord>(
-        future->InstallCompanion(std::make_shared<RunRecord>(job != nullptr ? job->Name() : nullptr)));
+        future->InstallCompanion(std::make_shared<RunRecord>(job != nullptr ? job->MakeName() : nullptr)));
     if (!record) {
         return nullptr;
     }
