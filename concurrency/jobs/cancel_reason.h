@@ -1,13 +1,14 @@
 // Why a job was asked to leave.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "concurrency/base/export.h"
 
 namespace Orvane {
 
-enum class CancelCause {
+enum class CancelCause : std::uint8_t {
     None,          // it was not asked
     Handle,        // Job::Cancel(), also in its own run
     Dropped,       // its handle, or its group, was destroyed

@@ -250,7 +250,8 @@ void JobState::KeepReason() noexcept {
     if (m_outcome != JobOutcome::Done) {
         const AskReason reason = Reason();
         const RankedLock lock(m_shard.mutex);
-        m_reason = reason;
+        m_cause = reason.cause;
+        m_askedBy = reason.by;
     }
 }
 
@@ -304,8 +305,9 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
         if (m_phase == Phase::Ended) {
             return;
         }
-        if (m_reason.cause == CancelCause::None) {
-            m_reason = reason;
+        if (m_cause == CancelCause::None) {
+            m_cause = reason.cause;
+            m_askedBy = reason.by;
         }
     }
     if (Claim(Phase::Ending)) {
@@ -339,10 +341,10 @@ std::shared_ptr<RunRecord> JobState::Record() {
 AskReason JobState::Reason() const {
     const bool isAsked = m_future.IsCancelling();
     const RankedLock lock(m_shard.mutex);
-    if (m_reason.cause == CancelCause::None && isAsked) {
+    if (m_cause == CancelCause::None && isAsked) {
         return {CancelCause::Task, nullptr};
     }
-    return m_reason;
+    return {m_cause, m_askedBy};
 }
 
 AskReason JobState::DropReason() const noexcept {

@@ -59,7 +59,8 @@ class JobGroupLink : public JobSlot {
     ~JobGroupLink() = default;
 };
 
-class JobState final : public ITaskState, public Cancellable, public std::enable_shared_from_this<JobState> {
+// Its small fields stand first: behind the last base there is room for them.
+class JobState final : public ITaskState, public std::enable_shared_from_this<JobState>, public Cancellable {
   public:
     enum class Reader : std::uint8_t {
         Handle,  // a caller reads the outcome, or drops it
@@ -172,24 +173,26 @@ class JobState final : public ITaskState, public Cancellable, public std::enable
         void* m_start;
     };
 
-    JobShard& m_shard;  // its mutex guards the fields named so
-    JobFuture m_future;
-    const Block m_block;
-
     std::atomic<Phase> m_phase = Phase::Waiting;
-    std::atomic<DWORD> m_thread = 0;  // that runs or ends it
-    std::atomic<MonotonicClock::time_point> m_time{};  // of the start, written before m_thread; then of the end
 
     // Of the thread that has claimed it, until the end is published; constant after that.
     bool m_isBuilt = false;
     bool m_hasResult = false;
     bool m_neverRuns = false;
     JobOutcome m_outcome = JobOutcome::Cancelled;
-    std::exception_ptr m_error;
 
-    Reader m_reader ORVANE_GUARDED_BY(m_shard.mutex) = Reader::Handle;
     bool m_isRead = false;  // of the handle
-    AskReason m_reason ORVANE_GUARDED_BY(m_shard.mutex);
+    Reader m_reader ORVANE_GUARDED_BY(m_shard.mutex) = Reader::Handle;
+    CancelCause m_cause ORVANE_GUARDED_BY(m_shard.mutex) = CancelCause::None;
+
+    std::atomic<DWORD> m_thread = 0;  // that runs or ends it
+    JobShard& m_shard;  // its mutex guards the fields named so
+    JobFuture m_future;
+    const Block m_block;
+    std::atomic<MonotonicClock::time_point> m_time{};  // of the start, written before m_thread; then of the end
+    std::exception_ptr m_error;  // as m_outcome
+
+    std::shared_ptr<const JobName> m_askedBy ORVANE_GUARDED_BY(m_shard.mutex);  // belongs to m_cause
     JobListeners m_listeners ORVANE_GUARDED_BY(m_shard.mutex);
     std::unique_ptr<Extras> m_extras ORVANE_GUARDED_BY(m_shard.mutex);
 
