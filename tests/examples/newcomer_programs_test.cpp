@@ -33,7 +33,7 @@ TEST(TimeLimit, WorkThatTakesLongerIsEndedByItsLimit) {
 TEST(TimeLimit, AFailureIsNoTimeOut) {
     const ChildResult result = RunChild("time_limit", {"soon", "100000"});
 
-    EXPECT_THAT(OutputOf(result), StartsWith("The work has failed: "));
+    EXPECT_THAT(OutputOf(result), StartsWith("The work has failed: stoul"));
     EXPECT_EQ(result.exitCode, 2U);
 }
 
