@@ -1,19 +1,16 @@
 // One scene of concurrency_lifetime_process_test, named on the command line.
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <memory>
-#include <thread>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
+#include "tests/lifetime/closing_memory.h"
 #include "tests/lifetime/library_use.h"
 #include "tests/support/gate.h"
-#include "tests/support/thread.h"
 
 namespace {
 
@@ -79,31 +76,29 @@ int NeverUninitialiseWhileBusy() {
     return EndOfMain();
 }
 
-// The end of the process kills these threads wherever they are: also while they hold the lock inside a static object.
-int NeverUninitialiseWhileCallersAreInside() {
+// The end of the process kills a caller that holds the lock inside a static pointer of the library.
+template <typename Make, typename Call>
+int NeverUninitialiseWithACallerInside(Make make, Call call) {
+    {
+        // What the library makes once and destroys at the end of the process shall not lie in the memory.
+        const ConcurrencyLifetime lifetime;
+        make();
+    }
     ConcurrencyInitialize();
-    UseScheduler();
-    static std::atomic<int> inside = 0;
-    constexpr int kCallers = 4;
-    for (int caller = 0; caller < kCallers; ++caller) {
-        Thread([caller] {
-            const Task task = MakeTask(L"asked for", [] {});
-            const ScheduledTask cancelled(Task(), TimeFromNow(1h), Duration(0));
-            ++inside;
-            constexpr int kMostInserts = 100'000;  // that the schedule does not take all memory
-            for (int call = 0;; ++call) {
-                if (caller % 2 == 0 || call > kMostInserts) {
-                    GlobalThreadPool::IsPresent(task);
-                } else {
-                    GlobalScheduler::Insert(cancelled);
-                }
-            }
-        }).detach();
-    }
-    while (inside < kCallers) {
-        std::this_thread::yield();
-    }
+    static ClosingMemory memory;
+    make();
+    memory.Close();
+    memory.KeepIn(call);
     return EndOfMain();
+}
+
+int NeverUninitialiseWithACallerInThePool() {
+    const auto ask = [] { GlobalThreadPool::IsPresent(Task()); };
+    return NeverUninitialiseWithACallerInside(ask, ask);
+}
+
+int NeverUninitialiseWithACallerInTheScheduler() {
+    return NeverUninitialiseWithACallerInside(&CreateScheduler, [] { GlobalScheduler::Insert(ScheduledTask()); });
 }
 
 int NeverInitialise() {
@@ -154,7 +149,8 @@ constexpr Scene kScenes[] = {
     {"last-uninitialise-in-dedicated-thread", &LastUninitialiseInDedicatedThread},
     {"never-uninitialise", &NeverUninitialise},
     {"never-uninitialise-while-busy", &NeverUninitialiseWhileBusy},
-    {"never-uninitialise-while-callers-are-inside", &NeverUninitialiseWhileCallersAreInside},
+    {"never-uninitialise-with-a-caller-in-the-pool", &NeverUninitialiseWithACallerInThePool},
+    {"never-uninitialise-with-a-caller-in-the-scheduler", &NeverUninitialiseWithACallerInTheScheduler},
     {"never-initialise", &NeverInitialise},
     {"static-object", &StaticObject},
     {"overrun-without-initialisation", &OverrunWithoutInitialisation},
