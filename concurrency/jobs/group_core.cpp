@@ -1,5 +1,6 @@
 #include "concurrency/jobs/group_core.h"
 
+#include <system_error>
 #include <utility>
 
 #include "concurrency/base/report.h"
@@ -50,6 +51,16 @@ class GroupRunner final : public ITaskState {
     bool m_hasBegun = false;
 };
 
+// Needs m_mutex. Also while they are being asked.
+template <typename Action>
+void GroupCore::ForEachRunning(Action action) const {
+    for (const Entries* const entries : {&m_running, &m_beingAsked}) {
+        for (const GroupEntry* next = entries->Front(); next != nullptr; next = entries->Next(*next)) {
+            action(*next->m_job);
+        }
+    }
+}
+
 class GroupCore::AwaitedIdle : public Awaited {
   public:
     explicit AwaitedIdle(GroupCore& group) : m_group(group) {}
@@ -69,10 +80,7 @@ class GroupCore::AwaitedIdle : public Awaited {
     }
     void CollectRunning(std::vector<RunningJob>& running) const override {
         const RankedLock lock(m_group.m_mutex);
-        for (const GroupEntry* next = m_group.m_running.Front(); next != nullptr;
-             next = m_group.m_running.Next(*next)) {
-            next->m_job->CollectRunning(running);
-        }
+        m_group.ForEachRunning([&running](const JobState& job) { job.CollectRunning(running); });
     }
     bool IsOfGroup(const void* group) const noexcept override { return group == &m_group; }
 
@@ -139,7 +147,9 @@ void GroupEntry::Count(const JobState& job) noexcept {
         case JobOutcome::Failed: ++core.m_counts.failed; break;
         case JobOutcome::Cancelled:
             ++core.m_counts.cancelled;
-            core.m_wasCancelled = core.m_wasCancelled || core.m_reason.cause != CancelCause::None;
+            // The last uninitialisation asks the job and the group one after the other.
+            core.m_wasCancelled = core.m_wasCancelled || core.m_reason.cause != CancelCause::None ||
+                                  job.Reason().cause == CancelCause::Shutdown;
             break;
     }
     if (hasFailed && (!m_schedule || m_schedule->onFailure == OnFailure::FailGroup)) {
@@ -248,9 +258,12 @@ void GroupCore::Open() {
     }
 }
 
-void GroupCore::Close() noexcept {
+void GroupCore::Close(bool isOver) noexcept {
     if (m_owner) {
         m_owner->Remove(*this);
+    }
+    if (isOver) {
+        DropScheduledWork();
     }
     TimeLimit limit;
     {
@@ -262,14 +275,35 @@ void GroupCore::Close() noexcept {
     Delist(*this);
 }
 
+// The thread of the last run may hold its schedule for a moment still, when the callable must be gone. No run calls it any more.
+void GroupCore::DropScheduledWork() noexcept {
+    std::list<std::shared_ptr<GroupSchedule>> schedules;
+    {
+        const RankedLock lock(m_mutex);
+        schedules.swap(m_schedules);
+    }
+    for (const auto& schedule : schedules) {
+        schedule->work = nullptr;
+    }
+}
+
 std::shared_ptr<JobState> GroupCore::Make(const wchar_t* name, const JobBodyType& type) {
     auto job = std::make_shared<JobState>(name, type);
     job->SetGroup(std::make_shared<GroupEntry>(shared_from_this(), std::make_shared<const JobName>(name, m_name)));
     return job;
 }
 
+// Needs m_mutex. From its first job or schedule on the last uninitialisation asks the group.
+void GroupCore::EnlistOnce() {
+    if (!m_isEnlisted) {
+        Enlist(*this);
+        m_isEnlisted = true;
+    }
+}
+
 // Needs m_mutex. Counts the job, as one that waits or as one that runs. From then on requests reach it.
 void GroupCore::Enroll(const std::shared_ptr<JobState>& job, Entries& entries) {
+    EnlistOnce();
     job->Enlist();
     auto& entry = static_cast<GroupEntry&>(job->GroupLink());
     entry.m_job = job.get();
@@ -296,6 +330,21 @@ void GroupCore::Add(const std::shared_ptr<JobState>& job) {
     }
 }
 
+void GroupCore::RunHere(const std::shared_ptr<JobState>& job) {
+    AskReason reason;
+    {
+        const RankedLock lock(m_mutex);
+        Enroll(job, m_running);
+        static_cast<GroupEntry&>(job->GroupLink()).m_hasSlot = true;
+        ++m_slots;
+        reason = m_reason;
+    }
+    if (reason.cause != CancelCause::None) {
+        AskToLeave(*job, reason);
+    }
+    (*job)();
+}
+
 void GroupCore::AddInNewThread(const std::shared_ptr<JobState>& job) {
     AskReason reason;
     {
@@ -317,7 +366,7 @@ void GroupCore::AddInNewThread(const std::shared_ptr<JobState>& job) {
 
 bool GroupCore::Reserve() {
     const RankedLock lock(m_mutex);
-    if (m_reason.cause == CancelCause::None && (!m_waiting.IsEmpty() || !HasSlot())) {
+    if (m_reason.cause == CancelCause::None && m_slots + m_retakers + m_counts.waiting >= m_bound) {
         return false;
     }
     ++m_slots;
@@ -332,9 +381,9 @@ void GroupCore::CancelReservation() noexcept {
     StartRunner();
 }
 
-// Needs m_mutex: for a job that waits. Those that want theirs again come first.
-bool GroupCore::HasSlot() const {
-    return m_slots + m_retakers < m_bound;
+// Needs m_mutex. Jobs that want their slots again come first. What waits in a spent group is on its way to be asked, and never runs.
+bool GroupCore::CanStartOne() const {
+    return !m_waiting.IsEmpty() && m_slots + m_retakers < m_bound && m_reason.cause == CancelCause::None;
 }
 
 void GroupCore::FreeSlot() {
@@ -348,7 +397,7 @@ std::size_t GroupCore::Left() const {
 
 bool GroupCore::ClaimStart() noexcept {
     const RankedLock lock(m_mutex);
-    if (m_isStarting || m_waiting.IsEmpty() || !HasSlot()) {
+    if (m_isStarting || !CanStartOne()) {
         return false;
     }
     m_isStarting = true;
@@ -395,7 +444,7 @@ void GroupCore::RunnerBegins() noexcept {
 // Null if the runner is to leave.
 std::shared_ptr<JobState> GroupCore::TakeNext() noexcept {
     const RankedLock lock(m_mutex);
-    if (m_waiting.IsEmpty() || !HasSlot()) {
+    if (!CanStartOne()) {
         --m_runners;
         return nullptr;
     }
@@ -482,12 +531,11 @@ void GroupCore::Ask(const AskReason& reason, AskedList& asked) noexcept {
 
 // Those that run first: they need time to leave.
 void GroupCore::AskJobs(const AskReason& reason, AskedList& asked) noexcept {
-    Entries running;
     Entries waiting;
     RankedLock lock(m_mutex);
-    running.TakeAll(m_running);
+    m_beingAsked.TakeAll(m_running);
     waiting.TakeAll(m_waiting);
-    while (GroupEntry* const entry = running.PopFront()) {
+    while (GroupEntry* const entry = m_beingAsked.PopFront()) {
         m_running.PushBack(*entry);
         if (auto job = entry->m_job->Self()) {
             const ReleasedLock released(lock, m_mutex);
@@ -504,14 +552,20 @@ void GroupCore::AskJobs(const AskReason& reason, AskedList& asked) noexcept {
 }
 
 void GroupCore::FinishAsking() noexcept {
-    std::list<std::shared_ptr<GroupSchedule>> schedules;
-    {
-        const RankedLock lock(m_mutex);
-        schedules.swap(m_schedules);
+    while (const auto ended = NextToCancel()) {
+        CancelEnded(*ended);
     }
-    for (const auto& schedule : schedules) {
-        CancelEnded(*schedule);
+}
+
+// Null when all schedules that are not active have been cancelled.
+std::shared_ptr<GroupSchedule> GroupCore::NextToCancel() noexcept {
+    const RankedLock lock(m_mutex);
+    for (const auto& schedule : m_schedules) {
+        if (!schedule->isActive && !std::exchange(schedule->isTakenForCancel, true)) {
+            return schedule;
+        }
     }
+    return nullptr;
 }
 
 void GroupCore::DropWaiting() noexcept {
@@ -566,14 +620,20 @@ void GroupCore::RethrowFirst() {
 bool GroupCore::NextEnded(EndedJob& ended) {
     for (;;) {
         AwaitedRecord awaited(*this);
+        if (!awaited.IsOver() && IsOnThisThread()) {
+            throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur),
+                                    "an iteration over the group of this job");
+        }
         if (WaitAsCancellationPoint(awaited, kNoDeadline) == JobWaitResult::Cancelled) {
             throw CancelRequestedException();
         }
         std::list<Ended> taken;
+        EndedJob next;  // what it changes places with is destroyed without the lock
         const RankedLock lock(m_mutex);
         if (!m_ended.empty()) {
             const Ended& first = m_ended.front();
-            ended = {first.job.name->text, first.index, first.outcome, first.job.error};
+            next = {first.job.name->text, first.index, first.outcome, first.job.error};
+            std::swap(ended, next);
             m_isFirstRead = m_isFirstRead || first.outcome == JobOutcome::Failed;
             taken.splice(taken.end(), m_ended, m_ended.begin());
             return true;
@@ -636,12 +696,9 @@ std::vector<JobFailure> GroupCore::Failures() {
 
 bool GroupCore::IsOnThisThread() const noexcept {
     const RankedLock lock(m_mutex);
-    for (const GroupEntry* next = m_running.Front(); next != nullptr; next = m_running.Next(*next)) {
-        if (next->m_job->IsOnThisThread()) {
-            return true;
-        }
-    }
-    return false;
+    bool isOnThisThread = false;
+    ForEachRunning([&isOnThisThread](const JobState& job) { isOnThisThread = isOnThisThread || job.IsOnThisThread(); });
+    return isOnThisThread;
 }
 
 void GroupCore::ReportUnread() noexcept {
@@ -662,10 +719,7 @@ void GroupCore::AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, cons
     std::list<std::shared_ptr<GroupSchedule>> node{schedule};
     {
         const RankedLock lock(m_mutex);
-        if (!m_isEnlisted) {
-            Enlist(*this);
-            m_isEnlisted = true;
-        }
+        EnlistOnce();
         if (m_reason.cause != CancelCause::None) {
             return;
         }

@@ -52,6 +52,7 @@ struct GroupSchedule {
     // Guarded by the group.
     bool isActive = false;
     bool isUnderWay = false;
+    bool isTakenForCancel = false;
     Task task;  // that adds the runs; empty in virtual time
 };
 
@@ -64,7 +65,9 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
 
     // Belongs to the calling thread's run from now on, if there is one.
     void Open();
-    void Close() noexcept;
+
+    // Gives up what it holds of the process; the callables of its schedules, too, if all jobs have ended.
+    void Close(bool isOver) noexcept;
 
     // A job for this group, to be built and added. Errors: std::bad_alloc.
     std::shared_ptr<JobState> Make(const wchar_t* name, const JobBodyType& type);
@@ -72,6 +75,9 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     // Adds the job and starts it when there is a slot, or at once on a thread of its own. In a spent group it is asked at once.
     void Add(const std::shared_ptr<JobState>& job);
     void AddInNewThread(const std::shared_ptr<JobState>& job);
+
+    // Runs it on the calling thread, with a slot of its own: for a caller who leaves one free.
+    void RunHere(const std::shared_ptr<JobState>& job);
 
     // Whether a job that is added now would start at once. Keeps the slot until CancelReservation().
     bool Reserve();
@@ -136,11 +142,12 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     void RunItems();
     std::shared_ptr<JobState> TakeNext() noexcept;
 
+    void EnlistOnce() ORVANE_REQUIRES(m_mutex);
     void Enroll(const std::shared_ptr<JobState>& job, Entries& entries) ORVANE_REQUIRES(m_mutex);
     void StartRunner() noexcept;
     bool ClaimStart() noexcept;
     void StartHasFailed(const std::exception_ptr& error) noexcept;
-    bool HasSlot() const ORVANE_REQUIRES(m_mutex);
+    bool CanStartOne() const ORVANE_REQUIRES(m_mutex);
     void FreeSlot() ORVANE_REQUIRES(m_mutex);
     std::size_t Left() const ORVANE_REQUIRES(m_mutex);
     void AskJobs(const AskReason& reason, AskedList& asked) noexcept;
@@ -148,6 +155,10 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     bool CountFailure(std::list<Failed>& failed) noexcept ORVANE_REQUIRES(m_mutex);
     void EndSchedule(GroupSchedule& schedule) ORVANE_REQUIRES(m_mutex);
     void CancelEnded(GroupSchedule& schedule) noexcept;
+    void DropScheduledWork() noexcept;
+    std::shared_ptr<GroupSchedule> NextToCancel() noexcept;
+    template <typename Action>
+    void ForEachRunning(Action action) const ORVANE_REQUIRES(m_mutex);
     void StartSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start, const Duration& delay,
                        const Duration& interval);
     bool RunScheduled(const std::shared_ptr<GroupSchedule>& schedule);
@@ -159,6 +170,7 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     mutable Mutex m_mutex;
     Entries m_waiting ORVANE_GUARDED_BY(m_mutex);
     Entries m_running ORVANE_GUARDED_BY(m_mutex);
+    Entries m_beingAsked ORVANE_GUARDED_BY(m_mutex);  // run, too: those that a request has not come to yet
     JobCounts m_counts ORVANE_GUARDED_BY(m_mutex);
     std::size_t m_added ORVANE_GUARDED_BY(m_mutex) = 0;
 
@@ -178,7 +190,7 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     JobListeners m_readers ORVANE_GUARDED_BY(m_mutex);  // of those that wait for the next record
     JobListeners m_slotWaiters ORVANE_GUARDED_BY(m_mutex);
     TimeLimit m_limit ORVANE_GUARDED_BY(m_mutex);
-    bool m_isEnlisted ORVANE_GUARDED_BY(m_mutex) = false;  // from the first schedule on: the jobs are, each for itself
+    bool m_isEnlisted ORVANE_GUARDED_BY(m_mutex) = false;  // from the first job or schedule on
     std::list<std::shared_ptr<GroupSchedule>> m_schedules ORVANE_GUARDED_BY(m_mutex);
     std::size_t m_activeSchedules ORVANE_GUARDED_BY(m_mutex) = 0;
 };

@@ -25,10 +25,8 @@ JobGroup::~JobGroup() {
         return;
     }
     AskToLeave(*m_core, {CancelCause::Dropped, m_core->Name()});
-    if (!m_core->IsOnThisThread()) {
-        static_cast<void>(m_core->WaitToTheEnd());
-    }
-    m_core->Close();
+    const bool isOver = !m_core->IsOnThisThread() && m_core->WaitToTheEnd() == Internal::JobWaitResult::Over;
+    m_core->Close(isOver);
     m_core->ReportUnread();
 }
 

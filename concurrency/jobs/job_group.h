@@ -19,7 +19,7 @@
 //     group owns it: a request for that run reaches all jobs.
 // Errors: Wait() throws the first failure as its own type, to each caller the same object. It throws CancelledException if
 //     jobs did not finish because the group was asked (TimeLimitException by its limit), and std::system_error
-//     (resource_deadlock_would_occur) inside a job of the group. Run() throws Unexpected before the first initialisation and
+//     (resource_deadlock_would_occur) inside a job of the group, as does an iteration there that would wait. Run() throws Unexpected before the first initialisation and
 //     from the last uninitialisation on, and std::bad_alloc. If no worker can be started for its jobs, the group fails with
 //     that error. A first failure that was never thrown or read goes to the failure handler when the group goes.
 // Memory: everything before Run() is visible to the job, and everything in the jobs after Wait(), or after the iteration has

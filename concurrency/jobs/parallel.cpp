@@ -66,22 +66,16 @@ class Runners {
 
     void Start(std::size_t count) {
         for (std::size_t i = 0; i < count; ++i) {
-            m_group.Run(m_name, [this] {
-                RunChunks(m_items, m_context, m_run, RunRecord::OfThisThread()->RequestedFlag());
-                m_group.Core().DropWaiting();
-            });
+            m_group.Run(m_name, [this] { TakeItems(); });
         }
     }
 
-    // The caller's part. What its items throw counts as a failure of the group.
-    void RunHere(RunRecord& record) {
+    // The caller's part: a job like the others, so that their failures reach its items, too.
+    void RunHere() noexcept {
         try {
-            RunChunks(m_items, m_context, m_run, record.RequestedFlag());
-            m_group.Core().DropWaiting();
-        } catch (const CancelRequestedException&) {
-            if (!record.IsRequested()) {
-                m_group.Core().Fail(m_group.Core().Name(), std::current_exception());
-            }
+            auto take = [this] { TakeItems(); };
+            const auto& type = JobBody<decltype(take)>::Type();
+            m_group.Core().RunHere(BuildInto(JobRef(m_group.Core().Make(m_name, type)), take).State());
         } catch (...) {
             m_group.Core().Fail(m_group.Core().Name(), std::current_exception());
         }
@@ -108,6 +102,11 @@ class Runners {
     }
 
   private:
+    void TakeItems() {
+        RunChunks(m_items, m_context, m_run, RunRecord::OfThisThread()->RequestedFlag());
+        m_group.Core().DropWaiting();
+    }
+
     const wchar_t* const m_name;
     JobGroup m_group;
     Items& m_items;
@@ -126,11 +125,11 @@ void RunInParallel(const wchar_t* name, std::size_t count, std::size_t bound, vo
         return;
     }
     Items items(count, runnerCount);
-    const auto record = RunRecord::OfThisThread();
+    const bool isInRun = RunRecord::OfThisThread() != nullptr;
     Runners runners(name, runnerCount, items, context, run);
-    runners.Start(record ? runnerCount - 1 : runnerCount);
-    if (record) {
-        runners.RunHere(*record);
+    runners.Start(isInRun ? runnerCount - 1 : runnerCount);
+    if (isInRun) {
+        runners.RunHere();
     }
     runners.Await();
     runners.Rethrow();
