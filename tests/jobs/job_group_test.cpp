@@ -1,0 +1,386 @@
+// How many jobs of a group run at a time, and where the others wait.
+#include "concurrency/jobs/job_group.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "concurrency/errors/exceptions.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/tasks/make_task.h"
+#include "concurrency/threadpool/global_thread_pool.h"
+#include "tests/jobs/blocked.h"
+#include "tests/jobs/turnstile.h"
+#include "tests/support/eventually.h"
+#include "tests/support/fake_ticks.h"
+#include "tests/support/gate.h"
+#include "tests/threadpool/held_tasks.h"
+#include "tests/threadpool/thread_starts.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Zarvo::Test;
+using namespace std::chrono_literals;
+
+bool EventuallyEntered(const Turnstile& turnstile, int count) {
+    return Eventually([&] { return turnstile.Entered() >= count; });
+}
+
+void AddHeld(JobGroup& group, Turnstile& turnstile, int count) {
+    for (int i = 0; i < count; ++i) {
+        group.Run(L"held", [&turnstile] { turnstile.Pass(); });
+    }
+}
+
+class JobGroupOfBound : public testing::TestWithParam<int> {};
+
+TEST_P(JobGroupOfBound, BeginsTheNextJobEachTimeOneHasEndedAndNeverMore) {
+    constexpr int kMore = 4;
+    const int bound = GetParam();
+    const ConcurrencyLifetime lifetime;
+    Turnstile turnstile;
+    JobGroup group(L"group", static_cast<std::size_t>(bound));
+    const OpensAtEnd end(turnstile);
+    AddHeld(group, turnstile, bound + kMore);
+    for (int ended = 0; ended <= kMore; ++ended) {
+        ASSERT_TRUE(EventuallyEntered(turnstile, bound + ended));
+        std::this_thread::sleep_for(5ms);
+        EXPECT_EQ(turnstile.Entered(), bound + ended);
+        turnstile.LetOneGo();
+    }
+    turnstile.LetAllGo();
+    group.Wait();
+    EXPECT_EQ(turnstile.Entered(), bound + kMore);
+    EXPECT_EQ(turnstile.Most(), bound);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, JobGroupOfBound, testing::Values(1, 3, 8, 13));
+
+TEST(JobGroupBound, OfMoreThanTheJobsRunsAllAtOnce) {
+    const ConcurrencyLifetime lifetime;
+    Turnstile turnstile;
+    JobGroup group(L"group", 1'000);
+    const OpensAtEnd end(turnstile);
+    AddHeld(group, turnstile, 5);
+    EXPECT_TRUE(Eventually([&] { return turnstile.Inside() == 5; }));
+}
+
+TEST(JobGroupBound, UnboundedRunsAllAtOnce) {
+    const ConcurrencyLifetime lifetime;
+    Turnstile turnstile;
+    JobGroup group(L"group", Unbounded);
+    const OpensAtEnd end(turnstile);
+    const int count = static_cast<int>(DefaultBound()) + 12;
+    AddHeld(group, turnstile, count);
+    EXPECT_TRUE(Eventually([&] { return turnstile.Inside() == count; }));
+}
+
+TEST(JobGroupBound, IsTheDefaultOneUnlessGiven) {
+    const ConcurrencyLifetime lifetime;
+    Turnstile turnstile;
+    JobGroup group(L"group");
+    const OpensAtEnd end(turnstile);
+    const int bound = static_cast<int>(DefaultBound());
+    AddHeld(group, turnstile, bound + 2);
+    ASSERT_TRUE(EventuallyEntered(turnstile, bound));
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(turnstile.Entered(), bound);
+}
+
+TEST(JobGroupBound, OfZeroIsRefused) {
+    const ConcurrencyLifetime lifetime;
+    EXPECT_THROW(JobGroup(L"group", 0), std::invalid_argument);
+}
+
+TEST(JobGroupQueue, IsInTheGroupSoThePoolStaysSmallAndServesOthers) {
+    constexpr int kItems = 10'000;
+    const ThreadStarts starts;
+    const ConcurrencyLifetime lifetime;
+    Turnstile turnstile;
+    JobGroup group(L"group", 4);
+    const OpensAtEnd end(turnstile);
+    AddHeld(group, turnstile, kItems);
+    ASSERT_TRUE(EventuallyEntered(turnstile, 4));
+
+    Internal::Task other = MakeTask(L"other", [] {});
+    Internal::GlobalThreadPool::Queue(other);
+    other.Wait();
+    EXPECT_EQ(turnstile.Entered(), 4);
+
+    turnstile.LetAllGo();
+    group.Wait();
+    EXPECT_EQ(turnstile.Entered(), kItems);
+    EXPECT_LT(starts.Count(), 16);  // eight workers and no growth; the rest started their runners
+}
+
+// The clock stands still, so a growth after the first one never comes: whoever queues waits.
+TEST(JobGroupQueue, TakesJobsThoughEveryWorkerIsBlockedAndThePoolCannotGrow) {
+    FakeTicks ticks(100'000);
+    const ConcurrencyLifetime lifetime;
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(6, &Internal::GlobalThreadPool::Queue));
+    ticks.Advance(1'000);
+    ASSERT_TRUE(held.Start(8, &Internal::GlobalThreadPool::Queue));
+    std::atomic<int> ran = 0;
+    JobGroup group(L"group");
+    for (int i = 0; i < 100; ++i) {
+        group.Run(L"job", [&ran] { ++ran; });
+    }
+    EXPECT_EQ(group.Counts().waiting + group.Counts().running + group.Counts().done, 100U);
+    ticks.Advance(1'000);
+    group.Wait();
+    EXPECT_EQ(ran, 100);
+}
+
+TEST(JobGroupTryRun, RunsAsLongAsAJobIsFreeToBegin) {
+    const ConcurrencyLifetime lifetime;
+    Turnstile turnstile;
+    JobGroup group(L"group", 2);
+    const OpensAtEnd end(turnstile);
+    const auto pass = [&turnstile] { turnstile.Pass(); };
+    EXPECT_TRUE(group.TryRun(L"first", pass).has_value());
+    EXPECT_TRUE(group.TryRun(L"second", pass).has_value());
+    EXPECT_FALSE(group.TryRun(L"third", pass).has_value());
+    turnstile.LetOneGo();
+    EXPECT_TRUE(Eventually([&] { return group.TryRun(L"fourth", pass).has_value(); }));
+    turnstile.LetAllGo();
+    group.Wait();
+    EXPECT_EQ(turnstile.Entered(), 3);
+}
+
+TEST(JobGroupTryRun, RefusesWhileJobsThatWaitTakeAllPlaces) {
+    const ConcurrencyLifetime lifetime;
+    Turnstile turnstile;
+    JobGroup group(L"group", 2);
+    const OpensAtEnd end(turnstile);
+    AddHeld(group, turnstile, 2);
+    EXPECT_FALSE(group.TryRun(L"refused", [] {}).has_value());
+}
+
+TEST(JobGroupTryRun, GivesTheResult) {
+    const ConcurrencyLifetime lifetime;
+    JobGroup group(L"group", 1);
+    auto job = group.TryRun(L"sum", [](int a, int b) { return a + b; }, 2, 3);
+    ASSERT_TRUE(job.has_value());
+    EXPECT_EQ(job->Get(), 5);
+}
+
+struct MovableCallable {
+    std::unique_ptr<int> owned = std::make_unique<int>(1);
+    void operator()(std::unique_ptr<int>) {}
+};
+
+TEST(JobGroupTryRun, TouchesNeitherCallableNorArgumentsWhenItRefuses) {
+    const ConcurrencyLifetime lifetime;
+    Turnstile turnstile;
+    JobGroup group(L"group", 1);
+    const OpensAtEnd end(turnstile);
+    AddHeld(group, turnstile, 1);
+    ASSERT_TRUE(EventuallyEntered(turnstile, 1));
+    MovableCallable callable;
+    auto argument = std::make_unique<int>(2);
+    EXPECT_FALSE(group.TryRun(L"refused", std::move(callable), std::move(argument)).has_value());
+    EXPECT_NE(callable.owned, nullptr);
+    EXPECT_NE(argument, nullptr);
+    EXPECT_EQ(group.Counts().waiting, 0U);
+}
+
+struct ThrowsWhenCopied {
+    ThrowsWhenCopied() = default;
+    ThrowsWhenCopied(const ThrowsWhenCopied&) { throw std::domain_error("copied"); }
+    void operator()() const {}
+};
+
+TEST(JobGroupTryRun, GivesItsPlaceBackWhenTheCallableCannotBeCopied) {
+    const ConcurrencyLifetime lifetime;
+    JobGroup group(L"group", 1);
+    const ThrowsWhenCopied callable;
+    EXPECT_THROW(group.TryRun(L"never", callable), std::domain_error);
+    EXPECT_TRUE(group.TryRun(L"next", [] {}).has_value());
+    group.Wait();
+}
+
+TEST(JobGroupRun, LeavesNothingBehindWhenTheCallableCannotBeCopied) {
+    const ConcurrencyLifetime lifetime;
+    JobGroup group(L"group", 1);
+    const ThrowsWhenCopied callable;
+    EXPECT_THROW(group.Run(L"never", callable), std::domain_error);
+    group.Wait();
+    EXPECT_EQ(group.Counts().done, 0U);
+    EXPECT_EQ(group.begin(), group.end());
+}
+
+TEST(JobGroupRun, GivesTheResultOnceTheGroupIsGone) {
+    const ConcurrencyLifetime lifetime;
+    GroupJob<std::unique_ptr<int>> job;
+    {
+        JobGroup group(L"group");
+        job = group.Run(L"seven", [](std::unique_ptr<int> value) { return value; }, std::make_unique<int>(7));
+        group.Wait();
+    }
+    EXPECT_EQ(*job.Get(), 7);
+}
+
+TEST(JobGroupRun, OfANullNameIsNameless) {
+    const ConcurrencyLifetime lifetime;
+    JobGroup group(nullptr);
+    const auto job = group.Run(nullptr, [] {});
+    group.Wait();
+    EXPECT_EQ(group.GetName(), L"");
+    EXPECT_EQ(job.GetName(), L"");
+}
+
+TEST(JobGroupRun, KeepsLongNamesInFull) {
+    const ConcurrencyLifetime lifetime;
+    const std::wstring name(5'000, L'n');
+    JobGroup group(name.c_str());
+    const auto job = group.Run(name.c_str(), [] {});
+    group.Wait();
+    EXPECT_EQ(group.GetName(), name);
+    EXPECT_EQ(job.GetName(), name);
+}
+
+TEST(JobGroupRun, ThrowsBeforeTheFirstInitialisation) {
+    JobGroup group(L"group");
+    EXPECT_THROW(group.Run(L"job", [] {}), Unexpected);
+    EXPECT_THROW(group.TryRun(L"job", [] {}), Unexpected);
+    EXPECT_THROW(group.RunInNewThread(L"job", [] {}), Unexpected);
+    EXPECT_THROW(group.Schedule(L"job", 0s, 0s, [] {}), Unexpected);
+    group.Wait();
+}
+
+TEST(JobGroupRun, WorksAgainAfterTheNextInitialisation) {
+    JobGroup group(L"group");
+    EXPECT_THROW(group.Run(L"job", [] {}), Unexpected);
+    const ConcurrencyLifetime lifetime;
+    EXPECT_EQ(group.Run(L"job", [] { return 4; }).Get(), 4);
+}
+
+// The results die at the jobs' ends, as nobody is left to take them.
+TEST(GroupJobHandle, DroppedBeforeTheEndLeavesTheJobGoingAndItsResultToTheEnd) {
+    const ConcurrencyLifetime lifetime;
+    const auto result = std::make_shared<int>(1);
+    Gate gate;
+    JobGroup group(L"group");
+    group.Run(L"job", [&gate, &result] {
+        gate.Wait();
+        return result;
+    });
+    gate.Open();
+    group.Wait();
+    EXPECT_EQ(group.Counts().done, 1U);
+    EXPECT_EQ(result.use_count(), 1);
+}
+
+TEST(GroupJobHandle, KeptKeepsTheResult) {
+    const ConcurrencyLifetime lifetime;
+    const auto result = std::make_shared<int>(1);
+    JobGroup group(L"group");
+    {
+        const auto job = group.Run(L"job", [&result] { return result; });
+        group.Wait();
+        EXPECT_EQ(result.use_count(), 2);
+    }
+    EXPECT_EQ(result.use_count(), 1);
+}
+
+TEST(GroupJobHandle, CancelOfAWaitingJobDestroysItsCallableAtOnceAndSparesTheOthers) {
+    const ConcurrencyLifetime lifetime;
+    const auto captured = std::make_shared<int>(1);
+    Turnstile turnstile;
+    JobGroup group(L"group", 1);
+    const OpensAtEnd end(turnstile);
+    AddHeld(group, turnstile, 1);
+    bool ran = false;
+    const auto job = group.Run(L"waiting", [captured, &ran] { ran = true; });
+    AddHeld(group, turnstile, 1);
+    job.Cancel();
+    EXPECT_EQ(captured.use_count(), 1);
+    EXPECT_TRUE(job.IsReady());
+    EXPECT_EQ(group.Counts().cancelled, 1U);
+    turnstile.LetAllGo();
+    EXPECT_TRUE(Eventually([&] { return group.Counts().done == 2; }));
+    EXPECT_FALSE(ran);
+    EXPECT_EQ(group.GetCancelReason().cause, CancelCause::None);
+}
+
+TEST(JobGroupCounts, TellWhatBecameOfTheJobs) {
+    const ConcurrencyLifetime lifetime;
+    Turnstile turnstile;
+    Blocked blocked;
+    JobGroup group(L"group", 2);
+    const OpensAtEnd end(turnstile);
+    const auto expect = [&group](std::vector<std::size_t> counts) {
+        return Eventually([&] {
+            const JobCounts now = group.Counts();
+            return std::vector{now.waiting, now.running, now.done, now.failed, now.cancelled} == counts;
+        });
+    };
+    EXPECT_TRUE(expect({0, 0, 0, 0, 0}));
+    AddHeld(group, turnstile, 1);
+    group.Run(L"fails", [&turnstile] {
+        turnstile.Pass();
+        throw 1;
+    });
+    group.Run(L"waiting", [] {});
+    EXPECT_TRUE(expect({1, 2, 0, 0, 0}));
+    group.RunInNewThread(L"beside", [&blocked] { blocked.Stay(); });
+    ASSERT_TRUE(blocked.Enter(1));
+    EXPECT_TRUE(expect({1, 3, 0, 0, 0}));
+    ASSERT_TRUE(EventuallyEntered(turnstile, 2));
+    turnstile.LetAllGo();
+    EXPECT_TRUE(Eventually([&] { return group.Counts().running == 0; }));
+    const JobCounts last = group.Counts();
+    EXPECT_EQ(last.failed, 1U);
+    EXPECT_GE(last.cancelled, 1U);  // the one in the thread; the waiting one may have begun before the failure
+    EXPECT_EQ(last.done + last.failed + last.cancelled, 4U);
+    EXPECT_EQ(last.waiting, 0U);
+}
+
+TEST(JobGroupInNewThread, RunsBesideTheBound) {
+    const ConcurrencyLifetime lifetime;
+    Turnstile turnstile;
+    JobGroup group(L"group", 1);
+    const OpensAtEnd end(turnstile);
+    AddHeld(group, turnstile, 1);
+    EXPECT_EQ(group.RunInNewThread(L"beside", [] { return 3; }).Get(), 3);
+    EXPECT_EQ(turnstile.Inside(), 1);
+}
+
+TEST(JobGroupInNewThread, ThatCannotBeStartedThrowsAndLeavesNothingBehind) {
+    const ConcurrencyLifetime lifetime;
+    const auto captured = std::make_shared<int>(1);
+    JobGroup group(L"group", 1);
+    group.RunInNewThread(L"first", [] {}).Wait();
+    ThreadStarts starts;
+    starts.FailAt(1);
+    EXPECT_THROW(group.RunInNewThread(L"refused", [captured] {}), std::exception);
+    EXPECT_EQ(captured.use_count(), 1);
+    group.Wait();
+    EXPECT_EQ(group.Counts().done, 1U);
+    EXPECT_EQ(group.Counts().running, 0U);
+}
+
+TEST(JobGroupInNewThread, BlockedTwoHundredAndFiftyTimesLeavesWhenTheGroupGoes) {
+    const ConcurrencyLifetime lifetime;
+    Blocked blocked;
+    {
+        JobGroup group(L"group", 1);
+        for (int i = 0; i < 250; ++i) {
+            group.RunInNewThread(L"blocked", [&blocked] { blocked.Stay(); });
+        }
+        EXPECT_TRUE(blocked.Enter(250));
+    }
+    EXPECT_EQ(blocked.Left(), 250);
+}
+
+}  // namespace
