@@ -1,9 +1,11 @@
 // What the order check of checked builds allows, and how it ends a process.
 #include <gtest/gtest.h>
 
+#include <mutex>
 #include <string>
 
 #include "concurrency/base/ranked_mutex.h"
+#include "concurrency/base/windows_api.h"
 #include "tests/support/child_process.h"
 
 namespace {
@@ -37,6 +39,21 @@ TEST_F(LockOrder, MayNotDescend) {
 
 TEST_F(LockOrder, MayNotHaveTwoOfOneRank) {
     ExpectRefused("TwoOfOneRank");
+}
+
+TEST_F(LockOrder, ConcernsAllThatAreHeldNotTheNewestOnly) {
+    ExpectRefused("BelowAnOlderOne");
+}
+
+// Locks live where it is handed on.
+TEST_F(LockOrder, LeavesTheLastErrorAsItWas) {
+    using namespace Orvane::Internal;
+    RankedMutex<std::recursive_mutex, LockRank::Task> mutex;
+    SetLastError(4711);
+    {
+        const RankedLock lock(mutex);
+    }
+    EXPECT_EQ(GetLastError(), 4711U);
 }
 
 TEST_F(LockOrder, IsNotConcernedByOneMoreLevel) {

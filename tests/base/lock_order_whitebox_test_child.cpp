@@ -12,6 +12,7 @@ RankedMutex<std::recursive_mutex, LockRank::Task> g_task;
 RankedMutex<std::recursive_mutex, LockRank::Task> g_otherTask;
 RankedMutex<std::recursive_mutex, LockRank::Future> g_future;
 RankedMutex<std::recursive_mutex, LockRank::Future> g_otherFuture;
+RankedMutex<std::recursive_mutex, LockRank::Waiter> g_waiter;
 
 void Ascending() {
     const RankedLock task(g_task);
@@ -35,6 +36,13 @@ void OneMoreLevel() {
     const RankedLock taskAgain(g_task);
 }
 
+void BelowAnOlderOne() {
+    const RankedLock task(g_task);
+    const RankedLock waiter(g_waiter);
+    const RankedLock taskAgain(g_task);
+    const RankedLock future(g_future);
+}
+
 void AfterGivingBack() {
     RankedLock future(g_future);
     future.unlock();
@@ -56,6 +64,7 @@ int main(int, char** arguments) {
     : name == "Descending"      ? Descending()
     : name == "TwoOfOneRank"    ? TwoOfOneRank()
     : name == "OneMoreLevel"    ? OneMoreLevel()
+    : name == "BelowAnOlderOne" ? BelowAnOlderOne()
     : name == "AfterGivingBack" ? AfterGivingBack()
                                 : TakenAgainInTheWrongOrder();
 }

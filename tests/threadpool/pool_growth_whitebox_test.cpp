@@ -103,4 +103,15 @@ TEST_F(ManyProcessors, NotWithin250MillisecondsOfTheLastGrowth) {
     EXPECT_TRUE(NextCallerGrows());
 }
 
+TEST_F(ManyProcessors, SettlingBeforeAGrowthDoesNotCountForTheNext) {
+    SetProcessorCountForTest(64);
+    Queue();
+    SettleFor(2ms);
+    ASSERT_TRUE(NextCallerGrows());
+    m_growth.SpawnThreads(1);
+    AddWorkers(1);
+    s_tick += 250;
+    EXPECT_FALSE(NextCallerGrows());
+}
+
 }  // namespace
