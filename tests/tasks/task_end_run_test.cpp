@@ -46,7 +46,7 @@ TEST(TaskEndRun, CancelsARunThatHasResetItsTaskAndWaitsForIt) {
     EXPECT_FALSE(task.IsCancelled()) << "the new state is not concerned";
 }
 
-TEST(TaskEndRun, WaitsForARunThatHasCancelledItself) {
+TEST(TaskEndRun, WaitsForARunThatHasCancelledItselfAsWaitDoesNot) {
     Gate leaving;
     Gate mayLeave;
     Task task;
@@ -60,8 +60,10 @@ TEST(TaskEndRun, WaitsForARunThatHasCancelledItself) {
     const PlainThread runner([run = task]() mutable { run(); });
     leaving.Wait();
     ASSERT_TRUE(IsEmptied(task));
+    PlainThread waiter([awaited = task]() mutable { awaited.Wait(); });
     PlainThread ender([run = task]() mutable { run.EndRun(); });
 
+    EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); })) << "Wait() has an emptied task";
     EXPECT_TRUE(StillWaits(ender));
     mayLeave.Open();
     EXPECT_TRUE(Eventually([&] { return ender.HasEnded(); }));

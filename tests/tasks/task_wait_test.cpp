@@ -14,7 +14,6 @@
 #include "tests/support/plain_thread.h"
 #include "tests/support/task_thread.h"
 #include "tests/tasks/task_fixture.h"
-#include "tests/threadpool/at_end.h"
 
 namespace {
 
@@ -206,29 +205,6 @@ TEST(TaskWait, AllWaitersReturn) {
 
     gate.Open();
     EXPECT_TRUE(Eventually([&] { return first.HasEnded() && second.HasEnded(); }));
-    ExpectEmptied(task);
-}
-
-// It has emptied the task. The run itself goes on until it has been left.
-TEST(TaskWait, OfATaskThatHasCancelledItselfReturnsAtOnce) {
-    Gate leaving;
-    Gate mayLeave;
-    Task task;
-    task = MakeTask(L"", [&] {
-        const auto last = AtEnd([&] {
-            leaving.Open();
-            mayLeave.Wait();
-        });
-        task.Cancel();
-    });
-    PlainThread runner([run = task]() mutable { run(); });
-    leaving.Wait();
-    PlainThread waiter([awaited = task]() mutable { awaited.Wait(); });
-
-    EXPECT_TRUE(Eventually([&] { return waiter.HasEnded(); }));
-    EXPECT_FALSE(runner.HasEnded());
-    mayLeave.Open();
-    EXPECT_TRUE(Eventually([&] { return runner.HasEnded(); }));
     ExpectEmptied(task);
 }
 
