@@ -1,5 +1,6 @@
 #include "concurrency/jobs/job_state.h"
 
+#include <bit>
 #include <cstddef>
 #include <new>
 #include <string_view>
@@ -56,8 +57,8 @@ const std::shared_ptr<const JobName>& NobodysName() noexcept {
     return none;
 }
 
-bool IsOverAligned(const JobBodyType& type) noexcept {
-    return type.alignment > __STDCPP_DEFAULT_NEW_ALIGNMENT__;
+bool IsOverAligned(std::size_t alignment) noexcept {
+    return alignment > __STDCPP_DEFAULT_NEW_ALIGNMENT__;
 }
 
 // Where the name begins in the block.
@@ -77,14 +78,15 @@ struct JobState::Extras {
 JobState::Block::Block(const JobBodyType& type, const wchar_t* name) : m_type(type) {
     const std::wstring_view text = name != nullptr ? name : L"";
     const std::size_t size = NameOffset(type) + (text.size() + 1) * sizeof(wchar_t);
-    m_start = IsOverAligned(type) ? ::operator new(size, std::align_val_t{type.alignment}) : ::operator new(size);
+    m_start =
+        IsOverAligned(type.alignment) ? ::operator new(size, std::align_val_t{type.alignment}) : ::operator new(size);
     wchar_t* const copy = reinterpret_cast<wchar_t*>(static_cast<std::byte*>(m_start) + NameOffset(type));
     copy[text.copy(copy, text.size())] = L'\0';
 }
 
-JobState::Block::~Block() {
-    if (IsOverAligned(m_type)) {
-        ::operator delete(m_start, std::align_val_t{m_type.alignment});
+void JobState::Block::Free(std::size_t alignment) const noexcept {
+    if (IsOverAligned(alignment)) {
+        ::operator delete(m_start, std::align_val_t{alignment});
     } else {
         ::operator delete(m_start);
     }
@@ -95,13 +97,17 @@ const wchar_t* JobState::Block::Name() const noexcept {
 }
 
 JobState::JobState(const wchar_t* name, const JobBodyType& type)
-    : m_shard(ShardOf(*this)), m_future(*this), m_block(type, name) {
+    : m_alignmentBits(static_cast<std::uint8_t>(std::countr_zero(type.alignment))),
+      m_shard(ShardOf(*this)),
+      m_future(*this),
+      m_block(type, name) {
     m_future.SetName(m_block.Name(), NobodysName());
 }
 
 JobState::~JobState() {
     Discard();
     DestroyCall();
+    m_block.Free(std::size_t{1} << m_alignmentBits);
 }
 
 void JobState::SetOwner(std::shared_ptr<RunRecord> owner) noexcept {

@@ -160,13 +160,16 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     class Block {
       public:
         Block(const JobBodyType& type, const wchar_t* name);
-        ~Block();
+        ~Block() = default;
         Block(const Block&) = delete;
         Block& operator=(const Block&) = delete;
 
         void* Body() const noexcept { return m_start; }
         const wchar_t* Name() const noexcept;
         const JobBodyType& Type() const noexcept { return m_type; }
+
+        // `alignment` as the type names it. Does not look at the type: its module may have been unloaded.
+        void Free(std::size_t alignment) const noexcept;
 
       private:
         const JobBodyType& m_type;
@@ -183,6 +186,7 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
 
     bool m_isRead = false;  // of the handle
     Reader m_reader ORVANE_GUARDED_BY(m_shard.mutex) = Reader::Handle;
+    const std::uint8_t m_alignmentBits;  // of the body: a power of two
     CancelCause m_cause ORVANE_GUARDED_BY(m_shard.mutex) = CancelCause::None;
 
     std::atomic<DWORD> m_thread = 0;  // that runs or ends it
