@@ -10,7 +10,7 @@
 // Threads: any may start jobs. A handle is for one thread at a time, but for Cancel(), CancelAfter(), IsReady(), GetName() and
 //     the waits, which other threads may call while the handle stays where it is.
 // Cancellation: Get(), the waits, WhenAll() and WhenAny() are cancellation points of the calling thread's own run; a request
-//     wakes them. Run() is one, where it must wait for the pool to grow. A job that is asked before it starts does not run: its
+//     wakes them. Run() and Post() are, where GlobalThreadPool::Queue() is. A job that is asked before it starts does not run: its
 //     callable is destroyed by the thread that asks. Inside the job the cancellable waits leave, and StopTokenOfThisJob() says
 //     so. A value that came although the job was asked stays a value.
 // Errors: every exception that leaves the callable comes out of Get() as itself. Get() throws CancelledException for a job that
