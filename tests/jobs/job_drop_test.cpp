@@ -61,7 +61,8 @@ TEST_F(DroppedJob, InARunThatWasAskedIsWaitedForAllTheSame) {
     bool hasEnded = false;
     const auto begun = std::make_shared<Gate>();
     auto outer = Run(L"outer", [&hasEnded, begun] {
-        const auto inner = RunInNewThread(L"inner", [&hasEnded] {
+        const auto inner = RunInNewThread(L"inner", [&hasEnded, begun] {
+            begun->Open();
             try {
                 SleepUntilAsked();
             } catch (const CancelRequestedException&) {
@@ -69,7 +70,6 @@ TEST_F(DroppedJob, InARunThatWasAskedIsWaitedForAllTheSame) {
                 hasEnded = true;
             }
         });
-        begun->Open();
         SleepUntilAsked();
     });
     begun->Wait();

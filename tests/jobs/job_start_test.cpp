@@ -1,20 +1,15 @@
 // The platform refuses a thread, or the pool is full: what Run() does.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <memory>
-#include <optional>
 #include <stdexcept>
 #include <system_error>
 
-#include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/jobs/job.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/jobs/full_pool.h"
 #include "tests/jobs/job_fixture.h"
 #include "tests/support/eventually.h"
-#include "tests/support/gate.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/resource_probe.h"
 #include "tests/threadpool/at_end.h"
@@ -76,45 +71,6 @@ TEST(JobStart, OnAFullPoolThatCannotGrowThrowsInsteadOfWaiting) {
     });
     EXPECT_TRUE(caller.Ends());
     EXPECT_EQ(destroyed, 2);
-    held.Release();
-}
-
-// One thread starts the growth and stays in it; the next caller waits for it.
-TEST(JobStart, ThatWaitsForAGrowthIsACancellationPoint) {
-    ThreadStarts starts;
-    Gate growthMayGoOn;
-    std::atomic<bool> isGrowing = false;
-    starts.Before([&](int number) {
-        if (number > kBatch) {
-            isGrowing = true;
-            growthMayGoOn.Wait();
-        }
-    });
-    const ConcurrencyLifetime lifetime;
-    HeldTasks held;
-    ASSERT_TRUE(held.Start(kFirstFull - 1, &GlobalThreadPool::Queue));
-    Gate mayStart;
-    std::atomic<int> destroyed = 0;
-    bool hasThrown = false;
-    auto starter = Orvane::Run(L"starter", [&] {
-        mayStart.Wait();
-        try {
-            (void)Orvane::Run(L"waits", [end = AtEnd([&destroyed] { ++destroyed; })] {});
-        } catch (const CancelRequestedException&) {
-            hasThrown = true;
-            EXPECT_EQ(destroyed, 1);
-            throw;
-        }
-    });
-    ASSERT_TRUE(held.Start(1, &GlobalThreadPool::Queue));
-    ASSERT_TRUE(Eventually([&] { return isGrowing.load(); }));
-    mayStart.Open();
-    Sleep(50);
-    EXPECT_EQ(destroyed, 0);
-    starter.Cancel();
-    starter.Wait();
-    EXPECT_TRUE(hasThrown);
-    growthMayGoOn.Open();
     held.Release();
 }
 

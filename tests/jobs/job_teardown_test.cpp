@@ -146,12 +146,15 @@ TEST(JobTeardown, WakesThreadsAndJobsThatWait) {
 
 TEST(JobTeardown, RefusesJobsThatACallableStarts) {
     std::optional<ConcurrencyLifetime> lifetime(std::in_place);
-    auto job = RunInNewThread(L"starts", [] {
+    const auto begun = std::make_shared<Gate>();
+    auto job = RunInNewThread(L"starts", [begun] {
+        begun->Open();
         while (!IsCancellationRequested()) {
             Sleep(1);
         }
         ExpectNoStart();
     });
+    begun->Wait();
     lifetime.reset();
     job.Get();
 }
@@ -168,7 +171,12 @@ TEST(JobTeardown, RefusesJobsThatADestructorStarts) {
         });
     };
     auto waiting = Orvane::Run(L"waiting", [captured = end()] {});
-    auto sleeping = RunInNewThread(L"sleeping", [captured = end()] { SleepUntilAsked(); });
+    const auto begun = std::make_shared<Gate>();
+    auto sleeping = RunInNewThread(L"sleeping", [begun, captured = end()] {
+        begun->Open();
+        SleepUntilAsked();
+    });
+    begun->Wait();
     const BackgroundCall stop([&] { lifetime.reset(); });
     waiting.Wait();
     sleeping.Wait();
