@@ -119,7 +119,7 @@ TEST(JobGroupQueue, IsInTheGroupSoThePoolStaysSmallAndServesOthers) {
     turnstile.LetAllGo();
     group.Wait();
     EXPECT_EQ(turnstile.Entered(), kItems);
-    EXPECT_LT(starts.Count(), 16);  // eight workers and no growth; the rest started their runners
+    EXPECT_LT(starts.Count(), 24);  // one growth at most, which a slow start may bring; and who waited for it
 }
 
 // The clock stands still, so a growth after the first one never comes: whoever queues waits.
