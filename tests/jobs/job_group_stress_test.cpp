@@ -95,18 +95,20 @@ TEST(JobGroupStress, RunsNothingThatIsAddedOnceItIsSpent) {
     for (int round = 0; round < run.Rounds(); ++round) {
         std::atomic<bool> isSpent = false;
         std::atomic<int> ranLate = 0;
-        JobGroup group(L"group", 2);
-        for (int i = 0; i < 4; ++i) {
-            group.Run(L"busy", [&] {
+        JobGroup group(L"group", 5);
+        for (int i = 0; i < 10; ++i) {
+            group.Run(L"busy", [&, seed = run.Generator(round, static_cast<std::size_t>(i))()] {
                 while (!isSpent) {
                 }
+                Random own(seed);
+                Linger(own);
             });
         }
-        Random random = run.Generator(round, 0);
+        Random random = run.Generator(round, 10);
         Linger(random);
         group.Cancel();
         isSpent = true;
-        for (int i = 0; i < 20; ++i) {
+        for (int i = 0; i < 200; ++i) {
             group.Run(L"late", [&ranLate] { ++ranLate; });
         }
         EXPECT_THROW(group.Wait(), CancelledException);
