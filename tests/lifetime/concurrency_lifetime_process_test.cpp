@@ -49,18 +49,6 @@ TEST(ConcurrencyLifetimeProcess, ClientThatNeverUninitialisesExitsCleanlyWhileTa
     EXPECT_EQ(child.standardError, "");
 }
 
-// The end of the process kills the caller, who holds a lock inside a static object of the library.
-TEST(ConcurrencyLifetimeProcess, ClientThatNeverUninitialisesExitsCleanlyWhileACallerIsInside) {
-    for (const char* scene :
-         {"never-uninitialise-with-a-caller-in-the-pool", "never-uninitialise-with-a-caller-in-the-scheduler"}) {
-        const ChildResult child = Play(scene);
-
-        EXPECT_EQ(child.exitCode, kEndOfMain) << scene;
-        EXPECT_EQ(child.standardOutput, "end of main");
-        EXPECT_EQ(child.standardError, "");
-    }
-}
-
 TEST(ConcurrencyLifetimeProcess, ClientThatNeverInitialisesMayUseThePoolAndExitsCleanly) {
     const ChildResult child = Play("never-initialise");
 

@@ -8,7 +8,6 @@
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
-#include "tests/lifetime/closing_memory.h"
 #include "tests/lifetime/library_use.h"
 #include "tests/support/gate.h"
 
@@ -76,31 +75,6 @@ int NeverUninitialiseWhileBusy() {
     return EndOfMain();
 }
 
-// The end of the process kills a caller that holds the lock inside a static pointer of the library.
-template <typename Make, typename Call>
-int NeverUninitialiseWithACallerInside(Make make, Call call) {
-    {
-        // What the library makes once and destroys at the end of the process shall not lie in the memory.
-        const ConcurrencyLifetime lifetime;
-        make();
-    }
-    ConcurrencyInitialize();
-    static ClosingMemory memory;
-    make();
-    memory.Close();
-    memory.KeepIn(call);
-    return EndOfMain();
-}
-
-int NeverUninitialiseWithACallerInThePool() {
-    const auto ask = [] { GlobalThreadPool::IsPresent(Task()); };
-    return NeverUninitialiseWithACallerInside(ask, ask);
-}
-
-int NeverUninitialiseWithACallerInTheScheduler() {
-    return NeverUninitialiseWithACallerInside(&CreateScheduler, [] { GlobalScheduler::Insert(ScheduledTask()); });
-}
-
 int NeverInitialise() {
     UsePool();
     UseScheduler();
@@ -149,8 +123,6 @@ constexpr Scene kScenes[] = {
     {"last-uninitialise-in-dedicated-thread", &LastUninitialiseInDedicatedThread},
     {"never-uninitialise", &NeverUninitialise},
     {"never-uninitialise-while-busy", &NeverUninitialiseWhileBusy},
-    {"never-uninitialise-with-a-caller-in-the-pool", &NeverUninitialiseWithACallerInThePool},
-    {"never-uninitialise-with-a-caller-in-the-scheduler", &NeverUninitialiseWithACallerInTheScheduler},
     {"never-initialise", &NeverInitialise},
     {"static-object", &StaticObject},
     {"overrun-without-initialisation", &OverrunWithoutInitialisation},

@@ -6,6 +6,9 @@ set(left_out_files
     sync/interprocess_mutex_process_test_child.cpp
     # The entry point that the platform's loader calls, loading and unloading.
     lifetime/library_unload_test_child.cpp
+    # Takes memory away from a thread.
+    lifetime/caller_at_exit_test.cpp
+    lifetime/caller_at_exit_test_child.cpp
     errors/exception_registration_test_child.cpp
     # Replaces what the platform's conditions and mutexes are made of.
     sync/fifo_mutex_platform_test.cpp
@@ -52,7 +55,6 @@ set(left_out_tests
     # At the end of a process on the platform the program's static objects go before the library's, and other threads are
     # gone by then. Here they go in the order of their making, beside the threads.
     ConcurrencyLifetimeProcess.ClientThatNeverUninitialisesExitsCleanlyWhileTasksAreBlockedAndScheduled
-    ConcurrencyLifetimeProcess.ClientThatNeverUninitialisesExitsCleanlyWhileCallersAreInside
     ConcurrencyLifetimeProcess.StaticLifetimeObjectOfTheProgramIsTornDownAtItsEnd
 
     # What a wait asks of the platform: here it is the standard's wait.
