@@ -207,16 +207,21 @@ Figures LatenessBeside(Beside beside) {
     constexpr std::chrono::microseconds kInterval{5'000};
     std::vector<double> late;
     std::size_t most = 0;
+    FinishLine begun(1);
     {
         const auto first = std::chrono::system_clock::now() + kInterval;
         auto due = first;
         const Orvane::Tracker beat = Orvane::Schedule(L"Beat", first, kInterval, [&] {
+            if (late.empty()) {
+                begun.Arrive();
+            }
             late.push_back(Microseconds(std::chrono::system_clock::now() - due));
             due += kInterval;
             if (late.size() % 64 == 0) {
                 most = std::max(most, ThreadsSince(before));
             }
         });
+        begun.WaitForLast();
         beside();
     }
     Samples samples;

@@ -20,6 +20,7 @@ foreach(needed IN ITEMS README.md CONTRIBUTING.md CHANGELOG.md docs/architecture
 endforeach()
 foreach(text IN LISTS texts)
     file(READ ${text} content)
+    string(REGEX REPLACE "```[^`]*```" "" content "${content}")  # a lambda is no link
     string(REPLACE "](" "\nlink " content "${content}")
     string(REGEX MATCHALL "\nlink [^):\n]+\\)" links "${content}")
     cmake_path(GET text PARENT_PATH folder)
