@@ -1,5 +1,6 @@
 #include "concurrency/jobs/time_limits.h"
 
+#include <atomic>
 #include <map>
 #include <mutex>
 
@@ -114,8 +115,12 @@ class LimitThread {
     bool m_isStopping ORVANE_GUARDED_BY(m_mutex) = false;
 };
 
+// Whether there is one: to make it may need memory, and the last uninitialisation must not.
+constinit std::atomic<bool> g_isMade = false;
+
 LimitThread& TheThread() {
     static NeverDestroyed<LimitThread> thread;
+    g_isMade = true;
     return *thread;
 }
 
@@ -149,7 +154,9 @@ void RemoveTimeLimit(const TimeLimit& limit) noexcept {
 }
 
 void StopTimeLimits() noexcept {
-    TheThread().Stop();
+    if (g_isMade) {
+        TheThread().Stop();
+    }
 }
 
 }  // namespace Orvane::Internal

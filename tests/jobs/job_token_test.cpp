@@ -119,10 +119,11 @@ TEST_P(TokenOfAJobAskedBy, EachCauseIsStoppedAndSaysWhy) {
     std::optional<Job<void>> parent;
     std::stop_source source;
     const auto begun = std::make_shared<Gate>();
+    const auto isKept = std::make_shared<Gate>();
     CancelReason reason;
     std::atomic<int> callbacks = 0;
     bool wasStopped = false;
-    parent = Run(L"parent", [&, begun] {
+    parent = Run(L"parent", [&, begun, isKept] {
         job = Orvane::Run(L"job", source.get_token(), [&, begun] {
             const std::stop_token token = StopTokenOfThisJob();
             const std::stop_callback callback(token, [&callbacks] { ++callbacks; });
@@ -140,9 +141,11 @@ TEST_P(TokenOfAJobAskedBy, EachCauseIsStoppedAndSaysWhy) {
                 throw;
             }
         });
+        isKept->Open();
         SleepUntilAsked();
     });
     begun->Wait();
+    isKept->Wait();
     GetParam().ask(job, parent, source);
     if (job) {
         job->Wait();
@@ -202,13 +205,13 @@ TEST_F(TokenOfAJob, IsStoppedByTheJobItself) {
 
 TEST_F(TokenOfAJob, OfAStatedTaskIsStoppedWithIt) {
     std::optional<std::stop_token> token;
-    const TaskThread task([&token] {
+    Gate isThere;
+    const TaskThread task([&] {
         token = StopTokenOfThisJob();
+        isThere.Open();
         SleepUntilAsked();
     });
-    while (!token) {
-        Sleep(1);
-    }
+    isThere.Wait();
     EXPECT_TRUE(token->stop_possible());
     EXPECT_FALSE(token->stop_requested());
     Task handle = task.GetTask();

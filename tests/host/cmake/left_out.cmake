@@ -31,6 +31,13 @@ set(left_out_tests
     CancellationObject.HoldsItsFieldsInTheirOrder
     InterprocessMutex.KeepsHandleThenFlagThenOwner
 
+    # Waits for all of several handles.
+    JobEndEvent.CanBeWaitedForBesideOtherHandles
+
+    # A wait needs memory here, because the standard's conditions do.
+    JobWithoutMemory.IsCancelledDroppedAndDetached
+    GroupsWithoutMemory.EndAllTheSame
+
     # Code pages other than Latin 1.
     ExceptionComMessage.WhatIsInTheCodePageOfTheThread
 
