@@ -1,17 +1,30 @@
 #include "concurrency/jobs/pool_starter.h"
 
+#include <atomic>
+#include <chrono>
 #include <list>
 #include <mutex>
 #include <utility>
 
+#include "concurrency/base/clock.h"
+#include "concurrency/base/condition.h"
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/base/ranked_mutex.h"
+#include "concurrency/base/wait.h"
 #include "concurrency/threadpool/global_pool_queue.h"
 
 namespace Orvane::Internal {
 
 namespace {
+
+// How long the thread stays without a task: a group that finds the pool full once mostly does so again.
+constexpr std::chrono::seconds kStay{1};
+
+// From CloseStarter() to JoinStarter(). Apart from the starter, which the last uninitialisation must not make: that may need
+// memory.
+constinit std::atomic<bool> g_isClosed = false;
+constinit std::atomic<bool> g_isMade = false;
 
 class Starter {
   public:
@@ -23,7 +36,7 @@ class Starter {
 
     void Queue(Entries entry) {
         const RankedLock lock(m_mutex);
-        if (m_isClosed) {
+        if (g_isClosed) {
             return;
         }
         if (!m_isRunning) {
@@ -35,13 +48,14 @@ class Starter {
             m_isRunning = true;
         }
         m_entries.splice(m_entries.end(), entry);
+        m_wake.notify_one();
     }
 
     void Close() noexcept {
         Entries dropped;
         const RankedLock lock(m_mutex);
-        m_isClosed = true;
         dropped.swap(m_entries);
+        m_wake.notify_one();
     }
 
     void Join() noexcept {
@@ -53,8 +67,6 @@ class Starter {
         if (thread.IsJoinable()) {
             thread.Join();
         }
-        const RankedLock lock(m_mutex);
-        m_isClosed = false;
     }
 
   private:
@@ -70,7 +82,10 @@ class Starter {
 
     // Returns false if the thread is to leave.
     bool Take(Entries& entry) {
-        const RankedLock lock(m_mutex);
+        const auto idleUntil = MonotonicClock::now() + kStay;
+        RankedLock lock(m_mutex);
+        WaitUntil<MonotonicClock>(m_wake, lock, idleUntil,
+                                  [this]() ORVANE_REQUIRES(m_mutex) { return !m_entries.empty() || g_isClosed; });
         if (m_entries.empty()) {
             m_isRunning = false;
             return false;
@@ -82,12 +97,13 @@ class Starter {
     RankedMutex<std::mutex, LockRank::Leaf> m_mutex;
     Entries m_entries ORVANE_GUARDED_BY(m_mutex);
     NativeThread m_thread ORVANE_GUARDED_BY(m_mutex);
+    Condition m_wake;  // with m_mutex: there is a task, or closed
     bool m_isRunning ORVANE_GUARDED_BY(m_mutex) = false;
-    bool m_isClosed ORVANE_GUARDED_BY(m_mutex) = false;
 };
 
 Starter& TheStarter() {
     static NeverDestroyed<Starter> starter;
+    g_isMade = true;
     return *starter;
 }
 
@@ -100,11 +116,17 @@ void QueueInBackground(const Task& task, std::function<void(const std::exception
 }
 
 void CloseStarter() noexcept {
-    TheStarter().Close();
+    g_isClosed = true;
+    if (g_isMade) {
+        TheStarter().Close();
+    }
 }
 
 void JoinStarter() noexcept {
-    TheStarter().Join();
+    if (g_isMade) {
+        TheStarter().Join();
+    }
+    g_isClosed = false;
 }
 
 }  // namespace Orvane::Internal

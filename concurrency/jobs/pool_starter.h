@@ -1,5 +1,5 @@
-// Queues tasks on the global pool that need a growth, so that no caller and no worker waits for it. One thread, which exists
-// only while there is such a task.
+// Queues tasks on the global pool that need a growth, so that no caller and no worker waits for it. One thread, which leaves
+// when there has been no such task for a while.
 //
 // Threads: any.
 #pragma once
