@@ -198,7 +198,7 @@ Table WaitingItems(Effort effort) {
             }};
 }
 
-// How late the runs of a schedule of 5 ms begin while `beside` runs.
+// How late the runs of a schedule of 5 ms begin while `beside` runs, each after the moment it was due last.
 template <typename Beside>
 Figures LatenessBeside(Beside beside) {
     const ThreadIds before = ThreadsOfThisProcess();
@@ -210,15 +210,13 @@ Figures LatenessBeside(Beside beside) {
     FinishLine begun(1);
     {
         const auto first = std::chrono::system_clock::now() + kInterval;
-        auto due = first;
         const Orvane::Tracker beat = Orvane::Schedule(L"Beat", first, kInterval, [&] {
             if (late.empty()) {
                 begun.Arrive();
             }
-            late.push_back(Microseconds(std::chrono::system_clock::now() - due));
-            due += kInterval;
+            late.push_back(Microseconds((std::chrono::system_clock::now() - first) % kInterval));
             if (late.size() % 64 == 0) {
-                most = std::max(most, ThreadsSince(before));
+                most = std::max(most, ThreadsSince(before) - 1);  // without the scheduler's
             }
         });
         begun.WaitForLast();
