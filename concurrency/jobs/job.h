@@ -23,7 +23,8 @@
 //     included, is visible after Get() and the waits, and once IsReady() says true or EndEvent() is set.
 // Lifetime: the callable and its arguments are decayed copies, as with std::async; they may be move-only. They are destroyed
 //     before the job counts as ended, on each way: on the thread that ran it, or on the one that asked it before it started.
-//     The result lives until Get() moves it out or the handle goes, and dies on that thread. No wait here ends the process:
+//     The result lives until Get() moves it out or the handle goes, and dies on that thread. A destructor of either that throws
+//     ends the process, as the language has it; one that blocks holds up only the thread it runs on. No wait here ends the process:
 //     every 30 s a log line names the innermost job that does not end.
 #pragma once
 
