@@ -8,9 +8,13 @@
 //             then it never runs
 //   Ended     the thread that made it Ending          the outcome can be read; nothing changes any more
 //
-// The end, once for each job, on one thread, without a lock: the callable is destroyed, the limit and the owner's link are
-// removed; then, under the group's lock and the shard's, the outcome is published, the group counts it, waiters are signalled
-// and the event is set; then the group goes on. A job that nobody will read discards its result before that.
+// A job ends once, on one thread, in this order:
+//
+//   1. Without a lock, the thread destroys the callable and removes the job from its owner. If nobody will read the outcome, it
+//      discards the result.
+//   2. Under the group's lock and the shard's, the group counts the outcome, the job publishes it, sets the event and signals
+//      the waiters.
+//   3. Without a lock, the thread removes the limit and the link to the stop token. Then the group goes on.
 //
 // Threads: any, but for those that run or end it.
 // Errors: std::system_error if a lock fails.
