@@ -17,8 +17,9 @@
 //     left because it was asked, and TimeLimitException if its time limit was the reason. A CancelRequestedException or
 //     CancelledException that leaves a job which was not asked is a failure like others. std::system_error
 //     (resource_deadlock_would_occur) from a wait without limit that would close a ring of waiting jobs, with their names. Run()
-//     throws Unexpected before the first initialisation and from the last uninitialisation on, std::system_error if the pool is
-//     full and cannot grow or the thread cannot be started, std::bad_alloc. std::logic_error for a handle without a job.
+//     throws Unexpected before the first initialisation and from the last uninitialisation on. It throws
+//     std::system_error if the pool is full and cannot grow, or if the thread cannot be started, and std::bad_alloc. A handle
+//     without a job throws std::logic_error.
 // Memory: everything before Run() is visible to the job. Everything in the job, the destruction of its callable and arguments
 //     included, is visible after Get() and the waits, and once IsReady() says true or EndEvent() is set.
 // Lifetime: the callable and its arguments are decayed copies, as with std::async; they may be move-only. They are destroyed
