@@ -352,6 +352,7 @@ TEST(JobGroupInNewThread, RunsBesideTheBound) {
     JobGroup group(L"group", 1);
     const OpensAtEnd end(turnstile);
     AddHeld(group, turnstile, 1);
+    ASSERT_TRUE(EventuallyEntered(turnstile, 1));
     EXPECT_EQ(group.RunInNewThread(L"beside", [] { return 3; }).Get(), 3);
     EXPECT_EQ(turnstile.Inside(), 1);
 }
