@@ -44,6 +44,10 @@ sanitize_with() {
     if [ "$code" != 0 ] || [ "$reports" != 0 ]; then
         cat "$folder"/reports/report.* >&2 2>/dev/null || true
         failed+=("$sanitizer")
+        # Named again at the end: their output stands far above it.
+        if [ "$code" != 0 ]; then
+            summary+=("$(sed 's/^[0-9]*:/    failed: /' "$folder/Testing/Temporary/LastTestsFailed.log")")
+        fi
     fi
 }
 
