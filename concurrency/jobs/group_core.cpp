@@ -3,53 +3,12 @@
 #include <system_error>
 #include <utility>
 
-#include "concurrency/base/report.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
-#include "concurrency/cancellation/cancellation_object.h"
-#include "concurrency/jobs/job.h"
 #include "concurrency/jobs/job_exceptions.h"
 #include "concurrency/jobs/job_launch.h"
-#include "concurrency/jobs/pool_starter.h"
-#include "concurrency/jobs/virtual_run.h"
-#include "concurrency/scheduler/global_scheduler.h"
-#include "concurrency/scheduler/schedule.h"
 #include "concurrency/tasks/failure_handler.h"
-#include "concurrency/tasks/make_task.h"
 
 namespace Orvane::Internal {
-
-namespace {
-
-// How many records a group keeps before it says that nobody reads them.
-constexpr std::size_t kManyRecords = 100'000;
-
-}  // namespace
-
-// The task of the pool that runs a group's jobs.
-class GroupRunner final : public ITaskState {
-  public:
-    explicit GroupRunner(std::shared_ptr<GroupCore> group) : m_group(std::move(group)) {}
-    ~GroupRunner() override {
-        if (!m_hasBegun) {
-            m_group->RunnerNeverBegan();
-        }
-    }
-    GroupRunner(const GroupRunner&) = delete;
-    GroupRunner& operator=(const GroupRunner&) = delete;
-
-    void operator()() override {
-        m_hasBegun = true;
-        m_group->RunnerBegins();
-        m_group->RunItems();
-    }
-    std::shared_ptr<ITaskState> Recreate() override { return nullptr; }
-    std::shared_ptr<IFutureState> GetFuture() override { return m_future; }
-
-  private:
-    const std::shared_ptr<GroupCore> m_group;
-    const std::shared_ptr<FutureState> m_future = std::make_shared<FutureState>();
-    bool m_hasBegun = false;
-};
 
 // Needs m_mutex. Also while they are being asked.
 template <typename Action>
@@ -95,7 +54,7 @@ class GroupCore::AwaitedRecord final : public GroupCore::AwaitedIdle {
 
     bool IsOver() const noexcept override {
         const RankedLock lock(m_group.m_mutex);
-        return !m_group.m_ended.empty() || m_group.Left() == 0;
+        return m_group.m_results.NextRecord() != nullptr || m_group.Left() == 0;
     }
     void Attach(JobWaiter& waiter) noexcept override {
         m_listener.waiter = &waiter;
@@ -105,150 +64,10 @@ class GroupCore::AwaitedRecord final : public GroupCore::AwaitedIdle {
     bool NeedsAll() const noexcept override { return false; }
 };
 
-GroupEntry::GroupEntry(std::shared_ptr<GroupCore> core, std::shared_ptr<const JobName> name)
-    : m_core(std::move(core)), m_name(std::move(name)), m_endedNode(1), m_failedNode(1) {}
-
-const std::shared_ptr<const JobName>& GroupEntry::GroupName() const noexcept {
-    return m_core->Name();
-}
-
-void GroupEntry::Publish(JobState& job, bool hasRun) noexcept {
-    GroupCore& core = *m_core;
-    const RankedLock lock(core.m_mutex);
-    --(m_isWaiting ? core.m_counts.waiting : core.m_counts.running);
-    Unlink();
-    m_isWaiting = false;
-    m_keptJob = nullptr;  // the thread that ends the job holds it, too
-    m_job = nullptr;
-    Count(job);
-    if (core.m_keepsEnded) {
-        m_endedNode.front() = {m_index, job.Outcome(), {m_name, job.Error()}};
-        core.m_ended.splice(core.m_ended.end(), m_endedNode);
-        m_isOneOfMany = core.m_ended.size() == kManyRecords;
-    }
-    if (std::exchange(m_hasSlot, false)) {
-        core.FreeSlot();
-    }
-    job.PublishEnd();
-    SignalAll(core.m_readers);
-    if (core.Left() == 0) {
-        SignalAll(core.m_listeners);
-    }
-    m_mayStartAnother = !hasRun;  // else the runner takes the next job itself
-}
-
-// Within Publish().
-void GroupEntry::Count(const JobState& job) noexcept {
-    GroupCore& core = *m_core;
-    const bool hasFailed = job.Outcome() == JobOutcome::Failed;
-    m_failed = hasFailed ? GroupCore::Failed{m_name, job.Error()} : GroupCore::Failed{};
-    switch (job.Outcome()) {
-        case JobOutcome::Done: ++core.m_counts.done; break;
-        case JobOutcome::Failed: ++core.m_counts.failed; break;
-        case JobOutcome::Cancelled:
-            ++core.m_counts.cancelled;
-            // The last uninitialisation asks the job and the group one after the other.
-            core.m_wasCancelled = core.m_wasCancelled || core.m_reason.cause != CancelCause::None ||
-                                  job.Reason().cause == CancelCause::Shutdown;
-            break;
-    }
-    if (hasFailed && (!m_schedule || m_schedule->onFailure == OnFailure::FailGroup)) {
-        m_failedNode.front() = std::exchange(m_failed, {});
-        m_failsGroup = core.CountFailure(m_failedNode);
-    }
-    if (m_schedule) {
-        m_schedule->isUnderWay = false;
-        if (!m_schedule->isRecurrent || (hasFailed && m_schedule->onFailure == OnFailure::Stop)) {
-            core.EndSchedule(*m_schedule);
-        }
-    }
-}
-
-void GroupEntry::GoOn(bool) noexcept {
-    if (m_isOneOfMany) {
-        ReportNoThrow(4, 16, L"Concurrency.Job",
-                      L"Group [%s] keeps the records of %d ended jobs that no iteration has taken: see ForgetEnded()",
-                      m_core->m_name->text.c_str(), static_cast<int>(kManyRecords));
-    }
-    if (m_failed.error) {
-        ReportUnreadFailure(m_failed.name->text.c_str(), std::exchange(m_failed.error, nullptr));
-    }
-    if (m_failsGroup) {
-        m_core->AskAfterFailure();
-    }
-    if (m_schedule) {
-        m_core->CancelEnded(*m_schedule);
-    }
-    if (m_mayStartAnother) {
-        m_core->StartRunner();
-    }
-}
-
-void GroupEntry::GiveBack() noexcept {
-    {
-        const RankedLock lock(m_core->m_mutex);
-        if (!m_hasSlot) {
-            return;
-        }
-        m_hasSlot = false;
-        m_wantsSlot = true;
-        --m_core->m_runners;
-        m_core->FreeSlot();
-    }
-    m_core->StartRunner();
-}
-
-bool GroupEntry::TakeAgain(JobWaiter& waiter, CancellationObject& run) {
-    GroupCore& core = *m_core;
-    JobListener listener;
-    listener.waiter = &waiter;
-    {
-        const RankedLock lock(core.m_mutex);
-        if (!std::exchange(m_wantsSlot, false)) {
-            return true;
-        }
-        ++core.m_retakers;
-        core.m_slotWaiters.PushBack(listener);
-    }
-    for (;;) {
-        const std::uint32_t seen = waiter.Signals();
-        const bool isAsked = run.IsRequested();
-        {
-            const RankedLock lock(core.m_mutex);
-            if (isAsked || core.m_slots < core.m_bound) {
-                listener.Unlink();
-                --core.m_retakers;
-                ++core.m_runners;
-                m_hasSlot = !isAsked;
-                core.m_slots += m_hasSlot ? 1 : 0;
-                break;
-            }
-        }
-        waiter.Sleep(seen, kNoDeadline);
-    }
-    if (!m_hasSlot) {
-        core.StartRunner();  // what was kept for this job is free
-    }
-    return m_hasSlot;
-}
-
-void GroupEntry::TakeAgainAtOnce() noexcept {
-    GroupCore& core = *m_core;
-    const RankedLock lock(core.m_mutex);
-    if (!std::exchange(m_wantsSlot, false)) {
-        return;
-    }
-    ++core.m_runners;
-    if (core.m_slots < core.m_bound) {
-        ++core.m_slots;
-        m_hasSlot = true;
-    }
-}
-
 GroupCore::GroupCore(const wchar_t* name, std::size_t bound)
     : m_owner(RunRecord::OfThisThread()),
       m_name(std::make_shared<const JobName>(name, m_owner ? m_owner->Name() : nullptr)),
-      m_bound(bound) {}
+      m_slots(bound) {}
 
 GroupCore::~GroupCore() = default;
 
@@ -273,18 +92,6 @@ void GroupCore::Close(bool isOver) noexcept {
     RemoveTimeLimit(limit);
     const RankedLock lock(ShardOf(*this).mutex);
     Delist(*this);
-}
-
-// The thread of the last run may hold its schedule for a moment still, when the callable must be gone. No run calls it any more.
-void GroupCore::DropScheduledWork() noexcept {
-    std::list<std::shared_ptr<GroupSchedule>> schedules;
-    {
-        const RankedLock lock(m_mutex);
-        schedules.swap(m_schedules);
-    }
-    for (const auto& schedule : schedules) {
-        schedule->work = nullptr;
-    }
 }
 
 std::shared_ptr<JobState> GroupCore::Make(const wchar_t* name, const JobBodyType& type) {
@@ -336,7 +143,7 @@ void GroupCore::RunHere(const std::shared_ptr<JobState>& job) {
         const RankedLock lock(m_mutex);
         Enroll(job, m_running);
         static_cast<GroupEntry&>(job->GroupLink()).m_hasSlot = true;
-        ++m_slots;
+        m_slots.Take();
         reason = m_reason;
     }
     if (reason.cause != CancelCause::None) {
@@ -366,219 +173,23 @@ void GroupCore::AddInNewThread(const std::shared_ptr<JobState>& job) {
 
 bool GroupCore::Reserve() {
     const RankedLock lock(m_mutex);
-    if (m_reason.cause == CancelCause::None && m_slots + m_retakers + m_counts.waiting >= m_bound) {
+    if (m_reason.cause == CancelCause::None && !m_slots.IsOneFreeBehind(m_counts.waiting)) {
         return false;
     }
-    ++m_slots;
+    m_slots.Take();
     return true;
 }
 
 void GroupCore::CancelReservation() noexcept {
     {
         const RankedLock lock(m_mutex);
-        FreeSlot();
+        m_slots.Free();
     }
     StartRunner();
 }
 
-// Needs m_mutex. Jobs that want their slots again come first. What waits in a spent group is on its way to be asked, and never runs.
-bool GroupCore::CanStartOne() const {
-    return !m_waiting.IsEmpty() && m_slots + m_retakers < m_bound && m_reason.cause == CancelCause::None;
-}
-
-void GroupCore::FreeSlot() {
-    --m_slots;
-    SignalAll(m_slotWaiters);
-}
-
 std::size_t GroupCore::Left() const {
     return m_counts.waiting + m_counts.running + m_activeSchedules;
-}
-
-bool GroupCore::ClaimStart() noexcept {
-    const RankedLock lock(m_mutex);
-    if (m_isStarting || !CanStartOne()) {
-        return false;
-    }
-    m_isStarting = true;
-    return true;
-}
-
-void GroupCore::StartRunner() noexcept {
-    if (!ClaimStart()) {
-        return;
-    }
-    try {
-        const Task runner(m_name->text.c_str(), std::make_shared<GroupRunner>(shared_from_this()));
-        if (!Launch(runner, Place::PoolIfItHasRoom)) {
-            QueueInBackground(
-                runner, [self = shared_from_this()](const std::exception_ptr& error) { self->StartHasFailed(error); });
-        }
-    } catch (...) {
-        StartHasFailed(std::current_exception());
-    }
-}
-
-void GroupCore::StartHasFailed(const std::exception_ptr& error) noexcept {
-    {
-        const RankedLock lock(m_mutex);
-        m_isStarting = false;
-        if (m_runners != 0) {
-            return;  // which takes one job after the other, and tries again
-        }
-    }
-    Fail(m_name, error);
-}
-
-void GroupCore::RunnerNeverBegan() noexcept {
-    const RankedLock lock(m_mutex);
-    m_isStarting = false;
-}
-
-void GroupCore::RunnerBegins() noexcept {
-    const RankedLock lock(m_mutex);
-    m_isStarting = false;
-    ++m_runners;
-}
-
-// Null if the runner is to leave.
-std::shared_ptr<JobState> GroupCore::TakeNext() noexcept {
-    const RankedLock lock(m_mutex);
-    if (!CanStartOne()) {
-        --m_runners;
-        return nullptr;
-    }
-    GroupEntry& entry = *m_waiting.PopFront();
-    entry.m_isWaiting = false;
-    entry.m_hasSlot = true;
-    ++m_slots;
-    --m_counts.waiting;
-    ++m_counts.running;
-    m_running.PushBack(entry);
-    return std::move(entry.m_keptJob);
-}
-
-void GroupCore::RunItems() {
-    while (const std::shared_ptr<JobState> job = TakeNext()) {
-        StartRunner();
-        try {
-            Task(job->Name(), job)();
-        } catch (...) {
-            (*job)();  // no memory for its records in the log: nothing if it has run
-        }
-    }
-}
-
-// Needs m_mutex. Returns whether it is what the group fails with.
-bool GroupCore::CountFailure(std::list<Failed>& failed) noexcept {
-    const Failed& failure = failed.front();
-    const bool isFirst = !m_first.error;
-    if (isFirst) {
-        m_first = failure;
-        if (m_reason.cause == CancelCause::None) {
-            m_reason = {CancelCause::GroupFailure, failure.name};
-        }
-    }
-    m_failures.splice(m_failures.end(), failed);
-    return isFirst;
-}
-
-void GroupCore::Fail(const std::shared_ptr<const JobName>& name, const std::exception_ptr& error) noexcept {
-    std::list<Failed> failed;
-    try {
-        failed.push_back({name, error});
-    } catch (const std::bad_alloc&) {
-        // On purpose: without memory for the list, the first failure is kept all the same.
-    }
-    {
-        const RankedLock lock(m_mutex);
-        if (!failed.empty()) {
-            CountFailure(failed);
-        } else if (!m_first.error) {
-            m_first = {name, error};
-            m_reason = m_reason.cause == CancelCause::None ? AskReason{CancelCause::GroupFailure, name} : m_reason;
-        }
-    }
-    AskAfterFailure();
-}
-
-void GroupCore::AskAfterFailure() noexcept {
-    AskReason reason;
-    {
-        const RankedLock lock(m_mutex);
-        reason = {CancelCause::GroupFailure, m_first.name};
-    }
-    AskToLeave(*this, reason);
-}
-
-void GroupCore::Ask(const AskReason& reason, AskedList& asked) noexcept {
-    bool hasSchedules = false;
-    {
-        const RankedLock lock(m_mutex);
-        if (m_reason.cause == CancelCause::None) {
-            m_reason = reason;
-        }
-        for (const auto& schedule : m_schedules) {
-            hasSchedules = true;
-            EndSchedule(*schedule);
-        }
-    }
-    AskJobs(reason, asked);
-    if (hasSchedules) {
-        asked.Add(shared_from_this());
-    }
-}
-
-// Those that run first: they need time to leave.
-void GroupCore::AskJobs(const AskReason& reason, AskedList& asked) noexcept {
-    Entries waiting;
-    RankedLock lock(m_mutex);
-    m_beingAsked.TakeAll(m_running);
-    waiting.TakeAll(m_waiting);
-    while (GroupEntry* const entry = m_beingAsked.PopFront()) {
-        m_running.PushBack(*entry);
-        if (auto job = entry->m_job->Self()) {
-            const ReleasedLock released(lock, m_mutex);
-            job->Ask(reason, asked);
-            job.reset();
-        }
-    }
-    while (GroupEntry* const entry = waiting.PopFront()) {
-        auto job = entry->m_keptJob;
-        const ReleasedLock released(lock, m_mutex);
-        job->Ask(reason, asked);
-        job.reset();
-    }
-}
-
-void GroupCore::FinishAsking() noexcept {
-    while (const auto ended = NextToCancel()) {
-        CancelEnded(*ended);
-    }
-}
-
-// Null when all schedules that are not active have been cancelled.
-std::shared_ptr<GroupSchedule> GroupCore::NextToCancel() noexcept {
-    const RankedLock lock(m_mutex);
-    for (const auto& schedule : m_schedules) {
-        if (!schedule->isActive && !std::exchange(schedule->isTakenForCancel, true)) {
-            return schedule;
-        }
-    }
-    return nullptr;
-}
-
-void GroupCore::DropWaiting() noexcept {
-    AskedList asked;
-    Entries waiting;
-    RankedLock lock(m_mutex);
-    waiting.TakeAll(m_waiting);
-    while (GroupEntry* const entry = waiting.PopFront()) {
-        auto job = entry->m_keptJob;
-        const ReleasedLock released(lock, m_mutex);
-        job->Ask({CancelCause::Group, m_name}, asked);
-        job.reset();
-    }
 }
 
 bool GroupCore::WaitUntilIdle(MonotonicClock::time_point deadline) {
@@ -601,10 +212,10 @@ void GroupCore::RethrowFirst() {
     bool wasCancelled = false;
     {
         const RankedLock lock(m_mutex);
-        error = m_first.error;
+        error = m_results.First().error;
         reason = m_reason;
         wasCancelled = m_wasCancelled;
-        m_isFirstRead = m_first.error != nullptr;
+        m_results.MarkFirstAsRead();
     }
     if (error) {
         std::rethrow_exception(error);
@@ -627,15 +238,13 @@ bool GroupCore::NextEnded(EndedJob& ended) {
         if (WaitAsCancellationPoint(awaited, kNoDeadline) == JobWaitResult::Cancelled) {
             throw CancelRequestedException();
         }
-        std::list<Ended> taken;
+        std::list<EndedRecord> taken;
         EndedJob next;  // what it changes places with is destroyed without the lock
         const RankedLock lock(m_mutex);
-        if (!m_ended.empty()) {
-            const Ended& first = m_ended.front();
-            next = {first.job.name->text, first.index, first.outcome, first.job.error};
+        if (const EndedRecord* const first = m_results.NextRecord()) {
+            next = {first->job.name->text, first->index, first->outcome, first->job.error};
             std::swap(ended, next);
-            m_isFirstRead = m_isFirstRead || first.outcome == JobOutcome::Failed;
-            taken.splice(taken.end(), m_ended, m_ended.begin());
+            taken = m_results.TakeRecord();
             return true;
         }
         if (Left() == 0) {
@@ -645,38 +254,9 @@ bool GroupCore::NextEnded(EndedJob& ended) {
 }
 
 void GroupCore::ForgetEnded() noexcept {
-    std::list<Ended> forgotten;
+    std::list<EndedRecord> forgotten;
     const RankedLock lock(m_mutex);
-    m_keepsEnded = false;
-    forgotten.swap(m_ended);
-}
-
-void GroupCore::CancelAfter(std::chrono::nanoseconds limit) {
-    if (limit <= std::chrono::nanoseconds::zero()) {
-        AskToLeave(*this, {CancelCause::Limit, nullptr});
-        return;
-    }
-    const auto when = DeadlineAfter(limit);
-    if (when == kNoDeadline) {
-        return;
-    }
-    TimeLimit fresh = AddTimeLimit(weak_from_this(), when);
-    {
-        const RankedLock lock(m_mutex);
-        if (m_limit.number == 0 || when < m_limit.when) {
-            std::swap(m_limit, fresh);
-        }
-    }
-    RemoveTimeLimit(fresh);
-}
-
-CancelReason GroupCore::Reason() const {
-    AskReason reason;
-    {
-        const RankedLock lock(m_mutex);
-        reason = m_reason;
-    }
-    return reason.ForCallers();
+    forgotten = m_results.ForgetRecords();
 }
 
 JobCounts GroupCore::Counts() const {
@@ -687,10 +267,10 @@ JobCounts GroupCore::Counts() const {
 std::vector<JobFailure> GroupCore::Failures() {
     std::vector<JobFailure> failures;
     const RankedLock lock(m_mutex);
-    for (const Failed& failed : m_failures) {
+    for (const FailedJob& failed : m_results.Failures()) {
         failures.push_back({failed.name->text, failed.error});
     }
-    m_isFirstRead = m_first.error != nullptr;
+    m_results.MarkFirstAsRead();
     return failures;
 }
 
@@ -702,130 +282,16 @@ bool GroupCore::IsOnThisThread() const noexcept {
 }
 
 void GroupCore::ReportUnread() noexcept {
-    Failed failed;
+    FailedJob failed;
     {
         const RankedLock lock(m_mutex);
-        if (!m_isFirstRead) {
-            failed = m_first;
+        if (m_results.IsFirstUnread()) {
+            failed = m_results.First();
         }
     }
     if (failed.error) {
         ReportUnreadFailure(failed.name->text.c_str(), failed.error);
     }
-}
-
-void GroupCore::AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start,
-                            const Duration& delay, const Duration& interval) {
-    std::list<std::shared_ptr<GroupSchedule>> node{schedule};
-    {
-        const RankedLock lock(m_mutex);
-        EnlistOnce();
-        if (m_reason.cause != CancelCause::None) {
-            return;
-        }
-        m_schedules.splice(m_schedules.end(), node);
-        schedule->isActive = true;
-        ++m_activeSchedules;
-    }
-    try {
-        StartSchedule(schedule, start, delay, interval);
-    } catch (...) {
-        const RankedLock lock(m_mutex);
-        EndSchedule(*schedule);
-        m_schedules.remove(schedule);
-        throw;
-    }
-    CancelEnded(*schedule);
-}
-
-void GroupCore::StartSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start,
-                              const Duration& delay, const Duration& interval) {
-    // Weakly: the schedule has the task.
-    const auto runOnce = [group = weak_from_this(), weak = std::weak_ptr<GroupSchedule>(schedule)] {
-        const auto self = group.lock();
-        const auto due = weak.lock();
-        return self && due && self->RunScheduled(due);
-    };
-    if (VirtualRun* const run = VirtualRun::OfThisThread()) {
-        run->AddTimer(DeadlineAfter(ToNanoseconds(delay)), [runOnce, interval] {
-            const bool goesOn = runOnce() && interval > Duration::zero();
-            return goesOn ? DeadlineAfter(ToNanoseconds(interval)) : VirtualRun::kNever;
-        });
-        return;
-    }
-    const Task task = MakeTask(m_name->text.c_str(), runOnce);
-    {
-        const RankedLock lock(m_mutex);
-        schedule->task = task;
-    }
-    GlobalScheduler::Insert({task, start, ScheduleAccess::WithinTime(start, interval)});
-}
-
-// Needs m_mutex. Its task is cancelled later, without the lock.
-void GroupCore::EndSchedule(GroupSchedule& schedule) {
-    if (std::exchange(schedule.isActive, false)) {
-        --m_activeSchedules;
-        if (Left() == 0) {
-            SignalAll(m_readers);
-            SignalAll(m_listeners);
-        }
-    }
-}
-
-// Nothing if it is active still.
-void GroupCore::CancelEnded(GroupSchedule& schedule) noexcept {
-    Task task;
-    {
-        const RankedLock lock(m_mutex);
-        if (!schedule.isActive) {
-            task = schedule.task;
-        }
-    }
-    try {
-        task.Cancel();
-    } catch (const CancelRequestedException&) {
-        // In its own run, which only adds a job: it is cancelled, and goes on to its end.
-    }
-}
-
-// On a worker, when a run is due. It does no more than add a job, so that nobody ever has to wait for it.
-// Returns whether the schedule is active.
-bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
-    bool isSkipped = false;
-    Task task;
-    {
-        const RankedLock lock(m_mutex);
-        if (!schedule->isActive) {
-            return false;
-        }
-        isSkipped = std::exchange(schedule->isUnderWay, true);
-        task = schedule->task;
-    }
-    if (schedule->isRecurrent) {
-        task.Reset();  // for its next run
-    }
-    if (isSkipped) {
-        ReportNoThrow(4, 4, L"Concurrency.Job", L"Job [%s] skips a run: the one before has not ended",
-                      schedule->name->text.c_str());
-        return true;
-    }
-    try {
-        const auto work = [schedule] { schedule->work(); };
-        const auto job = Make(schedule->name->text.c_str(), JobBody<std::remove_const_t<decltype(work)>>::Type());
-        ::new (job->Body()) JobBody<std::remove_const_t<decltype(work)>>(work);
-        job->MarkBuilt();
-        static_cast<GroupEntry&>(job->GroupLink()).m_schedule = schedule;
-        Add(job);
-    } catch (const std::exception& failure) {
-        ReportNoThrow(4, 16, L"Concurrency.Job", L"Job [%s] skips a run: %hs", schedule->name->text.c_str(),
-                      failure.what());
-        const RankedLock lock(m_mutex);
-        schedule->isUnderWay = false;
-        if (!schedule->isRecurrent) {
-            EndSchedule(*schedule);
-        }
-    }
-    return true;
 }
 
 }  // namespace Orvane::Internal

@@ -4,8 +4,7 @@
 // runner is on its way at a time: when it has begun, it starts the next one, while jobs wait and the bound allows it. A runner
 // that needs a growth of the pool is started by the starter's thread, so nobody waits for the growth.
 //
-// A job that runs holds a slot, and there are as many slots as the bound allows. It gives its slot back while it waits for
-// another job of the group; before it goes on it takes one again, ahead of the jobs that wait.
+// A job that runs holds a slot (group_slots.h).
 //
 //   counter    a job is counted there
 //   ---------  -----------------------------------------------------------------------------
@@ -20,41 +19,25 @@
 
 #include <cstddef>
 #include <exception>
-#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <vector>
 
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/jobs/cancellable.h"
-#include "concurrency/jobs/job_bound.h"
+#include "concurrency/jobs/group_results.h"
+#include "concurrency/jobs/group_schedule.h"
+#include "concurrency/jobs/group_slots.h"
 #include "concurrency/jobs/job_outcome.h"
 #include "concurrency/jobs/job_state.h"
 #include "concurrency/jobs/job_wait.h"
 #include "concurrency/jobs/run_record.h"
-#include "concurrency/tasks/task.h"
 
 namespace Orvane::Internal {
 
 struct GroupTag;
-struct RetakerTag;
 class GroupEntry;
-
-// One Schedule() of a group.
-struct GroupSchedule {
-    std::function<void()> work;
-    std::shared_ptr<const JobName> name;
-    OnFailure onFailure = OnFailure::GoOn;
-    bool isRecurrent = false;
-
-    // Guarded by the group.
-    bool isActive = false;
-    bool isUnderWay = false;
-    bool isTakenForCancel = false;
-    Task task;  // that adds the runs; empty in virtual time
-};
 
 class GroupCore final : public Cancellable, public std::enable_shared_from_this<GroupCore> {
   public:
@@ -126,16 +109,6 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     using Mutex = RankedMutex<std::mutex, LockRank::JobGroup>;
     using Entries = IntrusiveList<GroupEntry, GroupTag>;
 
-    struct Failed {
-        std::shared_ptr<const JobName> name;
-        std::exception_ptr error;
-    };
-    struct Ended {
-        std::size_t index;
-        JobOutcome outcome;
-        Failed job;
-    };
-
     // Of a runner.
     void RunnerBegins() noexcept;
     void RunnerNeverBegan() noexcept;
@@ -148,11 +121,10 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     bool ClaimStart() noexcept;
     void StartHasFailed(const std::exception_ptr& error) noexcept;
     bool CanStartOne() const ORVANE_REQUIRES(m_mutex);
-    void FreeSlot() ORVANE_REQUIRES(m_mutex);
     std::size_t Left() const ORVANE_REQUIRES(m_mutex);
     void AskJobs(const AskReason& reason, AskedList& asked) noexcept;
     void AskAfterFailure() noexcept;
-    bool CountFailure(std::list<Failed>& failed) noexcept ORVANE_REQUIRES(m_mutex);
+    void SpendByFailure() noexcept ORVANE_REQUIRES(m_mutex);
     void EndSchedule(GroupSchedule& schedule) ORVANE_REQUIRES(m_mutex);
     void CancelEnded(GroupSchedule& schedule) noexcept;
     void DropScheduledWork() noexcept;
@@ -165,7 +137,6 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
 
     const std::shared_ptr<RunRecord> m_owner;
     const std::shared_ptr<const JobName> m_name;
-    const std::size_t m_bound;
 
     mutable Mutex m_mutex;
     Entries m_waiting ORVANE_GUARDED_BY(m_mutex);
@@ -174,21 +145,15 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     JobCounts m_counts ORVANE_GUARDED_BY(m_mutex);
     std::size_t m_added ORVANE_GUARDED_BY(m_mutex) = 0;
 
-    std::size_t m_slots ORVANE_GUARDED_BY(m_mutex) = 0;  // in use or reserved
+    GroupSlots m_slots ORVANE_GUARDED_BY(m_mutex);
     std::size_t m_runners ORVANE_GUARDED_BY(m_mutex) = 0;  // that can take a job
     bool m_isStarting ORVANE_GUARDED_BY(m_mutex) = false;  // a runner is on its way
-    std::size_t m_retakers ORVANE_GUARDED_BY(m_mutex) = 0;  // jobs that want their slots again
 
     AskReason m_reason ORVANE_GUARDED_BY(m_mutex);  // the group is spent once there is one
-    Failed m_first ORVANE_GUARDED_BY(m_mutex);
-    bool m_isFirstRead ORVANE_GUARDED_BY(m_mutex) = false;
     bool m_wasCancelled ORVANE_GUARDED_BY(m_mutex) = false;  // a job left because the group was asked
-    std::list<Failed> m_failures ORVANE_GUARDED_BY(m_mutex);
-    std::list<Ended> m_ended ORVANE_GUARDED_BY(m_mutex);
-    bool m_keepsEnded ORVANE_GUARDED_BY(m_mutex) = true;
+    GroupResults m_results ORVANE_GUARDED_BY(m_mutex);
     JobListeners m_listeners ORVANE_GUARDED_BY(m_mutex);  // of those that wait for the end of all
     JobListeners m_readers ORVANE_GUARDED_BY(m_mutex);  // of those that wait for the next record
-    JobListeners m_slotWaiters ORVANE_GUARDED_BY(m_mutex);
     TimeLimit m_limit ORVANE_GUARDED_BY(m_mutex);
     bool m_isEnlisted ORVANE_GUARDED_BY(m_mutex) = false;  // from the first job or schedule on
     std::list<std::shared_ptr<GroupSchedule>> m_schedules ORVANE_GUARDED_BY(m_mutex);
@@ -203,7 +168,7 @@ class GroupEntry final : public JobGroupLink, public ListHook<GroupTag> {
     const std::shared_ptr<const JobName>& GroupName() const noexcept override;
 
     void Publish(JobState& job, bool hasRun) noexcept override;
-    void GoOn(bool hasRun) noexcept override;
+    void GoOn() noexcept override;
 
     const void* Group() const noexcept override { return m_core.get(); }
     void GiveBack() noexcept override;
@@ -228,11 +193,11 @@ class GroupEntry final : public JobGroupLink, public ListHook<GroupTag> {
     std::size_t m_index = 0;
 
     // Made with the entry, so that the end of a job needs no memory.
-    std::list<GroupCore::Ended> m_endedNode;
-    std::list<GroupCore::Failed> m_failedNode;
+    std::list<EndedRecord> m_endedNode;
+    std::list<FailedJob> m_failedNode;
 
     // Of the ending thread, from Publish() to GoOn().
-    GroupCore::Failed m_failed;  // that nobody will read
+    FailedJob m_failed;  // that nobody will read
     bool m_failsGroup = false;
     bool m_isOneOfMany = false;
     bool m_mayStartAnother = false;

@@ -2,9 +2,6 @@
 
 #include <bit>
 #include <cstddef>
-#include <new>
-#include <string_view>
-#include <system_error>
 
 #include "concurrency/base/thread_time.h"
 #include "concurrency/base/windows_api.h"
@@ -20,81 +17,12 @@ namespace Orvane::Internal {
 
 namespace {
 
-// What the user's stop token calls.
-class TokenLink {
-  public:
-    explicit TokenLink(std::weak_ptr<JobState> job) : m_job(std::move(job)) {}
-
-    void operator()() const noexcept {
-        if (const auto job = m_job.lock()) {
-            AskToLeave(*job, {CancelCause::Token, nullptr});
-        }
-    }
-
-  private:
-    std::weak_ptr<JobState> m_job;
-};
-
-class Event {
-  public:
-    Event() : m_handle(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
-        if (m_handle == nullptr) {
-            throw std::system_error(static_cast<int>(::GetLastError()), std::system_category(), "CreateEvent");
-        }
-    }
-    ~Event() { CloseHandle(m_handle); }
-    Event(const Event&) = delete;
-    Event& operator=(const Event&) = delete;
-
-    HANDLE Handle() const noexcept { return m_handle; }
-
-  private:
-    const HANDLE m_handle;
-};
-
 const std::shared_ptr<const JobName>& NobodysName() noexcept {
     static const std::shared_ptr<const JobName> none;
     return none;
 }
 
-bool IsOverAligned(std::size_t alignment) noexcept {
-    return alignment > __STDCPP_DEFAULT_NEW_ALIGNMENT__;
-}
-
-// Where the name begins in the block.
-std::size_t NameOffset(const JobBodyType& type) noexcept {
-    return (type.size + alignof(wchar_t) - 1) / alignof(wchar_t) * alignof(wchar_t);
-}
-
 }  // namespace
-
-// What few jobs have.
-struct JobState::Extras {
-    std::unique_ptr<Event> ended;
-    TimeLimit limit;
-    std::unique_ptr<std::stop_callback<TokenLink>> token;
-};
-
-JobState::Block::Block(const JobBodyType& type, const wchar_t* name) : m_type(type) {
-    const std::wstring_view text = name != nullptr ? name : L"";
-    const std::size_t size = NameOffset(type) + (text.size() + 1) * sizeof(wchar_t);
-    m_start =
-        IsOverAligned(type.alignment) ? ::operator new(size, std::align_val_t{type.alignment}) : ::operator new(size);
-    wchar_t* const copy = reinterpret_cast<wchar_t*>(static_cast<std::byte*>(m_start) + NameOffset(type));
-    copy[text.copy(copy, text.size())] = L'\0';
-}
-
-void JobState::Block::Free(std::size_t alignment) const noexcept {
-    if (IsOverAligned(alignment)) {
-        ::operator delete(m_start, std::align_val_t{alignment});
-    } else {
-        ::operator delete(m_start);
-    }
-}
-
-const wchar_t* JobState::Block::Name() const noexcept {
-    return reinterpret_cast<const wchar_t*>(static_cast<const std::byte*>(m_start) + NameOffset(m_type));
-}
 
 JobState::JobState(const wchar_t* name, const JobBodyType& type)
     : m_alignmentBits(static_cast<std::uint8_t>(std::countr_zero(type.alignment))),
@@ -151,9 +79,9 @@ void JobState::CancelOn(const std::stop_token& token) {
     }
 }
 
-JobState::Extras& JobState::NeedExtras() {
+JobExtras& JobState::NeedExtras() {
     if (!m_extras) {
-        m_extras = std::make_unique<Extras>();
+        m_extras = std::make_unique<JobExtras>();
     }
     return *m_extras;
 }
@@ -247,7 +175,7 @@ void JobState::End(bool hasRun) noexcept {
     }
     TidyUp();
     if (m_group) {
-        m_group->GoOn(hasRun);
+        m_group->GoOn();
     }
 }
 
@@ -378,7 +306,7 @@ void JobState::CancelAfter(std::chrono::nanoseconds limit) {
     if (when == kNoDeadline || IsEnded()) {
         return;
     }
-    auto extras = std::make_unique<Extras>();  // before the limit: nothing fails after it
+    auto extras = std::make_unique<JobExtras>();  // before the limit: nothing fails after it
     TimeLimit fresh = AddTimeLimit(weak_from_this(), when);
     {
         const RankedLock lock(m_shard.mutex);
@@ -394,8 +322,8 @@ void JobState::CancelAfter(std::chrono::nanoseconds limit) {
 }
 
 HANDLE JobState::EndEvent() {
-    auto extras = std::make_unique<Extras>();
-    auto fresh = std::make_unique<Event>();
+    auto extras = std::make_unique<JobExtras>();
+    auto fresh = std::make_unique<ManualEvent>();
     const RankedLock lock(m_shard.mutex);
     if (!m_extras) {
         m_extras.swap(extras);

@@ -32,7 +32,9 @@
 #include "concurrency/base/clock.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/jobs/cancellable.h"
+#include "concurrency/jobs/job_block.h"
 #include "concurrency/jobs/job_body.h"
+#include "concurrency/jobs/job_extras.h"
 #include "concurrency/jobs/job_future.h"
 #include "concurrency/jobs/job_outcome.h"
 #include "concurrency/jobs/job_registry.h"
@@ -57,7 +59,7 @@ class JobGroupLink : public JobSlot {
     virtual const std::shared_ptr<const JobName>& GroupName() const noexcept = 0;
 
     // After that, without a lock: what the end leads to.
-    virtual void GoOn(bool hasRun) noexcept = 0;
+    virtual void GoOn() noexcept = 0;
 
   protected:
     ~JobGroupLink() = default;
@@ -147,7 +149,6 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
 
   private:
     enum class Phase : std::uint8_t { Waiting, Running, Ending, Ended };
-    struct Extras;
 
     bool Claim(Phase to) noexcept;
     void Call() noexcept;
@@ -156,29 +157,9 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     void TidyUp() noexcept;
     void DiscardIfUnread() noexcept;
     std::shared_ptr<RunRecord> Record();
-    Extras& NeedExtras() ORVANE_REQUIRES(m_shard.mutex);
+    JobExtras& NeedExtras() ORVANE_REQUIRES(m_shard.mutex);
     void DestroyCall() noexcept;
     void Discard() noexcept;
-
-    // One piece of memory: the body, and behind it the characters of the name.
-    class Block {
-      public:
-        Block(const JobBodyType& type, const wchar_t* name);
-        ~Block() = default;
-        Block(const Block&) = delete;
-        Block& operator=(const Block&) = delete;
-
-        void* Body() const noexcept { return m_start; }
-        const wchar_t* Name() const noexcept;
-        const JobBodyType& Type() const noexcept { return m_type; }
-
-        // `alignment` as the type names it. Does not look at the type: its module may have been unloaded.
-        void Free(std::size_t alignment) const noexcept;
-
-      private:
-        const JobBodyType& m_type;
-        void* m_start;
-    };
 
     std::atomic<Phase> m_phase = Phase::Waiting;
 
@@ -196,13 +177,13 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     std::atomic<DWORD> m_thread = 0;  // that runs or ends it
     JobShard& m_shard;  // its mutex guards the fields named so
     JobFuture m_future;
-    const Block m_block;
+    const JobBlock m_block;
     std::atomic<MonotonicClock::time_point> m_time{};  // of the start, written before m_thread; then of the end
     std::exception_ptr m_error;  // as m_outcome
 
     std::shared_ptr<const JobName> m_askedBy ORVANE_GUARDED_BY(m_shard.mutex);  // belongs to m_cause
     JobListeners m_listeners ORVANE_GUARDED_BY(m_shard.mutex);
-    std::unique_ptr<Extras> m_extras ORVANE_GUARDED_BY(m_shard.mutex);
+    std::unique_ptr<JobExtras> m_extras ORVANE_GUARDED_BY(m_shard.mutex);
 
     // Constant once it can run.
     std::shared_ptr<RunRecord> m_owner;

@@ -1,0 +1,131 @@
+// Requests for a group, and the failures that lead to one.
+#include <new>
+#include <utility>
+
+#include "concurrency/jobs/group_core.h"
+
+namespace Orvane::Internal {
+
+// Needs m_mutex. After a failure.
+void GroupCore::SpendByFailure() noexcept {
+    if (m_reason.cause == CancelCause::None) {
+        m_reason = {CancelCause::GroupFailure, m_results.First().name};
+    }
+}
+
+void GroupCore::Fail(const std::shared_ptr<const JobName>& name, const std::exception_ptr& error) noexcept {
+    std::list<FailedJob> failed;
+    try {
+        failed.push_back({name, error});
+    } catch (const std::bad_alloc&) {
+        // On purpose: without memory for the list, the first failure is kept all the same.
+    }
+    {
+        const RankedLock lock(m_mutex);
+        if (!failed.empty()) {
+            m_results.AddFailure(failed);
+        } else {
+            m_results.AddFirstFailure({name, error});
+        }
+        SpendByFailure();
+    }
+    AskAfterFailure();
+}
+
+void GroupCore::AskAfterFailure() noexcept {
+    AskReason reason;
+    {
+        const RankedLock lock(m_mutex);
+        reason = {CancelCause::GroupFailure, m_results.First().name};
+    }
+    AskToLeave(*this, reason);
+}
+
+void GroupCore::Ask(const AskReason& reason, AskedList& asked) noexcept {
+    bool hasSchedules = false;
+    {
+        const RankedLock lock(m_mutex);
+        if (m_reason.cause == CancelCause::None) {
+            m_reason = reason;
+        }
+        for (const auto& schedule : m_schedules) {
+            hasSchedules = true;
+            EndSchedule(*schedule);
+        }
+    }
+    AskJobs(reason, asked);
+    if (hasSchedules) {
+        asked.Add(shared_from_this());
+    }
+}
+
+// Those that run first: they need time to leave.
+void GroupCore::AskJobs(const AskReason& reason, AskedList& asked) noexcept {
+    Entries waiting;
+    RankedLock lock(m_mutex);
+    m_beingAsked.TakeAll(m_running);
+    waiting.TakeAll(m_waiting);
+    while (GroupEntry* const entry = m_beingAsked.PopFront()) {
+        m_running.PushBack(*entry);
+        if (auto job = entry->m_job->Self()) {
+            const ReleasedLock released(lock, m_mutex);
+            job->Ask(reason, asked);
+            job.reset();
+        }
+    }
+    while (GroupEntry* const entry = waiting.PopFront()) {
+        auto job = entry->m_keptJob;
+        const ReleasedLock released(lock, m_mutex);
+        job->Ask(reason, asked);
+        job.reset();
+    }
+}
+
+void GroupCore::FinishAsking() noexcept {
+    while (const auto ended = NextToCancel()) {
+        CancelEnded(*ended);
+    }
+}
+
+void GroupCore::DropWaiting() noexcept {
+    AskedList asked;
+    Entries waiting;
+    RankedLock lock(m_mutex);
+    waiting.TakeAll(m_waiting);
+    while (GroupEntry* const entry = waiting.PopFront()) {
+        auto job = entry->m_keptJob;
+        const ReleasedLock released(lock, m_mutex);
+        job->Ask({CancelCause::Group, m_name}, asked);
+        job.reset();
+    }
+}
+
+void GroupCore::CancelAfter(std::chrono::nanoseconds limit) {
+    if (limit <= std::chrono::nanoseconds::zero()) {
+        AskToLeave(*this, {CancelCause::Limit, nullptr});
+        return;
+    }
+    const auto when = DeadlineAfter(limit);
+    if (when == kNoDeadline) {
+        return;
+    }
+    TimeLimit fresh = AddTimeLimit(weak_from_this(), when);
+    {
+        const RankedLock lock(m_mutex);
+        if (m_limit.number == 0 || when < m_limit.when) {
+            std::swap(m_limit, fresh);
+        }
+    }
+    RemoveTimeLimit(fresh);
+}
+
+CancelReason GroupCore::Reason() const {
+    AskReason reason;
+    {
+        const RankedLock lock(m_mutex);
+        reason = m_reason;
+    }
+    return reason.ForCallers();
+}
+
+}  // namespace Orvane::Internal

@@ -1,0 +1,115 @@
+// The runners of a group.
+#include <utility>
+
+#include "concurrency/jobs/group_core.h"
+#include "concurrency/jobs/job_launch.h"
+#include "concurrency/jobs/pool_starter.h"
+
+namespace Orvane::Internal {
+
+// The task of the pool that runs a group's jobs.
+class GroupRunner final : public ITaskState {
+  public:
+    explicit GroupRunner(std::shared_ptr<GroupCore> group) : m_group(std::move(group)) {}
+    ~GroupRunner() override {
+        if (!m_hasBegun) {
+            m_group->RunnerNeverBegan();
+        }
+    }
+    GroupRunner(const GroupRunner&) = delete;
+    GroupRunner& operator=(const GroupRunner&) = delete;
+
+    void operator()() override {
+        m_hasBegun = true;
+        m_group->RunnerBegins();
+        m_group->RunItems();
+    }
+    std::shared_ptr<ITaskState> Recreate() override { return nullptr; }
+    std::shared_ptr<IFutureState> GetFuture() override { return m_future; }
+
+  private:
+    const std::shared_ptr<GroupCore> m_group;
+    const std::shared_ptr<FutureState> m_future = std::make_shared<FutureState>();
+    bool m_hasBegun = false;
+};
+
+// Needs m_mutex. Jobs that want their slots again come first. What waits in a spent group is on its way to be asked, and never runs.
+bool GroupCore::CanStartOne() const {
+    return !m_waiting.IsEmpty() && m_slots.IsOneFreeBehind(0) && m_reason.cause == CancelCause::None;
+}
+
+bool GroupCore::ClaimStart() noexcept {
+    const RankedLock lock(m_mutex);
+    if (m_isStarting || !CanStartOne()) {
+        return false;
+    }
+    m_isStarting = true;
+    return true;
+}
+
+void GroupCore::StartRunner() noexcept {
+    if (!ClaimStart()) {
+        return;
+    }
+    try {
+        const Task runner(m_name->text.c_str(), std::make_shared<GroupRunner>(shared_from_this()));
+        if (!Launch(runner, Place::PoolIfItHasRoom)) {
+            QueueInBackground(
+                runner, [self = shared_from_this()](const std::exception_ptr& error) { self->StartHasFailed(error); });
+        }
+    } catch (...) {
+        StartHasFailed(std::current_exception());
+    }
+}
+
+void GroupCore::StartHasFailed(const std::exception_ptr& error) noexcept {
+    {
+        const RankedLock lock(m_mutex);
+        m_isStarting = false;
+        if (m_runners != 0) {
+            return;  // which takes one job after the other, and tries again
+        }
+    }
+    Fail(m_name, error);
+}
+
+void GroupCore::RunnerNeverBegan() noexcept {
+    const RankedLock lock(m_mutex);
+    m_isStarting = false;
+}
+
+void GroupCore::RunnerBegins() noexcept {
+    const RankedLock lock(m_mutex);
+    m_isStarting = false;
+    ++m_runners;
+}
+
+// Null if the runner is to leave.
+std::shared_ptr<JobState> GroupCore::TakeNext() noexcept {
+    const RankedLock lock(m_mutex);
+    if (!CanStartOne()) {
+        --m_runners;
+        return nullptr;
+    }
+    GroupEntry& entry = *m_waiting.PopFront();
+    entry.m_isWaiting = false;
+    entry.m_hasSlot = true;
+    m_slots.Take();
+    --m_counts.waiting;
+    ++m_counts.running;
+    m_running.PushBack(entry);
+    return std::move(entry.m_keptJob);
+}
+
+void GroupCore::RunItems() {
+    while (const std::shared_ptr<JobState> job = TakeNext()) {
+        StartRunner();
+        try {
+            Task(job->Name(), job)();
+        } catch (...) {
+            (*job)();  // no memory for its records in the log: nothing if it has run
+        }
+    }
+}
+
+}  // namespace Orvane::Internal
