@@ -139,22 +139,22 @@ TEST_F(RingOfJobs, ThroughDestructorsIsOpenedAndReported) {
     Job<void> right;
     Gate isKnown;
     Countdown begun(2);  // a job that has not would not run
-    Countdown dropped(2);
-    left = RunInNewThread(L"left", [&] {
+    const auto dropped = std::make_shared<Countdown>(2);  // one of the two goes on without a handle
+    left = RunInNewThread(L"left", [&, dropped] {
         begun.Arrive();
         isKnown.Wait();
         right = {};
-        dropped.Arrive();
+        dropped->Arrive();
     });
-    right = RunInNewThread(L"right", [&] {
+    right = RunInNewThread(L"right", [&, dropped] {
         begun.Arrive();
         isKnown.Wait();
         left = {};
-        dropped.Arrive();
+        dropped->Arrive();
     });
     begun.Wait();
     isKnown.Open();
-    dropped.Wait();
+    dropped->Wait();
     EXPECT_EQ(reports.Count(L"Concurrency.Job", L"A dropped job is not waited for, it would wait for itself: %s"), 1U);
 }
 
