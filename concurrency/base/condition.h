@@ -1,5 +1,7 @@
 // A condition for a RankedLock, whatever mutex it is on. Its members are named as the standard's.
 //
+// Not for callers.
+//
 // Where the toolchain's mutexes are the platform's critical sections, it is the platform's condition on the very mutex.
 // It needs no mutex of its own and no memory, and timed waits have the resolution of the interface's ticks. Elsewhere
 // it is the standard's.

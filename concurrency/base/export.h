@@ -1,5 +1,7 @@
 // The one export macro of the library.
 //
+// Not for callers.
+//
 // ORVANE_CONCURRENCY_EXPORTS is defined while the library itself is compiled, ORVANE_CONCURRENCY_STATIC by code that
 // links the library's objects directly. Everybody else imports.
 #pragma once

@@ -1,5 +1,7 @@
 // The order in which the library's mutexes may be taken, and the check of it.
 //
+// Not for callers.
+//
 // A thread takes only what comes after all that it holds, or what it holds already (docs/maintainers/locks.md has the
 // picture). In checked builds (ORVANE_CHECK_LOCK_ORDER) every RankedLock checks this, and a violation ends the process
 // with both source lines on standard error.

@@ -1,6 +1,8 @@
 // A mutex that knows its place in the order of locks, and the one lock type for it. For the library's own classes: nothing
 // of it is exported. In a build without the check of lock_order.h, a RankedLock is a std::unique_lock and nothing more.
 //
+// Not for callers.
+//
 // Threads: a RankedLock belongs to the thread that constructs it.
 // Recursion: as the mutex's.
 // Errors: std::system_error if the mutex fails.

@@ -1,4 +1,6 @@
 // Says to clang's -Wthread-safety which lock guards what. Other compilers see nothing.
+//
+// Not for callers.
 #pragma once
 
 #if defined(__clang__)

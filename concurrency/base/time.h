@@ -10,7 +10,10 @@
 
 namespace Orvane {
 
+// A span of time in ticks of 100 ns.
 using Duration = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
+
+// A moment of the system clock in such ticks.
 using TimePoint = std::chrono::time_point<std::chrono::system_clock, Duration>;
 
 }  // namespace Orvane

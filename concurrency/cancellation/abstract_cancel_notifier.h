@@ -1,8 +1,3 @@
-// What a cancellation request calls to wake a task out of the wait it is blocked in.
-//
-// Threads: Notify() runs on the thread that cancels.
-// Errors: unlocking a lock that owns nothing is std::system_error (operation not permitted).
-// Lifetime: the registration holds a notifier weakly; a request keeps it alive while it calls Notify().
 #pragma once
 
 #include <mutex>
@@ -11,8 +6,16 @@
 
 namespace Orvane::Internal {
 
+// What a cancellation request calls to wake a task out of the wait it is blocked in.
+//
+// Threads: Notify() runs on the thread that cancels.
+// Cancellation: no cancellation points.
+// Errors: unlocking a lock that owns nothing is std::system_error (operation not permitted).
+// Memory: what Notify() locks or writes orders: everything before the request is visible to the waiter behind it.
+// Lifetime: the registration holds a notifier weakly; a request keeps it alive while it calls Notify().
 class ORVANE_CONCURRENCY_API AbstractCancelNotifier {
   public:
+    // Has no fields. A copy is not registered.
     AbstractCancelNotifier(const AbstractCancelNotifier&) noexcept;
     AbstractCancelNotifier& operator=(const AbstractCancelNotifier&) noexcept;
 
@@ -23,6 +26,7 @@ class ORVANE_CONCURRENCY_API AbstractCancelNotifier {
     virtual void Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) = 0;
 
   protected:
+    // For derived classes, which are destroyed through std::shared_ptr.
     AbstractCancelNotifier();
     virtual ~AbstractCancelNotifier();
 };

@@ -3,7 +3,7 @@
 // CancelRequestedException unwinds a running task whose cancellation was requested; CancelledException is what a
 // reader of a cancelled task's outcome receives.
 //
-// Threads: plain values. Errors: copying a message may throw std::bad_alloc, as std::exception's copy may.
+// Contract: an exception.
 #pragma once
 
 #include <exception>
@@ -20,6 +20,7 @@ namespace Orvane {
 // confirm, and the future would stay busy for ever. On purpose not a CloneableException: no future ever stores it.
 class ORVANE_CONCURRENCY_API CancelRequestedException : public std::exception {
   public:
+    // Has no fields.
     CancelRequestedException();
     CancelRequestedException(const CancelRequestedException&);
     CancelRequestedException& operator=(const CancelRequestedException&);
@@ -32,6 +33,7 @@ class ORVANE_CONCURRENCY_API CancelRequestedException : public std::exception {
 // Base of what a reader of a task's outcome receives instead of the task's own exception.
 class ORVANE_CONCURRENCY_API ThreadException : public std::exception, public virtual CloneableException {
   public:
+    // Has no fields.
     ThreadException();
     ThreadException(const ThreadException&);
     ThreadException& operator=(const ThreadException&);
@@ -44,6 +46,7 @@ class ORVANE_CONCURRENCY_API ThreadException : public std::exception, public vir
 // The task was cancelled: it has no outcome.
 class ORVANE_CONCURRENCY_API CancelledException : public ThreadException {
   public:
+    // Has no fields.
     CancelledException();
     CancelledException(const CancelledException&);
     CancelledException& operator=(const CancelledException&);
@@ -57,6 +60,7 @@ class ORVANE_CONCURRENCY_API CancelledException : public ThreadException {
 // kind that was registered for its code.
 class ORVANE_CONCURRENCY_API CloneableExceptionBase : public ExceptionBase, public virtual CloneableException {
   public:
+    // A copy of the record.
     explicit CloneableExceptionBase(const ExceptionBase& error);
     CloneableExceptionBase(const CloneableExceptionBase&);
     CloneableExceptionBase& operator=(const CloneableExceptionBase&);

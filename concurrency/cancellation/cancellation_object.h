@@ -1,11 +1,3 @@
-// The cancellation record of one run of a task: whether cancellation was requested, and whom to wake when it is.
-//
-// Cancel a task through Task::Cancel(), never through RequestCancel() here: the future would not know of it. A run that then
-// leaves by CancelRequestedException stays busy for ever, and so does each thread that waits for it.
-//
-// Threads: any thread may ask and request. The constructing thread is the one that runs the task.
-// Errors: std::system_error if the mutex fails; RequestCancel() passes on what the notifier throws.
-// Lifetime: shared; the run's future holds it from start to end. It holds its notifier weakly.
 #pragma once
 
 #include <memory>
@@ -20,13 +12,25 @@ namespace Orvane::Internal {
 
 struct CancellationObjectPeer;
 
+// The cancellation record of one run of a task: whether cancellation was requested, and whom to wake when it is.
+//
+// Cancel a task through Task::Cancel(), never through RequestCancel() here: the future would not know of it. A run that then
+// leaves by CancelRequestedException stays busy for ever, and so does each thread that waits for it.
+//
+// Threads: any thread may ask and request. The constructing thread is the one that runs the task.
+// Cancellation: no cancellation points.
+// Errors: std::system_error if the mutex fails; RequestCancel() passes on what the notifier throws.
+// Memory: everything before RequestCancel() is visible once IsRequested() has returned true.
+// Lifetime: shared; the run's future holds it from start to end. It holds its notifier weakly.
 class ORVANE_CONCURRENCY_API CancellationObject {
   public:
+    // The record of a run that begins on this thread.
     CancellationObject();
     ~CancellationObject();
     CancellationObject(const CancellationObject&) = delete;
     CancellationObject& operator=(const CancellationObject&) = delete;
 
+    // Whether the run was asked to leave.
     bool IsRequested();
 
     // Whether the task has declared that its thread may be killed if it does not respond.

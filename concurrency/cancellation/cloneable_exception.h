@@ -6,6 +6,8 @@
 namespace Orvane {
 
 // Derive virtually, beside a class derived from std::exception, and override both operations in every concrete class.
+//
+// Contract: an exception.
 class CloneableException {
   public:
     // A heap copy of the most derived object. Errors: std::bad_alloc, and whatever the copy throws.
@@ -14,9 +16,11 @@ class CloneableException {
     // Throws a copy of the most derived object. Callers must not assume that it never returns.
     virtual void Rethrow() const = 0;
 
+    // Destroyed by its most derived class.
     virtual ~CloneableException() = default;
 
   protected:
+    // For derived classes: it has no fields.
     CloneableException() = default;
     CloneableException(const CloneableException&) = default;
     CloneableException& operator=(const CloneableException&) = default;

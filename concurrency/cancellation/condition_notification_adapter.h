@@ -1,13 +1,3 @@
-// Wakes a task out of a wait on a condition of its own, and the cancellable wait made of it.
-//
-// Threads: creation and waits on the task's thread; Notify() on the thread that cancels.
-// Recursion: Notify() locks the mutex on the thread that cancels. It must be recursive only if a thread cancels while it
-//     holds it.
-// Cancellation: the wait is a cancellation point, before and after it waits.
-// Errors: std::bad_alloc, std::system_error.
-// Memory: what the mutex orders. A request takes it before it wakes the waiter.
-// Lifetime: mutex and condition are the caller's. A request may still use them after the wait has ended: where they may be
-//     destroyed by then, pass what keeps them alive.
 #pragma once
 
 #include <atomic>
@@ -24,6 +14,16 @@
 
 namespace Orvane::Internal {
 
+// Wakes a task out of a wait on a condition of its own, and the cancellable wait made of it.
+//
+// Threads: creation and waits on the task's thread; Notify() on the thread that cancels.
+// Recursion: Notify() locks the mutex on the thread that cancels. It must be recursive only if a thread cancels while it
+//     holds it.
+// Cancellation: the wait is a cancellation point, before and after it waits.
+// Errors: std::bad_alloc, std::system_error.
+// Memory: what the mutex orders. A request takes it before it wakes the waiter.
+// Lifetime: mutex and condition are the caller's. A request may still use them after the wait has ended: where they may be
+//     destroyed by then, pass what keeps them alive.
 template <typename Mutex, typename ConditionVariable = std::condition_variable_any>
 class ConditionNotificationAdapter : public AbstractCancelNotifier {
   public:
@@ -34,12 +34,14 @@ class ConditionNotificationAdapter : public AbstractCancelNotifier {
             new ConditionNotificationAdapter(mutex, condition, std::move(keepAlive))));
     }
 
+    // Without a registration: see CreateInstance().
     ConditionNotificationAdapter(Mutex& mutex, ConditionVariable& condition,
                                  std::shared_ptr<const void> keepAlive = nullptr)
         : m_mutex(&mutex), m_condition(&condition), m_keepAlive(std::move(keepAlive)) {}
 
     ~ConditionNotificationAdapter() override = default;
 
+    // Sets the flag under the mutex and notifies the condition.
     void Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) override {
         lock.unlock();
         const std::lock_guard own(*m_mutex);
@@ -53,6 +55,8 @@ class ConditionNotificationAdapter : public AbstractCancelNotifier {
     std::shared_ptr<const void> m_keepAlive;
 };
 
+// Not for callers.
+//
 // One wait on `condition` with a notifier registered. The caller owns `mutex`; `block` waits with that very lock and returns
 // whether it came back in time.
 template <typename Mutex, typename ConditionVariable, typename Block>

@@ -29,6 +29,8 @@ class FutureState;
 // The future of the task that this thread runs; empty if there is none or it has expired.
 ORVANE_CONCURRENCY_API std::shared_ptr<FutureState> GetFutureObject();
 
+// Not for callers.
+//
 // Makes `future` the thread's current one and returns the one before it. An empty or expired pointer leaves the thread
 // without a current task. Held weakly.
 ORVANE_CONCURRENCY_API std::weak_ptr<FutureState> ResetFutureObject(std::weak_ptr<FutureState> future);

@@ -1,9 +1,3 @@
-// Wakes a task out of a handle wait: owns an event that a cancellation request signals.
-//
-// Threads: CreateInstance() on the task's thread; Notify() on the thread that cancels.
-// Errors: std::bad_alloc, std::system_error. A failed event creation is not detected: the handle is null then, and a
-//     wait on it fails as the platform decides.
-// Lifetime: the event is auto-reset and belongs to one wait.
 #pragma once
 
 #include <memory>
@@ -15,6 +9,14 @@
 
 namespace Orvane::Internal {
 
+// Wakes a task out of a handle wait: owns an event that a cancellation request signals.
+//
+// Threads: CreateInstance() on the task's thread; Notify() on the thread that cancels.
+// Cancellation: no cancellation points; the wait on the event is the caller's.
+// Errors: std::bad_alloc, std::system_error. A failed event creation is not detected: the handle is null then, and a
+//     wait on it fails as the platform decides.
+// Memory: everything before the request is visible after a wait that the event has ended.
+// Lifetime: the event is auto-reset and belongs to one wait.
 class ORVANE_CONCURRENCY_API HandleNotificationAdapter : public AbstractCancelNotifier {
   public:
     // A HandleNotificationAdapter, registered with the calling thread's run, if there is one, in place of any other
@@ -26,6 +28,7 @@ class ORVANE_CONCURRENCY_API HandleNotificationAdapter : public AbstractCancelNo
     HandleNotificationAdapter& operator=(const HandleNotificationAdapter&) = delete;
     ~HandleNotificationAdapter() override;
 
+    // Sets the flag and signals the event.
     void Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) override;
 
     // The event, to be waited for beside what the task waits for.

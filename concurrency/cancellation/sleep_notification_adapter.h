@@ -1,8 +1,3 @@
-// A sleep that a cancellation request ends.
-//
-// Threads: CreateInstance() and the sleeps on the task's thread; Notify() on the thread that cancels.
-// Cancellation: a sleep is a cancellation point, before and after it waits.
-// Errors: std::bad_alloc, std::system_error.
 #pragma once
 
 #include <condition_variable>
@@ -17,6 +12,13 @@
 
 namespace Orvane::Internal {
 
+// A sleep that a cancellation request ends.
+//
+// Threads: CreateInstance() and the sleeps on the task's thread; Notify() on the thread that cancels.
+// Cancellation: a sleep is a cancellation point, before and after it waits.
+// Errors: std::bad_alloc, std::system_error.
+// Memory: everything before the request is visible after a sleep that it has ended.
+// Lifetime: keep the returned pointer for as long as it sleeps.
 class ORVANE_CONCURRENCY_API SleepNotificationAdapter : public AbstractCancelNotifier {
   public:
     // A SleepNotificationAdapter, registered with the calling thread's run, if there is one, in place of any other
@@ -25,6 +27,7 @@ class ORVANE_CONCURRENCY_API SleepNotificationAdapter : public AbstractCancelNot
 
     ~SleepNotificationAdapter() override;
 
+    // Sets the flag and ends the sleep.
     void Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) override;
 
     // Sleeps once: at most ten days, without limit for INFINITE, not at all for 0. Any wake-up ends it early.
@@ -32,6 +35,8 @@ class ORVANE_CONCURRENCY_API SleepNotificationAdapter : public AbstractCancelNot
     // Units: milliseconds.
     void Sleep(DWORD milliseconds);
 
+    // Not for callers.
+    //
     // The same for a caller that throws itself. Returns Done or Cancelled.
     WaitResult SleepUnlessCancelled(DWORD milliseconds);
 

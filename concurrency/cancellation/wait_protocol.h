@@ -1,5 +1,7 @@
 // The steps of every cancellable wait: register a notifier, test for a request, block, test again.
 //
+// Not for callers.
+//
 // A request sets the flag and looks for a notifier under one lock. So a wait that registers first and tests second either
 // sees the request or is woken by it. A wait on a condition tests and falls asleep in one hold of the mutex that Notify()
 // takes, so the wake-up cannot come between the two.

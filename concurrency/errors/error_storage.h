@@ -3,7 +3,7 @@
 // Header only: the utilities library, which the concurrency library links, reads the record as well, and neither may
 // need the other's code for it.
 //
-// Threads: a record is a plain value; share it between threads only while no thread writes it.
+// Contract: an exception.
 // Lifetime: in the named form `name` is borrowed, not copied: it must outlive every copy of the record.
 #pragma once
 
@@ -14,6 +14,8 @@
 #include <cwchar>
 #include <stdexcept>
 
+// Not for callers.
+//
 // A structure without a name, whose fields are those of the class around it: every compiler has them, the standard does not.
 #if defined(__GNUC__)
 #define ORVANE_UNNAMED_STRUCT __extension__ struct
@@ -23,6 +25,7 @@
 
 namespace Orvane {
 
+// The record: a message, and an HRESULT with a GUID or a name with a code.
 class ErrorStorage : public std::runtime_error {
   public:
     // Capacity of `message` in characters, the terminator included.
@@ -31,8 +34,10 @@ class ErrorStorage : public std::runtime_error {
     // An empty record in the COM form, code 0.
     ErrorStorage() : std::runtime_error("Message not specified"), isNamed(false), message{}, hresult(0), guid{} {}
 
+    // Copies the form, the message and the fields of the form. Throws nothing.
     ErrorStorage(const ErrorStorage& other) : std::runtime_error(other), isNamed(other.isNamed) { CopyRecord(other); }
 
+    // The same.
     ErrorStorage& operator=(const ErrorStorage& other) {
         if (this != &other) {
             std::runtime_error::operator=(other);
@@ -54,14 +59,15 @@ class ErrorStorage : public std::runtime_error {
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wnested-anon-types"
 #endif
+    // The fields of the two forms.
     union {
         ORVANE_UNNAMED_STRUCT {
-            std::int32_t hresult;
-            GUID guid;
+            std::int32_t hresult;  // of the COM form
+            GUID guid;  // the interface or category that it belongs to
         };
         ORVANE_UNNAMED_STRUCT {
-            const wchar_t* name;
-            std::uint32_t code;
+            const wchar_t* name;  // of the named form
+            std::uint32_t code;  // its code
         };
     };
 #if defined(__clang__)
@@ -89,9 +95,11 @@ class ErrorStorage : public std::runtime_error {
 // The base to catch for any framework error, whichever form its record has.
 class ExceptionBase : public ErrorStorage {
   public:
+    // With a copy of the record.
     explicit ExceptionBase(const ErrorStorage& error) : ErrorStorage(error) {}
 
   protected:
+    // With an empty record.
     ExceptionBase() = default;
 };
 

@@ -3,7 +3,9 @@
 // Inside the library, including this header also registers the kinds with the exception factory (end of the file). Sources
 // that need only a base to catch include errors/error_storage.h instead.
 //
-// Threads: plain values. Errors: copying throws nothing.
+// Copying throws nothing.
+//
+// Contract: an exception.
 #pragma once
 
 #include <guiddef.h>
@@ -19,6 +21,7 @@ namespace Orvane {
 // An error in the COM form: an HRESULT and the GUID of the interface or category it belongs to.
 class ORVANE_CONCURRENCY_API ExceptionCOM : public ExceptionBase {
   public:
+    // With a copy of the record.
     explicit ExceptionCOM(const ErrorStorage& error);
 
     // Formats the message as wide printf does (%s is a wide string); a null format leaves it empty. Write a percent
@@ -32,13 +35,17 @@ class ORVANE_CONCURRENCY_API ExceptionCOM : public ExceptionBase {
     ~ExceptionCOM() override;
 
   protected:
+    // With an empty message, for FormatText().
     ExceptionCOM(long failure, const GUID& category);
+
+    // Fills in the message, as the public constructor does.
     void FormatText(const wchar_t* format, va_list arguments);
 };
 
 // E_ACCESSDENIED.
 class ORVANE_CONCURRENCY_API AccessDenied : public ExceptionCOM {
   public:
+    // With a copy of the record.
     explicit AccessDenied(const ErrorStorage& error);
     ~AccessDenied() override;
 };
@@ -46,6 +53,7 @@ class ORVANE_CONCURRENCY_API AccessDenied : public ExceptionCOM {
 // ERROR_ELEVATION_REQUIRED as an HRESULT (0x800702E4).
 class ORVANE_CONCURRENCY_API ElevationRequired : public ExceptionCOM {
   public:
+    // With a copy of the record.
     explicit ElevationRequired(const ErrorStorage& error);
     ~ElevationRequired() override;
 };
@@ -53,6 +61,7 @@ class ORVANE_CONCURRENCY_API ElevationRequired : public ExceptionCOM {
 // A named error of the framework itself: null name, code 1. Not an ExceptionCOM.
 class ORVANE_CONCURRENCY_API InternalError : public ExceptionBase {
   public:
+    // With a copy of the record.
     explicit InternalError(const ErrorStorage& error);
     ~InternalError() override;
 };
@@ -60,6 +69,7 @@ class ORVANE_CONCURRENCY_API InternalError : public ExceptionBase {
 // E_INVALIDARG.
 class ORVANE_CONCURRENCY_API InvalidArg : public ExceptionCOM {
   public:
+    // With a copy of the record.
     explicit InvalidArg(const ErrorStorage& error);
     ~InvalidArg() override;
 };
@@ -67,6 +77,7 @@ class ORVANE_CONCURRENCY_API InvalidArg : public ExceptionCOM {
 // E_NOINTERFACE.
 class ORVANE_CONCURRENCY_API NoInterface : public ExceptionCOM {
   public:
+    // With a copy of the record.
     explicit NoInterface(const ErrorStorage& error);
     ~NoInterface() override;
 };
@@ -74,6 +85,7 @@ class ORVANE_CONCURRENCY_API NoInterface : public ExceptionCOM {
 // E_NOTIMPL.
 class ORVANE_CONCURRENCY_API NotImplemented : public ExceptionCOM {
   public:
+    // With a copy of the record.
     explicit NotImplemented(const ErrorStorage& error);
     ~NotImplemented() override;
 };
@@ -81,6 +93,7 @@ class ORVANE_CONCURRENCY_API NotImplemented : public ExceptionCOM {
 // E_OUTOFMEMORY.
 class ORVANE_CONCURRENCY_API OutOfMemory : public ExceptionCOM {
   public:
+    // With a copy of the record.
     explicit OutOfMemory(const ErrorStorage& error);
     ~OutOfMemory() override;
 };
@@ -88,6 +101,7 @@ class ORVANE_CONCURRENCY_API OutOfMemory : public ExceptionCOM {
 // E_POINTER.
 class ORVANE_CONCURRENCY_API Pointer : public ExceptionCOM {
   public:
+    // With a copy of the record.
     explicit Pointer(const ErrorStorage& error);
     ~Pointer() override;
 };
@@ -95,6 +109,7 @@ class ORVANE_CONCURRENCY_API Pointer : public ExceptionCOM {
 // E_UNEXPECTED.
 class ORVANE_CONCURRENCY_API Unexpected : public ExceptionCOM {
   public:
+    // With a copy of the record.
     explicit Unexpected(const ErrorStorage& error);
 
     // E_UNEXPECTED with the all-zero GUID and a formatted message, as ExceptionCOM formats it.

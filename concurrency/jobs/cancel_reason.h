@@ -1,4 +1,6 @@
 // Why a job was asked to leave.
+//
+// Contract: a value.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +10,7 @@
 
 namespace Orvane {
 
+// Who asked.
 enum class CancelCause : std::uint8_t {
     None,          // it was not asked
     Handle,        // Job::Cancel(), also in its own run
@@ -21,7 +24,9 @@ enum class CancelCause : std::uint8_t {
     Shutdown,      // the last uninitialisation
 };
 
+// The first request that reached a job or a group.
 struct CancelReason {
+    // What kind of request it was.
     CancelCause cause = CancelCause::None;
 
     // Of the parent, the group, or the job that failed; else empty.

@@ -1,5 +1,7 @@
 // The part of a job that is compiled into the caller's module: the callable with its arguments, the result, and the four
 // functions that know their types. The library makes the storage, and calls the functions.
+//
+// Not for callers.
 #pragma once
 
 #include <cstddef>

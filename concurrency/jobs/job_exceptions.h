@@ -1,4 +1,6 @@
 // What Job::Get() throws beside the job's own exceptions.
+//
+// Contract: an exception.
 #pragma once
 
 #include <memory>
@@ -11,6 +13,7 @@ namespace Orvane {
 // The job left because of its time limit (CancelAfter): it has no outcome.
 class ORVANE_CONCURRENCY_API TimeLimitException : public CancelledException {
   public:
+    // Has no fields.
     TimeLimitException();
     TimeLimitException(const TimeLimitException&);
     TimeLimitException& operator=(const TimeLimitException&);

@@ -59,26 +59,34 @@ class GroupJob : public TypedJobHandle<T> {
   public:
     // Without a job.
     GroupJob() noexcept = default;
+
+    // Takes the job over. What becomes of the one before is said above.
     GroupJob(GroupJob&&) noexcept = default;
     GroupJob& operator=(GroupJob&& other) noexcept {
         GroupJob old(std::move(*this));
         TypedJobHandle<T>::operator=(std::move(other));
         return *this;
     }
+
+    // The job goes on.
     ~GroupJob() { this->m_job.LetGo(); }
 
     // Not for callers.
     explicit GroupJob(Internal::JobRef job) noexcept : TypedJobHandle<T>(std::move(job)) {}
 };
 
+// Runs at most `bound` jobs at a time and owns them: to drop it asks all and waits until they have left.
 class ORVANE_CONCURRENCY_API JobGroup {
   public:
-    // Errors: std::invalid_argument for a bound of 0, std::bad_alloc.
+    // A group without jobs. Errors: std::invalid_argument for a bound of 0, std::bad_alloc.
     explicit JobGroup(const wchar_t* name, std::size_t bound = DefaultBound());
+
+    // Asks all jobs and waits until they have left.
     ~JobGroup();
     JobGroup(const JobGroup&) = delete;
     JobGroup& operator=(const JobGroup&) = delete;
 
+    // Adds a job; it starts when it is its turn. Never blocks.
     template <typename F, typename... Arguments>
     auto Run(const wchar_t* name, F&& callable, Arguments&&... arguments)
         -> GroupJob<Internal::JobResult<F, Arguments...>> {
@@ -143,29 +151,37 @@ class ORVANE_CONCURRENCY_API JobGroup {
         CancelAfterTicks(Internal::ToNanoseconds(limit));
     }
 
+    // As it was given.
     std::wstring GetName() const;
+
+    // How many jobs wait, run and have ended, at one moment.
     JobCounts Counts() const;
 
     // Why the group was asked first; None if it was not.
     CancelReason GetCancelReason() const;
 
-    // Those so far, in the order of time.
+    // The failures so far, in the order of time.
     std::vector<JobFailure> Failures() const;
 
     // A pass over the jobs in the order in which they end. Each record is handed out once; the pass waits for the next one,
     // and ends when no job is left. Throws no failure: it is in the record.
     class Iterator {
       public:
+        // What the standard library asks of an iterator.
         using iterator_category = std::input_iterator_tag;
         using value_type = EndedJob;
         using difference_type = std::ptrdiff_t;
         using pointer = const EndedJob*;
         using reference = const EndedJob&;
 
+        // Waits for the first end.
         explicit Iterator(JobGroup& group) : m_group(&group) { ++*this; }
 
+        // The record of the job that has ended.
         const EndedJob& operator*() const noexcept { return m_ended; }
         const EndedJob* operator->() const noexcept { return &m_ended; }
+
+        // Waits for the next end.
         Iterator& operator++() {
             if (!m_group->NextEnded(m_ended)) {
                 m_group = nullptr;
@@ -173,12 +189,16 @@ class ORVANE_CONCURRENCY_API JobGroup {
             return *this;
         }
         void operator++(int) { ++*this; }
+
+        // Whether no job is left.
         bool operator==(std::default_sentinel_t) const noexcept { return m_group == nullptr; }
 
       private:
         JobGroup* m_group;
         EndedJob m_ended;
     };
+
+    // For loops over the group: begin() waits for the first end.
     Iterator begin() { return Iterator(*this); }
     std::default_sentinel_t end() const noexcept { return {}; }
 

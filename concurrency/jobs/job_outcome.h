@@ -1,4 +1,6 @@
 // How jobs end, one by one and in a group.
+//
+// Contract: a value.
 #pragma once
 
 #include <cstddef>
@@ -8,6 +10,7 @@
 
 namespace Orvane {
 
+// How one job ended.
 enum class JobOutcome : std::uint8_t {
     Done,       // it returned, even if it was asked to leave
     Failed,     // an exception left it
@@ -16,23 +19,24 @@ enum class JobOutcome : std::uint8_t {
 
 // At one moment: for a progress line.
 struct JobCounts {
-    std::size_t waiting = 0;
-    std::size_t running = 0;
-    std::size_t done = 0;
-    std::size_t failed = 0;
-    std::size_t cancelled = 0;
+    std::size_t waiting = 0;    // not started
+    std::size_t running = 0;    // started and not ended
+    std::size_t done = 0;       // returned
+    std::size_t failed = 0;     // ended by an exception
+    std::size_t cancelled = 0;  // left, or never began, because they were asked
 };
 
+// A job of a group that has failed.
 struct JobFailure {
-    std::wstring name;
+    std::wstring name;  // of the job
     std::exception_ptr error;  // never null; shared with whoever reads the failure, too
 };
 
 // How a job of a group ended.
 struct EndedJob {
-    std::wstring name;
+    std::wstring name;  // of the job
     std::size_t index = 0;  // its number among the jobs of the group, in the order in which they were added
-    JobOutcome outcome = JobOutcome::Done;
+    JobOutcome outcome = JobOutcome::Done;  // how it ended
     std::exception_ptr error;  // of a failed one
 };
 

@@ -1,3 +1,19 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+
+#include "concurrency/base/export.h"
+#include "concurrency/jobs/job.h"
+
+namespace Orvane {
+
+namespace Internal {
+class VirtualRun;
+}  // namespace Internal
+
+namespace Testing {
+
 // For the tests of code that uses jobs: jobs run one at a time, in a fixed order, and time passes only when all of them wait.
 //
 //     Orvane::Testing::VirtualTime time;
@@ -15,28 +31,17 @@
 // that blocks there keeps all the others from running. So hold no lock while you wait.
 //
 // Threads: construct, use and destroy it on one thread, outside a run. The jobs have threads of their own.
+// Cancellation: Advance() and RunUntilIdle() are no cancellation points.
 // Errors: std::logic_error from a wait of the test, if nothing is left that could end it; from the constructor, if the thread has
 //     such an object already. std::bad_alloc; std::system_error if a thread cannot be started.
+// Memory: one thread runs at a time: each sees everything that the ones before it have done.
 // Lifetime: the library must be initialised. The destructor runs what is left to its end; what would wait for ever it asks.
-#pragma once
-
-#include <chrono>
-#include <memory>
-
-#include "concurrency/base/export.h"
-#include "concurrency/jobs/job.h"
-
-namespace Orvane {
-
-namespace Internal {
-class VirtualRun;
-}  // namespace Internal
-
-namespace Testing {
-
 class ORVANE_CONCURRENCY_API VirtualTime {
   public:
+    // From here to its end the thread lives in virtual time.
     VirtualTime();
+
+    // Runs what is left to its end.
     ~VirtualTime();
     VirtualTime(const VirtualTime&) = delete;
     VirtualTime& operator=(const VirtualTime&) = delete;

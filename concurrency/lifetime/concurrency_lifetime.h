@@ -26,13 +26,19 @@
 
 namespace Orvane {
 
+// One more initialisation.
 ORVANE_CONCURRENCY_API void ConcurrencyInitialize();
+
+// One less. The last one stops everything.
 ORVANE_CONCURRENCY_API void ConcurrencyUninitialize();
 
 // Initialises on construction, uninitialises on destruction.
 class ORVANE_CONCURRENCY_API ConcurrencyLifetime {
   public:
+    // ConcurrencyInitialize().
     ConcurrencyLifetime();
+
+    // ConcurrencyUninitialize().
     ~ConcurrencyLifetime() noexcept;
     ConcurrencyLifetime(const ConcurrencyLifetime&) = delete;
     ConcurrencyLifetime& operator=(const ConcurrencyLifetime&) = delete;

@@ -37,7 +37,7 @@
 
 namespace Orvane {
 
-// What Schedule() needs of a Tracker: not for callers.
+// What Schedule() needs of a Tracker. Not for callers.
 class ScheduleAccess {
   public:
     template <typename Rep, typename Period>

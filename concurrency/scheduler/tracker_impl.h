@@ -1,5 +1,7 @@
 // What the copies of a Tracker share: the tracked task, and UpdateWrapper(), through which its callable does its work.
 //
+// Not for callers.
+//
 // Threads: no lock guards the fields. Set the task before you share the impl or insert the task. Then any thread may call
 //     Cancel() and Wait(). The run counters are for the runs alone: other threads may see old values.
 // Waiting, cancellation, errors, lifetime: as with Tracker.

@@ -1,12 +1,3 @@
-// An exclusive mutex that says in the log when it was waited for suspiciously long, or destroyed while locked.
-//
-// Threads: any thread may call any operation. Waiters are not served in order.
-// Memory: everything before unlock() is visible to the next holder.
-// Recursion: none: a second lock() by the holder is reported after 3 s and then waits for ever.
-// Cancellation: no cancellation points.
-// Errors: std::system_error if a lock fails. On purpose nothing else: a long wait and misuse are reported, not thrown.
-//     unlock() does not check that the caller holds the mutex.
-// Lifetime: must outlive every waiter and every unlock(), which touches it when the next holder is in already.
 #pragma once
 
 #include <atomic>
@@ -22,20 +13,36 @@ namespace Orvane {
 
 struct CheckedMutexPeer;
 
+// An exclusive mutex that says in the log when it was waited for suspiciously long, or destroyed while locked.
+//
+// Threads: any thread may call any operation. Waiters are not served in order.
+// Memory: everything before unlock() is visible to the next holder.
+// Recursion: none: a second lock() by the holder is reported after 3 s and then waits for ever.
+// Cancellation: no cancellation points.
+// Errors: std::system_error if a lock fails. On purpose nothing else: a long wait and misuse are reported, not thrown.
+//     unlock() does not check that the caller holds the mutex.
+// Lifetime: must outlive every waiter and every unlock(), which touches it when the next holder is in already.
 class ORVANE_CONCURRENCY_API checked_mutex {
   public:
+    // Free.
     checked_mutex();
+
+    // Reports a mutex that is still locked.
     virtual ~checked_mutex();
     checked_mutex(const checked_mutex&) = delete;
     checked_mutex& operator=(const checked_mutex&) = delete;
 
     // Blocks until the mutex is held. Reports once when that took 3 s, and goes on waiting.
     void lock();
+
+    // Takes a free mutex, and never waits.
     [[nodiscard]] bool try_lock();
 
     // Waits until `deadline` (system clock, whose steps it follows) at most; returns whether the mutex is held now. A free
     // mutex is taken even if the deadline has passed.
     [[nodiscard]] bool timed_lock(const TimePoint& deadline);
+
+    // Gives the mutex back and wakes a waiter.
     void unlock();
 
   private:

@@ -1,15 +1,3 @@
-// An exclusive mutex that serves its waiters strictly in order of arrival.
-//
-// Threads: every member may be called from any thread; only the owner may call unlock(), which does not check it.
-// Recursion: the owner may lock again; each lock needs its own unlock.
-// Memory: everything before unlock() is visible to the next owner.
-// Cancellation: lock() and the timed locks are cancellation points while they must wait: they throw
-//     CancelRequestedException when the caller's task is cancelled. The caller leaves the wait queue, the others keep their
-//     places. A free or own mutex is taken without asking.
-// Errors: std::bad_alloc from the constructor; std::system_error if its lock fails; std::length_error or std::bad_alloc
-//     if the wait queue cannot grow. On purpose: if memory runs out while a thread waits, its place stays in the queue, and
-//     the threads behind it are not served until it calls unlock().
-// Lifetime: must outlive every owner and every waiter; this is not checked. The next owner may destroy it at once.
 #pragma once
 
 #include <chrono>
@@ -22,8 +10,21 @@ namespace Orvane {
 
 struct FifoMutexPeer;
 
+// An exclusive mutex that serves its waiters strictly in order of arrival.
+//
+// Threads: every member may be called from any thread; only the owner may call unlock(), which does not check it.
+// Recursion: the owner may lock again; each lock needs its own unlock.
+// Memory: everything before unlock() is visible to the next owner.
+// Cancellation: lock() and the timed locks are cancellation points while they must wait: they throw
+//     CancelRequestedException when the caller's task is cancelled. The caller leaves the wait queue, the others keep their
+//     places. A free or own mutex is taken without asking.
+// Errors: std::bad_alloc from the constructor; std::system_error if its lock fails; std::length_error or std::bad_alloc
+//     if the wait queue cannot grow. On purpose: if memory runs out while a thread waits, its place stays in the queue, and
+//     the threads behind it are not served until it calls unlock().
+// Lifetime: must outlive every owner and every waiter; this is not checked. The next owner may destroy it at once.
 class ORVANE_CONCURRENCY_API fifo_mutex {
   public:
+    // Free.
     fifo_mutex();
     ~fifo_mutex();
     fifo_mutex(const fifo_mutex&) = delete;
@@ -55,6 +56,7 @@ class ORVANE_CONCURRENCY_API fifo_mutex {
         return try_lock_until(duration > duration.zero() ? now + std::chrono::ceil<Duration>(duration) : now);
     }
 
+    // Gives one lock back; the last one hands the mutex to the next waiter.
     void unlock();
 
   private:

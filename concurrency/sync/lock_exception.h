@@ -1,6 +1,3 @@
-// What the mutexes throw when the platform fails them.
-//
-// Threads: a plain value. Thrown inside a task, it reaches the reader of the task's outcome as a LockException.
 #pragma once
 
 #include <exception>
@@ -12,14 +9,22 @@
 
 namespace Orvane {
 
+// What the mutexes throw when the platform fails them.
+//
+// Thrown inside a task, it reaches the reader of the task's outcome as a LockException.
+//
+// Contract: an exception.
 class ORVANE_CONCURRENCY_API LockException : public std::exception, public virtual CloneableException {
   public:
     // Keeps a copy of `message`. Errors: std::bad_alloc.
     explicit LockException(const char* message);
+
+    // Copies share one text and cannot fail.
     LockException(const LockException&) noexcept;
     LockException& operator=(const LockException&) noexcept;
     ~LockException() override;
 
+    // The message.
     const char* what() const noexcept override;
 
     std::shared_ptr<CloneableException> Clone() const override;

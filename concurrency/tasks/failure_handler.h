@@ -5,7 +5,9 @@
 //
 // Threads: any. The handler runs on the thread that ends the job, or that drops its handle. No lock of the library is held.
 // Errors: none. What the handler throws is ignored.
-// Lifetime: the handler and its code must stay for as long as it is set.
+// Cancellation: no cancellation points.
+// Memory: everything in the failed run is visible to the handler.
+// Lifetime: the handler and its code must stay for as long as it is set. It may read the failure only during its call.
 #pragma once
 
 #include <cstdint>
@@ -15,11 +17,13 @@
 
 namespace Orvane {
 
+// What the handler gets.
 struct UnreadFailure {
     const wchar_t* name;  // of the job, in full; valid during the call
     std::exception_ptr error;  // never null
 };
 
+// Called once for each failure that is not read.
 using FailureHandler = void (*)(const UnreadFailure& failure);
 
 // Returns the handler before; null, as at the start, for none.

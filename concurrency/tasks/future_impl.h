@@ -1,3 +1,14 @@
+#pragma once
+
+#include "concurrency/base/export.h"
+#include "concurrency/tasks/future_state.h"
+
+namespace Orvane::Internal {
+
+// Not for callers.
+template <typename Result>
+class FutureImpl;
+
 // The future that a task wrapper fulfils: FutureState plus the value side. Only void exists: the value is the bare fact
 // of normal completion.
 //
@@ -7,20 +18,12 @@
 //     that is registered for its code, else as ExceptionBase. It throws nothing if that code is zero. It throws
 //     CancelledException for a run that was cancelled, and std::bad_alloc if there was no memory to keep the run's
 //     exception. It throws CancelRequestedException when the calling thread's own task is being cancelled.
+// Memory: everything in the run is visible after GetValue(), unless it threw CancelRequestedException.
 // Lifetime: create it with new and own it through std::shared_ptr.
-#pragma once
-
-#include "concurrency/base/export.h"
-#include "concurrency/tasks/future_state.h"
-
-namespace Orvane::Internal {
-
-template <typename Result>
-class FutureImpl;
-
 template <>
 class ORVANE_CONCURRENCY_API FutureImpl<void> : public FutureState {
   public:
+    // A run that has not started, with no task attached.
     FutureImpl();
     ~FutureImpl() override;
 

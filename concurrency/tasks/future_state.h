@@ -1,3 +1,21 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "concurrency/base/condition.h"
+#include "concurrency/base/export.h"
+#include "concurrency/base/ranked_mutex.h"
+#include "concurrency/base/time.h"
+#include "concurrency/tasks/ifuture_state.h"
+
+namespace Orvane::Internal {
+
+class RunCompanion;
+struct FutureStatePeer;
+
 // The state machine through which every run of a task reports.
 //
 //   operation        from                   to          also
@@ -24,42 +42,34 @@
 //     returned true.
 // Errors: std::system_error if a lock fails (nothing changed); std::bad_alloc from Start() (still NotStarted).
 // Lifetime: shared. A thread that ends a run, or cancels one that has not started, must hold a reference meanwhile.
-#pragma once
-
-#include <atomic>
-#include <cstdint>
-#include <memory>
-#include <mutex>
-
-#include "concurrency/base/condition.h"
-#include "concurrency/base/export.h"
-#include "concurrency/base/ranked_mutex.h"
-#include "concurrency/base/time.h"
-#include "concurrency/tasks/ifuture_state.h"
-
-namespace Orvane::Internal {
-
-class RunCompanion;
-struct FutureStatePeer;
-
 class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
   public:
+    // NotStarted, with no task attached.
     FutureState();
     ~FutureState() override;
     FutureState(const FutureState&) = delete;
     FutureState& operator=(const FutureState&) = delete;
 
+    // Begins a run; false if it must not run, because it was cancelled.
     bool Start() override;
 
     // Keeps a clone of `exception`. If there is no memory for one, the run still ends Error, and reading its outcome
     // throws std::bad_alloc. Anything else that Clone() throws is passed on, and the state stays as it was.
     void SetException(const CloneableException& exception) override;
 
+    // Whether the run is under way and was not asked to leave.
     bool IsBusy() const override;
+
     // True from Cancelling on, although the run may not have ended yet.
     bool IsReady() const override;
+
+    // Whether the run has returned.
     bool IsNormal() const override;
+
+    // Whether the run was asked to leave and is still under way.
     bool IsCancelling() const override;
+
+    // Whether it was cancelled before it started, or has confirmed its cancellation.
     bool IsCancelled() const override;
 
     // Blocks until the run has ended; returns at once if no task is attached. If the state is Cancelling when it is
@@ -71,13 +81,18 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     // system clock and follows its steps.
     bool TimedWait(const TimePoint& deadline) override;
 
+    // Asks the run to leave. On the run's own thread it throws CancelRequestedException.
     void RequestCancel() override;
+
+    // Ends a run that was asked to leave as Cancelled.
     void ConfirmCancel() override;
 
     // The cancellation record of the run that is under way; empty otherwise. Takes no lock, see
     // docs/maintainers/locks.md.
     std::shared_ptr<CancellationObject> GetCancellationObject() override;
 
+    // Not for callers.
+    //
     // What a layer above keeps beside the run that is under way; empty if there is none. InstallCompanion() returns the one
     // that is there already, else `fresh`; empty without a run.
     std::shared_ptr<RunCompanion> GetCompanion() const;

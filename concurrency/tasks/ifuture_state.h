@@ -1,5 +1,7 @@
 // The outcome record of one run of a task, as the library's parts see it. The order of the operations is binary
 // interface.
+//
+// Not for callers.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,6 @@
 // What a Task runs. The order of the operations is binary interface.
+//
+// Not for callers.
 #pragma once
 
 #include <memory>

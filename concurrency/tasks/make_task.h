@@ -41,6 +41,7 @@ Internal::Task MakeTask(const wchar_t* name, Callable&& callable, std::shared_pt
     return task;
 }
 
+// A task that runs the callable once.
 template <typename ThreadPolicy = Internal::NullPolicy, typename Callable>
 Internal::Task MakeTask(const wchar_t* name, Callable&& callable) {
     std::shared_ptr<Internal::FutureImpl<void>> future;

@@ -1,6 +1,8 @@
 // The future of an empty task: fixed answers, no state. It is cancelled but not ready, and a wait on it is over at
 // once.
 //
+// Not for callers.
+//
 // Threads: any. Errors: none.
 #pragma once
 

@@ -1,5 +1,7 @@
 // The state of an emptied task: does nothing, and its future is a NullFutureState.
 //
+// Not for callers.
+//
 // Threads: any. Errors: std::bad_alloc from GetFuture().
 #pragma once
 

@@ -1,15 +1,3 @@
-// A named unit of work. Copies of a handle share one task; two handles built alike are two tasks.
-//
-// Threads: every member may be called from any thread. The work runs, and Wait() blocks, outside the task's lock.
-// Cancellation: Cancel() is cooperative: it wakes the run out of the cancellable wait it is blocked in, and the run
-//     ends when it lets CancelRequestedException go. On the run's own thread Cancel() throws that exception itself.
-//     Wait() is a cancellation point of the calling thread's own task.
-// Memory: everything before the task is queued, launched or scheduled is visible to its run. Everything in the run is
-//     visible after EndRun(), and after Wait(), unless Wait() threw or the task had cancelled itself. Everything before
-//     Cancel() is visible to the run once it finds the request.
-// Errors: std::system_error if a lock fails; std::bad_alloc.
-// Lifetime: the task lives as long as its last handle. Once it has been waited for, it releases the callable and the
-//     future; keep the future (MakeTask's second form) to read the outcome.
 #pragma once
 
 #include <memory>
@@ -22,6 +10,18 @@ namespace Orvane::Internal {
 
 class TaskImpl;
 
+// A named unit of work. Copies of a handle share one task; two handles built alike are two tasks.
+//
+// Threads: every member may be called from any thread. The work runs, and Wait() blocks, outside the task's lock.
+// Cancellation: Cancel() is cooperative: it wakes the run out of the cancellable wait it is blocked in, and the run
+//     ends when it lets CancelRequestedException go. On the run's own thread Cancel() throws that exception itself.
+//     Wait() is a cancellation point of the calling thread's own task.
+// Memory: everything before the task is queued, launched or scheduled is visible to its run. Everything in the run is
+//     visible after EndRun(), and after Wait(), unless Wait() threw or the task had cancelled itself. Everything before
+//     Cancel() is visible to the run once it finds the request.
+// Errors: std::system_error if a lock fails; std::bad_alloc.
+// Lifetime: the task lives as long as its last handle. Once it has been waited for, it releases the callable and the
+//     future; keep the future (MakeTask's second form) to read the outcome.
 class ORVANE_CONCURRENCY_API Task {
   public:
     // An empty handle: as a task it is cancelled, not busy, has the name L"", and running it does nothing.
@@ -30,6 +30,7 @@ class ORVANE_CONCURRENCY_API Task {
     // At most 29 characters of `name` are kept; null is an empty name. A null `wrapper` makes an empty task.
     Task(const wchar_t* name, std::shared_ptr<ITaskState> wrapper);
 
+    // Copies and moves. A handle that was moved from may only be assigned or destroyed.
     Task(const Task&);
     Task(Task&&) noexcept;
     Task& operator=(const Task&);
@@ -51,6 +52,7 @@ class ORVANE_CONCURRENCY_API Task {
     // Lives as long as the task: keep a handle while using it.
     const wchar_t* GetName() const;
 
+    // What the task runs.
     std::shared_ptr<ITaskState> GetWrapper();
 
     // Whether the run is under way and not being cancelled.

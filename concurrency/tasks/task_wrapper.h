@@ -1,5 +1,7 @@
 // Binds a callable to a future: runs it, and turns the way it ended into the future's final state.
 //
+// Not for callers.
+//
 // Threads: run it on one thread; GetFuture() and Recreate() from any.
 // Cancellation: while the callable runs, its future is the thread's current one, so cancellation points and cancellable
 //     waits inside it find their run. Nested runs restore the outer one.

@@ -1,13 +1,3 @@
-// The process-wide thread pool. The first call of any member creates it with 8 workers. It grows by 8 when fewer than 3
-// are spare, without a ceiling, and never shrinks. The last ConcurrencyUninitialize() destroys it. Every worker lives
-// in the COM multithreaded apartment.
-//
-// Threads: any.
-// Memory: everything before Queue() or LaunchInNewThread() is visible to the run. Everything in the run is visible
-//     after Task::Wait(), and after an IsPresent() that no longer finds the task.
-// Errors: std::runtime_error "Failed to spawn thread, resource error" if the pool cannot be created; the next call
-//     tries again. std::system_error if a lock fails; std::bad_alloc.
-// Lifetime: do not use it while the last uninitialisation runs: a task queued then may never run.
 #pragma once
 
 #include "concurrency/base/export.h"
@@ -15,6 +5,17 @@
 
 namespace Orvane::Internal {
 
+// The process-wide thread pool. The first call of any member creates it with 8 workers. It grows by 8 when fewer than 3
+// are spare, without a ceiling, and never shrinks. The last ConcurrencyUninitialize() destroys it. Every worker lives
+// in the COM multithreaded apartment.
+//
+// Threads: any.
+// Cancellation: Queue() is a cancellation point when it must wait before it adds workers; nothing else here is.
+// Memory: everything before Queue() or LaunchInNewThread() is visible to the run. Everything in the run is visible
+//     after Task::Wait(), and after an IsPresent() that no longer finds the task.
+// Errors: std::runtime_error "Failed to spawn thread, resource error" if the pool cannot be created; the next call
+//     tries again. std::system_error if a lock fails; std::bad_alloc.
+// Lifetime: do not use it while the last uninitialisation runs: a task queued then may never run.
 class ORVANE_CONCURRENCY_API GlobalThreadPool {
   public:
     // Queues the task: first in, first out. Everything before the call is visible to the run.

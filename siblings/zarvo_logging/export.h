@@ -2,6 +2,8 @@
 //
 // ZARVO_LOGGING_EXPORTS is defined while the library itself is compiled, ZARVO_LOGGING_STATIC by code that compiles
 // the library's sources into itself. Everybody else imports.
+//
+// Not for callers.
 #pragma once
 
 #if defined(ZARVO_LOGGING_EXPORTS)

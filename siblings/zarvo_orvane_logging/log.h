@@ -9,6 +9,9 @@ struct HINSTANCE__;  // the platform's HINSTANCE points to it
 // which module holds the messages behind the source's event numbers. Writing it takes administrator's rights.
 //
 // Threads: every member may be called from any thread.
+// Cancellation: no cancellation points.
+// Memory: it orders nothing.
+// Lifetime: a source stays in the registry until it is removed.
 // Errors: none is thrown; the result is S_OK or a failing HRESULT. E_INVALIDARG for a name that is null, empty or has a
 //     backslash in it: it would be the key of something else.
 class ZARVO_ORVANE_LOGGING_API Log {

@@ -6,9 +6,14 @@
 
 #include "zarvo_orvane_logging/export.h"
 
+// The log. There is one: g_OrvaneLogging.
+//
 // Threads: every member may be called from any thread at any time, also from static constructors and destructors and
 //     from a terminate handler. A record is written whole, with one write; records of one thread keep their order.
 // Recursion: Report must not be called from inside a sink; the library's own sinks never do.
+// Cancellation: no cancellation points.
+// Errors: only SetFileSink() throws.
+// Memory: it orders nothing but the records.
 // Lifetime: the object is there before any other code runs and is never destroyed.
 class ZARVO_ORVANE_LOGGING_API OrvaneLogging {
   public:
@@ -19,6 +24,7 @@ class ZARVO_ORVANE_LOGGING_API OrvaneLogging {
         Recording,      // kept in memory, for tests: see report_recording.h
     };
 
+    // Not for callers.
     constexpr OrvaneLogging() = default;
     OrvaneLogging(const OrvaneLogging&) = delete;
     OrvaneLogging& operator=(const OrvaneLogging&) = delete;

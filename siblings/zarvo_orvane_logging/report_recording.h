@@ -14,19 +14,23 @@
 
 namespace Orvane::Reports {
 
+// A record, as Report() got it.
+//
+// Contract: a value.
 struct RecordedReport {
-    int severity;
-    int kind;
-    std::wstring category;
-    std::wstring format;
-    std::vector<ReportArgument> arguments;
-    std::wstring text;  // the formatted message
-    unsigned long threadId;
+    int severity;                           // 1, 4 or 8
+    int kind;                               // chosen by its author
+    std::wstring category;                  // who reports
+    std::wstring format;                    // before the arguments are in it
+    std::vector<ReportArgument> arguments;  // in the order of the format
+    std::wstring text;                      // the formatted message
+    unsigned long threadId;                 // of the thread that reported
 };
 
-// Errors: std::bad_alloc.
+// All that have been kept, in order. Errors: std::bad_alloc.
 ZARVO_ORVANE_LOGGING_API std::vector<RecordedReport> Recorded();
 
+// Forgets them.
 ZARVO_ORVANE_LOGGING_API void ClearRecorded() noexcept;
 
 // How many records of this category, and of this format if one is given, have been kept.

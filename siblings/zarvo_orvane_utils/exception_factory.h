@@ -16,8 +16,14 @@ namespace Orvane {
 
 class ErrorStorage;
 
+// The table of throwers, one for the process.
+//
 // Threads: every member may be called from any thread, also from static constructors and destructors. When the process
 //     ends, a call need not return if the system has ended another thread inside a member: it took the lock along.
+// Cancellation: no cancellation points.
+// Errors: std::bad_alloc, and what Throw() is for.
+// Memory: a registration is visible to each Throw() that begins after it.
+// Lifetime: it is there before any other code runs and is never destroyed. Throwers stay registered.
 // Recursion: a thrower may call every member; it runs with no lock held.
 class ZARVO_ORVANE_UTILS_API ExceptionFactory {
   public:
@@ -43,12 +49,14 @@ class ZARVO_ORVANE_UTILS_API ExceptionFactory {
     static void Throw(const ErrorStorage& error);
 
     // One call of Register.
+    //
+    // Contract: a value.
     struct Registration {
-        bool isNamed;
+        bool isNamed;  // which form it is for
         GUID guid;  // of the COM form
         std::optional<std::wstring> name;  // of the named form; empty: the null name
         unsigned long code;  // the HRESULT or the code, by the form
-        Thrower thrower;
+        Thrower thrower;  // what it registered
     };
 
     // Every call of Register so far, in order; tests compare it with what a module should register at load.

@@ -1,26 +1,36 @@
-# ./dev docs, inside the docs root: reference pages from the headers' own comments, the private ones too, in build/docs.
+# ./dev docs, inside the docs root: the reference of what is for callers, and the pages for users, in build/docs.
 set -euo pipefail
 
 . tools/dev/steps.sh
 
-# The headers use plain comments: doxygen reads only those with a third slash, and takes a backslash for a command.
+version() { sed -n 's/^ *VERSION \([0-9.]*\)$/\1/p' CMakeLists.txt; }
+
+# The XML is only for the check.
 settings() {
-    cat <<'TEXT'
+    cat <<TEXT
 PROJECT_NAME         = ZarvoConcurrency
+PROJECT_NUMBER       = $(version)
 OUTPUT_DIRECTORY     = build/docs
-INPUT                = README.md CONTRIBUTING.md CHANGELOG.md docs concurrency siblings
-RECURSIVE            = YES
-FILE_PATTERNS        = *.h *.md
+INPUT                = $(echo $inputs)
 USE_MDFILE_AS_MAINPAGE = README.md
-FILTER_PATTERNS      = "*.h=sed -E '/^ *\/\//s|[\\]|&&|g; s|^( *)//( .*)?$|\1///\2|'"
-STRIP_FROM_PATH      = .
+MARKDOWN_ID_STYLE    = GITHUB
+FILTER_PATTERNS      = "*.h=python3 -B tools/reference/headers.py" "*.md=python3 -B tools/reference/pages.py"
+FILTER_SOURCE_FILES  = NO
+STRIP_FROM_PATH      = . siblings
+STRIP_FROM_INC_PATH  = . siblings
+FORCE_LOCAL_INCLUDES = YES
+JAVADOC_AUTOBRIEF    = YES
 MACRO_EXPANSION      = YES
 EXPAND_ONLY_PREDEF   = YES
-PREDEFINED           = ORVANE_CONCURRENCY_API= ZARVO_ORVANE_LOGGING_API= ZARVO_ORVANE_UTILS_API= ZARVO_LOGGING_API=
+PREDEFINED           = ORVANE_CONCURRENCY_API= ZARVO_ORVANE_LOGGING_API= ZARVO_ORVANE_UTILS_API= ZARVO_LOGGING_API= ORVANE_UNNAMED_STRUCT=struct
 EXTRACT_ALL          = YES
-HAVE_DOT             = YES
-DOT_IMAGE_FORMAT     = svg
+HIDE_FRIEND_COMPOUNDS = YES
+VERBATIM_HEADERS     = NO
+HAVE_DOT             = NO
+IMAGE_PATH           = docs docs/charts
 GENERATE_LATEX       = NO
+GENERATE_XML         = YES
+XML_PROGRAMLISTING   = NO
 QUIET                = YES
 WARN_IF_UNDOCUMENTED = NO
 WARN_AS_ERROR        = FAIL_ON_WARNINGS
@@ -31,5 +41,9 @@ write_pages() { settings | doxygen -; }
 
 rm -rf build/docs
 mkdir -p build/docs
+step "judge the checks" python3 -B tools/reference/reference_test.py
+inputs=$(python3 -B tools/reference/inputs.py)
 step "write the reference pages: doxygen" write_pages
+step "copy what the pages link to" python3 -B tools/reference/copy_files.py build/docs/html
+step "check the reference" python3 -B tools/reference/check.py build/docs
 finish "docs: build/docs/html/index.html"

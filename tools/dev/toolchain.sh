@@ -10,7 +10,7 @@ packages_run=wine
 sources_build=benchmark # only as sources: it is built for Windows, like googletest
 packages_lint=clang-format-19,clang-tidy-19,python3-minimal
 packages_coverage=gcovr
-packages_docs=doxygen,graphviz
+packages_docs=doxygen,python3
 packages_charts=python3-matplotlib
 packages_sanitize=clang-19,libclang-rt-19-dev,llvm-19,libstdc++-14-dev,cmake,ninja-build,ccache,googletest
 
@@ -75,7 +75,6 @@ make_root() {
     mv "$new" "$made_root"
     case $1 in
         toolchain | coverage) prepare_wine "$made_root" || fail "prepare Wine" $? ;;
-        docs) prepare_graphviz "$made_root" || fail "prepare graphviz" $? ;;
     esac
     rm -f "$new.log"
     touch "$made_root/.complete"
@@ -106,12 +105,6 @@ prepare_wine() {
     mkdir "$1/wine-prefix"
     local sandbox_options=(--bind "$1/usr" /usr --bind "$1/wine-prefix" /wine-prefix)
     in_toolchain "$1" bash tools/dev/first_prefix.sh
-}
-
-# Lists graphviz's plugins, without which it can draw nothing.
-prepare_graphviz() {
-    local sandbox_options=(--bind "$1/usr" /usr)
-    in_toolchain "$1" dot -c
 }
 
 # The mirror this machine itself uses, if it is a Debian; empty means mmdebstrap's default.
