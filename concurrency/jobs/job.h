@@ -52,12 +52,16 @@ class [[nodiscard]] Job : public TypedJobHandle<T> {
   public:
     // Without a job.
     Job() noexcept = default;
+
+    // Takes the job over. The job that this handle had is dropped.
     Job(Job&&) noexcept = default;
     Job& operator=(Job&& other) noexcept {
         Job old(std::move(*this));  // dropped when this handle has the other job
         TypedJobHandle<T>::operator=(std::move(other));
         return *this;
     }
+
+    // Asks the job to leave and waits until it has.
     ~Job() { this->m_job.Drop(); }
 
     // The job goes on without a handle and without an owner; a failure goes to the failure handler. Leaves the handle without

@@ -1,4 +1,6 @@
-// What the handles of jobs have in common. The contract is in job.h.
+// What the handles of jobs have in common.
+//
+// Contract: that of job.h.
 #pragma once
 
 #include <chrono>
@@ -62,12 +64,12 @@ class JobHandle {
     const Internal::JobRef& Ref() const noexcept { return m_job; }
 
   protected:
+    // Not for callers.
     JobHandle() noexcept = default;
     explicit JobHandle(Internal::JobRef job) noexcept : m_job(std::move(job)) {}
     JobHandle(JobHandle&&) noexcept = default;
     JobHandle& operator=(JobHandle&&) noexcept = default;
     ~JobHandle() = default;
-
     Internal::JobRef m_job;
 };
 
@@ -92,12 +94,12 @@ class TypedJobHandle : public JobHandle {
     }
 
   protected:
+    // Not for callers.
     TypedJobHandle() noexcept = default;
     explicit TypedJobHandle(Internal::JobRef job) noexcept : JobHandle(std::move(job)) {}
     TypedJobHandle(TypedJobHandle&&) noexcept = default;
     TypedJobHandle& operator=(TypedJobHandle&&) noexcept = default;
     ~TypedJobHandle() = default;
-
     bool m_isTaken = false;
 
   private:

@@ -1,4 +1,6 @@
-// Waits for several jobs. Threads, cancellation and errors are those of the waits in job.h, which includes this header.
+// Waits for several jobs. Included by job.h.
+//
+// Contract: that of job.h.
 #pragma once
 
 #include <array>

@@ -3,11 +3,12 @@
 Headers have plain comments, with these habits:
 - The comment at the top is about the file, and holds for each of its classes that does not say otherwise.
 - `Threads:`, `Cancellation:`, `Errors:`, `Lifetime:` and `Memory:` begin the parts of a contract.
-- `Contract: a value.` stands for the whole contract of KINDS.
+- `Contract: a value.` stands for the whole contract of KINDS, `Contract: that of job.h.` for that of a header beside it.
 - A comment is about all declarations up to the next empty line.
 - A destructor that no comment stands above has nothing to say.
 - `Not for callers.` takes what it is about out of the reference; so does a namespace Internal inside a file of Orvane.
 """
+import os
 import re
 import sys
 
@@ -52,10 +53,21 @@ def kind_of(declaration):
     return "body"
 
 
-def contract_parts(comment):
+def top_comment(text):
+    lines = text.splitlines()
+    end = next((index for index, line in enumerate(lines) if not line.startswith("//")), len(lines))
+    return [re.sub(r"^// ?", "", line) for line in lines[:end]]
+
+
+def contract_parts(comment, folder="."):
     """The parts of a contract in a comment, by label, and what stands before them."""
     before, parts, label = [], {}, None
     for line in comment:
+        other = re.fullmatch(r"Contract: that of (\S+\.h)\.", line)
+        if other:
+            with open(os.path.join(folder, other.group(1))) as file:
+                parts.update(contract_parts(top_comment(file.read()))[1])
+            continue
         for text in KINDS.get(line, [line]):
             found = LABEL.match(text)
             if found:
@@ -77,9 +89,9 @@ def escape(text):
     return re.sub(r"([\\@%])", r"\\\1", text)
 
 
-def doc(comment, indent="", contract=None, command=""):
+def doc(comment, indent="", contract=None, command="", folder="."):
     """The lines of a comment for doxygen. `contract` fills in the parts that the comment does not state."""
-    before, parts = contract_parts(comment)
+    before, parts = contract_parts(comment, folder)
     if contract:
         parts = {**contract, **parts}
     lines = [command] if command else []
@@ -95,8 +107,8 @@ def doc(comment, indent="", contract=None, command=""):
 
 
 class Filter:
-    def __init__(self, text):
-        self.lines = text.splitlines()
+    def __init__(self, text, folder="."):
+        self.lines, self.folder = text.splitlines(), folder
         self.out = []
         self.scopes = []  # (kind, hidden, name)
         self.text = ""  # of the declaration under way
@@ -145,16 +157,10 @@ class Filter:
 
     def top_comment(self):
         """The comment before #pragma once becomes the file's."""
-        index, comment = 0, []
-        while index < len(self.lines) and self.lines[index].startswith("//"):
-            comment.append(re.sub(r"^// ?", "", self.lines[index]))
-            index += 1
-        if comment:
-            self.contract = contract_parts(comment)[1]
-            self.out += doc(comment, command="@file")
-        else:
-            self.out.append("/// @file")
-        return index
+        comment = top_comment("\n".join(self.lines))
+        self.contract = contract_parts(comment, self.folder)[1]
+        self.out += doc(comment, command="@file", folder=self.folder)
+        return len(comment)
 
     @staticmethod
     def is_declaration(stripped):
@@ -267,14 +273,9 @@ class Filter:
 
 def is_for_callers(text):
     """Whether a header is in the reference at all: its comment at the top may say that it is not."""
-    top = []
-    for line in text.splitlines():
-        if not line.startswith("//"):
-            break
-        top.append(line)
-    return HIDDEN not in "\n".join(top)
+    return not any(HIDDEN in line for line in top_comment(text))
 
 
 if __name__ == "__main__":
     with open(sys.argv[1]) as file:
-        sys.stdout.write(Filter(file.read()).run())
+        sys.stdout.write(Filter(file.read(), os.path.dirname(sys.argv[1])).run())

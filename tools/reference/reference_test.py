@@ -29,6 +29,12 @@ class Headers(unittest.TestCase):
         for part in check.CONTRACT:
             self.assertIn(f"@par {part}\n", out)
 
+    def test_a_header_may_take_the_contract_of_another_one(self):
+        with tempfile.TemporaryDirectory() as folder:
+            (pathlib.Path(folder) / "job.h").write_text("// Jobs.\n//\n// Threads: any.\n#pragma once\n")
+            out = headers.Filter("// Handles.\n//\n// Contract: that of job.h.\n#pragma once\n\n// B.\nclass B {};\n", folder).run()
+        self.assertEqual(out.count("@par Threads\n/// Any."), 2)
+
     def test_what_is_not_for_callers_is_hidden_to_the_end_of_its_paragraph(self):
         out = filtered("class A {\n  public:\n    // Not for callers.\n    int inner;\n\n    // Shown.\n    int outer;\n};\n")
         self.assertLess(out.index("@cond"), out.index("inner"))
