@@ -1,68 +1,31 @@
-// What a group does when one of its jobs fails, and when it is asked to leave.
+// What a group does when one of its jobs fails.
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <exception>
+#include <functional>
 #include <memory>
-#include <stdexcept>
 #include <stop_token>
-#include <string>
-#include <typeinfo>
-#include <vector>
 
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/current_task.h"
+#include "concurrency/jobs/job.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/tasks/failure_handler.h"
 #include "concurrency/tasks/make_task.h"
-#include "tests/jobs/blocked.h"
-#include "tests/jobs/turnstile.h"
+#include "tests/jobs/group_errors.h"
+#include "tests/jobs/group_scene.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/plain_thread.h"
-#include "tests/threadpool/at_end.h"
 
 namespace {
 
 using namespace Orvane;
 using namespace Zarvo::Test;
-using namespace std::chrono_literals;
-
-struct OddFailure {
-    int number;
-};
-
-// What leaves the group's Wait().
-std::exception_ptr ErrorOfWait(JobGroup& group) {
-    try {
-        group.Wait();
-        return nullptr;
-    } catch (...) {
-        return std::current_exception();
-    }
-}
-
-template <typename Error>
-bool IsExactly(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const Error& caught) {
-        return typeid(caught) == typeid(Error);
-    } catch (...) {
-        return false;
-    }
-}
-
-int NumberOf(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const OddFailure& failure) {
-        return failure.number;
-    } catch (...) {
-        return -1;
-    }
-}
 
 TEST(JobGroupFailure, ComesOutOfEachWaitAsItself) {
     const ConcurrencyLifetime lifetime;
@@ -141,25 +104,22 @@ TEST(JobGroupFailure, AsksTheOthersAllAtOnce) {
 
 // The job fails in a run that is on top of another job's run: that one is asked as well, and the rest of the list too.
 TEST(JobGroupFailure, ReachesTheJobThatIsOnTheSameThread) {
-    const ConcurrencyLifetime lifetime;
-    Blocked blocked;
     bool wasAsked = false;
-    JobGroup group(L"group", 3);
-    group.Run(L"before", [&blocked] { blocked.Stay(); });
-    ASSERT_TRUE(blocked.Enter(1));
+    GroupScene scene(3);
+    ASSERT_TRUE(scene.BlockOne());
     Gate afterIsIn;
-    group.Run(L"below", [&] {
+    scene.group.Run(L"below", [&] {
         afterIsIn.Wait();
-        MakeTask(L"inner", [&group] { group.Cancel(); })();
+        MakeTask(L"inner", [&scene] { scene.group.Cancel(); })();
         wasAsked = IsCancellationRequested();
     });
-    group.Run(L"after", [&blocked] { blocked.Stay(); });
-    ASSERT_TRUE(blocked.Enter(2));
+    scene.group.Run(L"after", scene.Staying());
+    ASSERT_TRUE(scene.blocked.Enter(2));
     afterIsIn.Open();
-    EXPECT_TRUE(IsExactly<CancelledException>(ErrorOfWait(group)));
+    EXPECT_TRUE(IsExactly<CancelledException>(ErrorOfWait(scene.group)));
     EXPECT_TRUE(wasAsked);
-    EXPECT_EQ(blocked.Left(), 2);
-    EXPECT_EQ(group.Counts().done, 1U);
+    EXPECT_EQ(scene.blocked.Left(), 2);
+    EXPECT_EQ(scene.group.Counts().done, 1U);
 }
 
 TEST(JobGroupFailure, KeepsTheWaitingOnesFromRunningAndDestroysTheirCallables) {
@@ -183,32 +143,28 @@ TEST(JobGroupFailure, KeepsTheWaitingOnesFromRunningAndDestroysTheirCallables) {
 }
 
 TEST(JobGroupFailure, IsNotWhatLeavesBecauseItWasAsked) {
-    const ConcurrencyLifetime lifetime;
-    Blocked blocked;
-    JobGroup group(L"group", 4);
+    GroupScene scene(4);
     for (int i = 0; i < 3; ++i) {
-        group.Run(L"asked", [&blocked] { blocked.Stay(); });
+        scene.group.Run(L"asked", scene.Staying());
     }
-    group.Run(L"fails", [&blocked] {
-        ASSERT_TRUE(blocked.Enter(3));
+    scene.group.Run(L"fails", [&scene] {
+        ASSERT_TRUE(scene.blocked.Enter(3));
         throw OddFailure{1};
     });
-    EXPECT_EQ(NumberOf(ErrorOfWait(group)), 1);
-    const JobCounts counts = group.Counts();
+    EXPECT_EQ(NumberOf(ErrorOfWait(scene.group)), 1);
+    const JobCounts counts = scene.group.Counts();
     EXPECT_EQ(counts.failed, 1U);
     EXPECT_EQ(counts.cancelled, 3U);
-    EXPECT_EQ(group.Failures().size(), 1U);
+    EXPECT_EQ(scene.group.Failures().size(), 1U);
 }
 
 TEST(JobGroupFailure, IsTheReasonOfTheOthersAndOfTheGroup) {
-    const ConcurrencyLifetime lifetime;
-    Blocked blocked;
-    JobGroup group(L"group", 2);
-    const auto other = group.Run(L"other", [&blocked] { blocked.Stay(); });
-    ASSERT_TRUE(blocked.Enter(1));
-    group.Run(L"guilty", [] { throw OddFailure{1}; });
-    EXPECT_EQ(NumberOf(ErrorOfWait(group)), 1);
-    for (const CancelReason& reason : {other.GetCancelReason(), group.GetCancelReason()}) {
+    GroupScene scene(2);
+    const auto other = scene.group.Run(L"other", scene.Staying());
+    ASSERT_TRUE(scene.blocked.Enter(1));
+    scene.group.Run(L"guilty", [] { throw OddFailure{1}; });
+    EXPECT_EQ(NumberOf(ErrorOfWait(scene.group)), 1);
+    for (const CancelReason& reason : {other.GetCancelReason(), scene.group.GetCancelReason()}) {
         EXPECT_EQ(reason.cause, CancelCause::GroupFailure);
         EXPECT_EQ(reason.by, L"guilty");
     }
@@ -230,13 +186,11 @@ TEST(JobGroupFailure, IsAlsoAnEmptyFunction) {
 }
 
 TEST(JobGroupFailure, OfAThreadOfItsOwnAsksTheOthers) {
-    const ConcurrencyLifetime lifetime;
-    Blocked blocked;
-    JobGroup group(L"group");
-    group.RunInNewThread(L"other", [&blocked] { blocked.Stay(); });
-    ASSERT_TRUE(blocked.Enter(1));
-    group.RunInNewThread(L"fails", [] { throw OddFailure{3}; });
-    EXPECT_EQ(NumberOf(ErrorOfWait(group)), 3);
+    GroupScene scene;
+    scene.group.RunInNewThread(L"other", scene.Staying());
+    ASSERT_TRUE(scene.blocked.Enter(1));
+    scene.group.RunInNewThread(L"fails", [] { throw OddFailure{3}; });
+    EXPECT_EQ(NumberOf(ErrorOfWait(scene.group)), 3);
 }
 
 std::atomic<int> g_unreadNumber = 0;
@@ -282,183 +236,6 @@ TEST(JobGroupFailure, ThatWasThrownListedOrIteratedDoesNotGoToTheHandler) {
         read(group);
     }
     EXPECT_EQ(g_unreadNumber, 0);
-}
-
-TEST(JobGroupSpent, ByAFailureAsksWhatIsAddedLaterBeforeItBegins) {
-    const ConcurrencyLifetime lifetime;
-    const auto captured = std::make_shared<int>(1);
-    bool ran = false;
-    JobGroup group(L"group");
-    group.Run(L"fails", [] { throw OddFailure{1}; });
-    EXPECT_NE(ErrorOfWait(group), nullptr);
-    auto late = group.Run(L"late", [captured, &ran] { ran = true; });
-    EXPECT_TRUE(late.IsReady());
-    EXPECT_EQ(captured.use_count(), 1);
-    EXPECT_THROW(late.Get(), CancelledException);
-    EXPECT_EQ(late.GetCancelReason().cause, CancelCause::GroupFailure);
-    EXPECT_EQ(late.GetCancelReason().by, L"fails");
-    const auto lateInThread = group.RunInNewThread(L"late", [&ran] { ran = true; });
-    EXPECT_TRUE(lateInThread.IsReady());
-    group.TryRun(L"late", [&ran] { ran = true; });
-    EXPECT_NE(ErrorOfWait(group), nullptr);
-    EXPECT_FALSE(ran);
-    EXPECT_EQ(group.Counts().failed, 1U);
-}
-
-TEST(JobGroupSpent, ByACancelAsksWhatIsAddedLater) {
-    const ConcurrencyLifetime lifetime;
-    bool ran = false;
-    JobGroup group(L"group");
-    group.Cancel();
-    group.Wait();  // there was nothing to cancel
-    auto late = group.Run(L"late", [&ran] { ran = true; });
-    EXPECT_THROW(late.Get(), CancelledException);
-    EXPECT_TRUE(IsExactly<CancelledException>(ErrorOfWait(group)));
-    EXPECT_FALSE(ran);
-}
-
-TEST(JobGroupCancel, AloneIsACancelledException) {
-    const ConcurrencyLifetime lifetime;
-    Blocked blocked;
-    bool ran = false;
-    JobGroup group(L"group", 1);
-    const auto first = group.Run(L"running", [&blocked] { blocked.Stay(); });
-    const auto second = group.Run(L"waiting", [&ran] { ran = true; });
-    ASSERT_TRUE(blocked.Enter(1));
-    group.Cancel();
-    EXPECT_TRUE(IsExactly<CancelledException>(ErrorOfWait(group)));
-    EXPECT_FALSE(ran);
-    EXPECT_EQ(group.Counts().cancelled, 2U);
-    EXPECT_EQ(group.Failures().size(), 0U);
-    EXPECT_EQ(group.GetCancelReason().cause, CancelCause::Group);
-    EXPECT_EQ(first.GetCancelReason().cause, CancelCause::Group);
-    EXPECT_EQ(second.GetCancelReason().by, L"group");
-}
-
-TEST(JobGroupCancel, IsNoErrorIfAllFinishAllTheSame) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group");
-    auto job = group.Run(L"finishes", [&turnstile] {
-        turnstile.Pass();
-        return 5;
-    });
-    ASSERT_TRUE(Eventually([&] { return turnstile.Inside() == 1; }));
-    group.Cancel();
-    turnstile.LetAllGo();
-    group.Wait();
-    EXPECT_EQ(job.Get(), 5);
-    EXPECT_EQ(group.Counts().done, 1U);
-}
-
-TEST(JobGroupCancel, InsideAJobOnlyMakesTheRequest) {
-    const ConcurrencyLifetime lifetime;
-    bool wentOn = false;
-    bool wasRequested = false;
-    JobGroup group(L"group");
-    group.Run(L"cancels", [&] {
-        group.Cancel();
-        wentOn = true;
-        wasRequested = IsCancellationRequested();
-        CancellationPoint();
-        wentOn = false;
-    });
-    EXPECT_TRUE(IsExactly<CancelledException>(ErrorOfWait(group)));
-    EXPECT_TRUE(wentOn);
-    EXPECT_TRUE(wasRequested);
-}
-
-TEST(JobGroupCancel, OfASingleJobThatRunsSparesTheGroup) {
-    const ConcurrencyLifetime lifetime;
-    Blocked blocked;
-    JobGroup group(L"group");
-    auto job = group.Run(L"asked", [&blocked] { blocked.Stay(); });
-    ASSERT_TRUE(blocked.Enter(1));
-    job.Cancel();
-    EXPECT_THROW(job.Get(), CancelledException);
-    EXPECT_EQ(group.Run(L"next", [] { return 1; }).Get(), 1);
-    group.Wait();
-    EXPECT_EQ(group.Counts().cancelled, 1U);
-}
-
-TEST(JobGroupCancel, DestroysCallablesWithoutALock) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobCounts seen;
-    JobGroup group(L"group", 1);
-    const OpensAtEnd end(turnstile);
-    group.Run(L"held", [&turnstile] { turnstile.Pass(); });
-    ASSERT_TRUE(Eventually([&] { return turnstile.Inside() == 1; }));
-    group.Run(L"waiting", [end = AtEnd([&] {
-                               seen = group.Counts();
-                               static_cast<void>(group.Run(L"from the end", [] {}));
-                           })] {});
-    group.Cancel();
-    EXPECT_EQ(seen.waiting, 1U);
-    EXPECT_EQ(group.Counts().cancelled, 2U);
-}
-
-TEST(JobGroupLimit, LeavesAsATimeLimitException) {
-    const ConcurrencyLifetime lifetime;
-    Blocked blocked;
-    JobGroup group(L"group", 1);
-    const auto first = group.Run(L"running", [&blocked] { blocked.Stay(); });
-    group.Run(L"waiting", [] {});
-    group.CancelAfter(10ms);
-    EXPECT_TRUE(IsExactly<TimeLimitException>(ErrorOfWait(group)));
-    EXPECT_EQ(group.GetCancelReason().cause, CancelCause::Limit);
-    EXPECT_EQ(first.GetCancelReason().cause, CancelCause::Limit);
-}
-
-TEST(JobGroupLimit, OfZeroAsksAtOnceAndOneBeyondTimeNever) {
-    const ConcurrencyLifetime lifetime;
-    JobGroup group(L"group");
-    group.CancelAfter(std::chrono::hours::max());
-    EXPECT_EQ(group.Run(L"first", [] { return 1; }).Get(), 1);
-    group.CancelAfter(0s);
-    EXPECT_EQ(group.GetCancelReason().cause, CancelCause::Limit);
-    EXPECT_TRUE(group.Run(L"late", [] {}).IsReady());
-}
-
-TEST(JobGroupLimit, OfSeveralTheEarliestCounts) {
-    const ConcurrencyLifetime lifetime;
-    Blocked blocked;
-    JobGroup group(L"group");
-    group.Run(L"running", [&blocked] { blocked.Stay(); });
-    group.CancelAfter(1h);
-    group.CancelAfter(10ms);
-    group.CancelAfter(2h);
-    EXPECT_TRUE(IsExactly<TimeLimitException>(ErrorOfWait(group)));
-}
-
-TEST(JobGroupWait, OfAnEmptyGroupReturns) {
-    const ConcurrencyLifetime lifetime;
-    JobGroup group(L"group");
-    group.Wait();
-    EXPECT_TRUE(group.WaitFor(0s));
-}
-
-TEST(JobGroupWait, WithATimeOutTellsThatItWasNotEnough) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group");
-    const OpensAtEnd end(turnstile);
-    group.Run(L"held", [&turnstile] { turnstile.Pass(); });
-    EXPECT_FALSE(group.WaitFor(0s));
-    EXPECT_FALSE(group.WaitFor(-1h));
-    EXPECT_FALSE(group.WaitFor(5ms));
-    EXPECT_FALSE(group.WaitUntil(std::chrono::system_clock::now() + 5ms));
-    EXPECT_FALSE(group.WaitUntil(std::chrono::steady_clock::time_point::min()));
-    turnstile.LetAllGo();
-    EXPECT_TRUE(group.WaitFor(std::chrono::hours::max()));
-    EXPECT_TRUE(group.WaitUntil(std::chrono::system_clock::now()));
-}
-
-TEST(JobGroupWait, WithATimeOutThrowsTheFailureToo) {
-    const ConcurrencyLifetime lifetime;
-    JobGroup group(L"group");
-    group.Run(L"fails", [] { throw OddFailure{1}; });
-    EXPECT_THROW(static_cast<void>(group.WaitFor(kPatience)), OddFailure);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -10,11 +11,10 @@
 #include <system_error>
 #include <vector>
 
+#include "concurrency/cancellation/current_task.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
-#include "tests/jobs/blocked.h"
-#include "tests/jobs/turnstile.h"
-#include "tests/support/eventually.h"
+#include "tests/jobs/group_scene.h"
 #include "tests/support/gate.h"
 #include "tests/support/plain_thread.h"
 #include "tests/support/task_thread.h"
@@ -49,15 +49,12 @@ TEST(JobGroupIteration, GivesTheJobsInTheOrderOfTheirEnds) {
 }
 
 TEST(JobGroupIteration, TellsHowEachEnded) {
-    const ConcurrencyLifetime lifetime;
-    Blocked blocked;
-    JobGroup group(L"group", 3);
-    group.Run(L"done", [] {}).Wait();
-    group.Run(L"asked", [&blocked] { blocked.Stay(); });
-    ASSERT_TRUE(blocked.Enter(1));
-    group.Run(L"fails", [] { throw std::domain_error("why"); });
+    GroupScene scene(3);
+    scene.group.Run(L"done", [] {}).Wait();
+    ASSERT_TRUE(scene.BlockOne());
+    scene.group.Run(L"fails", [] { throw std::domain_error("why"); });
     std::vector<JobOutcome> outcomes;
-    for (const EndedJob& ended : group) {
+    for (const EndedJob& ended : scene.group) {
         outcomes.push_back(ended.outcome);
         EXPECT_EQ(ended.error != nullptr, ended.outcome == JobOutcome::Failed);
         if (ended.error) {
@@ -114,12 +111,9 @@ TEST(JobGroupIteration, GoesOnWithWhatIsAddedInThePass) {
 }
 
 TEST(JobGroupIteration, IsACancellationPoint) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group");
-    const OpensAtEnd end(turnstile);
-    group.Run(L"held", [&turnstile] { turnstile.Pass(); });
-    TaskThread reader([&] { static_cast<void>(group.begin()); });
+    GroupScene scene;
+    scene.group.Run(L"held", scene.Held());
+    TaskThread reader([&] { static_cast<void>(scene.group.begin()); });
     reader.Cancel();
     EXPECT_TRUE(reader.EndedCancelled());
 }

@@ -6,14 +6,14 @@
 #include <functional>
 #include <memory>
 #include <stdexcept>
-#include <string>
 
-#include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/failure_handler.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/jobs/blocked.h"
+#include "tests/jobs/group_errors.h"
+#include "tests/jobs/group_scene.h"
 #include "tests/jobs/turnstile.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/wake_scheduler.h"
@@ -22,7 +22,6 @@
 #include "tests/support/fake_wall_clock.h"
 #include "tests/support/gate.h"
 #include "tests/support/recorded_reports.h"
-#include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/thread_starts.h"
 
@@ -51,7 +50,7 @@ TEST(JobGroupSchedule, WithAnIntervalRunsUntilTheGroupIsAsked) {
     EXPECT_TRUE(Eventually([&] { return runs >= 3; }));
     EXPECT_FALSE(group.WaitFor(0s));
     group.Cancel();
-    EXPECT_TRUE(group.WaitFor(kPatience));
+    WaitForTheEndOf(group);
     const int last = runs;
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(runs, last);
@@ -99,18 +98,15 @@ TEST(JobGroupSchedule, IsGoneWithTheGroup) {
 }
 
 TEST(JobGroupSchedule, WaitsForItsPlaceInTheBound) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
     std::atomic<bool> ran = false;
-    JobGroup group(L"group", 1);
-    const OpensAtEnd end(turnstile);
-    group.Run(L"held", [&turnstile] { turnstile.Pass(); });
-    group.Schedule(L"due", 0s, 0s, [&ran] { ran = true; });
-    EXPECT_TRUE(Eventually([&] { return group.Counts().waiting == 1; }));
+    GroupScene scene(1);
+    scene.group.Run(L"held", scene.Held());
+    scene.group.Schedule(L"due", 0s, 0s, [&ran] { ran = true; });
+    EXPECT_TRUE(Eventually([&] { return scene.group.Counts().waiting == 1; }));
     std::this_thread::sleep_for(10ms);
     EXPECT_FALSE(ran);
-    turnstile.LetAllGo();
-    group.Wait();
+    scene.turnstile.LetAllGo();
+    scene.group.Wait();
     EXPECT_TRUE(ran);
 }
 
@@ -156,11 +152,7 @@ TEST(JobGroupScheduleFailure, GoesOnUnlessSaidOtherwise) {
     EXPECT_TRUE(Eventually([&] { return runs >= 3; }));
     EXPECT_EQ(group.GetCancelReason().cause, CancelCause::None);
     group.Cancel();
-    try {
-        group.Wait();
-    } catch (const CancelledException&) {
-        // A run had been added, and not begun.
-    }
+    WaitForTheEndOf(group);  // a run may have been added that has not begun
     EXPECT_GE(group.Counts().failed, 3U);
     EXPECT_TRUE(Eventually([&] { return g_scheduleFailures == static_cast<int>(group.Counts().failed); }));
     EXPECT_TRUE(group.Failures().empty());

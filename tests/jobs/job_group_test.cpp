@@ -3,22 +3,21 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "concurrency/errors/exceptions.h"
+#include "concurrency/jobs/job.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/jobs/blocked.h"
-#include "tests/jobs/turnstile.h"
+#include "tests/jobs/group_scene.h"
 #include "tests/support/eventually.h"
 #include "tests/support/fake_ticks.h"
 #include "tests/support/gate.h"
@@ -31,69 +30,47 @@ using namespace Orvane;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
-bool EventuallyEntered(const Turnstile& turnstile, int count) {
-    return Eventually([&] { return turnstile.Entered() >= count; });
-}
-
-void AddHeld(JobGroup& group, Turnstile& turnstile, int count) {
-    for (int i = 0; i < count; ++i) {
-        group.Run(L"held", [&turnstile] { turnstile.Pass(); });
-    }
-}
-
 class JobGroupOfBound : public testing::TestWithParam<int> {};
 
 TEST_P(JobGroupOfBound, BeginsTheNextJobEachTimeOneHasEndedAndNeverMore) {
     constexpr int kMore = 4;
     const int bound = GetParam();
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group", static_cast<std::size_t>(bound));
-    const OpensAtEnd end(turnstile);
-    AddHeld(group, turnstile, bound + kMore);
+    GroupScene scene(static_cast<std::size_t>(bound));
+    scene.AddHeld(bound + kMore);
     for (int ended = 0; ended <= kMore; ++ended) {
-        ASSERT_TRUE(EventuallyEntered(turnstile, bound + ended));
+        ASSERT_TRUE(scene.Entered(bound + ended));
         std::this_thread::sleep_for(5ms);
-        EXPECT_EQ(turnstile.Entered(), bound + ended);
-        turnstile.LetOneGo();
+        EXPECT_EQ(scene.turnstile.Entered(), bound + ended);
+        scene.turnstile.LetOneGo();
     }
-    turnstile.LetAllGo();
-    group.Wait();
-    EXPECT_EQ(turnstile.Entered(), bound + kMore);
-    EXPECT_EQ(turnstile.Most(), bound);
+    scene.turnstile.LetAllGo();
+    scene.group.Wait();
+    EXPECT_EQ(scene.turnstile.Entered(), bound + kMore);
+    EXPECT_EQ(scene.turnstile.Most(), bound);
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, JobGroupOfBound, testing::Values(1, 3, 8, 13));
 
 TEST(JobGroupBound, OfMoreThanTheJobsRunsAllAtOnce) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group", 1'000);
-    const OpensAtEnd end(turnstile);
-    AddHeld(group, turnstile, 5);
-    EXPECT_TRUE(Eventually([&] { return turnstile.Inside() == 5; }));
+    GroupScene scene(1'000);
+    scene.AddHeld(5);
+    EXPECT_TRUE(Eventually([&] { return scene.turnstile.Inside() == 5; }));
 }
 
 TEST(JobGroupBound, UnboundedRunsAllAtOnce) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group", Unbounded);
-    const OpensAtEnd end(turnstile);
+    GroupScene scene(Unbounded);
     const int count = static_cast<int>(DefaultBound()) + 12;
-    AddHeld(group, turnstile, count);
-    EXPECT_TRUE(Eventually([&] { return turnstile.Inside() == count; }));
+    scene.AddHeld(count);
+    EXPECT_TRUE(Eventually([&] { return scene.turnstile.Inside() == count; }));
 }
 
 TEST(JobGroupBound, IsTheDefaultOneUnlessGiven) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group");
-    const OpensAtEnd end(turnstile);
+    GroupScene scene;
     const int bound = static_cast<int>(DefaultBound());
-    AddHeld(group, turnstile, bound + 2);
-    ASSERT_TRUE(EventuallyEntered(turnstile, bound));
+    scene.AddHeld(bound + 2);
+    ASSERT_TRUE(scene.Entered(bound));
     std::this_thread::sleep_for(20ms);
-    EXPECT_EQ(turnstile.Entered(), bound);
+    EXPECT_EQ(scene.turnstile.Entered(), bound);
 }
 
 TEST(JobGroupBound, OfZeroIsRefused) {
@@ -104,21 +81,18 @@ TEST(JobGroupBound, OfZeroIsRefused) {
 TEST(JobGroupQueue, IsInTheGroupSoThePoolStaysSmallAndServesOthers) {
     constexpr int kItems = 10'000;
     const ThreadStarts starts;
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group", 4);
-    const OpensAtEnd end(turnstile);
-    AddHeld(group, turnstile, kItems);
-    ASSERT_TRUE(EventuallyEntered(turnstile, 4));
+    GroupScene scene(4);
+    scene.AddHeld(kItems);
+    ASSERT_TRUE(scene.Entered(4));
 
     Internal::Task other = MakeTask(L"other", [] {});
     Internal::GlobalThreadPool::Queue(other);
     other.Wait();
-    EXPECT_EQ(turnstile.Entered(), 4);
+    EXPECT_EQ(scene.turnstile.Entered(), 4);
 
-    turnstile.LetAllGo();
-    group.Wait();
-    EXPECT_EQ(turnstile.Entered(), kItems);
+    scene.turnstile.LetAllGo();
+    scene.group.Wait();
+    EXPECT_EQ(scene.turnstile.Entered(), kItems);
     EXPECT_LT(starts.Count(), 24);  // one growth at most, which a slow start may bring; and who waited for it
 }
 
@@ -142,28 +116,22 @@ TEST(JobGroupQueue, TakesJobsThoughEveryWorkerIsBlockedAndThePoolCannotGrow) {
 }
 
 TEST(JobGroupTryRun, RunsAsLongAsAJobIsFreeToBegin) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group", 2);
-    const OpensAtEnd end(turnstile);
-    const auto pass = [&turnstile] { turnstile.Pass(); };
-    EXPECT_TRUE(group.TryRun(L"first", pass).has_value());
-    EXPECT_TRUE(group.TryRun(L"second", pass).has_value());
-    EXPECT_FALSE(group.TryRun(L"third", pass).has_value());
-    turnstile.LetOneGo();
-    EXPECT_TRUE(Eventually([&] { return group.TryRun(L"fourth", pass).has_value(); }));
-    turnstile.LetAllGo();
-    group.Wait();
-    EXPECT_EQ(turnstile.Entered(), 3);
+    GroupScene scene(2);
+    const auto pass = scene.Held();
+    EXPECT_TRUE(scene.group.TryRun(L"first", pass).has_value());
+    EXPECT_TRUE(scene.group.TryRun(L"second", pass).has_value());
+    EXPECT_FALSE(scene.group.TryRun(L"third", pass).has_value());
+    scene.turnstile.LetOneGo();
+    EXPECT_TRUE(Eventually([&] { return scene.group.TryRun(L"fourth", pass).has_value(); }));
+    scene.turnstile.LetAllGo();
+    scene.group.Wait();
+    EXPECT_EQ(scene.turnstile.Entered(), 3);
 }
 
 TEST(JobGroupTryRun, RefusesWhileJobsThatWaitTakeAllPlaces) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group", 2);
-    const OpensAtEnd end(turnstile);
-    AddHeld(group, turnstile, 2);
-    EXPECT_FALSE(group.TryRun(L"refused", [] {}).has_value());
+    GroupScene scene(2);
+    scene.AddHeld(2);
+    EXPECT_FALSE(scene.group.TryRun(L"refused", [] {}).has_value());
 }
 
 TEST(JobGroupTryRun, GivesTheResult) {
@@ -180,18 +148,14 @@ struct MovableCallable {
 };
 
 TEST(JobGroupTryRun, TouchesNeitherCallableNorArgumentsWhenItRefuses) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group", 1);
-    const OpensAtEnd end(turnstile);
-    AddHeld(group, turnstile, 1);
-    ASSERT_TRUE(EventuallyEntered(turnstile, 1));
+    GroupScene scene(1);
+    ASSERT_TRUE(scene.HoldOne());
     MovableCallable callable;
     auto argument = std::make_unique<int>(2);
-    EXPECT_FALSE(group.TryRun(L"refused", std::move(callable), std::move(argument)).has_value());
+    EXPECT_FALSE(scene.group.TryRun(L"refused", std::move(callable), std::move(argument)).has_value());
     EXPECT_NE(callable.owned, nullptr);
     EXPECT_NE(argument, nullptr);
-    EXPECT_EQ(group.Counts().waiting, 0U);
+    EXPECT_EQ(scene.group.Counts().waiting, 0U);
 }
 
 struct ThrowsWhenCopied {
@@ -294,52 +258,45 @@ TEST(GroupJobHandle, KeptKeepsTheResult) {
 }
 
 TEST(GroupJobHandle, CancelOfAWaitingJobDestroysItsCallableAtOnceAndSparesTheOthers) {
-    const ConcurrencyLifetime lifetime;
     const auto captured = std::make_shared<int>(1);
-    Turnstile turnstile;
-    JobGroup group(L"group", 1);
-    const OpensAtEnd end(turnstile);
-    AddHeld(group, turnstile, 1);
+    GroupScene scene(1);
+    scene.AddHeld(1);
     bool ran = false;
-    const auto job = group.Run(L"waiting", [captured, &ran] { ran = true; });
-    AddHeld(group, turnstile, 1);
+    const auto job = scene.group.Run(L"waiting", [captured, &ran] { ran = true; });
+    scene.AddHeld(1);
     job.Cancel();
     EXPECT_EQ(captured.use_count(), 1);
     EXPECT_TRUE(job.IsReady());
-    EXPECT_EQ(group.Counts().cancelled, 1U);
-    turnstile.LetAllGo();
-    EXPECT_TRUE(Eventually([&] { return group.Counts().done == 2; }));
+    EXPECT_EQ(scene.group.Counts().cancelled, 1U);
+    scene.turnstile.LetAllGo();
+    EXPECT_TRUE(Eventually([&] { return scene.group.Counts().done == 2; }));
     EXPECT_FALSE(ran);
-    EXPECT_EQ(group.GetCancelReason().cause, CancelCause::None);
+    EXPECT_EQ(scene.group.GetCancelReason().cause, CancelCause::None);
 }
 
 TEST(JobGroupCounts, TellWhatBecameOfTheJobs) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    Blocked blocked;
-    JobGroup group(L"group", 2);
-    const OpensAtEnd end(turnstile);
-    const auto expect = [&group](std::vector<std::size_t> counts) {
+    GroupScene scene(2);
+    const auto expect = [&scene](std::vector<std::size_t> counts) {
         return Eventually([&] {
-            const JobCounts now = group.Counts();
+            const JobCounts now = scene.group.Counts();
             return std::vector{now.waiting, now.running, now.done, now.failed, now.cancelled} == counts;
         });
     };
     EXPECT_TRUE(expect({0, 0, 0, 0, 0}));
-    AddHeld(group, turnstile, 1);
-    group.Run(L"fails", [&turnstile] {
-        turnstile.Pass();
+    scene.AddHeld(1);
+    scene.group.Run(L"fails", [&scene] {
+        scene.turnstile.Pass();
         throw 1;
     });
-    group.Run(L"waiting", [] {});
+    scene.group.Run(L"waiting", [] {});
     EXPECT_TRUE(expect({1, 2, 0, 0, 0}));
-    group.RunInNewThread(L"beside", [&blocked] { blocked.Stay(); });
-    ASSERT_TRUE(blocked.Enter(1));
+    scene.group.RunInNewThread(L"beside", scene.Staying());
+    ASSERT_TRUE(scene.blocked.Enter(1));
     EXPECT_TRUE(expect({1, 3, 0, 0, 0}));
-    ASSERT_TRUE(EventuallyEntered(turnstile, 2));
-    turnstile.LetAllGo();
-    EXPECT_TRUE(Eventually([&] { return group.Counts().running == 0; }));
-    const JobCounts last = group.Counts();
+    ASSERT_TRUE(scene.Entered(2));
+    scene.turnstile.LetAllGo();
+    EXPECT_TRUE(Eventually([&] { return scene.group.Counts().running == 0; }));
+    const JobCounts last = scene.group.Counts();
     EXPECT_EQ(last.failed, 1U);
     EXPECT_GE(last.cancelled, 1U);  // the one in the thread; the waiting one may have begun before the failure
     EXPECT_EQ(last.done + last.failed + last.cancelled, 4U);
@@ -347,14 +304,10 @@ TEST(JobGroupCounts, TellWhatBecameOfTheJobs) {
 }
 
 TEST(JobGroupInNewThread, RunsBesideTheBound) {
-    const ConcurrencyLifetime lifetime;
-    Turnstile turnstile;
-    JobGroup group(L"group", 1);
-    const OpensAtEnd end(turnstile);
-    AddHeld(group, turnstile, 1);
-    ASSERT_TRUE(EventuallyEntered(turnstile, 1));
-    EXPECT_EQ(group.RunInNewThread(L"beside", [] { return 3; }).Get(), 3);
-    EXPECT_EQ(turnstile.Inside(), 1);
+    GroupScene scene(1);
+    ASSERT_TRUE(scene.HoldOne());
+    EXPECT_EQ(scene.group.RunInNewThread(L"beside", [] { return 3; }).Get(), 3);
+    EXPECT_EQ(scene.turnstile.Inside(), 1);
 }
 
 TEST(JobGroupInNewThread, ThatCannotBeStartedThrowsAndLeavesNothingBehind) {
