@@ -2,7 +2,7 @@
 
 # docs_blocks(PAGES out_sources out_programs): for each page a source that holds its C++ blocks, each as a function, between what
 # tests/docs/<page>.h declares for them. A block with a main() is a program of its own: its source is in the second list.
-# Stops at a block in a language that nothing checks.
+# Stops at a block in a language that nothing checks, and at a ./dev VERB that is none.
 function(docs_blocks sources programs)
     set(all_sources "")
     set(all_programs "")
@@ -34,6 +34,9 @@ function(docs_blocks sources programs)
             set(place "#line ${line} \"${page}\"")
             count_lines("${block}" lines)
             math(EXPR line "${line} + ${lines} + 1")
+            if(language STREQUAL "sh")
+                check_verbs("${block}" ${page})
+            endif()
             if(NOT language STREQUAL "cpp")
                 continue()
             endif()
@@ -64,6 +67,18 @@ function(docs_blocks sources programs)
     endforeach()
     set(${sources} ${all_sources} PARENT_SCOPE)
     set(${programs} ${all_programs} PARENT_SCOPE)
+endfunction()
+
+# Every ./dev VERB that a page shows is one.
+function(check_verbs block page)
+    file(READ ${PROJECT_SOURCE_DIR}/dev usage)
+    string(REGEX MATCHALL "\\./dev [a-z]+" calls "${block}")
+    foreach(call IN LISTS calls)
+        string(REPLACE "./dev " "" verb "${call}")
+        if(NOT usage MATCHES "\n  ${verb} ")
+            message(FATAL_ERROR "${page}: there is no ${call}")
+        endif()
+    endforeach()
 endfunction()
 
 function(count_lines text result)

@@ -6,7 +6,7 @@ import sys
 
 from headers import is_for_callers
 
-PAGES = ["README.md", "CHANGELOG.md", *sorted(glob.glob("docs/*.md")), *sorted(glob.glob("docs/migration/*.md")),
+PAGES = ["README.md", "CHANGELOG.md", "SECURITY.md", "licences/third-party.md", *sorted(glob.glob("docs/*.md")),
          *sorted(glob.glob("docs/adr/*.md"))]
 
 
