@@ -29,8 +29,18 @@ install(
     FILES
         ${CMAKE_CURRENT_BINARY_DIR}/ZarvoConcurrencyConfig.cmake
         ${CMAKE_CURRENT_BINARY_DIR}/ZarvoConcurrencyConfigVersion.cmake
+        cmake/copy_dlls.cmake
     DESTINATION ${package_dir}
 )
+# For who starts with nothing but the package: its compiler, and where it is.
+if(CMAKE_TOOLCHAIN_FILE)
+    cmake_path(GET CMAKE_TOOLCHAIN_FILE FILENAME toolchain_name)
+    configure_file(cmake/package_toolchain.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/toolchain.cmake @ONLY)
+    install(FILES ${CMAKE_TOOLCHAIN_FILE} DESTINATION ${package_dir})
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/toolchain.cmake DESTINATION .)
+endif()
+configure_file(cmake/zarvo-concurrency.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zarvo-concurrency.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zarvo-concurrency.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 # To be read; the examples too, which the guides refer to.
-install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency)
-install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency)
+install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency)
+install(DIRECTORY docs examples licences DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency)

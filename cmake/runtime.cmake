@@ -26,6 +26,8 @@ if(MINGW AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     endforeach()
 endif()
 
+set_property(GLOBAL PROPERTY ZARVO_RUNTIME_DLLS ${ZARVO_RUNTIME_DLLS})
+
 if(MINGW)
     # The same sources give the same file: no time stamp, no folder of this machine.
     add_link_options(-Wl,--no-insert-timestamp)

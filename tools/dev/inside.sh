@@ -128,8 +128,11 @@ package() {
         -D INSTALL="$PWD/build/package/$name" -D INSTALL_OPTIONS=--strip -D RUN_WITH=wine \
         -D CONSUMER_OPTIONS="-GNinja;--toolchain;$PWD/cmake/toolchain-mingw-w64.cmake;-DCMAKE_BUILD_TYPE=Release" \
         -P tests/package_consumer/check.cmake
+    step "build and run what a newcomer would" cmake -D PACKAGE="$PWD/build/package/$name" -D WORK="$PWD/build/newcomer" \
+        -D RUN_WITH=wine -P tests/package_consumer/newcomer.cmake
     cd build/package
     step "zip the package" cmake -E tar cf "$name.zip" --format=zip "$name"
+    sha256sum -- *.zip >SHA256SUMS
     cd ../..
     finish "package: build/package/$name.zip ($(du -h "build/package/$name.zip" | cut -f1))"
 }

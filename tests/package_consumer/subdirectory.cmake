@@ -1,0 +1,31 @@
+# A project that has the sources of the library inside builds it along with its own program:
+#   cmake -D SOURCE=folder -D WORK=folder -D RUN_WITH=wine -D OPTIONS=option;... -P subdirectory.cmake
+cmake_minimum_required(VERSION 3.25)
+
+file(REMOVE_RECURSE ${WORK}/project ${WORK}/build/program)
+file(WRITE ${WORK}/project/CMakeLists.txt "
+cmake_minimum_required(VERSION 3.25)
+project(subdirectory LANGUAGES CXX)
+add_subdirectory(\"${SOURCE}\" zarvo)
+add_executable(program main.cpp)
+set_target_properties(program PROPERTIES RUNTIME_OUTPUT_DIRECTORY \${CMAKE_BINARY_DIR}/program)
+target_link_libraries(program PRIVATE Zarvo::Concurrency)
+zarvo_copy_dlls(program)
+")
+file(COPY ${SOURCE}/examples/cancel_sleep/main.cpp DESTINATION ${WORK}/project)
+
+function(run)
+    execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY OUTPUT_VARIABLE output)
+    set(output "${output}" PARENT_SCOPE)
+endfunction()
+run(${CMAKE_COMMAND} -S ${WORK}/project -B ${WORK}/build --fresh -DCMAKE_BUILD_TYPE=Debug ${OPTIONS})
+run(${CMAKE_COMMAND} --build ${WORK}/build --target program)
+run(${RUN_WITH} ${WORK}/build/program/program.exe)
+if(NOT output MATCHES "The sum is 42")
+    message(FATAL_ERROR "The program printed: ${output}")
+endif()
+foreach(folder IN ITEMS bench tests examples)
+    if(EXISTS ${WORK}/build/zarvo/${folder})
+        message(FATAL_ERROR "The project that uses the library builds its ${folder}")
+    endif()
+endforeach()
