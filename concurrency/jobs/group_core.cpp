@@ -115,7 +115,7 @@ void GroupCore::Enroll(const std::shared_ptr<JobState>& job, Entries& entries) {
     auto& entry = static_cast<GroupEntry&>(job->GroupLink());
     entry.m_job = job.get();
     entry.m_index = m_added++;
-    entry.m_isWaiting = &entries == &m_waiting;
+    entry.m_isWaiting = &entries != &m_running;
     if (entry.m_isWaiting) {
         entry.m_keptJob = job;
     }
@@ -130,6 +130,23 @@ void GroupCore::Add(const std::shared_ptr<JobState>& job) {
         Enroll(job, m_waiting);
         reason = m_reason;
     }
+    Start(job, reason);
+}
+
+void GroupCore::AddReserved(const std::shared_ptr<JobState>& job) {
+    AskReason reason;
+    {
+        const RankedLock lock(m_mutex);
+        Enroll(job, m_ready);
+        static_cast<GroupEntry&>(job->GroupLink()).m_hasSlot = true;
+        ++m_readyCount;
+        reason = m_reason;
+    }
+    Start(job, reason);
+}
+
+// After it has been added. `reason`: of the group at that time.
+void GroupCore::Start(const std::shared_ptr<JobState>& job, const AskReason& reason) noexcept {
     if (reason.cause != CancelCause::None) {
         AskToLeave(*job, reason);
     } else {
@@ -166,14 +183,23 @@ void GroupCore::AddInNewThread(const std::shared_ptr<JobState>& job) {
     try {
         Launch(Task(job->Name(), job), Place::NewThread);
     } catch (...) {
-        job->GiveUp();
+        Withdraw(*job);
         throw;
     }
 }
 
+// Ends it as if it had never been added, unless a request has ended it before.
+void GroupCore::Withdraw(JobState& job) noexcept {
+    {
+        const RankedLock lock(m_mutex);
+        static_cast<GroupEntry&>(job.GroupLink()).m_isWithdrawn = true;
+    }
+    job.GiveUp();
+}
+
 bool GroupCore::Reserve() {
     const RankedLock lock(m_mutex);
-    if (m_reason.cause == CancelCause::None && !m_slots.IsOneFreeBehind(m_counts.waiting)) {
+    if (m_reason.cause == CancelCause::None && !m_slots.IsOneFreeBehind(m_counts.waiting - m_readyCount)) {
         return false;
     }
     m_slots.Take();

@@ -62,8 +62,10 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     // Runs it on the calling thread, with a slot of its own: for a caller who leaves one free.
     void RunHere(const std::shared_ptr<JobState>& job);
 
-    // Whether a job that is added now would start at once. Keeps the slot until CancelReservation().
+    // Whether a job that is added now would start at once. Keeps the slot for AddReserved(), which starts that job with it, or
+    // until CancelReservation().
     bool Reserve();
+    void AddReserved(const std::shared_ptr<JobState>& job);
     void CancelReservation() noexcept;
 
     // Nothing in a spent group.
@@ -116,6 +118,10 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     std::shared_ptr<JobState> TakeNext() noexcept;
 
     void EnlistOnce() ORVANE_REQUIRES(m_mutex);
+    void Start(const std::shared_ptr<JobState>& job, const AskReason& reason) noexcept;
+    void Withdraw(JobState& job) noexcept;
+    void HandOver() noexcept ORVANE_REQUIRES(m_mutex);
+    void TakeWaiting(Entries& taken) noexcept ORVANE_REQUIRES(m_mutex);
     void Enroll(const std::shared_ptr<JobState>& job, Entries& entries) ORVANE_REQUIRES(m_mutex);
     void StartRunner() noexcept;
     bool ClaimStart() noexcept;
@@ -140,9 +146,11 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
 
     mutable Mutex m_mutex;
     Entries m_waiting ORVANE_GUARDED_BY(m_mutex);
+    Entries m_ready ORVANE_GUARDED_BY(m_mutex);  // wait, too, but have their slots: only a runner is missing
     Entries m_running ORVANE_GUARDED_BY(m_mutex);
     Entries m_beingAsked ORVANE_GUARDED_BY(m_mutex);  // run, too: those that a request has not come to yet
     JobCounts m_counts ORVANE_GUARDED_BY(m_mutex);
+    std::size_t m_readyCount ORVANE_GUARDED_BY(m_mutex) = 0;  // of those that are counted as waiting
     std::size_t m_added ORVANE_GUARDED_BY(m_mutex) = 0;
 
     GroupSlots m_slots ORVANE_GUARDED_BY(m_mutex);
@@ -190,6 +198,7 @@ class GroupEntry final : public JobGroupLink, public ListHook<GroupTag> {
     bool m_isWaiting = false;
     bool m_hasSlot = false;
     bool m_wantsSlot = false;  // it has given it back
+    bool m_isWithdrawn = false;  // no caller has got the job: its end is not counted
     std::size_t m_index = 0;
 
     // Made with the entry, so that the end of a job needs no memory.

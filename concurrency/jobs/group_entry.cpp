@@ -19,12 +19,17 @@ void GroupEntry::Publish(JobState& job, bool hasRun) noexcept {
     GroupCore& core = *m_core;
     const RankedLock lock(core.m_mutex);
     --(m_isWaiting ? core.m_counts.waiting : core.m_counts.running);
+    core.m_readyCount -= m_isWaiting && m_hasSlot ? 1 : 0;
     Unlink();
     m_isWaiting = false;
     m_keptJob = nullptr;  // the thread that ends the job holds it, too
     m_job = nullptr;
-    Count(job);
-    m_isOneOfMany = core.m_results.AddRecord(m_endedNode, {m_index, job.Outcome(), {m_name, job.Error()}});
+    if (!m_isWithdrawn) {
+        Count(job);
+        m_isOneOfMany = core.m_results.AddRecord(m_endedNode, {m_index, job.Outcome(), {m_name, job.Error()}});
+    } else if (m_index + 1 == core.m_added) {
+        --core.m_added;  // the next job gets its number
+    }
     if (std::exchange(m_hasSlot, false)) {
         core.m_slots.Free();
     }
@@ -93,7 +98,7 @@ void GroupEntry::GiveBack() noexcept {
         m_hasSlot = false;
         m_wantsSlot = true;
         --m_core->m_runners;
-        m_core->m_slots.Free();
+        m_core->HandOver();
     }
     m_core->StartRunner();
 }

@@ -64,7 +64,7 @@ void GroupCore::AskJobs(const AskReason& reason, AskedList& asked) noexcept {
     Entries waiting;
     RankedLock lock(m_mutex);
     m_beingAsked.TakeAll(m_running);
-    waiting.TakeAll(m_waiting);
+    TakeWaiting(waiting);
     while (GroupEntry* const entry = m_beingAsked.PopFront()) {
         m_running.PushBack(*entry);
         if (auto job = entry->m_job->Self()) {
@@ -87,11 +87,17 @@ void GroupCore::FinishAsking() noexcept {
     }
 }
 
+// Needs m_mutex. Moves all that wait, with and without a slot.
+void GroupCore::TakeWaiting(Entries& taken) noexcept {
+    taken.TakeAll(m_ready);
+    taken.TakeAll(m_waiting);
+}
+
 void GroupCore::DropWaiting() noexcept {
     AskedList asked;
     Entries waiting;
     RankedLock lock(m_mutex);
-    waiting.TakeAll(m_waiting);
+    TakeWaiting(waiting);
     while (GroupEntry* const entry = waiting.PopFront()) {
         auto job = entry->m_keptJob;
         const ReleasedLock released(lock, m_mutex);

@@ -33,9 +33,24 @@ class GroupRunner final : public ITaskState {
     bool m_hasBegun = false;
 };
 
-// Needs m_mutex. Jobs that want their slots again come first. What waits in a spent group is on its way to be asked, and never runs.
+// Needs m_mutex. Jobs that want their slots again come before those that have none. What waits in a spent group is on its way to
+// be asked, and never runs.
 bool GroupCore::CanStartOne() const {
-    return !m_waiting.IsEmpty() && m_slots.IsOneFreeBehind(0) && m_reason.cause == CancelCause::None;
+    const bool isThereOne = !m_ready.IsEmpty() || (!m_waiting.IsEmpty() && m_slots.IsOneFreeBehind(0));
+    return isThereOne && m_reason.cause == CancelCause::None;
+}
+
+// Needs m_mutex. The slot of a job that waits for others of the group goes to the job that has waited longest, for good: if it
+// only became free, a waiter with a short time-out would have it again before a runner could begin, and again and again.
+void GroupCore::HandOver() noexcept {
+    GroupEntry* const next = m_reason.cause == CancelCause::None ? m_waiting.PopFront() : nullptr;
+    if (next == nullptr) {
+        m_slots.Free();
+        return;
+    }
+    next->m_hasSlot = true;
+    m_ready.PushBack(*next);
+    ++m_readyCount;
 }
 
 bool GroupCore::ClaimStart() noexcept {
@@ -91,10 +106,13 @@ std::shared_ptr<JobState> GroupCore::TakeNext() noexcept {
         --m_runners;
         return nullptr;
     }
-    GroupEntry& entry = *m_waiting.PopFront();
+    GroupEntry& entry = *(m_ready.IsEmpty() ? m_waiting : m_ready).PopFront();
     entry.m_isWaiting = false;
-    entry.m_hasSlot = true;
-    m_slots.Take();
+    if (std::exchange(entry.m_hasSlot, true)) {
+        --m_readyCount;
+    } else {
+        m_slots.Take();
+    }
     --m_counts.waiting;
     ++m_counts.running;
     m_running.PushBack(entry);

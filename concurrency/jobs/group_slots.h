@@ -1,5 +1,6 @@
 // How many jobs of a group may run: a job that runs holds a slot, and there are as many as the bound allows. A job gives its
-// slot back while it waits for another job of the group; before it goes on it takes one again, ahead of the jobs that wait.
+// slot back while it waits for another job of the group, and the job that has waited longest gets it. Before it goes on it takes
+// one again, ahead of the jobs that wait.
 //
 // Threads: guarded by the group.
 #pragma once

@@ -105,9 +105,8 @@ JobGroup::Reservation::~Reservation() {
 }
 
 void JobGroup::Reservation::Use(const Internal::JobRef& job) {
-    m_group.m_core->Add(job.State());
-    m_isThere = false;
-    m_group.m_core->CancelReservation();
+    m_group.m_core->AddReserved(job.State());
+    m_isThere = false;  // the job has it
 }
 
 }  // namespace Orvane

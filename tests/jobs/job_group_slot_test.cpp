@@ -9,8 +9,11 @@
 #include "concurrency/jobs/job.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/jobs/group_scene.h"
 #include "tests/support/eventually.h"
+#include "tests/support/fake_ticks.h"
+#include "tests/threadpool/held_tasks.h"
 
 namespace {
 
@@ -179,6 +182,32 @@ TEST(JobGroupSlot, IsKeptInAWaitForAJobElsewhere) {
     ASSERT_TRUE(scene.Entered(1));
     std::this_thread::sleep_for(20ms);
     EXPECT_FALSE(began);
+}
+
+// The clock stands still, so the runner that is to run the awaited job cannot begin for a while.
+TEST(JobGroupSlot, IsKeptForTheNextJobThoughTheWaiterIsBackBeforeItBegins) {
+    FakeTicks ticks(100'000);
+    const ConcurrencyLifetime lifetime;
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(6, &Internal::GlobalThreadPool::Queue));
+    ticks.Advance(1'000);
+    ASSERT_TRUE(held.Start(7, &Internal::GlobalThreadPool::Queue));
+    std::atomic<int> timeOuts = 0;
+    std::atomic<bool> isAdded = false;
+    JobGroup group(L"group", 1);
+    group.Run(L"waits", [&] {
+        const auto next = group.Run(L"next", [] {});
+        isAdded = true;
+        while (!next.WaitFor(1ms)) {
+            ++timeOuts;
+        }
+    });
+    EXPECT_TRUE(Eventually([&] { return isAdded.load(); }));
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(timeOuts, 0);  // the first wait still wants a place
+    ticks.Advance(1'000);
+    group.Wait();
+    EXPECT_LE(timeOuts, 1);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -173,6 +174,63 @@ TEST(JobGroupTryRun, GivesItsPlaceBackWhenTheCallableCannotBeCopied) {
     group.Wait();
 }
 
+struct ActsWhenCopied {
+    explicit ActsWhenCopied(std::function<void()> act) : action(std::move(act)) {}
+    ActsWhenCopied(const ActsWhenCopied& other) : action(other.action) { action(); }
+    void operator()() const {}
+
+    std::function<void()> action;
+};
+
+// The only place is free, because its job waits for one beside the bound. That one ends while the callable is being copied.
+TEST(JobGroupTryRun, KeepsItsPlaceFromAJobThatWantsItsOwnAgain) {
+    std::atomic<bool> wentOn = false;
+    Turnstile goesOn;
+    GroupScene scene(1);
+    const OpensAtEnd end(goesOn);
+    auto beside = scene.group.RunInNewThread(L"beside", scene.Held());
+    ASSERT_TRUE(scene.Entered(1));
+    scene.group.Run(L"waits", [&] {
+        beside.Wait();
+        wentOn = true;
+        goesOn.Pass();
+    });
+    ActsWhenCopied callable([&] {
+        scene.turnstile.LetAllGo();
+        EXPECT_TRUE(Eventually([&] { return scene.group.Counts().done == 1; }));
+        std::this_thread::sleep_for(30ms);  // it is awake, and has no place
+        EXPECT_FALSE(wentOn);
+    });
+    std::optional<GroupJob<void>> job;
+    ASSERT_TRUE(Eventually([&] {
+        if (scene.group.Counts().running != 2) {
+            return false;
+        }
+        job = scene.group.TryRun(L"tried", callable);
+        return job.has_value();
+    }));
+    EXPECT_TRUE(job->WaitFor(kPatience));
+}
+
+// No worker is free, so the job waits, and has its place.
+TEST(JobGroupTryRun, GivesItsPlaceBackWhenTheJobIsCancelledBeforeItBegins) {
+    FakeTicks ticks(100'000);
+    const ConcurrencyLifetime lifetime;
+    HeldTasks held;
+    ASSERT_TRUE(held.Start(6, &Internal::GlobalThreadPool::Queue));
+    ticks.Advance(1'000);
+    ASSERT_TRUE(held.Start(8, &Internal::GlobalThreadPool::Queue));
+    JobGroup group(L"group", 1);
+    const auto job = group.TryRun(L"cancelled", [] {});
+    ASSERT_TRUE(job.has_value());
+    EXPECT_FALSE(group.TryRun(L"refused", [] {}).has_value());
+    job->Cancel();
+    EXPECT_TRUE(group.TryRun(L"next", [] {}).has_value());
+    ticks.Advance(1'000);
+    group.Wait();
+    EXPECT_EQ(group.Counts().done, 1U);
+}
+
 TEST(JobGroupRun, LeavesNothingBehindWhenTheCallableCannotBeCopied) {
     const ConcurrencyLifetime lifetime;
     JobGroup group(L"group", 1);
@@ -319,9 +377,16 @@ TEST(JobGroupInNewThread, ThatCannotBeStartedThrowsAndLeavesNothingBehind) {
     starts.FailAt(1);
     EXPECT_THROW(group.RunInNewThread(L"refused", [captured] {}), std::exception);
     EXPECT_EQ(captured.use_count(), 1);
+    group.Run(L"next", [] {});
     group.Wait();
-    EXPECT_EQ(group.Counts().done, 1U);
+    EXPECT_EQ(group.Counts().done, 2U);
     EXPECT_EQ(group.Counts().running, 0U);
+    EXPECT_EQ(group.Counts().cancelled, 0U);
+    std::vector<std::size_t> indexes;
+    for (const EndedJob& ended : group) {
+        indexes.push_back(ended.index);
+    }
+    EXPECT_EQ(indexes, (std::vector<std::size_t>{0, 1}));
 }
 
 TEST(JobGroupInNewThread, BlockedTwoHundredAndFiftyTimesLeavesWhenTheGroupGoes) {
