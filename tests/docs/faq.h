@@ -3,7 +3,9 @@
 
 namespace {
 
-int Save() { return 0; }
+int Save() {
+    return 0;
+}
 void Show(int) {}
 Orvane::Job<int> save;
 

@@ -14,7 +14,9 @@ struct Index {
     void Refresh() {}
 };
 
-int Ask(int question) { return question; }
+int Ask(int question) {
+    return question;
+}
 template <typename... Values>
 void Show(const Values&...) {}
 template <typename... Values>
