@@ -7,7 +7,9 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "concurrency/jobs/cancel_reason.h"
 #include "concurrency/jobs/intrusive_list.h"
@@ -24,6 +26,7 @@ struct AskReason {
 };
 
 class AskedList;
+class ModuleLedger;
 struct OwnedTag;
 struct LiveTag;
 
@@ -35,6 +38,9 @@ class Cancellable : public ListHook<OwnedTag>, public ListHook<LiveTag> {
 
     // The second pass. Runs code of users.
     virtual void FinishAsking() noexcept = 0;
+
+    // Adds the names of what it holds of the module, to be listed for people. Call it without a lock. Errors: std::bad_alloc.
+    virtual void NameWhatItHolds(const ModuleLedger& module, std::vector<std::wstring>& names) = 0;
 
     // Null once its destruction has begun.
     virtual std::shared_ptr<Cancellable> Self() noexcept = 0;

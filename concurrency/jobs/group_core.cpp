@@ -48,6 +48,13 @@ class GroupCore::AwaitedIdle : public Awaited {
     JobListener m_listener;
 };
 
+class GroupCore::AwaitedGone final : public GroupCore::AwaitedIdle {
+  public:
+    using AwaitedIdle::AwaitedIdle;
+
+    bool IsOver() const noexcept override { return m_group.IsGone(); }
+};
+
 class GroupCore::AwaitedRecord final : public GroupCore::AwaitedIdle {
   public:
     using AwaitedIdle::AwaitedIdle;
@@ -67,6 +74,7 @@ class GroupCore::AwaitedRecord final : public GroupCore::AwaitedIdle {
 GroupCore::GroupCore(const wchar_t* name, std::size_t bound)
     : m_owner(RunRecord::OfThisThread()),
       m_name(std::make_shared<const JobName>(name, m_owner ? m_owner->Name() : nullptr)),
+      m_library(LedgerOfThisModule()),
       m_slots(bound) {}
 
 GroupCore::~GroupCore() = default;
@@ -77,12 +85,13 @@ void GroupCore::Open() {
     }
 }
 
-void GroupCore::Close(bool isOver) noexcept {
+void GroupCore::Close(bool isGone) noexcept {
     if (m_owner) {
         m_owner->Remove(*this);
     }
-    if (isOver) {
+    if (isGone) {
         DropScheduledWork();
+        DropFailures();
     }
     TimeLimit limit;
     {
@@ -94,8 +103,8 @@ void GroupCore::Close(bool isOver) noexcept {
     Delist(*this);
 }
 
-std::shared_ptr<JobState> GroupCore::Make(const wchar_t* name, const JobBodyType& type) {
-    auto job = std::make_shared<JobState>(name, type);
+std::shared_ptr<JobState> GroupCore::Make(const wchar_t* name, const JobBodyType& type, ModuleLedger& module) {
+    auto job = std::make_shared<JobState>(name, type, module);
     job->SetGroup(std::make_shared<GroupEntry>(shared_from_this(), std::make_shared<const JobName>(name, m_name)));
     return job;
 }
@@ -111,6 +120,7 @@ void GroupCore::EnlistOnce() {
 // Needs m_mutex. Counts the job, as one that waits or as one that runs. From then on requests reach it.
 void GroupCore::Enroll(const std::shared_ptr<JobState>& job, Entries& entries) {
     EnlistOnce();
+    NoteModule(job->Module());
     job->Enlist();
     auto& entry = static_cast<GroupEntry&>(job->GroupLink());
     entry.m_job = job.get();
@@ -232,13 +242,31 @@ JobWaitResult GroupCore::WaitToTheEnd() noexcept {
     return Internal::WaitToTheEnd(awaited);
 }
 
+JobWaitResult GroupCore::WaitUntilGone() noexcept {
+    AwaitedGone awaited(*this);
+    return Internal::WaitToTheEnd(awaited);
+}
+
+bool GroupCore::IsGone() const noexcept {
+    const RankedLock lock(m_mutex);
+    return Left() == 0 && m_departures.IsEmpty();
+}
+
+void GroupCore::Departs(Departure& departure) noexcept {
+    const RankedLock lock(m_mutex);
+    departure.Unlink();
+    if (m_departures.IsEmpty() && Left() == 0) {
+        SignalAll(m_listeners);
+    }
+}
+
 void GroupCore::RethrowFirst() {
     std::exception_ptr error;
     AskReason reason;
     bool wasCancelled = false;
     {
         const RankedLock lock(m_mutex);
-        error = m_results.First().error;
+        error = m_results.First().error.Get();
         reason = m_reason;
         wasCancelled = m_wasCancelled;
         m_results.MarkFirstAsRead();
@@ -268,7 +296,7 @@ bool GroupCore::NextEnded(EndedJob& ended) {
         EndedJob next;  // what it changes places with is destroyed without the lock
         const RankedLock lock(m_mutex);
         if (const EndedRecord* const first = m_results.NextRecord()) {
-            next = {first->job.name->text, first->index, first->outcome, first->job.error};
+            next = {first->job.name->text, first->index, first->outcome, first->job.error.Get()};
             std::swap(ended, next);
             taken = m_results.TakeRecord();
             return true;
@@ -294,7 +322,7 @@ std::vector<JobFailure> GroupCore::Failures() {
     std::vector<JobFailure> failures;
     const RankedLock lock(m_mutex);
     for (const FailedJob& failed : m_results.Failures()) {
-        failures.push_back({failed.name->text, failed.error});
+        failures.push_back({failed.name->text, failed.error.Get()});
     }
     m_results.MarkFirstAsRead();
     return failures;
@@ -304,6 +332,9 @@ bool GroupCore::IsOnThisThread() const noexcept {
     const RankedLock lock(m_mutex);
     bool isOnThisThread = false;
     ForEachRunning([&isOnThisThread](const JobState& job) { isOnThisThread = isOnThisThread || job.IsOnThisThread(); });
+    for (const Departure* next = m_departures.Front(); next != nullptr; next = m_departures.Next(*next)) {
+        isOnThisThread = isOnThisThread || next->thread == ::GetCurrentThreadId();
+    }
     return isOnThisThread;
 }
 
@@ -316,7 +347,7 @@ void GroupCore::ReportUnread() noexcept {
         }
     }
     if (failed.error) {
-        ReportUnreadFailure(failed.name->text.c_str(), failed.error);
+        ReportUnreadFailure(failed.name->text.c_str(), failed.error.Get());
     }
 }
 

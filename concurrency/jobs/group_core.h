@@ -12,6 +12,10 @@
 //   running    from then until its end is published
 //   others     after that, one for each outcome
 //
+// A thread that ends a job goes on in the group for a moment after it has published the end: it is in m_departures meanwhile. When
+// the group goes, it waits for these, too: then no thread is in code of the jobs' modules. What they have left, failures and the
+// callables of schedules, the group destroys itself, before it returns.
+//
 // Threads: any.
 // Locks: the group's mutex, then the shard's of a job. No user code runs under it, no task is queued.
 // Lifetime: shared by the JobGroup, the jobs that have not ended, and runners.
@@ -32,6 +36,7 @@
 #include "concurrency/jobs/job_outcome.h"
 #include "concurrency/jobs/job_state.h"
 #include "concurrency/jobs/job_wait.h"
+#include "concurrency/jobs/module_use.h"
 #include "concurrency/jobs/run_record.h"
 
 namespace Orvane::Internal {
@@ -49,11 +54,19 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     // Belongs to the calling thread's run from now on, if there is one.
     void Open();
 
-    // Gives up what it holds of the process; the callables of its schedules, too, if all jobs have ended.
-    void Close(bool isOver) noexcept;
+    // Gives up what it holds of the process, and, after WaitUntilGone(), what it holds of the modules of its jobs: the callables
+    // of its schedules, and all failures, also those that handles could still read.
+    void Close(bool isGone) noexcept;
 
-    // A job for this group, to be built and added. Errors: std::bad_alloc.
-    std::shared_ptr<JobState> Make(const wchar_t* name, const JobBodyType& type);
+    // What is held of the modules whose code it has run, be it by this group or by others. Errors: std::bad_alloc.
+    ModuleUse UseOfModules();
+    void NameWhatItHolds(const ModuleLedger& module, std::vector<std::wstring>& names) override;
+
+    // Until the ended jobs of these modules that have no group and no handle have been destroyed.
+    void AwaitLeavingOfModules();
+
+    // A job for this group that runs code of the module, to be built and added. Errors: std::bad_alloc.
+    std::shared_ptr<JobState> Make(const wchar_t* name, const JobBodyType& type, ModuleLedger& module);
 
     // Adds the job and starts it when there is a slot, or at once on a thread of its own. In a spent group it is asked at once.
     void Add(const std::shared_ptr<JobState>& job);
@@ -81,6 +94,10 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     bool WaitUntilIdle(MonotonicClock::time_point deadline);
     JobWaitResult WaitToTheEnd() noexcept;
 
+    // The same, and until the threads that ended the jobs have left them.
+    JobWaitResult WaitUntilGone() noexcept;
+    bool IsGone() const noexcept;
+
     // Throws the first failure, or that jobs were cancelled with the group.
     void RethrowFirst();
 
@@ -93,6 +110,8 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     JobCounts Counts() const;
     std::vector<JobFailure> Failures();
     const std::shared_ptr<const JobName>& Name() const noexcept { return m_name; }
+
+    // Whether the calling thread runs a job of the group, or is about to leave one.
     bool IsOnThisThread() const noexcept;
 
     // Reports the first failure, if nobody has read it.
@@ -106,6 +125,7 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     friend class GroupEntry;
     friend class GroupRunner;
     class AwaitedIdle;
+    class AwaitedGone;
     class AwaitedRecord;
 
     using Mutex = RankedMutex<std::mutex, LockRank::JobGroup>;
@@ -133,7 +153,12 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     void SpendByFailure() noexcept ORVANE_REQUIRES(m_mutex);
     void EndSchedule(GroupSchedule& schedule) ORVANE_REQUIRES(m_mutex);
     void CancelEnded(GroupSchedule& schedule) noexcept;
+    void ForgetIfEnded(const std::shared_ptr<GroupSchedule>& schedule) noexcept;
     void DropScheduledWork() noexcept;
+    void DropFailures() noexcept;
+    void Departs(Departure& departure) noexcept;
+    void NoteModule(ModuleLedger& module) ORVANE_REQUIRES(m_mutex);
+    std::vector<ModuleLedger*> Modules() const;
     std::shared_ptr<GroupSchedule> NextToCancel() noexcept;
     template <typename Action>
     void ForEachRunning(Action action) const ORVANE_REQUIRES(m_mutex);
@@ -143,12 +168,16 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
 
     const std::shared_ptr<RunRecord> m_owner;
     const std::shared_ptr<const JobName> m_name;
+    ModuleLedger& m_library;
 
     mutable Mutex m_mutex;
     Entries m_waiting ORVANE_GUARDED_BY(m_mutex);
     Entries m_ready ORVANE_GUARDED_BY(m_mutex);  // wait, too, but have their slots: only a runner is missing
     Entries m_running ORVANE_GUARDED_BY(m_mutex);
     Entries m_beingAsked ORVANE_GUARDED_BY(m_mutex);  // run, too: those that a request has not come to yet
+    Entries m_withHandle ORVANE_GUARDED_BY(m_mutex);  // have ended, and a handle keeps them
+    IntrusiveList<Departure, DepartureTag> m_departures ORVANE_GUARDED_BY(m_mutex);
+    std::vector<ModuleLedger*> m_modules ORVANE_GUARDED_BY(m_mutex);  // of all jobs and schedules so far
     JobCounts m_counts ORVANE_GUARDED_BY(m_mutex);
     std::size_t m_readyCount ORVANE_GUARDED_BY(m_mutex) = 0;  // of those that are counted as waiting
     std::size_t m_added ORVANE_GUARDED_BY(m_mutex) = 0;
@@ -175,8 +204,9 @@ class GroupEntry final : public JobGroupLink, public ListHook<GroupTag> {
 
     const std::shared_ptr<const JobName>& GroupName() const noexcept override;
 
-    void Publish(JobState& job, bool hasRun) noexcept override;
-    void GoOn() noexcept override;
+    void Publish(JobState& job, bool hasRun, Departure& departure) noexcept override;
+    void GoOn(Departure& departure) noexcept override;
+    void LetGo() noexcept override;
 
     const void* Group() const noexcept override { return m_core.get(); }
     void GiveBack() noexcept override;
@@ -200,6 +230,8 @@ class GroupEntry final : public JobGroupLink, public ListHook<GroupTag> {
     bool m_wantsSlot = false;  // it has given it back
     bool m_isWithdrawn = false;  // no caller has got the job: its end is not counted
     std::size_t m_index = 0;
+
+    bool m_hasHandle = false;  // of the ending thread until the end is published, then of the handle's
 
     // Made with the entry, so that the end of a job needs no memory.
     std::list<EndedRecord> m_endedNode;

@@ -15,9 +15,10 @@ const std::shared_ptr<const JobName>& GroupEntry::GroupName() const noexcept {
     return m_core->Name();
 }
 
-void GroupEntry::Publish(JobState& job, bool hasRun) noexcept {
+void GroupEntry::Publish(JobState& job, bool hasRun, Departure& departure) noexcept {
     GroupCore& core = *m_core;
     const RankedLock lock(core.m_mutex);
+    core.m_departures.PushBack(departure);
     --(m_isWaiting ? core.m_counts.waiting : core.m_counts.running);
     core.m_readyCount -= m_isWaiting && m_hasSlot ? 1 : 0;
     Unlink();
@@ -32,6 +33,11 @@ void GroupEntry::Publish(JobState& job, bool hasRun) noexcept {
     }
     if (std::exchange(m_hasSlot, false)) {
         core.m_slots.Free();
+    }
+    if (job.HasHandle()) {
+        m_job = &job;
+        m_hasHandle = true;  // before the handle can find the job ended
+        core.m_withHandle.PushBack(*this);
     }
     job.PublishEnd();
     SignalAll(core.m_readers);
@@ -69,24 +75,35 @@ void GroupEntry::Count(const JobState& job) noexcept {
     }
 }
 
-void GroupEntry::GoOn() noexcept {
+void GroupEntry::LetGo() noexcept {
+    if (m_hasHandle) {
+        m_hasHandle = false;
+        const RankedLock lock(m_core->m_mutex);
+        Unlink();
+        m_job = nullptr;
+    }
+}
+
+void GroupEntry::GoOn(Departure& departure) noexcept {
     if (m_isOneOfMany) {
         ReportNoThrow(4, 16, L"Concurrency.Job",
                       L"Group [%s] keeps the records of %d ended jobs that no iteration has taken: see ForgetEnded()",
                       m_core->m_name->text.c_str(), static_cast<int>(GroupResults::kMany));
     }
     if (m_failed.error) {
-        ReportUnreadFailure(m_failed.name->text.c_str(), std::exchange(m_failed.error, nullptr));
+        ReportUnreadFailure(m_failed.name->text.c_str(), m_failed.error.Get());
+        m_failed.error.Drop();
     }
     if (m_failsGroup) {
         m_core->AskAfterFailure();
     }
     if (m_schedule) {
-        m_core->CancelEnded(*m_schedule);
+        m_core->ForgetIfEnded(m_schedule);
     }
     if (m_mayStartAnother) {
         m_core->StartRunner();
     }
+    m_core->Departs(departure);
 }
 
 void GroupEntry::GiveBack() noexcept {

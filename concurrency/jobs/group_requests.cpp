@@ -14,9 +14,10 @@ void GroupCore::SpendByFailure() noexcept {
 }
 
 void GroupCore::Fail(const std::shared_ptr<const JobName>& name, const std::exception_ptr& error) noexcept {
+    const FailedJob failure{name, HeldError(error, m_library)};
     std::list<FailedJob> failed;
     try {
-        failed.push_back({name, error});
+        failed.push_back(failure);
     } catch (const std::bad_alloc&) {
         // On purpose: without memory for the list, the first failure is kept all the same.
     }
@@ -25,7 +26,7 @@ void GroupCore::Fail(const std::shared_ptr<const JobName>& name, const std::exce
         if (!failed.empty()) {
             m_results.AddFailure(failed);
         } else {
-            m_results.AddFirstFailure({name, error});
+            m_results.AddFirstFailure(failure);
         }
         SpendByFailure();
     }

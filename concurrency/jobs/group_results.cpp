@@ -39,4 +39,11 @@ std::list<EndedRecord> GroupResults::ForgetRecords() noexcept {
     return std::exchange(m_ended, {});
 }
 
+GroupResults GroupResults::TakeAll() noexcept {
+    GroupResults all;
+    std::swap(all, *this);
+    m_keepsEnded = false;
+    return all;
+}
+
 }  // namespace Orvane::Internal

@@ -5,18 +5,18 @@
 #pragma once
 
 #include <cstddef>
-#include <exception>
 #include <list>
 #include <memory>
 
 #include "concurrency/jobs/job_name.h"
 #include "concurrency/jobs/job_outcome.h"
+#include "concurrency/jobs/module_ledger.h"
 
 namespace Orvane::Internal {
 
 struct FailedJob {
     std::shared_ptr<const JobName> name;
-    std::exception_ptr error;
+    HeldError error;
 };
 
 struct EndedRecord {
@@ -41,8 +41,8 @@ class GroupResults {
     const std::list<FailedJob>& Failures() const noexcept { return m_failures; }
 
     // The first failure has come to a caller, if there is one; then it is not reported.
-    void MarkFirstAsRead() noexcept { m_isFirstRead = m_first.error != nullptr; }
-    bool IsFirstUnread() const noexcept { return m_first.error != nullptr && !m_isFirstRead; }
+    void MarkFirstAsRead() noexcept { m_isFirstRead = static_cast<bool>(m_first.error); }
+    bool IsFirstUnread() const noexcept { return m_first.error && !m_isFirstRead; }
 
     // Takes the only node, with the record in it, unless none are kept. Returns whether that makes kMany.
     bool AddRecord(std::list<EndedRecord>& node, EndedRecord record) noexcept;
@@ -53,6 +53,9 @@ class GroupResults {
 
     // Those so far, to be destroyed without the lock. Keeps none from now on.
     std::list<EndedRecord> ForgetRecords() noexcept;
+
+    // All failures and records, to be destroyed without the lock. Keeps no record from now on.
+    GroupResults TakeAll() noexcept;
 
   private:
     FailedJob m_first;

@@ -6,15 +6,47 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "concurrency/jobs/job_name.h"
 #include "concurrency/jobs/job_outcome.h"
+#include "concurrency/jobs/module_ledger.h"
 #include "concurrency/tasks/task.h"
 
 namespace Orvane::Internal {
 
+// A callable that is kept, and counted for the module that it is of.
+class ScheduledWork {
+  public:
+    ScheduledWork(std::function<void()> work, ModuleLedger& module) : m_work(std::move(work)), m_module(module) {
+        if (m_work) {
+            ++m_module.schedules;
+        }
+    }
+    ~ScheduledWork() { Drop(); }
+    ScheduledWork(const ScheduledWork&) = delete;
+    ScheduledWork& operator=(const ScheduledWork&) = delete;
+
+    void operator()() const { m_work(); }
+    ModuleLedger& Module() const noexcept { return m_module; }
+
+    // When no run will call it any more. Repeatable, on one thread at a time.
+    void Drop() noexcept {
+        if (m_work) {
+            m_work = nullptr;
+            --m_module.schedules;
+        }
+    }
+
+  private:
+    std::function<void()> m_work;
+    ModuleLedger& m_module;
+};
+
 struct GroupSchedule {
-    std::function<void()> work;
+    GroupSchedule(std::function<void()> callable, ModuleLedger& module) : work(std::move(callable), module) {}
+
+    ScheduledWork work;
     std::shared_ptr<const JobName> name;
     OnFailure onFailure = OnFailure::GoOn;
     bool isRecurrent = false;

@@ -19,6 +19,7 @@ void GroupCore::AddSchedule(const std::shared_ptr<GroupSchedule>& schedule, cons
     {
         const RankedLock lock(m_mutex);
         EnlistOnce();
+        NoteModule(schedule->work.Module());
         if (m_reason.cause != CancelCause::None) {
             return;
         }
@@ -110,9 +111,11 @@ bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
     }
     try {
         const auto work = [schedule] { schedule->work(); };
-        const auto job = Make(schedule->name->text.c_str(), JobBody<std::remove_const_t<decltype(work)>>::Type());
+        const auto job = Make(schedule->name->text.c_str(), JobBody<std::remove_const_t<decltype(work)>>::Type(),
+                              schedule->work.Module());
         ::new (job->Body()) JobBody<std::remove_const_t<decltype(work)>>(work);
         job->MarkBuilt();
+        job->SetReader(JobState::Reader::Nobody);
         static_cast<GroupEntry&>(job->GroupLink()).m_schedule = schedule;
         Add(job);
     } catch (const std::exception& failure) {
@@ -138,6 +141,19 @@ std::shared_ptr<GroupSchedule> GroupCore::NextToCancel() noexcept {
     return nullptr;
 }
 
+// Nothing if it is active still. No run will call it any more.
+void GroupCore::ForgetIfEnded(const std::shared_ptr<GroupSchedule>& schedule) noexcept {
+    CancelEnded(*schedule);
+    {
+        const RankedLock lock(m_mutex);
+        if (schedule->isActive) {
+            return;
+        }
+        m_schedules.remove(schedule);
+    }
+    schedule->work.Drop();
+}
+
 // The thread of the last run may hold its schedule for a moment still, when the callable must be gone. No run calls it any more.
 void GroupCore::DropScheduledWork() noexcept {
     std::list<std::shared_ptr<GroupSchedule>> schedules;
@@ -146,7 +162,7 @@ void GroupCore::DropScheduledWork() noexcept {
         schedules.swap(m_schedules);
     }
     for (const auto& schedule : schedules) {
-        schedule->work = nullptr;
+        schedule->work.Drop();
     }
 }
 

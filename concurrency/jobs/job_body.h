@@ -11,11 +11,15 @@
 #include <type_traits>
 #include <utility>
 
+#include "concurrency/jobs/this_module.h"
+
 namespace Orvane::Internal {
 
 struct JobBodyType {
     std::size_t size;
     std::size_t alignment;
+    bool hasResult;
+    ModuleLedger& (*module)();  // that all of it is compiled into
     void (*invoke)(void* body);  // leaves the result in the body, or throws
     void* (*result)(void* body) noexcept;
     void (*destroyCall)(void* body) noexcept;
@@ -53,8 +57,9 @@ class JobBody {
     JobBody& operator=(const JobBody&) = delete;
 
     static const JobBodyType& Type() noexcept {
-        static constexpr JobBodyType kType{sizeof(JobBody), alignof(JobBody), &Invoke,
-                                           &ResultOf,       &DestroyCall,     &DestroyResult};
+        static constexpr JobBodyType kType{sizeof(JobBody),        alignof(JobBody), !std::is_void_v<Result>,
+                                           &LedgerOfThisModule,    &Invoke,          &ResultOf,
+                                           &DestroyCall,           &DestroyResult};
         return kType;
     }
 

@@ -2,13 +2,23 @@
 
 #include <new>
 #include <stdexcept>
+#include <system_error>
 
+#include "concurrency/base/loader_lock.h"
 #include "concurrency/jobs/group_core.h"
 
 namespace Orvane {
 
 using Internal::AskToLeave;
 using Internal::GroupCore;
+
+namespace {
+
+[[noreturn]] void ThrowWouldWaitForItself(const char* what) {
+    throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur), what);
+}
+
+}  // namespace
 
 JobGroup::JobGroup(const wchar_t* name, std::size_t bound) {
     if (bound == 0) {
@@ -25,13 +35,30 @@ JobGroup::~JobGroup() {
         return;
     }
     AskToLeave(*m_core, {CancelCause::Dropped, m_core->Name()});
-    const bool isOver = !m_core->IsOnThisThread() && m_core->WaitToTheEnd() == Internal::JobWaitResult::Over;
-    m_core->Close(isOver);
+    const bool isGone = !m_core->IsOnThisThread() && m_core->WaitUntilGone() == Internal::JobWaitResult::Over;
     m_core->ReportUnread();
+    m_core->Close(isGone);
+}
+
+ModuleUse JobGroup::Leave() {
+    if (Internal::HoldsLoaderLock()) {
+        throw std::logic_error("a group cannot leave in a DllMain, or where a DLL's static objects are destroyed");
+    }
+    if (m_core->IsOnThisThread()) {
+        ThrowWouldWaitForItself("the group of this job cannot leave before it");
+    }
+    AskToLeave(*m_core, {CancelCause::Group, m_core->Name()});
+    if (m_core->WaitUntilGone() != Internal::JobWaitResult::Over) {
+        ThrowWouldWaitForItself("a job of the group waits for the job that lets the group leave");
+    }
+    m_core->ReportUnread();
+    m_core->Close(true);
+    m_core->AwaitLeavingOfModules();
+    return m_core->UseOfModules();
 }
 
 Internal::JobRef JobGroup::MakeJob(const wchar_t* name, const Internal::JobBodyType& type) {
-    return Internal::JobRef(m_core->Make(name, type));
+    return Internal::JobRef(m_core->Make(name, type, type.module()));
 }
 
 void JobGroup::Add(const Internal::JobRef& job) {
@@ -43,9 +70,8 @@ void JobGroup::AddInNewThread(const Internal::JobRef& job) {
 }
 
 void JobGroup::AddSchedule(const wchar_t* name, const TimePoint& start, const Duration& delay, const Duration& interval,
-                           std::function<void()> work, OnFailure onFailure) {
-    const auto schedule = std::make_shared<Internal::GroupSchedule>();
-    schedule->work = std::move(work);
+                           std::function<void()> work, OnFailure onFailure, Internal::ModuleLedger& module) {
+    const auto schedule = std::make_shared<Internal::GroupSchedule>(std::move(work), module);
     schedule->name = std::make_shared<const Internal::JobName>(name, m_core->Name());
     schedule->onFailure = onFailure;
     schedule->isRecurrent = interval != Duration::zero();

@@ -44,6 +44,7 @@
 #include "concurrency/base/time.h"
 #include "concurrency/jobs/job.h"
 #include "concurrency/jobs/job_bound.h"
+#include "concurrency/jobs/module_use.h"
 #include "concurrency/scheduler/schedule.h"
 
 namespace Orvane {
@@ -126,7 +127,7 @@ class ORVANE_CONCURRENCY_API JobGroup {
     void Schedule(const wchar_t* name, const When& when, const std::chrono::duration<Rep, Period>& interval,
                   F&& callable, OnFailure onFailure = OnFailure::GoOn) {
         AddSchedule(name, ScheduleAccess::StartOf(when), DelayOf(when), ScheduleAccess::ToTicks(interval),
-                    std::function<void()>(std::forward<F>(callable)), onFailure);
+                    std::function<void()>(std::forward<F>(callable)), onFailure, Internal::LedgerOfThisModule());
     }
 
     // Returns when all jobs have ended and no schedule is active.
@@ -150,6 +151,18 @@ class ORVANE_CONCURRENCY_API JobGroup {
     void CancelAfter(const std::chrono::duration<Rep, Period>& limit) {
         CancelAfterTicks(Internal::ToNanoseconds(limit));
     }
+
+    // For a component that is to be unloaded. Asks all jobs to leave, waits until they have ended and the threads that ran them
+    // have left their code, and destroys what is kept of them: callables, records and failures, also those that a GroupJob could
+    // still read. Returns what the library holds all the same of the modules whose code the group has run: results whose GroupJob
+    // exists, jobs that do not belong to this group. If that IsNone(), FreeLibrary() takes the module away. The group is spent.
+    //
+    // Not seen: copies of an exception_ptr outside of the library, objects of the module that the program itself keeps, and a
+    // thread_local object with a destructor that a job has used, which keeps the module until that worker ends.
+    // Threads: not inside a job of the group. It is no cancellation point.
+    // Errors: std::system_error (resource_deadlock_would_occur) if it would wait for itself; std::logic_error under the loader's
+    //     lock (DllMain, static objects of a DLL), where no thread can end; std::bad_alloc.
+    [[nodiscard]] ModuleUse Leave();
 
     // As it was given.
     std::wstring GetName() const;
@@ -246,7 +259,7 @@ class ORVANE_CONCURRENCY_API JobGroup {
     }
 
     void AddSchedule(const wchar_t* name, const TimePoint& start, const Duration& delay, const Duration& interval,
-                     std::function<void()> work, OnFailure onFailure);
+                     std::function<void()> work, OnFailure onFailure, Internal::ModuleLedger& module);
     bool WaitForTicks(std::chrono::nanoseconds timeout);
     void CancelAfterTicks(std::chrono::nanoseconds limit);
     bool NextEnded(EndedJob& ended);

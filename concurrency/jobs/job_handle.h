@@ -85,11 +85,11 @@ class TypedJobHandle : public JobHandle {
         m_job.Wait();
         m_isTaken = true;
         const Releasing releasing{m_job};
-        [[maybe_unused]] void* const result = m_job.Result();
+        m_job.RethrowFailure();
         if constexpr (std::is_reference_v<T>) {
-            return **static_cast<std::remove_reference_t<T>**>(result);
+            return **static_cast<std::remove_reference_t<T>**>(m_job.Result());
         } else if constexpr (!std::is_void_v<T>) {
-            return std::move(*static_cast<std::remove_const_t<T>*>(result));
+            return std::move(*static_cast<std::remove_const_t<T>*>(m_job.Result()));
         }
     }
 

@@ -127,7 +127,8 @@ JobState& JobRef::Get() const {
 
 JobRef JobRef::Make(const wchar_t* name, const JobBodyType& type) {
     auto owner = RunRecord::OfThisThread();
-    auto job = std::make_shared<JobState>(name, type);
+    auto job = std::make_shared<JobState>(name, type, type.module());
+    job->PinModule();
     job->SetOwner(std::move(owner));
     return JobRef(std::move(job));
 }
@@ -189,8 +190,11 @@ CancelReason JobRef::GetCancelReason() const {
     return Get().Reason().ForCallers();
 }
 
-void* JobRef::Result() const {
+void JobRef::RethrowFailure() const {
     m_state->RethrowFailure();
+}
+
+void* JobRef::Result() const noexcept {
     return m_state->Result();
 }
 
@@ -208,17 +212,14 @@ void JobRef::Drop() noexcept {
     if (!job) {
         return;
     }
-    if (job->IsEnded()) {
-        job->Release();
-        return;
+    if (!job->IsEnded()) {
+        AskToLeave(*job, job->DropReason());
+        AwaitedJob awaited(*job);
+        if (!job->IsOnThisThread()) {
+            static_cast<void>(WaitToTheEnd(awaited));
+        }
     }
-    AskToLeave(*job, job->DropReason());
-    AwaitedJob awaited(*job);
-    if (job->IsOnThisThread() || WaitToTheEnd(awaited) == JobWaitResult::Ring) {
-        job->LetGo();
-        return;
-    }
-    job->Release();
+    job->LetGo();
 }
 
 void JobRef::LetGo() noexcept {

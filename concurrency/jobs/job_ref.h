@@ -50,8 +50,11 @@ class ORVANE_CONCURRENCY_API JobRef {
     HANDLE EndEvent() const;
     CancelReason GetCancelReason() const;
 
-    // When it has ended: returns where the result stands, or throws what the job ended with.
-    void* Result() const;
+    // When it has ended: throws what the job ended with, unless it is Done.
+    void RethrowFailure() const;
+
+    // After that: where the result stands.
+    void* Result() const noexcept;
 
     // The outcome has been read.
     void Release() const noexcept;

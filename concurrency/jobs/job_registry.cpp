@@ -34,6 +34,20 @@ void AskAll(JobShard& shard, AskedList& asked) noexcept {
     }
 }
 
+// Returns false if there is not enough room for all.
+bool AppendLive(JobShard& shard, std::vector<std::shared_ptr<Cancellable>>& live) noexcept {
+    const RankedLock lock(shard.mutex);
+    for (Cancellable* next = shard.live.Front(); next != nullptr; next = shard.live.Next(*next)) {
+        if (live.size() == live.capacity()) {
+            return false;
+        }
+        if (auto self = next->Self()) {
+            live.push_back(std::move(self));
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 JobShard& ShardOf(const Cancellable& object) noexcept {
@@ -57,6 +71,19 @@ void Enlist(Cancellable& object) {
 
 void Delist(Cancellable& object) noexcept {
     static_cast<ListHook<LiveTag>&>(object).Unlink();
+}
+
+std::vector<std::shared_ptr<Cancellable>> LiveJobsAndGroups() {
+    std::vector<std::shared_ptr<Cancellable>> live;
+    for (JobShard& shard : AllShards()) {
+        // Room for all is made before the lock is taken: under it nothing may fail, or be destroyed.
+        const std::size_t before = live.size();
+        while (!AppendLive(shard, live)) {
+            live.resize(before);
+            live.reserve(2 * live.capacity() + 16);
+        }
+    }
+    return live;
 }
 
 void CloseJobs() noexcept {

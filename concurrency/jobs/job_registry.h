@@ -4,6 +4,9 @@
 // Threads: any.
 #pragma once
 
+#include <memory>
+#include <vector>
+
 #include "concurrency/base/adaptive_mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/jobs/cancellable.h"
@@ -25,6 +28,9 @@ void Enlist(Cancellable& object);
 
 // Needs the shard's mutex. Nothing if it is not listed.
 void Delist(Cancellable& object) noexcept;
+
+// All that are live, at some moment of the call. Errors: std::bad_alloc.
+std::vector<std::shared_ptr<Cancellable>> LiveJobsAndGroups();
 
 // Refuses new jobs, and asks all that are live with CancelCause::Shutdown, all at once. Holds no lock while it asks.
 void CloseJobs() noexcept;

@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstddef>
+#include <stdexcept>
 
 #include "concurrency/base/thread_time.h"
 #include "concurrency/base/windows_api.h"
@@ -24,18 +25,39 @@ const std::shared_ptr<const JobName>& NobodysName() noexcept {
 
 }  // namespace
 
-JobState::JobState(const wchar_t* name, const JobBodyType& type)
+JobState::JobState(const wchar_t* name, const JobBodyType& type, ModuleLedger& module)
     : m_alignmentBits(static_cast<std::uint8_t>(std::countr_zero(type.alignment))),
       m_shard(ShardOf(*this)),
       m_future(*this),
-      m_block(type, name) {
+      m_block(type, name),
+      m_error(module) {
     m_future.SetName(m_block.Name(), NobodysName());
 }
 
 JobState::~JobState() {
+    if (m_group) {
+        m_group->LetGo();
+    }
     Discard();
     DestroyCall();
+    m_error.Drop();
     m_block.Free(std::size_t{1} << m_alignmentBits);
+    if (m_isPinned) {
+        Module().Unpin();
+        if (m_isLeaving) {
+            Module().EndLeave();
+        }
+    }
+}
+
+void JobState::PinModule() {
+    Module().Pin(&m_block.Type());
+    m_isPinned = true;
+}
+
+void JobState::MarkBuilt() noexcept {
+    m_isBuilt = true;
+    ++Module().callables;
 }
 
 void JobState::SetOwner(std::shared_ptr<RunRecord> owner) noexcept {
@@ -90,7 +112,7 @@ void JobState::GiveUp() noexcept {
     AskToLeave(*this, {CancelCause::Dropped, nullptr});
     AwaitedJob awaited(*this);
     static_cast<void>(WaitToTheEnd(awaited));
-    m_error = nullptr;
+    static_cast<void>(TakeError());
 }
 
 std::shared_ptr<IFutureState> JobState::GetFuture() {
@@ -123,7 +145,10 @@ void JobState::Call() noexcept {
         const CurrentFutureScope current(std::shared_ptr<FutureState>(shared_from_this(), &m_future));
         try {
             m_block.Type().invoke(Body());
-            m_hasResult = true;
+            if (m_block.Type().hasResult) {
+                ++Module().results;
+                m_hasResult = true;
+            }
             m_outcome = JobOutcome::Done;
         } catch (const CancelRequestedException&) {
             // Carried over from another run it is a failure like others.
@@ -136,7 +161,7 @@ void JobState::Call() noexcept {
             }
         }
     } catch (...) {
-        m_error = std::current_exception();
+        m_error.Keep(std::current_exception());
         m_outcome = JobOutcome::Failed;
     }
 }
@@ -145,6 +170,7 @@ void JobState::DestroyCall() noexcept {
     if (m_isBuilt) {
         m_isBuilt = false;
         m_block.Type().destroyCall(Body());
+        --Module().callables;
     }
 }
 
@@ -152,6 +178,31 @@ void JobState::Discard() noexcept {
     if (m_hasResult) {
         m_hasResult = false;
         m_block.Type().destroyResult(Body());
+        --Module().results;
+    }
+}
+
+HeldError JobState::TakeError() noexcept {
+    const RankedLock lock(m_shard.mutex);
+    return m_error.Take();
+}
+
+bool JobState::HasHandle() const noexcept {
+    const RankedLock lock(m_shard.mutex);
+    return m_reader == Reader::Handle;
+}
+
+// Once the end is published and no handle is left. Its destruction is waited for when its module is to go.
+void JobState::BeginToLeave() noexcept {
+    if (m_isPinned) {
+        m_isLeaving = true;
+        Module().BeginLeave();
+    }
+}
+
+void JobState::NameWhatItHolds(const ModuleLedger& module, std::vector<std::wstring>& names) {
+    if (&Module() == &module && !IsEnded()) {
+        names.push_back(L"job " + Path());
     }
 }
 
@@ -168,15 +219,15 @@ void JobState::End(bool hasRun) noexcept {
         case JobOutcome::Cancelled: m_future.ConfirmCancel(); break;
     }
     m_future.RequestCancelQuietly();  // makes the future of a run that has not started final, too
-    if (m_group) {
-        m_group->Publish(*this, hasRun);
-    } else {
+    if (!m_group) {
         PublishEnd();
+        TidyUp();
+        return;
     }
+    Departure departure;
+    m_group->Publish(*this, hasRun, departure);
     TidyUp();
-    if (m_group) {
-        m_group->GoOn();
-    }
+    m_group->GoOn(departure);
 }
 
 // A request that came through the future, not through Ask(), has left no reason yet.
@@ -197,6 +248,9 @@ void JobState::PublishEnd() noexcept {
     m_phase = Phase::Ended;
     if (m_extras && m_extras->ended) {
         SetEvent(m_extras->ended->Handle());
+    }
+    if (m_reader == Reader::Nobody) {
+        BeginToLeave();
     }
     SignalAll(m_listeners);
 }
@@ -225,11 +279,14 @@ void JobState::DiscardIfUnread() noexcept {
         }
     }
     Discard();
-    if (m_group) {
-        return;  // the failure is the group's
+    if (m_group && !IsEnded()) {
+        return;  // the group takes a copy of the failure when the end is published
     }
-    if (const auto error = std::exchange(m_error, nullptr)) {
-        ReportUnreadFailure(Name(), error);
+    const HeldError error = TakeError();
+    if (m_group) {
+        m_group->LetGo();
+    } else if (error) {
+        ReportUnreadFailure(Name(), error.Get());
     }
 }
 
@@ -347,10 +404,19 @@ void JobState::Detach(JobListener& listener) noexcept {
     listener.Unlink();
 }
 
+std::exception_ptr JobState::CopyError() const noexcept {
+    const RankedLock lock(m_shard.mutex);
+    return m_error.Get();
+}
+
 void JobState::RethrowFailure() {
     m_isRead = true;
     if (m_outcome == JobOutcome::Failed) {
-        std::rethrow_exception(m_group ? m_error : std::exchange(m_error, nullptr));
+        const std::exception_ptr error = CopyError();
+        if (!error) {
+            throw std::logic_error("the group of the job has left, and what the job failed with is gone");
+        }
+        std::rethrow_exception(error);
     }
     if (m_outcome == JobOutcome::Cancelled) {
         if (Reason().cause == CancelCause::Limit) {
@@ -362,17 +428,16 @@ void JobState::RethrowFailure() {
 
 void JobState::Release() noexcept {
     Discard();
+    const HeldError error = TakeError();
     if (m_group) {
-        return;  // the group may still hand out the failure
-    }
-    const auto error = std::exchange(m_error, nullptr);
-    if (error && !m_isRead) {
-        ReportUnreadFailure(Name(), error);
+        m_group->LetGo();  // which has a copy, and may still hand it out
+    } else if (error && !m_isRead) {
+        ReportUnreadFailure(Name(), error.Get());
     }
 }
 
 void JobState::LetGo() noexcept {
-    if (m_owner) {
+    if (m_owner && !IsEnded()) {
         m_owner->Remove(*this);
     }
     {
@@ -383,6 +448,7 @@ void JobState::LetGo() noexcept {
         }
     }
     Release();
+    BeginToLeave();
 }
 
 }  // namespace Orvane::Internal

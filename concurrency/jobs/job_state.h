@@ -14,7 +14,12 @@
 //      discards the result.
 //   2. Under the group's lock and the shard's, the group counts the outcome, the job publishes it, sets the event and signals
 //      the waiters.
-//   3. Without a lock, the thread removes the limit and the link to the stop token. Then the group goes on.
+//   3. Without a lock, the thread removes the limit and the link to the stop token. Then the group goes on. After that the thread
+//      uses nothing of the job's module any more: group_core.h waits for that before it lets a module go.
+//
+// What belongs to the job's module is destroyed at one of four places: the callable in step 1; result and exception by the
+// handle, or in steps 1 to 3 if there is none; the exception also when its group leaves. A job without a group keeps its module
+// loaded until it is destroyed itself.
 //
 // Threads: any, but for those that run or end it.
 // Errors: std::system_error if a lock fails.
@@ -27,10 +32,11 @@
 #include <exception>
 #include <memory>
 #include <stop_token>
+#include <string>
 #include <vector>
 
 #include "concurrency/base/clock.h"
-#include "concurrency/base/win32.h"
+#include "concurrency/base/windows_api.h"
 #include "concurrency/jobs/cancellable.h"
 #include "concurrency/jobs/job_block.h"
 #include "concurrency/jobs/job_body.h"
@@ -40,6 +46,7 @@
 #include "concurrency/jobs/job_registry.h"
 #include "concurrency/jobs/job_slot.h"
 #include "concurrency/jobs/job_wait.h"
+#include "concurrency/jobs/module_ledger.h"
 #include "concurrency/jobs/run_record.h"
 #include "concurrency/jobs/time_limits.h"
 #include "concurrency/tasks/itask_state.h"
@@ -49,17 +56,27 @@ namespace Orvane::Internal {
 
 class JobState;
 
+struct DepartureTag;
+
+// A thread that has published the end of a job of a group, and has not left the job's code yet.
+struct Departure : ListHook<DepartureTag> {
+    const DWORD thread = ::GetCurrentThreadId();
+};
+
 // The group of a job, as the job sees it.
 class JobGroupLink : public JobSlot {
   public:
     // Counts the job and calls its PublishEnd(), in one hold of the group's lock.
-    virtual void Publish(JobState& job, bool hasRun) noexcept = 0;
+    virtual void Publish(JobState& job, bool hasRun, Departure& departure) noexcept = 0;
 
     // Lives as long as the group.
     virtual const std::shared_ptr<const JobName>& GroupName() const noexcept = 0;
 
-    // After that, without a lock: what the end leads to.
-    virtual void GoOn() noexcept = 0;
+    // After that, without a lock: what the end leads to. When it returns, the thread has left all code of the job's module.
+    virtual void GoOn(Departure& departure) noexcept = 0;
+
+    // The handle of an ended job has gone.
+    virtual void LetGo() noexcept = 0;
 
   protected:
     ~JobGroupLink() = default;
@@ -73,16 +90,19 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
         Nobody,  // a failure goes to the failure handler
     };
 
-    // Errors: std::bad_alloc.
-    JobState(const wchar_t* name, const JobBodyType& type);
+    // `module` is the one whose code the job runs. Errors: std::bad_alloc.
+    JobState(const wchar_t* name, const JobBodyType& type, ModuleLedger& module);
     ~JobState() override;
     JobState(const JobState&) = delete;
     JobState& operator=(const JobState&) = delete;
 
     void* Body() const noexcept { return m_block.Body(); }
 
+    // For a job without a group: its module stays loaded as long as the job. Errors: std::system_error.
+    void PinModule();
+
     // The callable stands in the body.
-    void MarkBuilt() noexcept { m_isBuilt = true; }
+    void MarkBuilt() noexcept;
 
     // Before the start. A job has an owner, or a group, or neither.
     void SetOwner(std::shared_ptr<RunRecord> owner) noexcept;
@@ -117,7 +137,15 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     // Only when it has ended.
     JobOutcome Outcome() const noexcept { return m_outcome; }
     MonotonicClock::time_point EndTime() const noexcept { return m_time; }
-    const std::exception_ptr& Error() const noexcept { return m_error; }
+    ModuleLedger& Module() const noexcept { return m_error.Module(); }
+    bool HasResult() const noexcept { return m_hasResult; }
+
+    // Of the thread that ends it.
+    const HeldError& Error() const noexcept { return m_error; }
+
+    // What it failed with, if that is there still; leaves none. When it has ended.
+    HeldError TakeError() noexcept;
+    std::exception_ptr CopyError() const noexcept;
     JobGroupLink& GroupLink() const noexcept { return *m_group; }
     const void* Group() const noexcept { return m_group ? m_group->Group() : nullptr; }
 
@@ -147,6 +175,14 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     // Within Publish().
     void PublishEnd() noexcept;
 
+    // Whether a handle may still read the outcome, or drop it.
+    bool HasHandle() const noexcept;
+
+    // When its path of names is to be said. Errors: std::bad_alloc.
+    std::wstring Path() const { return m_future.MakeName()->Path(); }
+
+    void NameWhatItHolds(const ModuleLedger& module, std::vector<std::wstring>& names) override;
+
   private:
     enum class Phase : std::uint8_t { Waiting, Running, Ending, Ended };
 
@@ -160,14 +196,18 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     JobExtras& NeedExtras() ORVANE_REQUIRES(m_shard.mutex);
     void DestroyCall() noexcept;
     void Discard() noexcept;
+    void BeginToLeave() noexcept;
 
     std::atomic<Phase> m_phase = Phase::Waiting;
 
     // Of the thread that has claimed it, until the end is published; constant after that.
     bool m_isBuilt = false;
-    bool m_hasResult = false;
     bool m_neverRuns = false;
     JobOutcome m_outcome = JobOutcome::Cancelled;
+    std::atomic<bool> m_hasResult = false;  // then the handle's
+
+    bool m_isPinned = false;  // constant once it can run
+    bool m_isLeaving = false;  // nothing but its destruction is left: of the thread that finds that
 
     bool m_isRead = false;  // of the handle
     Reader m_reader ORVANE_GUARDED_BY(m_shard.mutex) = Reader::Handle;
@@ -179,7 +219,7 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     JobFuture m_future;
     const JobBlock m_block;
     std::atomic<MonotonicClock::time_point> m_time{};  // of the start, written before m_thread; then of the end
-    std::exception_ptr m_error;  // as m_outcome
+    HeldError m_error;  // as m_outcome; once the end is published, its lock guards it
 
     std::shared_ptr<const JobName> m_askedBy ORVANE_GUARDED_BY(m_shard.mutex);  // belongs to m_cause
     JobListeners m_listeners ORVANE_GUARDED_BY(m_shard.mutex);

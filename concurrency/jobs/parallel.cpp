@@ -75,7 +75,7 @@ class Runners {
         try {
             auto take = [this] { TakeItems(); };
             const auto& type = JobBody<decltype(take)>::Type();
-            m_group.Core().RunHere(BuildInto(JobRef(m_group.Core().Make(m_name, type)), take).State());
+            m_group.Core().RunHere(BuildInto(JobRef(m_group.Core().Make(m_name, type, type.module())), take).State());
         } catch (...) {
             m_group.Core().Fail(m_group.Core().Name(), std::current_exception());
         }

@@ -1,6 +1,7 @@
 #include "tests/host/windows/modules.h"
 
 #include <dlfcn.h>
+#include <link.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -41,6 +42,27 @@ HMODULE Loaded(const char* file) {
 
 HMODULE GetModuleHandleW(LPCWSTR name) {
     return Loaded(name != nullptr ? FileOf(name).c_str() : nullptr);
+}
+
+BOOL GetModuleHandleExW(DWORD flags, LPCWSTR name, HMODULE* module) {
+    Dl_info info{};
+    link_map* map = nullptr;
+    if ((flags & GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS) == 0 ||
+        dladdr1(name, &info, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP) == 0) {
+        SetLastError(ERROR_MOD_NOT_FOUND);
+        return FALSE;
+    }
+    const bool isProgram = map->l_name[0] == '\0';
+    void* const found = dlopen(isProgram ? nullptr : map->l_name, RTLD_LAZY | RTLD_NOLOAD);
+    if (found == nullptr) {
+        SetLastError(ERROR_MOD_NOT_FOUND);
+        return FALSE;
+    }
+    if ((flags & GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT) != 0) {
+        dlclose(found);
+    }
+    *module = static_cast<HMODULE>(found);
+    return TRUE;
 }
 
 HMODULE LoadLibraryW(LPCWSTR name) {

@@ -9,6 +9,7 @@
 
 struct CRITICAL_SECTION {
     pthread_mutex_t mutex;
+    HANDLE OwningThread;  // of the loader's lock only, which has no owner here
 };
 using PCRITICAL_SECTION = CRITICAL_SECTION*;
 using LPCRITICAL_SECTION = CRITICAL_SECTION*;
