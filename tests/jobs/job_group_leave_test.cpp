@@ -1,0 +1,313 @@
+// JobGroup::Leave(): what it ends and destroys, and what it says is still held.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "concurrency/jobs/job_group.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/tasks/failure_handler.h"
+#include "tests/jobs/blocked.h"
+#include "tests/jobs/job_fixture.h"
+#include "tests/support/eventually.h"
+#include "tests/support/gate.h"
+#include "tests/support/thread.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace Orvane;
+using namespace Zarvo::Test;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// Its text is a sign of life: of each copy that exists.
+class Failure : public std::exception {
+  public:
+    explicit Failure(std::shared_ptr<int> sign) : m_sign(std::move(sign)) {}
+
+    const char* what() const noexcept override { return "of the test"; }
+
+  private:
+    std::shared_ptr<int> m_sign;
+};
+
+TEST(LeavingGroup, WithoutJobsHoldsNothing) {
+    const ConcurrencyLifetime lifetime;
+    JobGroup group(L"group");
+    EXPECT_TRUE(group.Leave().IsNone());
+    EXPECT_TRUE(group.Leave().IsNone());
+}
+
+TEST(LeavingGroup, EndsAllItsJobsAndDestroysTheirCallables) {
+    const ConcurrencyLifetime lifetime;
+    const auto captured = std::make_shared<int>(1);
+    Blocked blocked;
+    JobGroup group(L"group", 2);
+    for (int i = 0; i < 5; ++i) {
+        group.Run(L"runs or waits", [&blocked, captured] { blocked.Stay(); });
+    }
+    group.RunInNewThread(L"in a thread", [&blocked, captured] { blocked.Stay(); });
+    ASSERT_TRUE(blocked.Enter(3));
+
+    const ModuleUse use = group.Leave();
+
+    EXPECT_TRUE(use.IsNone()) << testing::PrintToString(ToText(use));
+    EXPECT_EQ(captured.use_count(), 1);
+    EXPECT_EQ(group.Counts().cancelled, 6U);
+    EXPECT_EQ(group.GetCancelReason().cause, CancelCause::Group);
+}
+
+TEST(LeavingGroup, IsSpent) {
+    const ConcurrencyLifetime lifetime;
+    JobGroup group(L"group");
+    static_cast<void>(group.Leave());
+    std::atomic<bool> hasRun = false;
+    auto late = group.Run(L"late", [&hasRun] { hasRun = true; });
+    EXPECT_THROW(late.Get(), CancelledException);
+    EXPECT_FALSE(hasRun);
+}
+
+TEST(LeavingGroup, DestroysTheFailuresThatItKeeps) {
+    const ConcurrencyLifetime lifetime;
+    const auto sign = std::make_shared<int>(1);
+    JobGroup group(L"group");
+    group.Run(L"fails", [sign] { throw Failure(sign); });
+    EXPECT_THROW(group.Wait(), Failure);
+    ASSERT_GT(sign.use_count(), 1);
+
+    EXPECT_TRUE(group.Leave().IsNone());
+
+    EXPECT_EQ(sign.use_count(), 1);
+    EXPECT_THAT(group.Failures(), IsEmpty());
+    EXPECT_EQ(group.Counts().failed, 1U);
+}
+
+TEST(LeavingGroup, DestroysTheFailureThatAHandleCouldRead) {
+    const ConcurrencyLifetime lifetime;
+    const auto sign = std::make_shared<int>(1);
+    JobGroup group(L"group");
+    auto job = group.Run(L"fails", [sign] { throw Failure(sign); });
+    job.Wait();
+
+    EXPECT_TRUE(group.Leave().IsNone());
+
+    EXPECT_EQ(sign.use_count(), 1);
+    EXPECT_THAT(MessageOf<std::logic_error>([&job] { job.Get(); }), HasSubstr("has left"));
+}
+
+std::atomic<int> g_unread = 0;
+
+TEST(LeavingGroup, ReportsAFailureThatNobodyHasRead) {
+    const ConcurrencyLifetime lifetime;
+    g_unread = 0;
+    SetFailureHandler([](const UnreadFailure&) { ++g_unread; });
+    {
+        JobGroup group(L"group");
+        group.Run(L"fails", [] { throw std::runtime_error("unread"); });
+        EXPECT_TRUE(Eventually([&group] { return group.Counts().failed == 1; }));
+        static_cast<void>(group.Leave());
+        EXPECT_EQ(g_unread, 1);
+    }
+    EXPECT_EQ(g_unread, 1);
+    SetFailureHandler(nullptr);
+}
+
+TEST(LeavingGroup, NamesTheResultThatAHandleHolds) {
+    const ConcurrencyLifetime lifetime;
+    JobGroup group(L"Import");
+    auto fetch = group.Run(L"Fetch 17", [] { return std::string("value"); });
+    group.Run(L"nothing to hold", [] {});
+    group.Wait();
+
+    const ModuleUse use = group.Leave();
+
+    EXPECT_EQ(use.results, 1U);
+    EXPECT_THAT(use.names, ElementsAre(L"the result of Import > Fetch 17"));
+    EXPECT_EQ(ToText(use), L"1 result: the result of Import > Fetch 17");
+    EXPECT_EQ(fetch.Get(), "value");
+    EXPECT_TRUE(group.Leave().IsNone());
+}
+
+TEST(LeavingGroup, NamesTheJobsOfTheModuleThatAreNotItsOwn) {
+    const ConcurrencyLifetime lifetime;
+    JobGroup group(L"group");
+    group.Run(L"its own", [] {});
+    JobGroup other(L"other");
+    Blocked blocked;
+    other.Run(L"stays", [&blocked] { blocked.Stay(); });
+    auto alone = RunSleeper(L"alone");
+    ASSERT_TRUE(blocked.Enter(1));
+
+    const ModuleUse use = group.Leave();
+
+    EXPECT_EQ(use.callables, 2U);
+    EXPECT_THAT(use.names, testing::UnorderedElementsAre(L"job other > stays", L"job alone"));
+    EXPECT_FALSE(use.IsNone());
+}
+
+TEST(LeavingGroup, NamesTheSchedulesAndFailuresOfOtherGroups) {
+    const ConcurrencyLifetime lifetime;
+    JobGroup group(L"group");
+    group.Run(L"its own", [] {});
+    JobGroup other(L"other");
+    other.Schedule(L"daily", 24h, 24h, [] {});
+    JobGroup failed(L"failed");
+    failed.Run(L"fails", [] { throw std::runtime_error("kept"); });
+    EXPECT_THROW(failed.Wait(), std::runtime_error);
+
+    const ModuleUse use = group.Leave();
+
+    EXPECT_EQ(use.schedules, 1U);
+    EXPECT_GE(use.failures, 1U);
+    EXPECT_THAT(use.names,
+                testing::UnorderedElementsAre(L"schedule other > daily", L"the failure of failed > fails"));
+}
+
+TEST(LeavingGroup, DestroysTheCallablesOfItsSchedules) {
+    const ConcurrencyLifetime lifetime;
+    const auto captured = std::make_shared<int>(1);
+    const auto begun = std::make_shared<Gate>();
+    JobGroup group(L"group");
+    group.Schedule(L"under way", 0s, 0s, [begun, captured] {
+        begun->Open();
+        SleepUntilAsked();
+    });
+    group.Schedule(L"recurrent", 0s, 1ms, [captured] {});
+    group.Schedule(L"not due", 24h, 0s, [captured] {});
+    begun->Wait();
+
+    EXPECT_TRUE(group.Leave().IsNone());
+
+    EXPECT_EQ(captured.use_count(), 1);
+}
+
+TEST(GroupSchedule, ThatHasEndedLosesItsCallableAtOnce) {
+    const ConcurrencyLifetime lifetime;
+    const auto captured = std::make_shared<int>(1);
+    JobGroup group(L"group");
+    group.Schedule(L"once", 0s, 0s, [captured] {});
+    group.Schedule(L"fails", 0s, 1ms, [captured] { throw std::runtime_error("stop"); }, OnFailure::Stop);
+    EXPECT_TRUE(Eventually([&captured] { return captured.use_count() == 1; }));
+}
+
+TEST(LeavingGroup, InsideItsOwnJobThrows) {
+    const ConcurrencyLifetime lifetime;
+    JobGroup group(L"group");
+    auto job = group.Run(L"own", [&group] { static_cast<void>(group.Leave()); });
+    EXPECT_THROW(job.Get(), std::system_error);
+}
+
+TEST(LeavingGroup, IsNoCancellationPoint) {
+    const ConcurrencyLifetime lifetime;
+    Gate begun;
+    std::atomic<bool> hasLeft = false;
+    auto job = Run(L"asked", [&] {
+        JobGroup group(L"group");
+        begun.Open();
+        try {
+            SleepUntilAsked();
+        } catch (const CancelRequestedException&) {
+            hasLeft = group.Leave().IsNone();
+            throw;
+        }
+    });
+    begun.Wait();
+    job.Cancel();
+    EXPECT_THROW(job.Get(), CancelledException);
+    EXPECT_TRUE(hasLeft);
+}
+
+// A failure handler that holds the thread that ends a job, after the end of that job is known.
+std::atomic<bool> g_handlerReturns = false;
+Gate* g_handlerIsIn = nullptr;
+Gate* g_handlerMayGo = nullptr;
+
+class HeldHandler {
+  public:
+    HeldHandler() {
+        g_handlerReturns = false;
+        g_handlerIsIn = &m_isIn;
+        g_handlerMayGo = &m_mayGo;
+        SetFailureHandler([](const UnreadFailure&) {
+            g_handlerIsIn->Open();
+            g_handlerMayGo->Wait();
+            g_handlerReturns = true;
+        });
+    }
+    ~HeldHandler() { SetFailureHandler(nullptr); }
+    HeldHandler(const HeldHandler&) = delete;
+    HeldHandler& operator=(const HeldHandler&) = delete;
+
+    void AwaitCall() { m_isIn.Wait(); }
+    void LetGo() { m_mayGo.Open(); }
+
+  private:
+    Gate m_isIn;
+    Gate m_mayGo;
+};
+
+TEST(LeavingGroup, WaitsForTheThreadThatHasEndedAJob) {
+    const ConcurrencyLifetime lifetime;
+    HeldHandler handler;
+    JobGroup group(L"group");
+    group.Schedule(L"fails", 0s, 24h, [] { throw std::runtime_error("for the handler"); });
+    handler.AwaitCall();
+    // The end is known, and the thread that ended the job is held behind it.
+    ASSERT_EQ(group.Counts().failed, 1U);
+    std::atomic<bool> isLeaving = false;
+    const Thread letsGo([&] {
+        EXPECT_TRUE(Eventually([&] { return isLeaving && group.GetCancelReason().cause == CancelCause::Group; }));
+        handler.LetGo();
+    });
+    isLeaving = true;
+    EXPECT_TRUE(group.Leave().IsNone());
+    EXPECT_TRUE(g_handlerReturns);
+}
+
+JobGroup* g_groupOfHandler = nullptr;
+std::atomic<bool> g_hasThrown = false;
+
+TEST(LeavingGroup, OnTheThreadThatEndsAJobThrowsInsteadOfWaitingForItself) {
+    const ConcurrencyLifetime lifetime;
+    g_hasThrown = false;
+    JobGroup group(L"group");
+    g_groupOfHandler = &group;
+    SetFailureHandler([](const UnreadFailure&) {
+        try {
+            static_cast<void>(g_groupOfHandler->Leave());
+        } catch (const std::system_error&) {
+            g_hasThrown = true;
+        }
+    });
+    group.Schedule(L"fails", 0s, 24h, [] { throw std::runtime_error("for the handler"); });
+    EXPECT_TRUE(Eventually([] { return g_hasThrown.load(); }));
+    EXPECT_TRUE(group.Leave().IsNone());
+    SetFailureHandler(nullptr);
+}
+
+TEST(DroppedGroup, WhoseLastReferenceACallableOfItHasDoesNotWaitForItself) {
+    const ConcurrencyLifetime lifetime;
+    Gate mayGo;
+    auto group = std::make_shared<JobGroup>(L"group", 1);
+    const std::weak_ptr<JobGroup> seen = group;
+    auto first = group->Run(L"fails", [&mayGo] {
+        mayGo.Wait();
+        throw std::runtime_error("ends the others");
+    });
+    group->Run(L"waits", [kept = group] {});
+    group = nullptr;
+    mayGo.Open();
+    EXPECT_THROW(first.Get(), std::runtime_error);
+    EXPECT_TRUE(Eventually([&seen] { return seen.expired(); }));
+}
+
+}  // namespace
