@@ -53,6 +53,14 @@ TEST(ParallelMap, TellsTheItemThatFailedAndEndsTheOthers) {
     EXPECT_EQ(result.exitCode, 1U);
 }
 
+TEST(PluginHost, TakesItsPlugInOutEachTime) {
+    const ChildResult result = RunChild("plugin_host", {"40"});
+
+    EXPECT_THAT(OutputOf(result), StartsWith("Loaded and taken out 40 times: "));
+    EXPECT_THAT(OutputOf(result), HasSubstr("Nothing was held."));
+    EXPECT_EQ(result.exitCode, 0U);
+}
+
 TEST(FolderWatch, RefusesAFolderThatIsNotThere) {
     const ChildResult result = RunChild("folder_watch", {"Z:\\no\\such\\folder"});
 
