@@ -1,8 +1,10 @@
 #include "concurrency/jobs/group_core.h"
 
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
+#include "concurrency/base/thread_time.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/jobs/job_exceptions.h"
 #include "concurrency/jobs/job_launch.h"
@@ -10,10 +12,10 @@
 
 namespace Orvane::Internal {
 
-// Needs m_mutex. Also while they are being asked.
+// Needs m_mutex. Also while they are being asked, and those that end without having run.
 template <typename Action>
 void GroupCore::ForEachRunning(Action action) const {
-    for (const Entries* const entries : {&m_running, &m_beingAsked}) {
+    for (const Entries* const entries : {&m_running, &m_beingAsked, &m_waiting}) {
         for (const GroupEntry* next = entries->Front(); next != nullptr; next = entries->Next(*next)) {
             action(*next->m_job);
         }
@@ -53,6 +55,14 @@ class GroupCore::AwaitedGone final : public GroupCore::AwaitedIdle {
     using AwaitedIdle::AwaitedIdle;
 
     bool IsOver() const noexcept override { return m_group.IsGone(); }
+    void CollectRunning(std::vector<RunningJob>& running) const override {
+        AwaitedIdle::CollectRunning(running);
+        const RankedLock lock(m_group.m_mutex);
+        const auto& departures = m_group.m_departures;
+        for (const Departure* next = departures.Front(); next != nullptr; next = departures.Next(*next)) {
+            running.push_back({next->thread, next->name, ThreadNow()});
+        }
+    }
 };
 
 class GroupCore::AwaitedRecord final : public GroupCore::AwaitedIdle {
@@ -264,15 +274,20 @@ void GroupCore::RethrowFirst() {
     std::exception_ptr error;
     AskReason reason;
     bool wasCancelled = false;
+    bool isGone = false;
     {
         const RankedLock lock(m_mutex);
         error = m_results.First().error.Get();
+        isGone = m_results.IsFirstGone();
         reason = m_reason;
         wasCancelled = m_wasCancelled;
         m_results.MarkFirstAsRead();
     }
     if (error) {
         std::rethrow_exception(error);
+    }
+    if (isGone) {
+        throw std::logic_error("the group has left, and what it failed with is gone");
     }
     if (wasCancelled && reason.cause == CancelCause::Limit) {
         throw TimeLimitException();
@@ -344,6 +359,7 @@ void GroupCore::ReportUnread() noexcept {
         const RankedLock lock(m_mutex);
         if (m_results.IsFirstUnread()) {
             failed = m_results.First();
+            m_results.MarkFirstAsRead();  // the handler may come here again
         }
     }
     if (failed.error) {

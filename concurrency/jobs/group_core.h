@@ -62,8 +62,11 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     ModuleUse UseOfModules();
     void NameWhatItHolds(const ModuleLedger& module, std::vector<std::wstring>& names) override;
 
-    // Until the ended jobs of these modules that have no group and no handle have been destroyed.
-    void AwaitLeavingOfModules();
+    // Until the threads that end jobs without a group of these modules have left them.
+    void AwaitDeparturesOfModules();
+
+    // Whether the calling thread is one of them.
+    bool IsInDepartureOfModules() const;
 
     // A job for this group that runs code of the module, to be built and added. Errors: std::bad_alloc.
     std::shared_ptr<JobState> Make(const wchar_t* name, const JobBodyType& type, ModuleLedger& module);
@@ -165,6 +168,7 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     void StartSchedule(const std::shared_ptr<GroupSchedule>& schedule, const TimePoint& start, const Duration& delay,
                        const Duration& interval);
     bool RunScheduled(const std::shared_ptr<GroupSchedule>& schedule);
+    void AddRun(const std::shared_ptr<GroupSchedule>& schedule, Task& task, bool isSkipped) noexcept;
 
     const std::shared_ptr<RunRecord> m_owner;
     const std::shared_ptr<const JobName> m_name;

@@ -18,6 +18,7 @@ const std::shared_ptr<const JobName>& GroupEntry::GroupName() const noexcept {
 void GroupEntry::Publish(JobState& job, bool hasRun, Departure& departure) noexcept {
     GroupCore& core = *m_core;
     const RankedLock lock(core.m_mutex);
+    departure.name = m_name;
     core.m_departures.PushBack(departure);
     --(m_isWaiting ? core.m_counts.waiting : core.m_counts.running);
     core.m_readyCount -= m_isWaiting && m_hasSlot ? 1 : 0;
@@ -34,7 +35,7 @@ void GroupEntry::Publish(JobState& job, bool hasRun, Departure& departure) noexc
     if (std::exchange(m_hasSlot, false)) {
         core.m_slots.Free();
     }
-    if (job.HasHandle()) {
+    if (job.IsKeptByHandle()) {
         m_job = &job;
         m_hasHandle = true;  // before the handle can find the job ended
         core.m_withHandle.PushBack(*this);

@@ -34,10 +34,16 @@ void GroupCore::DropFailures() noexcept {
     lock.unlock();
 }
 
-void GroupCore::AwaitLeavingOfModules() {
+void GroupCore::AwaitDeparturesOfModules() {
     for (ModuleLedger* const module : Modules()) {
-        module->AwaitLeaving();
+        module->AwaitDepartures();
     }
+}
+
+bool GroupCore::IsInDepartureOfModules() const {
+    const auto modules = Modules();
+    return std::any_of(modules.begin(), modules.end(),
+                       [](ModuleLedger* module) { return module->IsDepartureOnThisThread(); });
 }
 
 ModuleUse GroupCore::UseOfModules() {
@@ -46,11 +52,11 @@ ModuleUse GroupCore::UseOfModules() {
         if (module->IsClear()) {
             continue;
         }
-        use.callables += module->callables;
-        use.results += module->results;
-        use.failures += module->failures;
-        use.schedules += module->schedules;
-        use.jobs += module->Pins();
+        use.callables += module->Count(ModuleLedger::Callables);
+        use.results += module->Count(ModuleLedger::Results);
+        use.failures += module->Count(ModuleLedger::Failures);
+        use.schedules += module->Count(ModuleLedger::Schedules);
+        use.jobs += module->Count(ModuleLedger::Pins);
         NameWhatItHolds(*module, use.names);
         for (const auto& live : LiveJobsAndGroups()) {
             live->NameWhatItHolds(*module, use.names);
@@ -68,7 +74,7 @@ void GroupCore::NameWhatItHolds(const ModuleLedger& module, std::vector<std::wst
         }
     }
     for (const FailedJob& failed : m_results.Failures()) {
-        if (&failed.error.Module() == &module) {
+        if (failed.error.IsOf(module)) {
             add(L"the failure of ", *failed.name);
         }
     }

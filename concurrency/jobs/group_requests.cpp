@@ -75,6 +75,7 @@ void GroupCore::AskJobs(const AskReason& reason, AskedList& asked) noexcept {
         }
     }
     while (GroupEntry* const entry = waiting.PopFront()) {
+        m_running.PushBack(*entry);  // it does not run, but a thread is about to end it
         auto job = entry->m_keptJob;
         const ReleasedLock released(lock, m_mutex);
         job->Ask(reason, asked);
@@ -100,6 +101,7 @@ void GroupCore::DropWaiting() noexcept {
     RankedLock lock(m_mutex);
     TakeWaiting(waiting);
     while (GroupEntry* const entry = waiting.PopFront()) {
+        m_running.PushBack(*entry);
         auto job = entry->m_keptJob;
         const ReleasedLock released(lock, m_mutex);
         job->Ask({CancelCause::Group, m_name}, asked);

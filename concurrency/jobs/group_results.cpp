@@ -11,7 +11,7 @@ bool GroupResults::AddFailure(std::list<FailedJob>& node) noexcept {
 }
 
 bool GroupResults::AddFirstFailure(const FailedJob& failure) noexcept {
-    if (m_first.error) {
+    if (m_first.name) {
         return false;
     }
     m_first = failure;
@@ -43,6 +43,7 @@ GroupResults GroupResults::TakeAll() noexcept {
     GroupResults all;
     std::swap(all, *this);
     m_keepsEnded = false;
+    m_first.name = all.m_first.name;
     return all;
 }
 

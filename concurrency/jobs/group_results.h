@@ -42,6 +42,7 @@ class GroupResults {
 
     // The first failure has come to a caller, if there is one; then it is not reported.
     void MarkFirstAsRead() noexcept { m_isFirstRead = static_cast<bool>(m_first.error); }
+    bool IsFirstGone() const noexcept { return m_first.name && !m_first.error; }
     bool IsFirstUnread() const noexcept { return m_first.error && !m_isFirstRead; }
 
     // Takes the only node, with the record in it, unless none are kept. Returns whether that makes kMany.
@@ -54,7 +55,7 @@ class GroupResults {
     // Those so far, to be destroyed without the lock. Keeps none from now on.
     std::list<EndedRecord> ForgetRecords() noexcept;
 
-    // All failures and records, to be destroyed without the lock. Keeps no record from now on.
+    // All failures and records, to be destroyed without the lock. Keeps no record from now on, and of the first failure the name.
     GroupResults TakeAll() noexcept;
 
   private:

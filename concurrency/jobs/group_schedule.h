@@ -20,7 +20,7 @@ class ScheduledWork {
   public:
     ScheduledWork(std::function<void()> work, ModuleLedger& module) : m_work(std::move(work)), m_module(module) {
         if (m_work) {
-            ++m_module.schedules;
+            m_module.Add(ModuleLedger::Schedules);
         }
     }
     ~ScheduledWork() { Drop(); }
@@ -34,7 +34,7 @@ class ScheduledWork {
     void Drop() noexcept {
         if (m_work) {
             m_work = nullptr;
-            --m_module.schedules;
+            m_module.Subtract(ModuleLedger::Schedules);
         }
     }
 

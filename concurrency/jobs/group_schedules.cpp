@@ -91,6 +91,7 @@ void GroupCore::CancelEnded(GroupSchedule& schedule) noexcept {
 // On a worker, when a run is due. It does no more than add a job, so that nobody ever has to wait for it.
 // Returns whether the schedule is active.
 bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
+    Departure departure;  // the group does not go while a run is being added
     bool isSkipped = false;
     Task task;
     {
@@ -100,14 +101,22 @@ bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
         }
         isSkipped = std::exchange(schedule->isUnderWay, true);
         task = schedule->task;
+        departure.name = schedule->name;
+        m_departures.PushBack(departure);
     }
+    AddRun(schedule, task, isSkipped);
+    Departs(departure);
+    return true;
+}
+
+void GroupCore::AddRun(const std::shared_ptr<GroupSchedule>& schedule, Task& task, bool isSkipped) noexcept {
     if (schedule->isRecurrent) {
         task.Reset();  // for its next run
     }
     if (isSkipped) {
         ReportNoThrow(4, 4, L"Concurrency.Job", L"Job [%s] skips a run: the one before has not ended",
                       schedule->name->text.c_str());
-        return true;
+        return;
     }
     try {
         const auto work = [schedule] { schedule->work(); };
@@ -127,7 +136,6 @@ bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
             EndSchedule(*schedule);
         }
     }
-    return true;
 }
 
 // Null when all schedules that are not active have been cancelled.
@@ -141,15 +149,15 @@ std::shared_ptr<GroupSchedule> GroupCore::NextToCancel() noexcept {
     return nullptr;
 }
 
-// Nothing if it is active still. No run will call it any more.
+// Nothing if it is active still, or if a later run is under way, which then does it. The thread that takes it out of the list
+// destroys the callable: no run will call it any more.
 void GroupCore::ForgetIfEnded(const std::shared_ptr<GroupSchedule>& schedule) noexcept {
     CancelEnded(*schedule);
     {
         const RankedLock lock(m_mutex);
-        if (schedule->isActive) {
+        if (schedule->isActive || schedule->isUnderWay || m_schedules.remove(schedule) == 0) {
             return;
         }
-        m_schedules.remove(schedule);
     }
     schedule->work.Drop();
 }

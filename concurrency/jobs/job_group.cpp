@@ -44,17 +44,18 @@ ModuleUse JobGroup::Leave() {
     if (Internal::HoldsLoaderLock()) {
         throw std::logic_error("a group cannot leave in a DllMain, or where a DLL's static objects are destroyed");
     }
-    if (m_core->IsOnThisThread()) {
-        ThrowWouldWaitForItself("the group of this job cannot leave before it");
+    if (m_core->IsOnThisThread() || m_core->IsInDepartureOfModules()) {
+        ThrowWouldWaitForItself("the group cannot leave before this job has ended");
     }
-    AskToLeave(*m_core, {CancelCause::Group, m_core->Name()});
-    if (m_core->WaitUntilGone() != Internal::JobWaitResult::Over) {
+    const auto core = m_core;  // the failure handler may destroy the group
+    AskToLeave(*core, {CancelCause::Group, core->Name()});
+    if (core->WaitUntilGone() != Internal::JobWaitResult::Over) {
         ThrowWouldWaitForItself("a job of the group waits for the job that lets the group leave");
     }
-    m_core->ReportUnread();
-    m_core->Close(true);
-    m_core->AwaitLeavingOfModules();
-    return m_core->UseOfModules();
+    core->ReportUnread();
+    core->Close(true);
+    core->AwaitDeparturesOfModules();
+    return core->UseOfModules();
 }
 
 Internal::JobRef JobGroup::MakeJob(const wchar_t* name, const Internal::JobBodyType& type) {

@@ -1,6 +1,7 @@
 #include "concurrency/jobs/job_ref.h"
 
 #include <algorithm>
+#include <atomic>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -234,8 +235,17 @@ bool IsInVirtualTime() noexcept {
 
 bool IsProcessEnding() noexcept {
     using Query = BOOLEAN(NTAPI*)();
-    static const auto query = FindFunction<Query>(L"ntdll", "RtlDllShutdownInProgress");
-    return query != nullptr && query() != FALSE;
+    // On purpose no static constant: its guard would be held while the loader is asked (this_module.h).
+    static constinit std::atomic<Query> known = nullptr;
+    Query query = known.load();
+    if (query == nullptr) {
+        query = FindFunction<Query>(L"ntdll", "RtlDllShutdownInProgress");
+        if (query == nullptr) {
+            return false;
+        }
+        known = query;
+    }
+    return query() != FALSE;
 }
 
 bool WaitForAll(const JobRef* const* jobs, std::size_t count, std::chrono::nanoseconds timeout) {

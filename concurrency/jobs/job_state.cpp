@@ -28,9 +28,9 @@ const std::shared_ptr<const JobName>& NobodysName() noexcept {
 JobState::JobState(const wchar_t* name, const JobBodyType& type, ModuleLedger& module)
     : m_alignmentBits(static_cast<std::uint8_t>(std::countr_zero(type.alignment))),
       m_shard(ShardOf(*this)),
+      m_module(&module),
       m_future(*this),
-      m_block(type, name),
-      m_error(module) {
+      m_block(type, name) {
     m_future.SetName(m_block.Name(), NobodysName());
 }
 
@@ -40,14 +40,9 @@ JobState::~JobState() {
     }
     Discard();
     DestroyCall();
-    m_error.Drop();
+    static_cast<void>(TakeError());
     m_block.Free(std::size_t{1} << m_alignmentBits);
-    if (m_isPinned) {
-        Module().Unpin();
-        if (m_isLeaving) {
-            Module().EndLeave();
-        }
-    }
+    Unpin();
 }
 
 void JobState::PinModule() {
@@ -55,9 +50,16 @@ void JobState::PinModule() {
     m_isPinned = true;
 }
 
+// Last: the code of the module may be gone after it.
+void JobState::Unpin() noexcept {
+    if (std::exchange(m_isPinned, false)) {
+        m_block.Type().module().Unpin();
+    }
+}
+
 void JobState::MarkBuilt() noexcept {
     m_isBuilt = true;
-    ++Module().callables;
+    Module().Add(ModuleLedger::Callables);
 }
 
 void JobState::SetOwner(std::shared_ptr<RunRecord> owner) noexcept {
@@ -112,7 +114,8 @@ void JobState::GiveUp() noexcept {
     AskToLeave(*this, {CancelCause::Dropped, nullptr});
     AwaitedJob awaited(*this);
     static_cast<void>(WaitToTheEnd(awaited));
-    static_cast<void>(TakeError());
+    m_isRead = true;  // the caller gets the exception of the start
+    LetGo();
 }
 
 std::shared_ptr<IFutureState> JobState::GetFuture() {
@@ -132,21 +135,26 @@ void JobState::operator()() {
     }
     m_time = ThreadNow();
     m_thread = ::GetCurrentThreadId();
-    Call();
+    ModuleLedger* const moduleOfFailure = Call();
     m_phase = Phase::Ending;
+    DestroyCall();
+    if (moduleOfFailure != nullptr) {
+        m_module = moduleOfFailure;
+    }
     End(true);
 }
 
-void JobState::Call() noexcept {
+// Returns the module of the exception with which it failed, where that is counted; null if it did not fail.
+ModuleLedger* JobState::Call() noexcept {
     try {
         if (!m_future.Start()) {
-            return;  // asked between the claim and here
+            return nullptr;  // asked between the claim and here
         }
         const CurrentFutureScope current(std::shared_ptr<FutureState>(shared_from_this(), &m_future));
         try {
             m_block.Type().invoke(Body());
             if (m_block.Type().hasResult) {
-                ++Module().results;
+                Module().Add(ModuleLedger::Results);
                 m_hasResult = true;
             }
             m_outcome = JobOutcome::Done;
@@ -161,16 +169,20 @@ void JobState::Call() noexcept {
             }
         }
     } catch (...) {
-        m_error.Keep(std::current_exception());
+        ModuleLedger& module = LedgerOfException(Module());
+        m_error = std::current_exception();
+        module.Add(ModuleLedger::Failures);
         m_outcome = JobOutcome::Failed;
+        return &module;
     }
+    return nullptr;
 }
 
 void JobState::DestroyCall() noexcept {
     if (m_isBuilt) {
         m_isBuilt = false;
         m_block.Type().destroyCall(Body());
-        --Module().callables;
+        Module().Subtract(ModuleLedger::Callables);
     }
 }
 
@@ -178,30 +190,28 @@ void JobState::Discard() noexcept {
     if (m_hasResult) {
         m_hasResult = false;
         m_block.Type().destroyResult(Body());
-        --Module().results;
+        Module().Subtract(ModuleLedger::Results);
     }
 }
 
 HeldError JobState::TakeError() noexcept {
+    if (m_outcome != JobOutcome::Failed) {
+        return {};
+    }
     const RankedLock lock(m_shard.mutex);
-    return m_error.Take();
+    return HeldError::Counted(std::exchange(m_error, nullptr), Module());
 }
 
-bool JobState::HasHandle() const noexcept {
+bool JobState::IsKeptByHandle() const noexcept {
+    if (!m_hasResult && m_outcome != JobOutcome::Failed) {
+        return false;
+    }
     const RankedLock lock(m_shard.mutex);
     return m_reader == Reader::Handle;
 }
 
-// Once the end is published and no handle is left. Its destruction is waited for when its module is to go.
-void JobState::BeginToLeave() noexcept {
-    if (m_isPinned) {
-        m_isLeaving = true;
-        Module().BeginLeave();
-    }
-}
-
 void JobState::NameWhatItHolds(const ModuleLedger& module, std::vector<std::wstring>& names) {
-    if (&Module() == &module && !IsEnded()) {
+    if (m_module == &module && !IsEnded()) {
         names.push_back(L"job " + Path());
     }
 }
@@ -220,14 +230,31 @@ void JobState::End(bool hasRun) noexcept {
     }
     m_future.RequestCancelQuietly();  // makes the future of a run that has not started final, too
     if (!m_group) {
-        PublishEnd();
-        TidyUp();
+        EndWithoutGroup();
         return;
     }
     Departure departure;
     m_group->Publish(*this, hasRun, departure);
     TidyUp();
     m_group->GoOn(departure);
+}
+
+void JobState::EndWithoutGroup() noexcept {
+    Departure departure;
+    ModuleLedger& module = m_block.Type().module();
+    module.BeginDeparture(departure);
+    PublishEnd();
+    TidyUp();
+    bool isUnread = false;
+    {
+        const RankedLock lock(m_shard.mutex);
+        m_isBehind = true;
+        isUnread = m_reader == Reader::Nobody;
+    }
+    if (isUnread) {
+        Unpin();
+    }
+    module.EndDeparture(departure);
 }
 
 // A request that came through the future, not through Ask(), has left no reason yet.
@@ -248,9 +275,6 @@ void JobState::PublishEnd() noexcept {
     m_phase = Phase::Ended;
     if (m_extras && m_extras->ended) {
         SetEvent(m_extras->ended->Handle());
-    }
-    if (m_reader == Reader::Nobody) {
-        BeginToLeave();
     }
     SignalAll(m_listeners);
 }
@@ -406,7 +430,7 @@ void JobState::Detach(JobListener& listener) noexcept {
 
 std::exception_ptr JobState::CopyError() const noexcept {
     const RankedLock lock(m_shard.mutex);
-    return m_error.Get();
+    return m_error;
 }
 
 void JobState::RethrowFailure() {
@@ -448,7 +472,18 @@ void JobState::LetGo() noexcept {
         }
     }
     Release();
-    BeginToLeave();
+    if (!m_isPinned) {
+        return;
+    }
+    bool isBehind = false;
+    {
+        const RankedLock lock(m_shard.mutex);
+        m_reader = Reader::Nobody;
+        isBehind = m_isBehind;
+    }
+    if (isBehind) {
+        Unpin();
+    }
 }
 
 }  // namespace Orvane::Internal

@@ -19,7 +19,7 @@
 //
 // What belongs to the job's module is destroyed at one of four places: the callable in step 1; result and exception by the
 // handle, or in steps 1 to 3 if there is none; the exception also when its group leaves. A job without a group keeps its module
-// loaded until it is destroyed itself.
+// loaded until steps 1 to 3 are done and the handle has gone.
 //
 // Threads: any, but for those that run or end it.
 // Errors: std::system_error if a lock fails.
@@ -55,13 +55,6 @@
 namespace Orvane::Internal {
 
 class JobState;
-
-struct DepartureTag;
-
-// A thread that has published the end of a job of a group, and has not left the job's code yet.
-struct Departure : ListHook<DepartureTag> {
-    const DWORD thread = ::GetCurrentThreadId();
-};
 
 // The group of a job, as the job sees it.
 class JobGroupLink : public JobSlot {
@@ -137,11 +130,11 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     // Only when it has ended.
     JobOutcome Outcome() const noexcept { return m_outcome; }
     MonotonicClock::time_point EndTime() const noexcept { return m_time; }
-    ModuleLedger& Module() const noexcept { return m_error.Module(); }
+    ModuleLedger& Module() const noexcept { return *m_module; }
     bool HasResult() const noexcept { return m_hasResult; }
 
     // Of the thread that ends it.
-    const HeldError& Error() const noexcept { return m_error; }
+    HeldError Error() const noexcept { return {m_error, Module()}; }
 
     // What it failed with, if that is there still; leaves none. When it has ended.
     HeldError TakeError() noexcept;
@@ -175,8 +168,8 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     // Within Publish().
     void PublishEnd() noexcept;
 
-    // Whether a handle may still read the outcome, or drop it.
-    bool HasHandle() const noexcept;
+    // Whether a handle may still read the outcome, or drop it, and there is a result or a failure for it.
+    bool IsKeptByHandle() const noexcept;
 
     // When its path of names is to be said. Errors: std::bad_alloc.
     std::wstring Path() const { return m_future.MakeName()->Path(); }
@@ -187,7 +180,7 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     enum class Phase : std::uint8_t { Waiting, Running, Ending, Ended };
 
     bool Claim(Phase to) noexcept;
-    void Call() noexcept;
+    ModuleLedger* Call() noexcept;
     void End(bool hasRun) noexcept;
     void KeepReason() noexcept;
     void TidyUp() noexcept;
@@ -196,7 +189,8 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     JobExtras& NeedExtras() ORVANE_REQUIRES(m_shard.mutex);
     void DestroyCall() noexcept;
     void Discard() noexcept;
-    void BeginToLeave() noexcept;
+    void EndWithoutGroup() noexcept;
+    void Unpin() noexcept;
 
     std::atomic<Phase> m_phase = Phase::Waiting;
 
@@ -206,8 +200,9 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     JobOutcome m_outcome = JobOutcome::Cancelled;
     std::atomic<bool> m_hasResult = false;  // then the handle's
 
-    bool m_isPinned = false;  // constant once it can run
-    bool m_isLeaving = false;  // nothing but its destruction is left: of the thread that finds that
+    // Pinned until its end is behind the ending thread, and the handle has gone: whoever is second unpins.
+    bool m_isPinned = false;
+    bool m_isBehind ORVANE_GUARDED_BY(m_shard.mutex) = false;
 
     bool m_isRead = false;  // of the handle
     Reader m_reader ORVANE_GUARDED_BY(m_shard.mutex) = Reader::Handle;
@@ -216,10 +211,11 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
 
     std::atomic<DWORD> m_thread = 0;  // that runs or ends it
     JobShard& m_shard;  // its mutex guards the fields named so
+    std::atomic<ModuleLedger*> m_module;  // of the callable; once that is gone, of the exception
     JobFuture m_future;
     const JobBlock m_block;
     std::atomic<MonotonicClock::time_point> m_time{};  // of the start, written before m_thread; then of the end
-    HeldError m_error;  // as m_outcome; once the end is published, its lock guards it
+    std::exception_ptr m_error;  // as m_outcome; once the end is published, the shard's mutex guards it
 
     std::shared_ptr<const JobName> m_askedBy ORVANE_GUARDED_BY(m_shard.mutex);  // belongs to m_cause
     JobListeners m_listeners ORVANE_GUARDED_BY(m_shard.mutex);

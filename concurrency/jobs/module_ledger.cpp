@@ -1,9 +1,17 @@
 #include "concurrency/jobs/module_ledger.h"
 
+#include <algorithm>
 #include <list>
 #include <system_error>
+#include <typeinfo>
 
+#if __has_include(<cxxabi.h>)
+#include <cxxabi.h>
+#endif
+
+#include "concurrency/base/clock.h"
 #include "concurrency/base/never_destroyed.h"
+#include "concurrency/base/thread_time.h"
 
 namespace Orvane::Internal {
 
@@ -44,10 +52,30 @@ ModuleLedger& LedgerOf(const void* address) {
     return ledgers.all.emplace_back(module, isProgram);
 }
 
+// Here the library of the runtime says of which type the exception is.
+#if __has_include(<cxxabi.h>)
+ModuleLedger& LedgerOfException(ModuleLedger& otherwise) noexcept {
+    try {
+        const std::type_info* const type = abi::__cxa_current_exception_type();
+        return type != nullptr ? LedgerOf(type) : otherwise;
+    } catch (const std::exception&) {
+        return otherwise;
+    }
+}
+#else
+ModuleLedger& LedgerOfException(ModuleLedger& otherwise) noexcept {
+    return otherwise;
+}
+#endif
+
+bool ModuleLedger::IsClear() const noexcept {
+    return std::all_of(m_counts.begin(), m_counts.end(), [](const auto& count) { return count == 0; });
+}
+
 bool ModuleLedger::PinOnceMore() noexcept {
-    std::size_t pins = m_pins;
+    std::size_t pins = m_counts[Pins];
     while (pins != 0) {
-        if (m_pins.compare_exchange_weak(pins, pins + 1)) {
+        if (m_counts[Pins].compare_exchange_weak(pins, pins + 1)) {
             return true;
         }
     }
@@ -64,7 +92,7 @@ void ModuleLedger::Pin(const void* address) {
         if (m_pinned == nullptr) {
             m_pinned = std::exchange(fresh, nullptr);
         }
-        ++m_pins;
+        ++m_counts[Pins];
     }
     if (fresh != nullptr) {
         FreeLibrary(fresh);  // another thread was first
@@ -75,16 +103,16 @@ void ModuleLedger::Unpin() noexcept {
     if (m_isProgram) {
         return;
     }
-    std::size_t pins = m_pins;
+    std::size_t pins = m_counts[Pins];
     while (pins > 1) {
-        if (m_pins.compare_exchange_weak(pins, pins - 1)) {
+        if (m_counts[Pins].compare_exchange_weak(pins, pins - 1)) {
             return;
         }
     }
     HMODULE released = nullptr;
     {
         const RankedLock lock(m_mutex);
-        if (--m_pins == 0) {
+        if (--m_counts[Pins] == 0) {
             released = std::exchange(m_pinned, nullptr);
         }
     }
@@ -93,27 +121,47 @@ void ModuleLedger::Unpin() noexcept {
     }
 }
 
-void ModuleLedger::BeginLeave() noexcept {
+void ModuleLedger::BeginDeparture(Departure& departure) noexcept {
     if (!m_isProgram) {
         const RankedLock lock(m_mutex);
-        ++m_leaving;
+        departure.number = ++m_lastNumber;
+        m_departures.PushBack(departure);
     }
 }
 
-void ModuleLedger::EndLeave() noexcept {
-    if (m_isProgram) {
+void ModuleLedger::EndDeparture(Departure& departure) noexcept {
+    if (!m_isProgram) {
+        const RankedLock lock(m_mutex);
+        departure.Unlink();
+        m_departed.notify_all();
+    }
+}
+
+bool ModuleLedger::IsDepartureOnThisThread() noexcept {
+    const RankedLock lock(m_mutex);
+    for (const Departure* next = m_departures.Front(); next != nullptr; next = m_departures.Next(*next)) {
+        if (next->thread == ::GetCurrentThreadId()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool ModuleLedger::HasDepartureUpTo(std::uint64_t number) noexcept {
+    const RankedLock lock(m_mutex);
+    return !m_departures.IsEmpty() && m_departures.Front()->number <= number;
+}
+
+void ModuleLedger::AwaitDepartures() {
+    RankedLock lock(m_mutex);
+    const std::uint64_t last = m_lastNumber;
+    if (ThreadTime* const time = ThreadTime::OfThisThread()) {
+        lock.unlock();
+        time->Block([this, last] { return !HasDepartureUpTo(last); }, (MonotonicClock::time_point::max)());
         return;
     }
-    const RankedLock lock(m_mutex);
-    if (--m_leaving == 0) {
-        m_allLeft.notify_all();
-    }
-}
-
-void ModuleLedger::AwaitLeaving() {
-    RankedLock lock(m_mutex);
-    while (m_leaving != 0) {
-        m_allLeft.wait(lock);
+    while (!m_departures.IsEmpty() && m_departures.Front()->number <= last) {
+        m_departed.wait(lock);
     }
 }
 

@@ -8,70 +8,103 @@
 // Lifetime: until the process ends. A module that is loaded where another one was gets the same ledger.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <utility>
 
 #include "concurrency/base/condition.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/windows_api.h"
+#include "concurrency/jobs/intrusive_list.h"
+#include "concurrency/jobs/job_name.h"
 #include "concurrency/jobs/this_module.h"
 
 namespace Orvane::Internal {
 
+struct DepartureTag;
+
+// A thread that has published the end of a job, and has not left what is of the job's module yet. On its own stack.
+struct Departure : ListHook<DepartureTag> {
+    const DWORD thread = ::GetCurrentThreadId();
+    std::shared_ptr<const JobName> name;  // of the job; may be null
+    std::uint64_t number = 0;
+};
+
 class ModuleLedger {
   public:
+    // `module` is loaded now. Of the program itself nothing is counted or pinned: it stays.
     ModuleLedger(HMODULE module, bool isProgram) : m_module(module), m_isProgram(isProgram) {}
     ModuleLedger(const ModuleLedger&) = delete;
     ModuleLedger& operator=(const ModuleLedger&) = delete;
 
     HMODULE Module() const noexcept { return m_module; }
 
-    std::atomic<std::size_t> callables = 0;  // with their arguments
-    std::atomic<std::size_t> results = 0;
-    std::atomic<std::size_t> failures = 0;  // exceptions that jobs and groups keep, each as often as it is kept
-    std::atomic<std::size_t> schedules = 0;
+    enum Kind : std::size_t {
+        Callables,  // with their arguments
+        Results,
+        Failures,  // exceptions that jobs and groups keep, each as often as it is kept
+        Schedules,
+        Pins,  // jobs without a group
+        Kinds,
+    };
 
-    // Keep the module loaded from Pin() to Unpin(), as often as they are called. Nothing for the program itself. `address` is in
-    // the module. Unpin() may unload it, which runs its code: call it without a lock, and last.
+    void Add(Kind kind) noexcept {
+        if (!m_isProgram) {
+            ++m_counts[kind];
+        }
+    }
+    void Subtract(Kind kind) noexcept {
+        if (!m_isProgram) {
+            --m_counts[kind];
+        }
+    }
+    std::size_t Count(Kind kind) const noexcept { return m_counts[kind]; }
+    bool IsClear() const noexcept;
+
+    // Keep the module loaded from Pin() to Unpin(), as often as they are called. `address` is in the module. Unpin() may unload
+    // it, which runs its code: call it without a lock, and last.
     // Errors of Pin(): std::system_error if the platform refuses; nothing is changed then.
     void Pin(const void* address);
     void Unpin() noexcept;
-    std::size_t Pins() const noexcept { return m_pins; }
 
-    // Between these two, an ended job of the module that has no handle is about to be destroyed, and unpins the module before
-    // the second. AwaitLeaving() returns when there is no such job; no one that calls it may be between the two.
-    void BeginLeave() noexcept;
-    void EndLeave() noexcept;
-    void AwaitLeaving();
+    // The thread ends a job of the module that has no group. It unpins the module, or leaves that to the job's handle, in between.
+    void BeginDeparture(Departure& departure) noexcept;
+    void EndDeparture(Departure& departure) noexcept;
+    bool IsDepartureOnThisThread() noexcept;
 
-    bool IsClear() const noexcept {
-        return callables == 0 && results == 0 && failures == 0 && schedules == 0 && m_pins == 0;
-    }
+    // Returns when the threads have left that depart now. Not on one of them.
+    void AwaitDepartures();
 
   private:
     using Mutex = RankedMutex<std::mutex, LockRank::Leaf>;
 
     bool PinOnceMore() noexcept;
+    bool HasDepartureUpTo(std::uint64_t number) noexcept;
 
     const HMODULE m_module;
     const bool m_isProgram;
+    std::array<std::atomic<std::size_t>, Kinds> m_counts{};  // Pins becomes 0, or more than that, under m_mutex
 
     // The platform is asked without this mutex: it takes the loader's lock, under which other threads pin.
     Mutex m_mutex;
-    std::atomic<std::size_t> m_pins = 0;  // becomes 0, or more than that, under m_mutex
     HMODULE m_pinned ORVANE_GUARDED_BY(m_mutex) = nullptr;
-    std::size_t m_leaving ORVANE_GUARDED_BY(m_mutex) = 0;
-    Condition m_allLeft;  // with m_mutex: m_leaving is 0
+    IntrusiveList<Departure, DepartureTag> m_departures ORVANE_GUARDED_BY(m_mutex);  // the oldest first
+    std::uint64_t m_lastNumber ORVANE_GUARDED_BY(m_mutex) = 0;
+    Condition m_departed;  // with m_mutex: there is one departure less
 };
 
-// An exception that is kept, and counted for the module whose code threw it: the module destroys it.
+// In a catch block: of the module that the type of the exception is of, whose code destroys it. `otherwise` if that cannot be said.
+ModuleLedger& LedgerOfException(ModuleLedger& otherwise) noexcept;
+
+// An exception that is kept, and counted for the module that destroys it.
 class HeldError {
   public:
     HeldError() noexcept = default;
-    explicit HeldError(ModuleLedger& module) noexcept : m_module(&module) {}
     HeldError(std::exception_ptr error, ModuleLedger& module) noexcept : m_module(&module) { Keep(std::move(error)); }
     HeldError(const HeldError& other) noexcept : m_module(other.m_module) { Keep(other.m_error); }
     HeldError(HeldError&& other) noexcept
@@ -83,29 +116,33 @@ class HeldError {
     }
     ~HeldError() { Drop(); }
 
-    explicit operator bool() const noexcept { return m_error != nullptr; }
-    const std::exception_ptr& Get() const noexcept { return m_error; }
-    ModuleLedger& Module() const noexcept { return *m_module; }
-
-    // In place of none.
-    void Keep(std::exception_ptr error) noexcept {
-        if (error) {
-            ++m_module->failures;
-            m_error = std::move(error);
-        }
+    // Of an exception that is counted already.
+    static HeldError Counted(std::exception_ptr error, ModuleLedger& module) noexcept {
+        HeldError held;
+        held.m_error = std::move(error);
+        held.m_module = &module;
+        return held;
     }
 
-    // Out of here, with its count; leaves none, of the same module.
-    HeldError Take() noexcept { return std::move(*this); }
+    explicit operator bool() const noexcept { return m_error != nullptr; }
+    const std::exception_ptr& Get() const noexcept { return m_error; }
+    bool IsOf(const ModuleLedger& module) const noexcept { return m_error && m_module == &module; }
 
     void Drop() noexcept {
         if (m_error) {
             m_error = nullptr;
-            --m_module->failures;
+            m_module->Subtract(ModuleLedger::Failures);
         }
     }
 
   private:
+    void Keep(const std::exception_ptr& error) noexcept {
+        if (error) {
+            m_module->Add(ModuleLedger::Failures);
+            m_error = error;
+        }
+    }
+
     std::exception_ptr m_error;
     ModuleLedger* m_module = nullptr;
 };

@@ -1,4 +1,5 @@
-// What the library still holds of the modules whose code a group has run, when the group has left.
+// What the library still holds of the modules whose code a group has run, when the group has left. Of the program itself nothing is
+// counted: it stays.
 #pragma once
 
 #include <cstddef>

@@ -29,6 +29,14 @@ void LeaveIfOwnTaskIsCancelled() {
     }
 }
 
+// When the run has ended. A request may hold the object a while longer, and the notifier of the last wait is of the code that
+// waited: that code may be unloaded by then.
+void Forget(const std::shared_ptr<CancellationObject>& run) {
+    if (run) {
+        run->RegisterNotifier({});
+    }
+}
+
 // What a run is cancelled through, and its companion. Every cancellation object of a future is one.
 class Run : public CancellationObject {
   public:
@@ -71,6 +79,7 @@ void FutureState::SetException(const CloneableException& exception) {
         m_state = Error;
     }
     m_condition.notify_all();
+    Forget(run);
 }
 
 void FutureState::Complete() {
@@ -84,6 +93,7 @@ void FutureState::Complete() {
         m_state = Normal;
     }
     m_condition.notify_all();
+    Forget(run);
 }
 
 void FutureState::ConfirmCancel() {
@@ -97,6 +107,7 @@ void FutureState::ConfirmCancel() {
         m_state = Cancelled;
     }
     m_condition.notify_all();
+    Forget(run);
 }
 
 void FutureState::RequestCancel() {

@@ -21,13 +21,14 @@ class LeavingModule {
         }
     }
 
-    template <typename... Parameters, typename... Arguments>
-    int Call(const char* name, int (*)(Parameters...), Arguments... arguments) const {
+    // Calls a function of the module, which takes and returns plain values.
+    template <typename... Arguments>
+    int Call(const char* name, Arguments... arguments) const {
         const auto address = reinterpret_cast<void*>(GetProcAddress(m_module, name));
         if (address == nullptr) {
             throw std::runtime_error(name);
         }
-        return reinterpret_cast<int (*)(Parameters...)>(address)(arguments...);
+        return reinterpret_cast<int (*)(Arguments...)>(address)(arguments...);
     }
 
     void Free() const { FreeLibrary(m_module); }
@@ -37,17 +38,5 @@ class LeavingModule {
   private:
     HMODULE m_module;
 };
-
-// The functions of the module. Each returns whether it found what it expected.
-extern "C" {
-int StartDetached(HANDLE mayEnd);
-int StartPosted(HANDLE mayEnd);
-int StartGroup(int jobs);
-int LeaveGroup();
-int TouchThreadLocal();
-int KeepGroup(int leaves);
-}
-
-#define CALL_IN(module, function, ...) (module).Call(#function, &function __VA_OPT__(, ) __VA_ARGS__)
 
 }  // namespace Zarvo::Test

@@ -28,8 +28,8 @@ TEST(ModuleUnderLoad, IsUnloadedEachTime) {
     const StressRun run(200);
     for (int i = 0; i < run.Rounds(); ++i) {
         const LeavingModule module;
-        ASSERT_TRUE(CALL_IN(module, StartGroup, i % 8));
-        ASSERT_TRUE(CALL_IN(module, LeaveGroup)) << "round " << i;
+        ASSERT_TRUE(module.Call("StartGroup", i % 8));
+        ASSERT_TRUE(module.Call("LeaveGroup")) << "round " << i;
         module.Free();
         ASSERT_FALSE(LeavingModule::IsLoaded()) << "round " << i;
     }

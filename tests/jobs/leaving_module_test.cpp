@@ -1,10 +1,11 @@
 // A module that has started jobs, and is unloaded.
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <optional>
+#include <exception>
+#include <string>
 
 #include "concurrency/base/windows_api.h"
+#include "concurrency/jobs/job_group.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "tests/jobs/leaving_module.h"
 #include "tests/support/child_process.h"
@@ -33,7 +34,7 @@ TEST(ModuleOfADetachedJob, StaysLoadedUntilTheJobIsGone) {
     const Event mayEnd;
     const ConcurrencyLifetime lifetime;
     const LeavingModule module;
-    ASSERT_TRUE(CALL_IN(module, StartDetached, mayEnd.Handle()));
+    ASSERT_TRUE(module.Call("StartDetached", mayEnd.Handle()));
     module.Free();
     EXPECT_TRUE(LeavingModule::IsLoaded());
     mayEnd.Set();
@@ -44,7 +45,7 @@ TEST(ModuleOfAPostedJob, StaysLoadedUntilTheJobIsGone) {
     const Event mayEnd;
     const ConcurrencyLifetime lifetime;
     const LeavingModule module;
-    ASSERT_TRUE(CALL_IN(module, StartPosted, mayEnd.Handle()));
+    ASSERT_TRUE(module.Call("StartPosted", mayEnd.Handle()));
     module.Free();
     EXPECT_TRUE(LeavingModule::IsLoaded());
     mayEnd.Set();
@@ -57,9 +58,9 @@ TEST(ModuleOfSeveralDetachedJobs, IsGoneAfterTheLastOfThem) {
     const ConcurrencyLifetime lifetime;
     const LeavingModule module;
     for (int i = 0; i < 5; ++i) {
-        ASSERT_TRUE(CALL_IN(module, StartDetached, first.Handle()));
+        ASSERT_TRUE(module.Call("StartDetached", first.Handle()));
     }
-    ASSERT_TRUE(CALL_IN(module, StartDetached, last.Handle()));
+    ASSERT_TRUE(module.Call("StartDetached", last.Handle()));
     module.Free();
     first.Set();
     EXPECT_TRUE(LeavingModule::IsLoaded());
@@ -71,11 +72,47 @@ TEST(ModuleOfAGroup, IsUnloadedAtOnceWhenTheGroupHasLeft) {
     const ConcurrencyLifetime lifetime;
     for (int i = 0; i < 20; ++i) {
         const LeavingModule module;
-        ASSERT_TRUE(CALL_IN(module, StartGroup, i % 6));
-        ASSERT_TRUE(CALL_IN(module, LeaveGroup));
+        ASSERT_TRUE(module.Call("StartGroup", i % 6));
+        ASSERT_TRUE(module.Call("LeaveGroup"));
         module.Free();
         ASSERT_FALSE(LeavingModule::IsLoaded());
     }
+}
+
+std::wstring WhatIsHeld(int what) {
+    const LeavingModule module;
+    wchar_t text[500]{};
+    EXPECT_EQ(module.Call("DescribeHeld", what, text, 500), 1);
+    module.Free();
+    return text;
+}
+
+TEST(ModuleOfAGroup, IsToldWhatIsStillHeldOfIt) {
+    const ConcurrencyLifetime lifetime;
+    EXPECT_EQ(WhatIsHeld(0), L"1 result: the result of Import > Fetch 17");
+    EXPECT_EQ(WhatIsHeld(1), L"nothing");
+    EXPECT_EQ(WhatIsHeld(2), L"1 schedule: schedule other > daily");
+    // In the job, as the group's first, in its list, and in the record for the iteration.
+    EXPECT_EQ(WhatIsHeld(3), L"4 failures: the failure of other > fails");
+    EXPECT_EQ(WhatIsHeld(4), L"1 callable, 1 job without a group: job alone");
+    EXPECT_EQ(WhatIsHeld(5), L"1 result, 1 job without a group");
+    EXPECT_EQ(WhatIsHeld(6), L"1 callable: job other > stays");
+    EXPECT_TRUE(Eventually([] { return !LeavingModule::IsLoaded(); }));
+}
+
+// The group is the program's, and what it keeps can be destroyed by the module alone.
+TEST(ModuleWhoseExceptionAGroupKeeps, IsTold) {
+    const ConcurrencyLifetime lifetime;
+    const LeavingModule module;
+    JobGroup group(L"of the program");
+    const auto job = group.Run(L"calls", [&module] { module.Call("ThrowFailure", 0); });
+    EXPECT_THROW(group.Wait(), std::exception);
+    wchar_t text[500]{};
+    ASSERT_TRUE(module.Call("DescribeHeld", 1, text, 500));
+    EXPECT_STREQ(text, L"4 failures: the failure of of the program > calls");
+    EXPECT_TRUE(group.Leave().IsNone());
+    module.Free();
+    EXPECT_FALSE(LeavingModule::IsLoaded());
 }
 
 // A limit, not a promise: the C++ runtime keeps the module for the destructor.
@@ -83,7 +120,7 @@ TEST(ModuleWithAThreadLocalObject, StaysLoadedUntilTheWorkerEnds) {
     {
         const ConcurrencyLifetime lifetime;
         const LeavingModule module;
-        ASSERT_TRUE(CALL_IN(module, TouchThreadLocal));
+        ASSERT_TRUE(module.Call("TouchThreadLocal"));
         module.Free();
         EXPECT_TRUE(LeavingModule::IsLoaded());
     }

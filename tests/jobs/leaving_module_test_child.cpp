@@ -10,7 +10,7 @@ int main(int count, char** values) {
     const std::string mode = count > 1 ? values[1] : "";
     const Orvane::ConcurrencyLifetime lifetime;
     const LeavingModule module;
-    CALL_IN(module, KeepGroup, mode == "leaves" ? 1 : 0);
+    module.Call("KeepGroup", mode == "leaves" ? 1 : 0);
     module.Free();
     std::printf("the module is unloaded");
     std::fflush(stdout);

@@ -152,6 +152,49 @@ __declspec(dllexport) int LeaveGroup() {
     return use.IsNone() ? 1 : 0;
 }
 
+// Writes what is still held when a group has left; each is held in a way of its own.
+__declspec(dllexport) int DescribeHeld(int what, wchar_t* text, int capacity) {
+    Orvane::JobGroup group(L"Import");
+    auto fetch = group.Run(L"Fetch 17", [what] { return Result{{what}}; });
+    group.Run(L"nothing to hold", [] {});
+    group.Wait();
+    Orvane::JobGroup other(L"other");
+    Orvane::Job<void> alone;
+    Orvane::Job<Result> ended;
+    Orvane::GroupJob<void> failed;
+    switch (what) {
+        case 0: break;
+        case 1: fetch = {}; break;
+        case 2: other.Schedule(L"daily", 24h, 24h, [] {}); break;
+        case 3:
+            failed = other.Run(L"fails", [] { throw Failure("kept"); });
+            try {
+                other.Wait();
+            } catch (const Failure&) {
+                // The group has it still.
+            }
+            break;
+        case 4: alone = Orvane::Run(L"alone", SleepUntilAsked); break;
+        case 5:
+            ended = Orvane::Run(L"ended", [] { return Result{{5}}; });
+            ended.Wait();
+            break;
+        case 6: other.Run(L"stays", SleepUntilAsked); break;
+        default: return 0;
+    }
+    if (what != 0) {
+        fetch = {};
+    }
+    const std::wstring use = ToText(group.Leave());
+    text[use.copy(text, static_cast<std::size_t>(capacity) - 1)] = L'\0';
+    return 1;
+}
+
+// An exception of this module, for a group of the program.
+__declspec(dllexport) int ThrowFailure(int) {
+    throw Failure("for the program");
+}
+
 __declspec(dllexport) int TouchThreadLocal() {
     Orvane::JobGroup group(L"thread-local");
     auto job = group.Run(L"touches", [] {
