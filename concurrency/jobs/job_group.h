@@ -12,7 +12,9 @@
 // The first failure in time asks all the others to leave, all at once. After a failure or a request the group is spent: jobs
 // that are added then are asked at once, and never run.
 //
-// To drop the group asks all its jobs and waits for them. Inside one of its own jobs it asks and does not wait.
+// To drop the group asks all its jobs and waits for them, as Leave() does, and destroys what it keeps of them: after that a
+// GroupJob reads its value, but no failure. Inside one of its own jobs it asks and does not wait. While the module of a static
+// group is unloaded nothing can be waited for: if a job has not ended then, the process ends.
 //
 // Threads: any, but for construction and destruction. Wait() and the iteration may be used by several threads.
 // Cancellation: the waits and the iteration are cancellation points of the calling thread's own run. The run that has made the
