@@ -56,7 +56,7 @@ class JobBody {
     JobBody(const JobBody&) = delete;
     JobBody& operator=(const JobBody&) = delete;
 
-    static const JobBodyType& Type() noexcept {
+    ORVANE_OF_THIS_MODULE static const JobBodyType& Type() noexcept {
         static constexpr JobBodyType kType{sizeof(JobBody),        alignof(JobBody), !std::is_void_v<Result>,
                                            &LedgerOfThisModule,    &Invoke,          &ResultOf,
                                            &DestroyCall,           &DestroyResult};

@@ -81,7 +81,7 @@ class GroupJob : public TypedJobHandle<T> {
 // Runs at most `bound` jobs at a time and owns them: to drop it asks all and waits until they have left.
 class ORVANE_CONCURRENCY_API JobGroup {
   public:
-    // A group without jobs. Errors: std::invalid_argument for a bound of 0, std::bad_alloc.
+    // A group without jobs. Errors: std::invalid_argument for a bound of 0, std::bad_alloc, std::system_error.
     explicit JobGroup(const wchar_t* name, std::size_t bound = DefaultBound());
 
     // Asks all jobs and waits until they have left.
