@@ -12,6 +12,7 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <ranges>
 #include <stdexcept>
 #include <stop_token>
 #include <string>
