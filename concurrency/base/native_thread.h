@@ -9,8 +9,10 @@
 
 #include <chrono>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
+#include "concurrency/base/last_words.h"
 #include "concurrency/base/win32.h"
 
 namespace Orvane::Internal {
@@ -23,13 +25,14 @@ class NativeThread {
     NativeThread(NativeThread&& other) noexcept;
     NativeThread& operator=(NativeThread&& other) noexcept;
 
-    // Starts a thread that calls `body` once and destroys it. An exception that leaves `body` ends the process.
+    // Starts a thread that calls `body` once and destroys it. An exception that leaves `body` ends the process, with `reason`
+    // as last words. They name the task in the note, if `body` takes one.
     //
     // Errors: std::system_error (resource_unavailable_try_again) if the thread cannot be started, std::bad_alloc; then
     //     `body` has not been called.
     template <typename Body>
-    static NativeThread Start(Body body) {
-        auto block = std::make_unique<Body>(std::move(body));
+    static NativeThread Start(Body body, const char* reason = "an exception has left a thread of the library") {
+        std::unique_ptr<Block<Body>> block(new Block<Body>{std::move(body), reason});
         NativeThread thread = StartRaw(&Entry<Body>, block.get());
         static_cast<void>(block.release());  // the thread's now
         return thread;
@@ -54,9 +57,24 @@ class NativeThread {
     using RawEntry = unsigned(__stdcall*)(void*);
 
     template <typename Body>
+    struct Block {
+        Body body;
+        const char* reason;
+    };
+
+    template <typename Body>
     static unsigned __stdcall Entry(void* argument) noexcept {
-        const std::unique_ptr<Body> block(static_cast<Body*>(argument));
-        (*block)();
+        const std::unique_ptr<Block<Body>> block(static_cast<Block<Body>*>(argument));
+        TaskNote note;
+        try {
+            if constexpr (std::is_invocable_v<Body&, TaskNote&>) {
+                block->body(note);
+            } else {
+                block->body();
+            }
+        } catch (...) {
+            EndProcessByException(block->reason, note.Name());
+        }
         return 0;
     }
 

@@ -6,6 +6,7 @@
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task_slot.h"
 #include "concurrency/tasks/future_state.h"
+#include "concurrency/tasks/run_words.h"
 
 namespace Orvane {
 
@@ -17,6 +18,14 @@ std::shared_ptr<FutureState> GetFutureObject() {
 
 std::weak_ptr<FutureState> ResetFutureObject(std::weak_ptr<FutureState> future) {
     return ExchangeCurrentFuture(std::move(future));
+}
+
+void RestoreFutureObject(std::weak_ptr<FutureState> future) noexcept {
+    try {
+        ExchangeCurrentFuture(std::move(future));
+    } catch (...) {
+        EndProcessInRun("the current task of a thread cannot be restored");
+    }
 }
 
 std::shared_ptr<CancellationObject> GetCancellationObject() {

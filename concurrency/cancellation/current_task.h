@@ -35,6 +35,9 @@ ORVANE_CONCURRENCY_API std::shared_ptr<FutureState> GetFutureObject();
 // without a current task. Held weakly.
 ORVANE_CONCURRENCY_API std::weak_ptr<FutureState> ResetFutureObject(std::weak_ptr<FutureState> future);
 
+// The same at the end of a run, for what was there before it. If that fails, the process ends.
+ORVANE_CONCURRENCY_API void RestoreFutureObject(std::weak_ptr<FutureState> future) noexcept;
+
 // The cancellation record of the run that this thread is in; empty if there is none.
 ORVANE_CONCURRENCY_API std::shared_ptr<CancellationObject> GetCancellationObject();
 

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "concurrency/base/last_words.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/errors/misuse.h"
 #include "zarvo_orvane_utils/exception_factory.h"
@@ -105,7 +106,7 @@ Unexpected::~Unexpected() = default;
 
 namespace Internal {
 
-bool RegisterExceptionKinds() noexcept {
+bool RegisterExceptionKinds() noexcept try {
     ExceptionFactory::Register(kNoGuid, E_ACCESSDENIED, &Throw<AccessDenied>);
     ExceptionFactory::Register(kNoGuid, kElevationRequired, &Throw<ElevationRequired>);
     ExceptionFactory::Register(nullptr, kInternalErrorCode, &Throw<InternalError>);
@@ -116,6 +117,8 @@ bool RegisterExceptionKinds() noexcept {
     ExceptionFactory::Register(kNoGuid, E_POINTER, &Throw<Pointer>);
     ExceptionFactory::Register(kNoGuid, E_UNEXPECTED, &Throw<Unexpected>);
     return true;
+} catch (...) {
+    EndProcessByException("the library cannot register its exception kinds");
 }
 
 }  // namespace Internal

@@ -22,8 +22,8 @@ struct JobBodyType {
     ModuleLedger& (*module)();  // that all of it is compiled into
     void (*invoke)(void* body);  // leaves the result in the body, or throws
     void* (*result)(void* body) noexcept;
-    void (*destroyCall)(void* body) noexcept;
-    void (*destroyResult)(void* body) noexcept;
+    void (*destroyCall)(void* body);  // throws what the destructor throws
+    void (*destroyResult)(void* body);
 };
 
 // How a result is kept: a reference as a pointer, nothing as an empty object.
@@ -80,8 +80,8 @@ class JobBody {
         }
     }
     static void* ResultOf(void* body) noexcept { return std::addressof(static_cast<JobBody*>(body)->m_result); }
-    static void DestroyCall(void* body) noexcept { std::destroy_at(&static_cast<JobBody*>(body)->m_call); }
-    static void DestroyResult(void* body) noexcept { std::destroy_at(static_cast<Kept*>(ResultOf(body))); }
+    static void DestroyCall(void* body) { std::destroy_at(&static_cast<JobBody*>(body)->m_call); }
+    static void DestroyResult(void* body) { std::destroy_at(static_cast<Kept*>(ResultOf(body))); }
 
     union {
         std::tuple<F, Arguments...> m_call;

@@ -1,5 +1,6 @@
 #include "concurrency/jobs/job_future.h"
 
+#include "concurrency/base/last_words.h"
 #include "concurrency/cancellation/cloneable_exception.h"
 
 namespace Orvane::Internal {
@@ -13,7 +14,20 @@ class KeptByTheJob : public CloneableException {
     void Rethrow() const override {}
 };
 
+// From the outermost name inwards. Not deep: see JobName::kLongestChain.
+void AddNames(const JobName* name, LastWords& words) noexcept {
+    if (name != nullptr) {
+        AddNames(name->above.get(), words);
+        words.AddTask(name->text.c_str());
+    }
+}
+
 }  // namespace
+
+void JobFuture::NameRun(LastWords& words) const noexcept {
+    AddNames(m_above->get(), words);
+    words.AddTask(m_name);
+}
 
 void JobFuture::Fail() {
     SetException(KeptByTheJob());

@@ -37,6 +37,9 @@ class JobFuture final : public FutureState {
     }
     const wchar_t* Name() const noexcept { return m_name; }
 
+    // With those of the runs that own it.
+    void NameRun(LastWords& words) const noexcept override;
+
     // The job's slot in its group; null if it has none.
     JobSlot* Slot() const noexcept { return m_slot; }
     void SetSlot(JobSlot* slot) noexcept { m_slot = slot; }

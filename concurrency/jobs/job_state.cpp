@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <stdexcept>
 
+#include "concurrency/base/last_words.h"
 #include "concurrency/base/thread_time.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
@@ -181,7 +182,11 @@ ModuleLedger* JobState::Call() noexcept {
 void JobState::DestroyCall() noexcept {
     if (m_isBuilt) {
         m_isBuilt = false;
-        m_block.Type().destroyCall(Body());
+        try {
+            m_block.Type().destroyCall(Body());
+        } catch (...) {
+            EndProcess("the destructor of a job's callable has thrown");
+        }
         Module().Subtract(ModuleLedger::Callables);
     }
 }
@@ -189,7 +194,11 @@ void JobState::DestroyCall() noexcept {
 void JobState::Discard() noexcept {
     if (m_hasResult) {
         m_hasResult = false;
-        m_block.Type().destroyResult(Body());
+        try {
+            m_block.Type().destroyResult(Body());
+        } catch (...) {
+            EndProcess("the destructor of a job's result has thrown");
+        }
         Module().Subtract(ModuleLedger::Results);
     }
 }
@@ -214,6 +223,14 @@ void JobState::NameWhatItHolds(const ModuleLedger& module, std::vector<std::wstr
     if (m_module == &module && !IsEnded()) {
         names.push_back(L"job " + Path());
     }
+}
+
+void JobState::EndProcess(const char* reason) const noexcept {
+    LastWords words(reason);
+    m_future.NameRun(words);
+    words.AddThread(::GetCurrentThreadId());
+    words.AddException();
+    words.EndProcess();
 }
 
 void JobState::End(bool hasRun) noexcept {

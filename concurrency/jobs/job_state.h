@@ -191,6 +191,7 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     void Discard() noexcept;
     void EndWithoutGroup() noexcept;
     void Unpin() noexcept;
+    [[noreturn]] void EndProcess(const char* reason) const noexcept;
 
     std::atomic<Phase> m_phase = Phase::Waiting;
 

@@ -12,6 +12,7 @@
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/wait.h"
+#include "concurrency/tasks/noted_run.h"
 #include "concurrency/threadpool/global_pool_queue.h"
 
 namespace Orvane::Internal {
@@ -44,7 +45,8 @@ class Starter {
             if (m_thread.IsJoinable()) {
                 m_thread.Join();
             }
-            m_thread = NativeThread::Start([this] { Run(); });
+            m_thread = NativeThread::Start([this](TaskNote& note) { Run(note); },
+                                           "an exception has left the thread that waits for the pool to grow");
             m_isRunning = true;
         }
         m_entries.splice(m_entries.end(), entry);
@@ -70,13 +72,17 @@ class Starter {
     }
 
   private:
-    void Run() {
+    void Run(TaskNote& note) {
         for (Entries entry; Take(entry); entry.clear()) {
-            try {
-                QueueOrFail(entry.front().task);
-            } catch (...) {
-                entry.front().failed(std::current_exception());
-            }
+            WithNote(entry.front().task, note, [&] { Start(entry.front()); });
+        }
+    }
+
+    static void Start(const Entry& entry) {
+        try {
+            QueueOrFail(entry.task);
+        } catch (...) {
+            entry.failed(std::current_exception());
         }
     }
 

@@ -63,7 +63,7 @@ class LimitThread {
         if (m_thread.IsJoinable()) {
             m_thread.Join();
         }
-        m_thread = NativeThread::Start([this] { Run(); });
+        m_thread = NativeThread::Start([this] { Run(); }, "an exception has left the thread of the time limits");
         m_isRunning = true;
     }
 

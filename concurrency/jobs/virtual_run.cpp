@@ -1,11 +1,13 @@
 #include "concurrency/jobs/virtual_run.h"
 
 #include <algorithm>
-#include <exception>
 #include <stdexcept>
 #include <utility>
 
 #include "concurrency/base/report.h"
+#include "concurrency/tasks/future_state.h"
+#include "concurrency/tasks/noted_run.h"
+#include "concurrency/tasks/run_words.h"
 
 namespace Orvane::Internal {
 
@@ -98,16 +100,17 @@ bool VirtualRun::PassToNew() {
     const auto actor = m_actors.emplace(m_actors.end());
     actor->task = std::move(m_starts.front());
     m_starts.pop_front();
-    actor->thread = NativeThread::Start([this, actor] { RunActor(actor); });
+    actor->thread = NativeThread::Start([this, actor](TaskNote& note) { RunActor(actor, note); },
+                                        "an exception has left a thread of virtual time");
     Give(actor);
     return true;
 }
 
-void VirtualRun::RunActor(Actors::iterator actor) noexcept {
+void VirtualRun::RunActor(Actors::iterator actor, TaskNote& note) {
     const ThreadTime::Scope scope(*this);
     AwaitBaton(*actor);
     m_current = actor;
-    actor->task();
+    WithNote(actor->task, note, [&] { actor->task(); });
     actor->task = Task();
     m_ended.splice(m_ended.end(), m_actors, actor);
     PassOn();
@@ -157,7 +160,7 @@ void VirtualRun::RunUntilIdle() {
     m_isHoldingTime = false;
 }
 
-void VirtualRun::RunToTheEnd() noexcept {
+void VirtualRun::RunToTheEnd() noexcept try {
     const auto isOver = [this] { return m_actors.size() == 1 && m_starts.empty(); };
     while (!isOver()) {
         try {
@@ -170,10 +173,12 @@ void VirtualRun::RunToTheEnd() noexcept {
         actor.thread.Join();
     }
     m_ended.clear();
+} catch (...) {
+    EndProcessInRun("virtual time cannot run its jobs to their ends");
 }
 
 // One that is asked already and waits for ever all the same would never end, nor would this object.
-void VirtualRun::CancelActors() noexcept {
+void VirtualRun::CancelActors() {
     bool isAnyAsked = false;
     for (Actor& actor : m_actors) {
         if (!std::exchange(actor.isAsked, true)) {
@@ -183,8 +188,23 @@ void VirtualRun::CancelActors() noexcept {
     }
     if (!isAnyAsked) {
         ReportNoThrow(8, 16, L"Concurrency.Job", L"In virtual time a job does not answer its cancellation");
-        std::terminate();
+        EndProcessOfDeafJob();
     }
+}
+
+// Of the job that has been blocked longest: the first one that has a task.
+void VirtualRun::EndProcessOfDeafJob() const noexcept {
+    LastWords words("in virtual time a job does not answer its cancellation");
+    for (const Actor& actor : m_actors) {
+        if (actor.thread.IsJoinable()) {
+            if (const auto run = std::dynamic_pointer_cast<FutureState>(Task(actor.task).GetWrapper()->GetFuture())) {
+                run->NameRun(words);
+            }
+            words.AddThread(actor.thread.GetId());
+            break;
+        }
+    }
+    words.EndProcess();
 }
 
 }  // namespace Orvane::Internal

@@ -18,6 +18,7 @@
 #include <mutex>
 
 #include "concurrency/base/condition.h"
+#include "concurrency/base/last_words.h"
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/thread_time.h"
@@ -73,8 +74,9 @@ class VirtualRun final : public ThreadTime {
     bool MoveTime();
     void Give(Actors::iterator actor);
     void AwaitBaton(Actor& actor);
-    void RunActor(Actors::iterator actor) noexcept;
-    void CancelActors() noexcept;
+    void RunActor(Actors::iterator actor, TaskNote& note);
+    void CancelActors();
+    [[noreturn]] void EndProcessOfDeafJob() const noexcept;
 
     MonotonicClock::time_point m_now{};
     Actors m_actors;  // in the order in which they were blocked; the first actor is m_first

@@ -9,6 +9,7 @@
 #include "concurrency/jobs/jobs_teardown.h"
 #include "concurrency/lifetime/initialization_state.h"
 #include "concurrency/scheduler/scheduler_teardown.h"
+#include "concurrency/tasks/run_words.h"
 #include "concurrency/threadpool/thread_pool_teardown.h"
 
 namespace Orvane {
@@ -63,7 +64,11 @@ ConcurrencyLifetime::ConcurrencyLifetime() {
 }
 
 ConcurrencyLifetime::~ConcurrencyLifetime() noexcept {
-    ConcurrencyUninitialize();
+    try {
+        ConcurrencyUninitialize();
+    } catch (...) {
+        Internal::EndProcessInRun("the end of a ConcurrencyLifetime has failed");
+    }
 }
 
 bool Internal::IsConcurrencyInitialized() {

@@ -5,12 +5,16 @@
 #include "concurrency/base/initialization_count.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/errors/misuse.h"
+#include "concurrency/tasks/noted_run.h"
+#include "concurrency/tasks/run_words.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 
 namespace Orvane::Internal {
 
 Scheduler::Scheduler()
-    : m_queue(std::make_shared<ScheduledTaskQueue>()), m_thread(NativeThread::Start([this] { Run(); })) {
+    : m_queue(std::make_shared<ScheduledTaskQueue>()),
+      m_thread(
+          NativeThread::Start([this](TaskNote& note) { Run(note); }, "an exception has left the scheduler's thread")) {
     // The thread is there first. It cannot miss what follows: no caller can insert before the constructor returns.
     try {
         m_delayReport = std::make_shared<DelayReport>();
@@ -22,7 +26,11 @@ Scheduler::Scheduler()
 }
 
 Scheduler::~Scheduler() noexcept {
-    StopAndJoin();
+    try {
+        StopAndJoin();
+    } catch (...) {
+        EndProcessInRun("the scheduler cannot be stopped");
+    }
 }
 
 void Scheduler::StopAndJoin() {
@@ -30,7 +38,7 @@ void Scheduler::StopAndJoin() {
     m_thread.Join();
 }
 
-void Scheduler::Run() {
+void Scheduler::Run(TaskNote& note) {
     for (;;) {
         ScheduledTask due;
         if (!m_queue->PopExpired(due)) {
@@ -40,15 +48,19 @@ void Scheduler::Run() {
             continue;
         }
         const TimePoint start = due.GetStartTime();
-        Dispatch(due.GetTask());
+        Dispatch(due.GetTask(), note);
         if (due.Reschedule()) {
             m_queue->PutBack(std::move(due), start);
         }
     }
 }
 
+void Scheduler::Dispatch(const Task& task, TaskNote& note) {
+    WithNote(task, note, [&] { HandOver(task); });
+}
+
 // On purpose without a test for cancellation: running a cancelled task does nothing.
-void Scheduler::Dispatch(const Task& task) {
+void Scheduler::HandOver(const Task& task) {
     if (!task.IsBusy() && !GlobalThreadPool::IsPresent(task)) {
         GlobalThreadPool::Queue(task);
         return;

@@ -9,6 +9,7 @@
 
 #include <memory>
 
+#include "concurrency/base/last_words.h"
 #include "concurrency/base/native_thread.h"
 #include "concurrency/scheduler/delay_report.h"
 #include "concurrency/scheduler/scheduled_task_queue.h"
@@ -26,8 +27,9 @@ class Scheduler {
     const std::shared_ptr<ScheduledTaskQueue>& Queue() const { return m_queue; }
 
   private:
-    void Run();
-    void Dispatch(const Task& task);
+    void Run(TaskNote& note);
+    void Dispatch(const Task& task, TaskNote& note);
+    void HandOver(const Task& task);
     void StopAndJoin();
 
     const std::shared_ptr<ScheduledTaskQueue> m_queue;

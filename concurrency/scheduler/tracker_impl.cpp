@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "concurrency/base/last_words.h"
 #include "concurrency/base/report.h"
 #include "concurrency/base/windows_api.h"
 
@@ -30,6 +31,8 @@ class ScopedReset {
                           L"Task reschedule failed in thread [0x%x (%d)] of process [0x%x (%d)]. %s", thread, thread,
                           process, process, failure.what());
             ReportNoThrow(4, 16, L"ScopedReset.dtor", L"Failed Task name = (%s)", task.GetName());
+        } catch (...) {
+            EndProcessByException("a recurrent task cannot be made ready for its next run", task.GetName());
         }
     }
 
@@ -49,10 +52,14 @@ TrackerImpl& TrackerImpl::operator=(const TrackerImpl&) = default;
 // On purpose more than the two: a run that has cancelled itself has emptied the task, and one at its end has reset it.
 // Either goes on for a moment, with what its callable refers to.
 TrackerImpl::~TrackerImpl() {
-    Cancel();
-    Wait();
-    if (m_isTaskSet) {
-        GetTask().EndRun();
+    try {
+        Cancel();
+        Wait();
+        if (m_isTaskSet) {
+            GetTask().EndRun();
+        }
+    } catch (...) {
+        EndProcessByException("the end of the last Tracker cannot end its task", GetTask().GetName());
     }
 }
 

@@ -1,11 +1,11 @@
 #include "concurrency/tasks/future_state.h"
 
 #include <chrono>
-#include <exception>
 #include <new>
 #include <utility>
 
 #include "concurrency/base/clock.h"
+#include "concurrency/base/last_words.h"
 #include "concurrency/base/report.h"
 #include "concurrency/base/wait.h"
 #include "concurrency/base/windows_api.h"
@@ -45,6 +45,14 @@ class Run : public CancellationObject {
 
 bool RunsOnThisThread(const std::shared_ptr<CancellationObject>& run) {
     return run && run->GetThreadId() == ::GetCurrentThreadId();
+}
+
+// The words name the run's thread, not the calling one: that is where to look.
+[[noreturn]] void EndProcessOfDeafRun(const FutureState& future, CancellationObject& run) {
+    LastWords words("a task has not answered its cancellation for 30 s");
+    future.NameRun(words);
+    words.AddThread(run.GetThreadId());
+    words.EndProcess();
 }
 
 }  // namespace
@@ -188,7 +196,7 @@ void FutureState::Wait() {
         const auto deadline = MonotonicClock::now() + kConfirmGrace;
         if (!WaitUntil<MonotonicClock>(m_condition, lock, deadline, [this] { return m_state != Cancelling; })) {
             ReportNoThrow(8, 16, L"FutureState", L"Thread did not respond to cancellation");
-            std::terminate();
+            EndProcessOfDeafRun(*this, *m_cancellationObject.load());
         }
         return;
     }
@@ -234,6 +242,15 @@ std::shared_ptr<RunCompanion> FutureState::InstallCompanion(std::shared_ptr<RunC
     }
     std::shared_ptr<RunCompanion> installed;
     return static_cast<Run&>(*run).companion.compare_exchange_strong(installed, fresh) ? fresh : installed;
+}
+
+void FutureState::TakeBackRunName() {
+    const RankedLock lock(m_mutex);
+    m_runName = nullptr;
+}
+
+void FutureState::NameRun(LastWords& words) const noexcept {
+    words.AddTask(m_runName);
 }
 
 void FutureState::HandleErrors() {

@@ -13,6 +13,7 @@
 
 namespace Orvane::Internal {
 
+class LastWords;
 class RunCompanion;
 struct FutureStatePeer;
 
@@ -98,6 +99,13 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     std::shared_ptr<RunCompanion> GetCompanion() const;
     std::shared_ptr<RunCompanion> InstallCompanion(std::shared_ptr<RunCompanion> fresh);
 
+    // The name of the task whose run begins here, for the last words of the process. It must stay until it is taken back.
+    void GiveRunName(const wchar_t* name) noexcept { m_runName = name; }
+    void TakeBackRunName();
+
+    // Adds the name of the run that is under way. On its own thread, or where its end cannot come.
+    virtual void NameRun(LastWords& words) const noexcept;
+
     // Throws what the run ended with: its exception, or CancelledException once cancellation was requested and the
     // run has not ended otherwise. Returns in every other state. Call it after a wait.
     void HandleErrors();
@@ -138,6 +146,9 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     std::atomic<std::shared_ptr<CancellationObject>> m_cancellationObject;
 
     bool m_attachedToTask ORVANE_GUARDED_BY(m_mutex) = false;
+
+    // Taken back under m_mutex. Read under it, or by the run itself.
+    std::atomic<const wchar_t*> m_runName = nullptr;
 };
 
 }  // namespace Orvane::Internal

@@ -52,12 +52,13 @@ bool TaskImpl::IsCancelledLocked() const {
     return future->IsCancelling() || future->IsCancelled();
 }
 
-// Returns what is to be run, null if the task is cancelled.
-std::shared_ptr<ITaskState> TaskImpl::BeginRun() {
+// Returns what is to be run, null if the task is cancelled. `future` is null if it is not the library's.
+std::shared_ptr<ITaskState> TaskImpl::BeginRun(std::shared_ptr<FutureState>& future) {
     const RankedLock lock(m_mutex);
     if (IsCancelledLocked()) {
         return nullptr;
     }
+    future = std::dynamic_pointer_cast<FutureState>(m_wrapper->GetFuture());
     m_latestRun.Begin(m_wrapper);
     return m_wrapper;
 }
@@ -65,8 +66,16 @@ std::shared_ptr<ITaskState> TaskImpl::BeginRun() {
 // Ends what BeginRun() began, also if the run throws.
 class TaskImpl::RunScope {
   public:
-    RunScope(TaskImpl& task, const std::shared_ptr<ITaskState>& run) : m_task(task), m_run(run) {}
+    RunScope(TaskImpl& task, const std::shared_ptr<ITaskState>& run, std::shared_ptr<FutureState> future)
+        : m_task(task), m_run(run), m_future(std::move(future)) {
+        if (m_future) {
+            m_future->GiveRunName(task.m_name.data());
+        }
+    }
     ~RunScope() {
+        if (m_future) {
+            m_future->TakeBackRunName();
+        }
         const RankedLock lock(m_task.m_mutex);
         m_task.m_latestRun.End(m_run);
     }
@@ -76,14 +85,16 @@ class TaskImpl::RunScope {
   private:
     TaskImpl& m_task;
     const std::shared_ptr<ITaskState>& m_run;
+    const std::shared_ptr<FutureState> m_future;
 };
 
 void TaskImpl::Run() {
-    const std::shared_ptr<ITaskState> wrapper = BeginRun();
+    std::shared_ptr<FutureState> future;
+    const std::shared_ptr<ITaskState> wrapper = BeginRun(future);
     if (!wrapper) {
         return;
     }
-    const RunScope scope(*this, wrapper);
+    const RunScope scope(*this, wrapper, std::move(future));
     ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
     (*wrapper)();
     ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());

@@ -12,6 +12,8 @@
 
 namespace Orvane::Internal {
 
+class FutureState;
+
 class TaskImpl {
   public:
     static constexpr std::size_t kNameCapacity = 30;  // characters, the terminator included
@@ -35,7 +37,7 @@ class TaskImpl {
 
     bool IsEmptied() const ORVANE_REQUIRES(m_mutex);
     bool IsCancelledLocked() const ORVANE_REQUIRES(m_mutex);
-    std::shared_ptr<ITaskState> BeginRun();
+    std::shared_ptr<ITaskState> BeginRun(std::shared_ptr<FutureState>& future);
     std::shared_ptr<ITaskState> EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited);
 
     mutable RankedMutex<std::recursive_mutex, LockRank::Task> m_mutex;  // taken before the future's mutex

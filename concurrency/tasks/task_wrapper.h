@@ -42,7 +42,7 @@ class FunctionWrapper {
 class CurrentFutureScope {
   public:
     explicit CurrentFutureScope(std::weak_ptr<FutureState> future) : m_previous(ResetFutureObject(std::move(future))) {}
-    ~CurrentFutureScope() { ResetFutureObject(std::move(m_previous)); }
+    ~CurrentFutureScope() { RestoreFutureObject(std::move(m_previous)); }
     CurrentFutureScope(const CurrentFutureScope&) = delete;
     CurrentFutureScope& operator=(const CurrentFutureScope&) = delete;
 

@@ -5,6 +5,7 @@
 
 #include "concurrency/base/module_function.h"
 #include "concurrency/base/windows_api.h"
+#include "concurrency/tasks/noted_run.h"
 
 namespace Orvane::Internal {
 
@@ -40,9 +41,9 @@ void DedicatedThreads::Launch(const Task& task, std::shared_ptr<void> owner) {
     Records record(1);
     std::map<std::uint32_t, Records::iterator> dedicated{{number, record.begin()}};
     record.front() = NativeThread::Start(
-        [this, keptOwner = std::move(owner), number, copy = task, node = promise.extract(promise.begin())]() mutable {
-            Run(number, std::move(copy), std::move(node));
-        });
+        [this, keptOwner = std::move(owner), number, copy = task,
+         node = promise.extract(promise.begin())](TaskNote& note) mutable { Run(number, copy, std::move(node), note); },
+        "an exception has left a dedicated thread");
 
     Describe(record.front(), task);
     auto node = future.extract(future.begin());
@@ -53,8 +54,8 @@ void DedicatedThreads::Launch(const Task& task, std::shared_ptr<void> owner) {
     ++m_nextDedicatedNumber;
 }
 
-void DedicatedThreads::Run(std::uint32_t number, Task task, PromiseMap::node_type promise) noexcept {
-    task();
+void DedicatedThreads::Run(std::uint32_t number, Task& task, PromiseMap::node_type promise, TaskNote& note) {
+    WithNote(task, note, [&] { task(); });
     task = Task();  // before any lock: may destroy the user's callable
     MarkFinished(number);
     promise.mapped().set_value(1);

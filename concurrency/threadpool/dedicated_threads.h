@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 
+#include "concurrency/base/last_words.h"
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/win32.h"
@@ -47,7 +48,7 @@ class DedicatedThreads {
     using Records = PoolThreads::Records;
     using PromiseMap = std::map<DWORD, std::promise<int>>;
 
-    void Run(std::uint32_t number, Task task, PromiseMap::node_type promise) noexcept;
+    void Run(std::uint32_t number, Task& task, PromiseMap::node_type promise, TaskNote& note);
     void MarkFinished(std::uint32_t number);
     void JoinEnded() ORVANE_REQUIRES(m_launchMutex);
     bool Ends(const NativeThread& thread) ORVANE_REQUIRES(m_launchMutex);

@@ -73,7 +73,9 @@ void ThreadPoolCore::StartWorkers(std::uint64_t count) {
     PoolThreads::Records started;
     for (std::uint64_t i = 0; i < count; ++i) {
         started.emplace_back();
-        started.back() = NativeThread::Start([core = shared_from_this(), batch] { core->m_workerBody(*core, *batch); });
+        started.back() = NativeThread::Start(
+            [core = shared_from_this(), batch](TaskNote& note) { core->m_workerBody(*core, *batch, note); },
+            "an exception has left a worker of the pool");
     }
     m_threads.Add(started);
     m_queue.CountWorkers(*batch, count);

@@ -13,7 +13,9 @@
 #include <cstdint>
 #include <memory>
 
+#include "concurrency/base/last_words.h"
 #include "concurrency/tasks/policies.h"
+#include "concurrency/tasks/run_words.h"
 #include "concurrency/tasks/task.h"
 #include "concurrency/threadpool/dedicated_threads.h"
 #include "concurrency/threadpool/pool_growth.h"
@@ -25,7 +27,7 @@ namespace Orvane::Internal {
 class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
   public:
     // What a worker thread does: sets the thread up and calls RunWorker().
-    using WorkerBody = void (*)(ThreadPoolCore& core, WorkerBatch& batch);
+    using WorkerBody = void (*)(ThreadPoolCore& core, WorkerBatch& batch, TaskNote& note);
 
     ThreadPoolCore(bool growable, WorkerBody workerBody, const GrowthClock& clock = GrowthClock::Real());
     ThreadPoolCore(const ThreadPoolCore&) = delete;
@@ -66,7 +68,7 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     // Lets workers leave when no caller will call Stop().
     void Abandon();
 
-    void RunWorker(WorkerBatch& batch) { m_queue.RunWorker(batch); }
+    void RunWorker(WorkerBatch& batch, TaskNote& note) { m_queue.RunWorker(batch, note); }
 
   private:
     friend struct ThreadPoolCorePeer;
@@ -100,7 +102,13 @@ class ThreadPool {
         }
     }
 
-    ~ThreadPool() noexcept { m_core->Stop(); }
+    ~ThreadPool() noexcept {
+        try {
+            m_core->Stop();
+        } catch (...) {
+            EndProcessInRun("the thread pool cannot be stopped");
+        }
+    }
 
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
@@ -108,9 +116,9 @@ class ThreadPool {
     const std::shared_ptr<ThreadPoolCore>& Core() const { return m_core; }
 
   private:
-    static void RunWorker(ThreadPoolCore& core, WorkerBatch& batch) {
+    static void RunWorker(ThreadPoolCore& core, WorkerBatch& batch, TaskNote& note) {
         const PolicyScope<ThreadPolicy> threadPolicy;
-        core.RunWorker(batch);
+        core.RunWorker(batch, note);
     }
 
     const std::shared_ptr<ThreadPoolCore> m_core;

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "concurrency/base/wait.h"
+#include "concurrency/tasks/noted_run.h"
 
 namespace Orvane::Internal {
 
@@ -107,7 +108,7 @@ bool WorkQueue::IsPresent(const Task& task) const {
     return std::any_of(m_queue.begin(), m_queue.end(), isIt) || std::any_of(m_running.begin(), m_running.end(), isIt);
 }
 
-void WorkQueue::RunWorker(WorkerBatch& batch) {
+void WorkQueue::RunWorker(WorkerBatch& batch, TaskNote& note) {
     Entries ended;
     bool wasIdle = false;
     RankedLock lock(m_mutex);
@@ -120,7 +121,7 @@ void WorkQueue::RunWorker(WorkerBatch& batch) {
         if (wakeAnother) {
             m_workAvailable.notify_one();
         }
-        task->task();
+        WithNote(task->task, note, [&] { task->task(); });
         lock.lock();
         const bool wakeCaller = EndTask(ended, task);
         lock.unlock();

@@ -17,6 +17,7 @@
 #include "concurrency/base/adaptive_mutex.h"
 #include "concurrency/base/clock.h"
 #include "concurrency/base/condition.h"
+#include "concurrency/base/last_words.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/tasks/task.h"
 
@@ -69,7 +70,8 @@ class WorkQueue {
     // Whether CancelAll() was called: nothing is taken off the queue any more.
     bool IsAllCancelled() const noexcept { return m_allCancelled; }
 
-    void RunWorker(WorkerBatch& batch);
+    // `note` gets the name of the task that an exception leaves.
+    void RunWorker(WorkerBatch& batch, TaskNote& note);
     void CountWorkers(WorkerBatch& batch, std::uint64_t started);
 
     // For clients that forcibly ended a worker: WorkersLeave() does not wait for it.

@@ -103,10 +103,10 @@ class HeldWorkers : public testing::Test {
     static inline std::atomic<std::uint64_t> s_ended = 0;
 
   private:
-    static void Begin(ThreadPoolCore& core, WorkerBatch& batch) {
+    static void Begin(ThreadPoolCore& core, WorkerBatch& batch, TaskNote& note) {
         const auto mayBegin = s_mayBegin;
         mayBegin->Wait();
-        core.RunWorker(batch);
+        core.RunWorker(batch, note);
         ++s_ended;
     }
 };

@@ -96,7 +96,7 @@ class ThreadPoolStopGrace : public testing::Test {
 
     // Without an owner, who would stop it once more.
     const std::shared_ptr<ThreadPoolCore> m_core = std::make_shared<ThreadPoolCore>(
-        false, [](ThreadPoolCore& core, WorkerBatch& batch) { core.RunWorker(batch); });
+        false, [](ThreadPoolCore& core, WorkerBatch& batch, TaskNote& note) { core.RunWorker(batch, note); });
 
   private:
     void AwaitReads(long count) const {

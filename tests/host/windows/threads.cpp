@@ -172,6 +172,31 @@ HRESULT GetThreadDescription(HANDLE handle, PWSTR* description) {
     return S_OK;
 }
 
+LONG NtQueryInformationThread(HANDLE handle, int what, LPVOID answer, ULONG size, ULONG*) {
+    struct Text {
+        USHORT length;
+        USHORT capacity;
+        wchar_t* characters;
+    };
+    constexpr int kDescription = 38;
+    const std::lock_guard lock(Host::KernelLock());
+    const bool isOwn = handle == GetCurrentThread();
+    const auto thread = isOwn ? Host::ThisThread().object : Host::ObjectOf<Host::ThreadObject>(handle);
+    if (!thread || what != kDescription) {
+        return -1;
+    }
+    const std::wstring& description = thread->description;
+    const std::size_t length = description.size() * sizeof(wchar_t);
+    if (sizeof(Text) + length > size) {
+        return -1;
+    }
+    auto* const text = static_cast<Text*>(answer);
+    auto* const characters = reinterpret_cast<wchar_t*>(text + 1);
+    std::wmemcpy(characters, description.data(), description.size());
+    *text = {static_cast<USHORT>(length), static_cast<USHORT>(length), characters};
+    return 0;
+}
+
 HLOCAL LocalFree(HLOCAL memory) {
     std::free(memory);
     return nullptr;

@@ -24,6 +24,7 @@ struct CONDITION_VARIABLE;
 using PCONDITION_VARIABLE = CONDITION_VARIABLE*;
 
 #define THREAD_TERMINATE 0x0001
+#define THREAD_QUERY_LIMITED_INFORMATION 0x0800
 
 extern "C" {
 DWORD GetCurrentThreadId();
@@ -39,6 +40,10 @@ DWORD GetThreadId(HANDLE thread);
 DWORD GetProcessId(HANDLE process);
 HRESULT SetThreadDescription(HANDLE thread, PCWSTR description);
 HRESULT GetThreadDescription(HANDLE thread, PWSTR* description);
+
+// Answers the description of a thread (38), and nothing else: its length and its size in bytes, where it is, and behind that
+// its characters.
+LONG NtQueryInformationThread(HANDLE thread, int what, LPVOID answer, ULONG size, ULONG* used);
 HLOCAL LocalFree(HLOCAL memory);
 void Sleep(DWORD milliseconds);
 BOOL SwitchToThread();

@@ -8,6 +8,7 @@
 #include "tests/host/windows/errors.h"
 #include "tests/host/windows/modules.h"
 #include "tests/host/windows/objects.h"
+#include "tests/host/windows/output.h"
 #include "tests/host/windows/pages.h"
 #include "tests/host/windows/registry.h"
 #include "tests/host/windows/text.h"
