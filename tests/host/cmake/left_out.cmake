@@ -53,6 +53,8 @@ set(left_out_tests
     SleepNotificationAdapter.SleepOfMoreThanTenDaysIsCutToTenDays
     SleepNotificationAdapter.SleepOfZeroDoesNotWait
     ThreadPoolGrowth.SleepAsksForNoMoreThanTheRestOfThePeriod
+    Of/ProcessEnd.SaysTheLineOfItsRowAndLeavesItsRecord/limits
+    Of/ProcessEnd.SaysTheLineOfItsRowAndLeavesItsRecord/lifetime
     CancellableWaitForMultipleObjects.NoMemoryForTheArrayIsBadAllocAlsoForTheLargestCount
 
     # Kills a thread that sleeps in a condition: here the condition's end waits for it.
@@ -74,6 +76,7 @@ set(left_out_tests
     # Starts what is left out above.
     ConcurrencyLifetimeProcess.UnloadingTheLibraryGivesItsSlotsBack
     ExceptionRegistration.WithoutMemoryEndsTheProcessWhileTheLibraryIsLoaded
+    Of/ProcessEnd.SaysTheLineOfItsRowAndLeavesItsRecord/registration
 )
 
 if(SANITIZER STREQUAL "address")
