@@ -19,6 +19,7 @@ namespace {
 
 using namespace Orvane;
 using namespace std::chrono_literals;
+using namespace Zarvo::Test;
 using Orvane::Testing::VirtualTime;
 
 class VirtualTimeTest : public JobTest {
