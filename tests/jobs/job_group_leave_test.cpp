@@ -196,7 +196,7 @@ TEST(LeavingGroup, IsNoCancellationPoint) {
     const ConcurrencyLifetime lifetime;
     Gate begun;
     std::atomic<bool> hasLeft = false;
-    auto job = Run(L"asked", [&] {
+    auto job = Orvane::Run(L"asked", [&] {
         JobGroup group(L"group");
         begun.Open();
         try {

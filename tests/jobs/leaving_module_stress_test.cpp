@@ -21,7 +21,7 @@ TEST(ModuleUnderLoad, IsUnloadedEachTime) {
     for (int i = 0; i < 4; ++i) {
         others.Run(L"load", [&isOver] {
             while (!isOver) {
-                Run(L"empty", [] {}).Get();
+                Orvane::Run(L"empty", [] {}).Get();
             }
         });
     }
