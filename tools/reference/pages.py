@@ -3,6 +3,7 @@
 doxygen leaves many links between pages as they are, so here they get the names of its own files. A link to a file that is
 no page goes to a copy of it under files/.
 """
+import html
 import os
 import re
 import sys
@@ -23,6 +24,11 @@ def as_html(words):
     return re.sub(r"`([^`]*)`", r"<code>\1</code>", words)
 
 
+def write_out_colons(code):
+    """Behind a bracket doxygen takes a name with colons for a link, in code too."""
+    return f"<code>{html.escape(code.group(0).strip('`'), quote=False)}</code>".replace("::", ":<b></b>:")
+
+
 def rewrite(text, page, root="."):
     folder = os.path.dirname(page)
 
@@ -37,7 +43,7 @@ def rewrite(text, page, root="."):
             return words  # which only a site of the repository can show
         return f'<a href="files/{path}">{as_html(words)}</a>'
 
-    return LINK.sub(replace, text)
+    return re.sub(r"`[^`\n]*\)::[^`\n]*`", write_out_colons, LINK.sub(replace, text))
 
 
 def files_linked_from(text, page, root="."):
