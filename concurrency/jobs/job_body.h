@@ -57,9 +57,9 @@ class JobBody {
     JobBody& operator=(const JobBody&) = delete;
 
     ORVANE_OF_THIS_MODULE static const JobBodyType& Type() noexcept {
-        static constexpr JobBodyType kType{sizeof(JobBody),        alignof(JobBody), !std::is_void_v<Result>,
-                                           &LedgerOfThisModule,    &Invoke,          &ResultOf,
-                                           &DestroyCall,           &DestroyResult};
+        static constexpr JobBodyType kType{sizeof(JobBody),     alignof(JobBody), !std::is_void_v<Result>,
+                                           &LedgerOfThisModule, &Invoke,          &ResultOf,
+                                           &DestroyCall,        &DestroyResult};
         return kType;
     }
 

@@ -107,8 +107,7 @@ class HeldError {
     HeldError() noexcept = default;
     HeldError(std::exception_ptr error, ModuleLedger& module) noexcept : m_module(&module) { Keep(std::move(error)); }
     HeldError(const HeldError& other) noexcept : m_module(other.m_module) { Keep(other.m_error); }
-    HeldError(HeldError&& other) noexcept
-        : m_error(std::exchange(other.m_error, nullptr)), m_module(other.m_module) {}
+    HeldError(HeldError&& other) noexcept : m_error(std::exchange(other.m_error, nullptr)), m_module(other.m_module) {}
     HeldError& operator=(HeldError other) noexcept {
         std::swap(m_error, other.m_error);
         std::swap(m_module, other.m_module);

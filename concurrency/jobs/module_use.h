@@ -10,16 +10,20 @@
 
 namespace Orvane {
 
+// How much there is of each kind.
+//
+// Contract: a value.
 struct ModuleUse {
     std::size_t callables = 0;  // of jobs that have not ended
-    std::size_t results = 0;    // of ended jobs whose handles exist
-    std::size_t failures = 0;   // exceptions that jobs and groups keep
-    std::size_t schedules = 0;
+    std::size_t results = 0;  // of ended jobs whose handles exist
+    std::size_t failures = 0;  // exceptions that jobs and groups keep
+    std::size_t schedules = 0;  // of groups, that go on
     std::size_t jobs = 0;  // without a group, with a handle or detached: each keeps the module loaded until it is gone
 
     // Of those that can be found.
     std::vector<std::wstring> names;
 
+    // Whether nothing is held.
     bool IsNone() const noexcept {
         return callables == 0 && results == 0 && failures == 0 && schedules == 0 && jobs == 0;
     }

@@ -1,4 +1,6 @@
 // Which module (program or DLL) some code is compiled into, for what the library holds of it.
+//
+// Not for callers.
 #pragma once
 
 #include <atomic>

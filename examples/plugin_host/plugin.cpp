@@ -49,7 +49,8 @@ void PluginStart() {
     for (int number = 0; number < 8; ++number) {
         g_work->Run(L"Halve", HalveInTheBackground, number);
     }
-    g_work->Run(L"Listen", [text = std::wstring(L"until it is asked to leave")] { Orvane::CancellableSleep(INFINITE); });
+    g_work->Run(L"Listen",
+                [text = std::wstring(L"until it is asked to leave")] { Orvane::CancellableSleep(INFINITE); });
     g_work->Run(L"Fail", [] {
         HalveInTheBackground(1);
         throw TooOdd(3);  // ends the others, and stays in the group
