@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "concurrency/base/last_words.h"
 #include "concurrency/base/loader_lock.h"
 #include "concurrency/jobs/group_core.h"
 
@@ -33,6 +34,13 @@ JobGroup::~JobGroup() {
         // On purpose neither asked nor released: its locks may be held by threads that are gone.
         new (std::nothrow) std::shared_ptr<GroupCore>(std::move(m_core));
         return;
+    }
+    if (Internal::HoldsLoaderLock() && !m_core->IsGone()) {
+        // Threads of its jobs are in code that is about to go, and none can end while this one holds the loader's lock.
+        Internal::LastWords words("a static JobGroup is destroyed before its jobs have ended, and its module is being unloaded: call Leave() before");
+        words.AddTask(m_core->Name()->text.c_str());
+        words.AddThread(::GetCurrentThreadId());
+        words.EndProcess();
     }
     AskToLeave(*m_core, {CancelCause::Dropped, m_core->Name()});
     const bool isGone = !m_core->IsOnThisThread() && m_core->WaitUntilGone() == Internal::JobWaitResult::Over;

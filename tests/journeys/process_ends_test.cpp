@@ -28,6 +28,9 @@ std::string ProgramOf(const std::string& scene) {
     if (scene == "registration") {
         return "exception_registration_test_child";
     }
+    if (scene == "static-group") {
+        return "leaving_module_test_child";
+    }
     const bool isWhitebox = scene == "growth" || scene == "wide-message" || scene.starts_with("deaf");
     return isWhitebox ? "process_ends_whitebox_test_child" : "process_ends_test_child";
 }
