@@ -104,6 +104,7 @@ const char* const kScenes[] = {
     "tracker",
     "renewal",
     "registration",
+    "static-group",
     "restoring",
     "virtual-deaf",
     "virtual-end",
