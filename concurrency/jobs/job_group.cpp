@@ -37,7 +37,9 @@ JobGroup::~JobGroup() {
     }
     if (Internal::HoldsLoaderLock() && !m_core->IsGone()) {
         // Threads of its jobs are in code that is about to go, and none can end while this one holds the loader's lock.
-        Internal::LastWords words("a static JobGroup is destroyed before its jobs have ended, and its module is being unloaded: call Leave() before");
+        Internal::LastWords words(
+            "a static JobGroup is destroyed before its jobs have ended, and its module is being unloaded: call Leave() "
+            "before");
         words.AddTask(m_core->Name()->text.c_str());
         words.AddThread(::GetCurrentThreadId());
         words.EndProcess();
