@@ -18,10 +18,12 @@
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/jobs/blocked.h"
+#include "tests/jobs/full_pool.h"
 #include "tests/jobs/group_scene.h"
 #include "tests/support/eventually.h"
 #include "tests/support/fake_ticks.h"
 #include "tests/support/gate.h"
+#include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/thread_starts.h"
 
@@ -112,6 +114,24 @@ TEST(JobGroupQueue, TakesJobsThoughEveryWorkerIsBlockedAndThePoolCannotGrow) {
     }
     EXPECT_EQ(group.Counts().waiting + group.Counts().running + group.Counts().done, 100U);
     ticks.Advance(1'000);
+    group.Wait();
+    EXPECT_EQ(ran, 100);
+}
+
+// No worker is left that could run the growth: a caller who queued would wait for it.
+TEST(JobGroupQueue, TakesJobsThoughTheGrowthThatTheyNeedCannotBegin) {
+    const ConcurrencyLifetime lifetime;
+    FullPool pool;
+    std::atomic<int> ran = 0;
+    JobGroup group(L"group", 2);
+    const BackgroundCall add([&] {
+        for (int i = 0; i < 100; ++i) {
+            group.Run(L"job", [&ran] { ++ran; });
+        }
+    });
+    EXPECT_TRUE(add.Ends());
+    EXPECT_EQ(ran, 0);
+    pool.Release();
     group.Wait();
     EXPECT_EQ(ran, 100);
 }

@@ -91,6 +91,26 @@ TEST_F(RingOfJobs, IsNoneWhereAWaitHasALimit) {
     EXPECT_GE(timeOuts, 1);
 }
 
+// The other one waits without a limit, and is there first.
+TEST_F(RingOfJobs, IsNoneWhereTheWaitThatClosesItHasALimit) {
+    Job<void> endless;
+    Job<void> limited;
+    Gate isKnown;
+    endless = RunInNewThread(L"endless", [&] {
+        isKnown.Wait();
+        limited.Wait();
+    });
+    limited = RunInNewThread(L"limited", [&] {
+        isKnown.Wait();
+        for (int i = 0; i < 20; ++i) {
+            EXPECT_FALSE(endless.WaitFor(5ms));
+        }
+    });
+    isKnown.Open();
+    limited.Get();
+    endless.Get();
+}
+
 TEST_F(RingOfJobs, IsNoneWhereAnyOtherMayEnd) {
     Job<void> first;
     Job<void> second;

@@ -20,6 +20,7 @@
 #include "tests/support/resource_probe.h"
 #include "tests/threadpool/at_end.h"
 #include "tests/threadpool/background_call.h"
+#include "tests/threadpool/thread_starts.h"
 
 namespace {
 
@@ -185,20 +186,30 @@ TEST(JobTeardown, RefusesJobsThatADestructorStarts) {
     EXPECT_TRUE(stop.Ends());
 }
 
+void CycleWithALimit() {
+    const ConcurrencyLifetime lifetime;
+    auto job = RunSleeper();
+    job.CancelAfter(1h);
+    job.Cancel();
+    job.Wait();
+}
+
 TEST(JobTeardown, LeavesNoThreadOfTheLimits) {
-    const auto cycle = [] {
-        const ConcurrencyLifetime lifetime;
-        auto job = RunSleeper();
-        job.CancelAfter(1h);
-        job.Cancel();
-        job.Wait();
-    };
-    cycle();
+    CycleWithALimit();
     const ResourceProbe probe;
     for (int i = 0; i < 5; ++i) {
-        cycle();
+        CycleWithALimit();
     }
     EXPECT_TRUE(Eventually([&] { return probe.Growth() == Resources{}; })) << probe.Growth();
+}
+
+// A thread without a limit leaves after a while by itself: here each cycle has to start its own.
+TEST(JobTeardown, EndsTheThreadOfTheLimits) {
+    const ThreadStarts starts;
+    CycleWithALimit();
+    const int ofOneCycle = starts.Count();
+    CycleWithALimit();
+    EXPECT_EQ(starts.Count(), 2 * ofOneCycle);
 }
 
 // What a run starts while the library goes away is either refused, or asked.
