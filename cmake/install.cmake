@@ -1,5 +1,4 @@
 # Installs the package ZarvoConcurrency: find_package(ZarvoConcurrency) gives Zarvo::Concurrency and its siblings.
-include(CheckCXXSymbolExists)
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -14,9 +13,6 @@ install(TARGETS ZarvoConcurrency ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLoggin
 # The compiler's own runtime, in the very version the library was built with.
 install(FILES ${ZARVO_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-# What the package asks its users' compiler.
-check_cxx_symbol_exists(GCC_GTHR_WIN32_H mutex ZARVO_WIN32_THREADS)
-check_cxx_symbol_exists(_UCRT mutex ZARVO_UCRT)
 install(EXPORT ZarvoConcurrencyTargets NAMESPACE Zarvo:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/ZarvoConcurrencyConfig.cmake.in
     ${CMAKE_CURRENT_BINARY_DIR}/ZarvoConcurrencyConfig.cmake
@@ -36,7 +32,7 @@ install(
 if(CMAKE_TOOLCHAIN_FILE)
     cmake_path(GET CMAKE_TOOLCHAIN_FILE FILENAME toolchain_name)
     configure_file(cmake/package_toolchain.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/toolchain.cmake @ONLY)
-    install(FILES ${CMAKE_TOOLCHAIN_FILE} DESTINATION ${package_dir})
+    install(FILES ${CMAKE_TOOLCHAIN_FILE} cmake/toolchain-mingw-w64-common.cmake DESTINATION ${package_dir})
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/toolchain.cmake DESTINATION .)
 endif()
 configure_file(cmake/zarvo-concurrency.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zarvo-concurrency.pc @ONLY)

@@ -5,12 +5,26 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
 set(CMAKE_SHARED_LIBRARY_PREFIX "")
 set(CMAKE_SHARED_MODULE_PREFIX "")
 
+# One compiler comes in several flavours: its thread model decides the layouts of mutexes and conditions, its C runtime
+# owns the heap.
+include(CheckCXXSymbolExists)
+check_cxx_symbol_exists(GCC_GTHR_WIN32_H mutex ZARVO_WIN32_THREADS)
+check_cxx_symbol_exists(_UCRT mutex ZARVO_UCRT)
+
 # The C++ runtime stays shared between all modules: one heap, one set of standard globals, exceptions that cross.
 set(ZARVO_RUNTIME_DLLS "")
-if(MINGW AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    foreach(name IN ITEMS libstdc++-6.dll libgcc_s_seh-1.dll)
+if(MINGW)
+    set(names libstdc++-6.dll libgcc_s_seh-1.dll)
+    if(NOT ZARVO_WIN32_THREADS)
+        list(APPEND names libwinpthread-1.dll)
+    endif()
+    set(target_option "")
+    if(CMAKE_CXX_COMPILER_TARGET) # clang's
+        set(target_option --target=${CMAKE_CXX_COMPILER_TARGET})
+    endif()
+    foreach(name IN LISTS names)
         execute_process(
-            COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${name}
+            COMMAND ${CMAKE_CXX_COMPILER} ${target_option} -print-file-name=${name}
             OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY
         )
         # A compiler that does not ship the file answers with the bare name: then it must be on the user's PATH.

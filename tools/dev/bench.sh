@@ -5,6 +5,7 @@ bench() {
     ensure_toolchain
     ensure_charts_root # before minutes are spent on measuring
     inside bench "$@" || exit
-    step "put the goals beside the figures" in_toolchain "$charts_root" python3 -B tools/bench/report.py build/bench
-    finish "bench: figures in build/bench/results/*.json, goals in build/bench/goals.md"
+    local folder=$(flavour_folder)/bench
+    step "put the goals beside the figures" in_toolchain "$charts_root" python3 -B tools/bench/report.py "$folder"
+    finish "bench: figures in $folder/results/*.json, goals in $folder/goals.md"
 }

@@ -5,12 +5,21 @@ set -euo pipefail
 . tools/dev/wine.sh
 . tools/dev/ctest.sh
 
+# The flavour's: its build folders, its toolchain file, how its verbs are named in messages.
+builds=build
+toolchain=cmake/toolchain-mingw-w64-$DEV_FLAVOUR.cmake
+for_flavour=''
+if [ "$DEV_FLAVOUR" != win32 ]; then
+    builds=build/$DEV_FLAVOUR
+    for_flavour=" for $DEV_FLAVOUR"
+fi
+
 # configure debug|release [OPTIONS]
 configure() {
     local kind=$1
     shift
-    configure_step "configure $kind" "build/$kind" \
-        cmake --preset "cross-$kind" -DZARVO_WARNINGS_AS_ERRORS=ON "$@"
+    configure_step "configure $kind$for_flavour" "$builds/$kind" \
+        cmake --preset "cross-$kind" -B "$builds/$kind" --toolchain "$toolchain" -DZARVO_WARNINGS_AS_ERRORS=ON "$@"
 }
 
 # With targets for the benchmarks, which are built only with "benchmarks".
@@ -21,14 +30,14 @@ compile() {
     local kind=$1 how=()
     shift
     [ -t 1 ] || how=(--quiet)
-    step "build $kind" ninja -C "build/$kind" "${how[@]}" "$@"
+    step "build $kind$for_flavour" ninja -C "$builds/$kind" "${how[@]}" "$@"
 }
 
 build() {
     configure_debug
     [ $# != 0 ] || set -- all benchmarks
     compile debug "$@"
-    finish "build: build/debug is up to date"
+    finish "build: $builds/debug is up to date"
 }
 
 # test_room [ROOM|LABEL] [CTEST OPTIONS]: of a room only what its tests need is built; any other label may be anywhere.
@@ -39,18 +48,18 @@ test_room() {
         shift
     fi
     configure_debug
-    if [ -n "$room" ] && [ "$room" != stress ] && ninja -C build/debug -t query "room_$room" >/dev/null 2>&1; then
+    if [ -n "$room" ] && [ "$room" != stress ] && ninja -C "$builds/debug" -t query "room_$room" >/dev/null 2>&1; then
         # Quick, unless something else is asked for.
         [ $# != 0 ] || set -- --label-exclude '^(slow|stress)$'
         compile debug "room_$room"
         start_wine
-        run_tests "build/debug/tests/$room" "$@"
+        run_tests "$builds/debug/tests/$room" "$@"
     else
         # The benchmarks too: they are run seldom, and must not have stopped working when they are.
         compile debug all benchmarks
         start_wine
         [ -z "$room" ] || require_label "$room"
-        run_tests build/debug ${room:+--label-regex "^$room\$"} "$@"
+        run_tests "$builds/debug" ${room:+--label-regex "^$room\$"} "$@"
     fi
 }
 
@@ -59,12 +68,12 @@ test_most() {
     configure_debug
     compile debug
     start_wine
-    run_tests build/debug --label-exclude '^(package|bench)$'
+    run_tests "$builds/debug" --label-exclude '^(package|bench)$'
 }
 
 require_label() {
     local labels
-    labels=$(ctest --test-dir build/debug --print-labels | sed -n 's/^  //p') || fail "list the tests" $?
+    labels=$(ctest --test-dir "$builds/debug" --print-labels | sed -n 's/^  //p') || fail "list the tests" $?
     grep --quiet --line-regexp --fixed-strings "$1" <<<"$labels" ||
         fail "find the tests of '$1'; there are: $(echo $labels)" 2
 }
@@ -77,13 +86,13 @@ stress() {
     start_wine
     say "stress seed $seed"
     export ZARVO_STRESS_SEED=$seed ZARVO_STRESS_FACTOR=${ZARVO_STRESS_FACTOR:-50}
-    run_tests build/debug --label-regex '^stress$'
+    run_tests "$builds/debug" --label-regex '^stress$'
     finish "stress: passed with seed $seed"
 }
 
 # bench [all] [FILTER]: the usual tables or the long ones too, those that match. Keeps the results of this run only.
 bench() {
-    local options=() filter name program matched=0 results=build/bench/results
+    local options=() filter name program matched=0 results=$builds/bench/results
     if [ "${1:-}" = all ]; then
         options=(--all)
         shift
@@ -94,8 +103,8 @@ bench() {
     compile release benchmarks
     rm -rf "$results"
     mkdir -p "$results"
-    for name in $(cat build/release/bench/questions.txt); do
-        program=(wine "build/release/bin/${name}_bench.exe" --benchmark_filter="$filter" "${options[@]}")
+    for name in $(cat $builds/release/bench/questions.txt); do
+        program=(wine "$builds/release/bin/${name}_bench.exe" --benchmark_filter="$filter" "${options[@]}")
         if "${program[@]}" --benchmark_list_tests 2>/dev/null | grep --quiet .; then
             step "run ${name}_bench" "${program[@]}" --benchmark_out="$results/$name.json"
             matched=$((matched + 1))
@@ -110,7 +119,7 @@ abi() {
     configure_debug
     compile debug
     for dll in ZarvoConcurrency ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLogging; do
-        step "list the exports of $dll" cmake -D DLL=build/debug/bin/$dll.dll -D LIST=abi/$dll.txt -D UPDATE=ON \
+        step "list the exports of $dll" cmake -D DLL=$builds/debug/bin/$dll.dll -D LIST=abi/$dll.txt -D UPDATE=ON \
             -D OBJDUMP=x86_64-w64-mingw32-objdump -P tools/check_exports.cmake
     done
     finish "abi: the lists in abi/ are written, review them with git diff"
@@ -121,12 +130,12 @@ package() {
     start_wine
     configure release
     compile release
-    version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/release/CMakeCache.txt)
-    name=ZarvoConcurrency-$version-mingw-w64
-    rm -rf build/package
-    step "install, then build and run a consumer" cmake -D BUILD="$PWD/build/release" \
+    version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$builds/release/CMakeCache.txt")
+    name=ZarvoConcurrency-$version-mingw-w64-$DEV_FLAVOUR
+    rm -rf "build/package/$name" "build/package/$name.zip"
+    step "install, then build and run a consumer" cmake -D BUILD="$PWD/$builds/release" \
         -D INSTALL="$PWD/build/package/$name" -D INSTALL_OPTIONS=--strip -D RUN_WITH=wine \
-        -D CONSUMER_OPTIONS="-GNinja;--toolchain;$PWD/cmake/toolchain-mingw-w64.cmake;-DCMAKE_BUILD_TYPE=Release" \
+        -D CONSUMER_OPTIONS="-GNinja;--toolchain;$PWD/$toolchain;-DCMAKE_BUILD_TYPE=Release" \
         -P tests/package_consumer/check.cmake
     step "build and run what a newcomer would" cmake -D PACKAGE="$PWD/build/package/$name" -D WORK="$PWD/build/newcomer" \
         -D RUN_WITH=wine -P tests/package_consumer/newcomer.cmake
@@ -147,7 +156,7 @@ run_example() {
     local name=$1
     shift
     start_wine
-    wine "build/release/bin/$name.exe" "$@"
+    wine "$builds/release/bin/$name.exe" "$@"
 }
 
 # On purpose with a prefix of its own: a shell may stay open while another terminal runs the tests. A second one waits.

@@ -8,9 +8,12 @@ release() {
     ! grep --quiet "^## $version (not released yet)" CHANGELOG.md || say "CHANGELOG.md says that $version is not released yet"
     claim build
     claim docs
-    ensure_toolchain
     ensure_docs_root
-    inside package || exit
+    rm -rf build/package
+    for flavour in ucrt64 "${flavours[0]}"; do
+        ensure_toolchain
+        inside package || exit
+    done
     in_toolchain "$docs_root" bash tools/dev/docs.sh || exit
     rm -rf "$files"
     mkdir -p "$files"

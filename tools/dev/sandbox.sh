@@ -16,6 +16,9 @@ TEXT
     fail "enter a sandbox" 3
 }
 
+# Where a flavour's build folders and Wine prefix are.
+flavour_folder() { if [ "$flavour" = "${flavours[0]}" ]; then echo build; else echo "build/$flavour"; fi; }
+
 # in_toolchain ROOT COMMAND...
 in_toolchain() {
     local root=$1 name passed_on=()
@@ -31,8 +34,8 @@ in_toolchain() {
         --bind "$project" "$project" "${sandbox_options[@]}" "${passed_on[@]}" \
         --unshare-pid --unshare-net --unshare-ipc --die-with-parent --chdir "$project" \
         --setenv PATH /usr/bin:/usr/sbin --setenv HOME /tmp --setenv LC_ALL C.UTF-8 --setenv TERM "${TERM:-dumb}" \
-        --setenv XDG_RUNTIME_DIR /tmp --setenv DEV_ROOT "${root##*/}" \
-        --setenv WINEPREFIX "$project/build/wine" --setenv WINEDEBUG -all \
+        --setenv XDG_RUNTIME_DIR /tmp --setenv DEV_ROOT "${root##*/}" --setenv DEV_FLAVOUR "$flavour" \
+        --setenv WINEPREFIX "$project/$(flavour_folder)/wine" --setenv WINEDEBUG -all \
         --setenv WINEDLLOVERRIDES 'mscoree,mshtml=;winemenubuilder.exe=d' \
         --setenv CMAKE_CXX_COMPILER_LAUNCHER ccache --setenv CCACHE_DIR /ccache --setenv CCACHE_MAXSIZE 2G \
         --setenv CCACHE_BASEDIR "$project" --setenv CCACHE_NOHASHDIR 1 --setenv CCACHE_SLOPPINESS pch_defines,time_macros \

@@ -8,6 +8,7 @@ test_all() {
         return
     fi
     [ $# = 0 ] || { inside_only test "$@"; return; }
+    [ "$flavour" = "${flavours[0]}" ] || { inside_only test_most; return; } # natively they are all the same
     ensure_sanitize_root # before minutes are spent on building
     inside_only test_most
     local passed=$(grep --count 'status="run"' build/debug/test-report.xml)
@@ -21,6 +22,7 @@ test_all() {
 stress_all() {
     local seed=${1:-${ZARVO_STRESS_SEED:-$RANDOM$RANDOM}}
     [[ $seed =~ ^[0-9]+$ ]] || fail "use '$seed' as a seed: it is a number" 2
+    [ "$flavour" = "${flavours[0]}" ] || { inside_only stress "$seed"; return; }
     ensure_sanitize_root
     inside_only stress "$seed"
     release build

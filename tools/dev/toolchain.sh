@@ -7,6 +7,7 @@ cache=$(realpath --canonicalize-missing "${DEV_CACHE:-${XDG_CACHE_HOME:-$HOME/.c
 packages_common=base-files,bash,coreutils,dash,sed,grep,findutils,gawk,diffutils,libc-bin
 packages_build=g++-mingw-w64-x86-64-win32,mingw-w64-tools,cmake,ninja-build,ccache,googletest
 packages_run=wine
+packages_flavours=g++-mingw-w64-ucrt64,g++-mingw-w64-x86-64-posix,clang-19,lld-19
 sources_build=benchmark # only as sources: it is built for Windows, like googletest
 packages_lint=clang-format-19,clang-tidy-19,python3-minimal
 packages_coverage=gcovr
@@ -14,9 +15,17 @@ packages_docs=doxygen,python3
 packages_charts=python3-matplotlib
 packages_sanitize=clang-19,libclang-rt-19-dev,llvm-19,libstdc++-14-dev,cmake,ninja-build,ccache,googletest
 
-# Sets toolchain_root: cross compiler, CMake and Wine.
+# The flavours of the library, named for their compilers: what --toolchain takes. The first is everybody's.
+flavours=(win32 ucrt64 posix clang)
+flavour=${flavours[0]}
+
+# Sets toolchain_root: the flavour's cross compiler, CMake and Wine. All flavours but the first share a root.
 ensure_toolchain() {
-    ensure_root toolchain "$packages_common,$packages_build,$packages_run" "$sources_build"
+    if [ "$flavour" = "${flavours[0]}" ]; then
+        ensure_root toolchain "$packages_common,$packages_build,$packages_run" "$sources_build"
+    else
+        ensure_root flavours "$packages_common,$packages_build,$packages_run,$packages_flavours" "$sources_build"
+    fi
     toolchain_root=$made_root
 }
 
@@ -50,6 +59,22 @@ ensure_charts_root() {
     charts_root=$made_root
 }
 
+# take_flavour ARGUMENTS: sets flavour from --toolchain NAME, and arguments to what else there is.
+take_flavour() {
+    arguments=()
+    while [ $# != 0 ]; do
+        case $1 in
+            --toolchain)
+                [[ " ${flavours[*]} " == *" ${2:-} "* ]] || fail "know the toolchain '${2:-}'; there are: ${flavours[*]}" 2
+                flavour=$2
+                shift
+                ;;
+            *) arguments+=("$1") ;;
+        esac
+        shift
+    done
+}
+
 # The root's name holds a hash of all that decides its contents, so that a change makes a new one.
 root_key() { echo "$suite $recipe $*" | sha256sum | cut -c1-12; }
 
@@ -74,7 +99,7 @@ make_root() {
     bash "$project/tools/dev/finish_root.sh" "$new" || fail "finish the $1 root" $?
     mv "$new" "$made_root"
     case $1 in
-        toolchain | coverage) prepare_wine "$made_root" || fail "prepare Wine" $? ;;
+        toolchain | flavours | coverage) prepare_wine "$made_root" || fail "prepare Wine" $? ;;
     esac
     rm -f "$new.log"
     touch "$made_root/.complete"
