@@ -1,16 +1,15 @@
 // A recursive mutex whose lock() looks a few times before it sleeps: for what is wanted by many and hardly ever held longer
 // than it takes to move a list node. Putting a thread to sleep and waking it costs some twenty times as much.
 //
-// Threads, Recursion, Errors: as the standard's.
+// Threads, Recursion, Errors: as RecursiveMutex's.
 #pragma once
 
-#include <mutex>
-
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/pause.h"
 
 namespace Orvane::Internal {
 
-class AdaptiveMutex : public std::recursive_mutex {
+class AdaptiveMutex : public RecursiveMutex {
   public:
     void lock() {
         for (int i = 0; i < kLooks; ++i) {
@@ -19,7 +18,7 @@ class AdaptiveMutex : public std::recursive_mutex {
             }
             Pause();
         }
-        std::recursive_mutex::lock();
+        RecursiveMutex::lock();
     }
 
   private:

@@ -2,26 +2,29 @@
 //
 // Not for callers.
 //
-// Where the toolchain's mutexes are the platform's critical sections, it is the platform's condition on the very mutex.
-// It needs no mutex of its own and no memory, and timed waits have the resolution of the interface's ticks. Elsewhere
-// it is the standard's.
+// It is the platform's condition. On a critical section, such as the library's own mutex, it sleeps on the very mutex.
+// On a mutex of the standard library that is none, it has an inner lock, which a waiter holds until it sleeps. It needs
+// no memory, and timed waits have the resolution of the interface's ticks.
 //
 // A thread that notifies has changed what is waited for under the mutex, and may have released it since. If no thread
 // waits, notifying costs one look at a number.
 //
-// Threads: any. Errors: none.
+// Threads: any. Errors: the mutex's, where it is locked again.
 // Recursion: a wait gives the mutex back once: never wait while holding it twice.
 #pragma once
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <concepts>
 #include <cstdint>
-#include <mutex>
 
-#include "concurrency/base/export.h"
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/time.h"
+
+#ifndef _WIN32
+#include <condition_variable>
+#endif
 
 namespace Orvane::Internal {
 
@@ -81,18 +84,39 @@ class Condition {
 
     std::atomic<std::uint32_t> m_waiters = 0;  // written under the mutex
 
-#ifdef GCC_GTHR_WIN32_H
+#ifdef _WIN32
     // Null `timeout`: without limit.
     template <typename Mutex>
     void Sleep(RankedLock<Mutex>& lock, const Duration* timeout) {
+#ifdef GCC_GTHR_WIN32_H  // the standard's mutexes are critical sections, too
         SleepOn(lock.Native().mutex()->native_handle(), timeout);
+#else
+        if constexpr (std::derived_from<Mutex, RecursiveMutex>) {
+            SleepOn(lock.Native().mutex()->native_handle(), timeout);
+        } else {
+            // The waiter holds the inner lock from here until it sleeps. A thread that notifies passes through it first,
+            // so it cannot come between the two.
+            LockInner();
+            lock.unlock();
+            SleepOnInner(timeout);
+            lock.lock();
+        }
+#endif
     }
-    ORVANE_CONCURRENCY_API void SleepOn(void* criticalSection, const Duration* timeout) noexcept;
-    ORVANE_CONCURRENCY_API void WakeOne() noexcept;
-    ORVANE_CONCURRENCY_API void WakeAll() noexcept;
+    void SleepOn(void* criticalSection, const Duration* timeout) noexcept;
+    void WakeOne() noexcept;
+    void WakeAll() noexcept;
 
     void* m_native = nullptr;  // a CONDITION_VARIABLE, which is one pointer
-#else
+
+#ifndef GCC_GTHR_WIN32_H
+    void LockInner() noexcept;
+    void SleepOnInner(const Duration* timeout) noexcept;  // unlocks it
+    void PassInner() noexcept;
+
+    void* m_inner = nullptr;  // an SRWLOCK, which is one pointer, too
+#endif
+#else  // the tests' native build
     template <typename Mutex>
     void Sleep(RankedLock<Mutex>& lock, const Duration* timeout) {
         if (timeout == nullptr) {

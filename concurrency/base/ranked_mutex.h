@@ -5,11 +5,13 @@
 //
 // Threads: a RankedLock belongs to the thread that constructs it.
 // Recursion: as the mutex's.
-// Errors: std::system_error if the mutex fails.
+// Errors: std::system_error if the mutex fails; of a standard recursive mutex also std::bad_alloc from the constructor.
 #pragma once
 
 #include <mutex>
+#include <new>
 #include <source_location>
+#include <type_traits>
 
 #include "concurrency/base/lock_order.h"
 #include "concurrency/base/thread_safety.h"
@@ -21,6 +23,30 @@ class ORVANE_CAPABILITY RankedMutex : public Mutex {
   public:
     using Base = Mutex;
     static constexpr LockRank kRank = rank;
+
+#if defined(_WIN32) && defined(__GTHREAD_RECURSIVE_MUTEX_INIT)
+    // On purpose: where GCC's library initializes its recursive mutex statically, it has no destructor. In the posix thread
+    // model it takes memory at the first lock, an event when two threads want it, and would give neither back. Taken here
+    // instead, so that no lock fails for want of memory.
+    RankedMutex() {
+        if constexpr (kIsStandardRecursive) {
+            if (__gthread_recursive_mutex_lock(this->native_handle()) != 0) {
+                throw std::bad_alloc();
+            }
+            __gthread_recursive_mutex_unlock(this->native_handle());
+        }
+    }
+    ~RankedMutex() {
+        if constexpr (kIsStandardRecursive) {
+            __gthread_recursive_mutex_destroy(this->native_handle());
+        }
+    }
+    RankedMutex(const RankedMutex&) = delete;
+    RankedMutex& operator=(const RankedMutex&) = delete;
+
+  private:
+    static constexpr bool kIsStandardRecursive = std::is_same_v<Mutex, std::recursive_mutex>;
+#endif
 };
 
 template <typename Mutex>
@@ -35,7 +61,7 @@ class ORVANE_SCOPED_CAPABILITY RankedLock {
     RankedLock(const RankedLock&) = delete;
     RankedLock& operator=(const RankedLock&) = delete;
 
-    // As the standard's locks have them, for its conditions.
+    // As the standard's locks have them, for conditions.
     void lock() ORVANE_ACQUIRE() {
         m_order.Taking();
         m_lock.lock();
@@ -45,7 +71,7 @@ class ORVANE_SCOPED_CAPABILITY RankedLock {
         m_order.GivenBack();
     }
 
-    // For std::condition_variable, which knows one kind of lock only.
+    // For conditions, which know the mutex behind it.
     std::unique_lock<typename Mutex::Base>& Native() { return m_lock; }
 
   private:

@@ -25,9 +25,9 @@
 #include <exception>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/jobs/cancellable.h"
 #include "concurrency/jobs/group_results.h"
@@ -131,7 +131,7 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     class AwaitedGone;
     class AwaitedRecord;
 
-    using Mutex = RankedMutex<std::mutex, LockRank::JobGroup>;
+    using Mutex = RankedMutex<RecursiveMutex, LockRank::JobGroup>;
     using Entries = IntrusiveList<GroupEntry, GroupTag>;
 
     // Of a runner.

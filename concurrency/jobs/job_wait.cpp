@@ -5,6 +5,7 @@
 #include <string>
 #include <system_error>
 
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/base/report.h"
 #include "concurrency/base/thread_time.h"
@@ -36,7 +37,7 @@ struct BlockedThread : ListHook<BlockedTag> {
 };
 
 struct BlockedThreads {
-    RankedMutex<std::mutex, LockRank::JobWaits> mutex;
+    RankedMutex<RecursiveMutex, LockRank::JobWaits> mutex;
     IntrusiveList<BlockedThread, BlockedTag> threads ORVANE_GUARDED_BY(mutex);
 };
 

@@ -19,6 +19,7 @@
 
 #include "concurrency/base/clock.h"
 #include "concurrency/base/condition.h"
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
@@ -45,7 +46,7 @@ class JobWaiter : public AbstractCancelNotifier {
     void Sleep(std::uint32_t seen, MonotonicClock::time_point deadline);
 
   private:
-    RankedMutex<std::recursive_mutex, LockRank::Waiter> m_mutex;
+    RankedMutex<RecursiveMutex, LockRank::Waiter> m_mutex;
     Condition m_condition;
     std::uint32_t m_signals ORVANE_GUARDED_BY(m_mutex) = 0;
     bool m_isRequested ORVANE_GUARDED_BY(m_mutex) = false;

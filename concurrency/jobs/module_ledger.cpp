@@ -18,7 +18,7 @@ namespace Orvane::Internal {
 namespace {
 
 struct Ledgers {
-    RankedMutex<std::mutex, LockRank::Leaf> mutex;
+    RankedMutex<RecursiveMutex, LockRank::Leaf> mutex;
     std::list<ModuleLedger> all ORVANE_GUARDED_BY(mutex);
 };
 

@@ -14,10 +14,10 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "concurrency/base/condition.h"
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/jobs/intrusive_list.h"
@@ -81,7 +81,7 @@ class ModuleLedger {
     void AwaitDepartures();
 
   private:
-    using Mutex = RankedMutex<std::mutex, LockRank::Leaf>;
+    using Mutex = RankedMutex<RecursiveMutex, LockRank::Leaf>;
 
     bool PinOnceMore() noexcept;
     bool HasDepartureUpTo(std::uint64_t number) noexcept;

@@ -3,11 +3,11 @@
 #include <atomic>
 #include <chrono>
 #include <list>
-#include <mutex>
 #include <utility>
 
 #include "concurrency/base/clock.h"
 #include "concurrency/base/condition.h"
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/base/ranked_mutex.h"
@@ -100,7 +100,7 @@ class Starter {
         return true;
     }
 
-    RankedMutex<std::mutex, LockRank::Leaf> m_mutex;
+    RankedMutex<RecursiveMutex, LockRank::Leaf> m_mutex;
     Entries m_entries ORVANE_GUARDED_BY(m_mutex);
     NativeThread m_thread ORVANE_GUARDED_BY(m_mutex);
     Condition m_wake;  // with m_mutex: there is a task, or closed

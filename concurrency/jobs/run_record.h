@@ -8,10 +8,10 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stop_token>
 
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/cancellation/run_companion.h"
 #include "concurrency/jobs/cancellable.h"
@@ -45,7 +45,7 @@ class RunRecord : public RunCompanion {
     const std::shared_ptr<const JobName>& Name() const noexcept { return m_name; }
 
   private:
-    using Mutex = RankedMutex<std::mutex, LockRank::Job>;
+    using Mutex = RankedMutex<RecursiveMutex, LockRank::Job>;
 
     std::shared_ptr<Cancellable> NextToAsk(IntrusiveList<Cancellable, OwnedTag>& waiting);
 

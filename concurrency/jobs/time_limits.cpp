@@ -2,9 +2,9 @@
 
 #include <atomic>
 #include <map>
-#include <mutex>
 
 #include "concurrency/base/condition.h"
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/base/ranked_mutex.h"
@@ -56,7 +56,7 @@ class LimitThread {
     }
 
   private:
-    using Mutex = RankedMutex<std::mutex, LockRank::Leaf>;
+    using Mutex = RankedMutex<RecursiveMutex, LockRank::Leaf>;
 
     void StartThread() ORVANE_REQUIRES(m_mutex) {
         // The one before has said that it leaves, under the mutex: it takes no lock any more.

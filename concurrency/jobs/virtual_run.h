@@ -15,10 +15,10 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 
 #include "concurrency/base/condition.h"
 #include "concurrency/base/last_words.h"
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/thread_time.h"
@@ -92,7 +92,7 @@ class VirtualRun final : public ThreadTime {
     std::uint64_t m_lastTimer = 0;
     bool m_isHoldingTime = false;  // RunUntilIdle()
 
-    RankedMutex<std::mutex, LockRank::Leaf> m_mutex;  // the hand-over
+    RankedMutex<RecursiveMutex, LockRank::Leaf> m_mutex;  // the hand-over
     Condition m_handedOver;
     ThreadTime::Scope m_scope{*this};
 };

@@ -5,8 +5,8 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/scheduler/scheduler_configuration.h"
 #include "concurrency/tasks/task.h"
@@ -27,7 +27,7 @@ class DelayReport : public std::enable_shared_from_this<DelayReport> {
   private:
     void Report(const wchar_t* overrunningTask);
 
-    RankedMutex<std::recursive_mutex, LockRank::Leaf> m_lock;
+    RankedMutex<RecursiveMutex, LockRank::Leaf> m_lock;
     SchedulerConfiguration m_configuration ORVANE_GUARDED_BY(m_lock);
 };
 

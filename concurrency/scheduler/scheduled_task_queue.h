@@ -5,10 +5,10 @@
 // Lifetime: shared with callers inside Push(); entries left at the end are reported, neither cancelled nor run.
 #pragma once
 
-#include <mutex>
 #include <vector>
 
 #include "concurrency/base/condition.h"
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/scheduler/scheduled_task.h"
 
@@ -43,7 +43,7 @@ class ScheduledTaskQueue {
     bool IsStopped();
 
     // Never held while something is signalled, queued on the pool or destroyed.
-    RankedMutex<std::mutex, LockRank::ScheduleQueue> m_lock;
+    RankedMutex<RecursiveMutex, LockRank::ScheduleQueue> m_lock;
     Condition m_wake;  // with m_lock: there is a new earliest entry, or stopped
     std::vector<ScheduledTask> m_heap ORVANE_GUARDED_BY(m_lock);  // heap order by operator>
     bool m_stop ORVANE_GUARDED_BY(m_lock) = false;

@@ -36,7 +36,7 @@ bool checked_mutex::TimedMutex::TryTake() {
 void checked_mutex::TimedMutex::Take() {
     Internal::RankedLock lock(mutex);
     ++waiters;
-    condition.wait(lock.Native(), [this] { return TryTake(); });
+    condition.wait(lock, [this] { return TryTake(); });
     --waiters;
 }
 
@@ -44,7 +44,7 @@ template <typename Clock>
 bool checked_mutex::TimedMutex::TakeUntil(const typename Clock::time_point& deadline) {
     Internal::RankedLock lock(mutex);
     ++waiters;
-    const bool taken = Internal::WaitUntil<Clock>(condition, lock.Native(), deadline, [this] { return TryTake(); });
+    const bool taken = Internal::WaitUntil<Clock>(condition, lock, deadline, [this] { return TryTake(); });
     --waiters;
     return taken;
 }

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 
+#include "concurrency/base/condition.h"
 #include "concurrency/base/export.h"
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/time.h"
 
@@ -19,7 +19,7 @@ struct CheckedMutexPeer;
 // Memory: everything before unlock() is visible to the next holder.
 // Recursion: none: a second lock() by the holder is reported after 3 s and then waits for ever.
 // Cancellation: no cancellation points.
-// Errors: std::system_error if a lock fails. On purpose nothing else: a long wait and misuse are reported, not thrown.
+// Errors: none. On purpose: a long wait and misuse are reported, not thrown.
 //     unlock() does not check that the caller holds the mutex.
 // Lifetime: must outlive every waiter and every unlock(), which touches it when the next holder is in already.
 class ORVANE_CONCURRENCY_API checked_mutex {
@@ -56,8 +56,8 @@ class ORVANE_CONCURRENCY_API checked_mutex {
         bool TakeUntil(const typename Clock::time_point& deadline);
         void GiveBack();
 
-        Internal::RankedMutex<std::mutex, Internal::LockRank::Leaf> mutex;
-        std::condition_variable condition;  // notified when the word becomes free and a thread waits
+        Internal::RankedMutex<Internal::RecursiveMutex, Internal::LockRank::Leaf> mutex;
+        Internal::Condition condition;  // notified when the word becomes free and a thread waits
         std::atomic<std::uint32_t> held = 0;  // 0 or all ones
         std::atomic<std::uint32_t> waiters = 0;  // written under mutex
     };

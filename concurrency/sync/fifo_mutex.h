@@ -18,9 +18,9 @@ struct FifoMutexPeer;
 // Cancellation: lock() and the timed locks are cancellation points while they must wait: they throw
 //     CancelRequestedException when the caller's task is cancelled. The caller leaves the wait queue, the others keep their
 //     places. A free or own mutex is taken without asking.
-// Errors: std::bad_alloc from the constructor; std::system_error if its lock fails; std::length_error or std::bad_alloc
-//     if the wait queue cannot grow. On purpose: if memory runs out while a thread waits, its place stays in the queue, and
-//     the threads behind it are not served until it calls unlock().
+// Errors: std::bad_alloc from the constructor; std::length_error or std::bad_alloc if the wait queue cannot grow. On
+//     purpose: if memory runs out while a thread waits, its place stays in the queue, and the threads behind it are not
+//     served until it calls unlock().
 // Lifetime: must outlive every owner and every waiter; this is not checked. The next owner may destroy it at once.
 class ORVANE_CONCURRENCY_API fifo_mutex {
   public:

@@ -6,7 +6,7 @@
 //
 // What happens without waiting is here, to be compiled into the mutex as a whole; waiting is in the source.
 //
-// Threads: any. Errors: std::system_error if the guard fails; std::bad_alloc or std::length_error if the queue cannot grow.
+// Threads: any. Errors: std::bad_alloc or std::length_error if the queue cannot grow.
 // Lifetime: owned through std::shared_ptr: by the mutex, and by a thread that still wakes waiters when the mutex is gone.
 #pragma once
 
@@ -14,9 +14,9 @@
 #include <cstdint>
 #include <list>
 #include <memory>
-#include <mutex>
 
 #include "concurrency/base/condition.h"
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/time.h"
 #include "concurrency/base/windows_api.h"
@@ -58,7 +58,7 @@ class fifo_mutex::WaitQueue : public std::enable_shared_from_this<WaitQueue> {
     friend struct FifoMutexPeer;
 
     using Entries = std::list<DWORD>;
-    using GuardMutex = Internal::RankedMutex<std::recursive_mutex, Internal::LockRank::Waiter>;
+    using GuardMutex = Internal::RankedMutex<Internal::RecursiveMutex, Internal::LockRank::Waiter>;
     using Lock = Internal::RankedLock<GuardMutex>;
 
     // The word: the owner's id in its upper half, its levels in the lower.

@@ -10,9 +10,9 @@
 #include <future>
 #include <map>
 #include <memory>
-#include <mutex>
 
 #include "concurrency/base/last_words.h"
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/win32.h"
@@ -43,8 +43,8 @@ class DedicatedThreads {
   private:
     friend struct DedicatedThreadsPeer;
 
-    using LaunchMutex = RankedMutex<std::recursive_mutex, LockRank::Launch>;
-    using ExitMutex = RankedMutex<std::recursive_mutex, LockRank::Leaf>;
+    using LaunchMutex = RankedMutex<RecursiveMutex, LockRank::Launch>;
+    using ExitMutex = RankedMutex<RecursiveMutex, LockRank::Leaf>;
     using Records = PoolThreads::Records;
     using PromiseMap = std::map<DWORD, std::promise<int>>;
 

@@ -23,10 +23,10 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 
 #include "concurrency/base/clock.h"
 #include "concurrency/base/condition.h"
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/threadpool/work_queue.h"
@@ -93,7 +93,7 @@ class PoolGrowth {
     const StartWorkers m_startWorkers;
     const GrowthClock m_clock;
 
-    RankedMutex<std::recursive_mutex, LockRank::Spawn> m_mutex;  // the spawn mutex
+    RankedMutex<RecursiveMutex, LockRank::Spawn> m_mutex;  // the spawn mutex
     Condition m_done;  // with m_mutex: callers may pass
     std::atomic<State> m_state = State::Idle;  // written under m_mutex
     DWORD m_lastSpawnTick ORVANE_GUARDED_BY(m_mutex) = 0;

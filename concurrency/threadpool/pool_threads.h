@@ -6,6 +6,7 @@
 
 #include <list>
 
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/ranked_mutex.h"
 
@@ -36,7 +37,7 @@ class PoolThreads {
   private:
     friend struct PoolThreadsPeer;
 
-    mutable RankedMutex<std::recursive_mutex, LockRank::Pool> m_mutex;
+    mutable RankedMutex<RecursiveMutex, LockRank::Pool> m_mutex;
     Records m_threads ORVANE_GUARDED_BY(m_mutex);
     bool m_stopping ORVANE_GUARDED_BY(m_mutex) = false;
 };

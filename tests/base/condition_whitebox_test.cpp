@@ -18,7 +18,7 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
-// With a mutex of either kind that the library has.
+// With a mutex of each kind that the library has.
 template <typename Mutex>
 class ConditionTest : public testing::Test {
   protected:
@@ -48,7 +48,7 @@ class ConditionTest : public testing::Test {
     std::atomic<int> m_awake = 0;
 };
 
-using Mutexes = testing::Types<std::mutex, std::recursive_mutex>;
+using Mutexes = testing::Types<RecursiveMutex, std::recursive_mutex, std::mutex>;
 TYPED_TEST_SUITE(ConditionTest, Mutexes);
 
 TYPED_TEST(ConditionTest, ReturnsWhenTheTimeHasPassedAndOwnsTheLockAgain) {

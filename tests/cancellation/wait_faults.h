@@ -11,6 +11,7 @@
 #include "concurrency/base/windows_api.h"
 #include "tests/cancellation/run_scope.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/standard_sleeps.h"
 
 namespace Zarvo::Test {
 
@@ -45,14 +46,13 @@ class RecordedSleeps {
     const std::vector<DWORD>& List() const { return g_sleeps; }
 
   private:
-    static BOOL WINAPI Record(PCONDITION_VARIABLE, PCRITICAL_SECTION, DWORD milliseconds) {
+    static bool Record(DWORD milliseconds) {
         g_sleeps.push_back(milliseconds);
-        SetLastError(ERROR_TIMEOUT);
-        return FALSE;
+        return false;
     }
 
     static inline std::vector<DWORD> g_sleeps;
-    ImportPatch m_patch{LibraryUnderTest(), "SleepConditionVariableCS", &Record};
+    const StandardSleeps m_sleeps{&Record};
 };
 
 // Every wait on a standard condition without a limit returns at once and is counted.

@@ -3,6 +3,7 @@
 
 #include <cstdarg>
 #include <cstddef>
+#include <cstdint>
 #include <cwchar>
 #include <string>
 
@@ -108,11 +109,20 @@ TEST(ExceptionComMessage, ConversionThatFailsAfterItsMeasureLeavesTheNarrowMessa
 }
 
 TEST(ExceptionComMessage, FormattingThatFailsKeepsWhatWasWrittenAndWhatSaysNothing) {
+#ifdef _UCRT
+    const ImportPatch failure(
+        LibraryUnderTest(), "__stdio_common_vsnwprintf_s",
+        +[](std::uint64_t, wchar_t* text, std::size_t, std::size_t, const wchar_t*, void*, va_list) {
+            std::wcscpy(text, L"part");
+            return -1;
+        });
+#else
     const ImportPatch failure(
         LibraryUnderTest(), "_vsnwprintf_s", +[](wchar_t* text, std::size_t, std::size_t, const wchar_t*, va_list) {
             std::wcscpy(text, L"part");
             return -1;
         });
+#endif
 
     const ExceptionCOM error(kSomeHresult, kSomeGuid, L"part %s", L"whole");
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <thread>
 
+#include "concurrency/base/windows_api.h"
 #include "concurrency/sync/checked_mutex.h"
 #include "tests/support/eventually.h"
 #include "tests/support/fake_monotonic_clock.h"
@@ -35,11 +36,17 @@ class HeldWakeUps {
     int Count() const { return s_calls; }
 
   private:
+#ifdef _WIN32
+    static constexpr auto kNotifyOne = "WakeConditionVariable";
+    static void WINAPI NotifyOne(PCONDITION_VARIABLE) { ++s_calls; }
+#else
+    static constexpr auto kNotifyOne = "_ZNSt18condition_variable10notify_oneEv";
     static void NotifyOne(std::condition_variable*) { ++s_calls; }
+#endif
 
     static inline std::atomic<int> s_calls = 0;
 
-    const ImportPatch m_patch{LibraryUnderTest(), "_ZNSt18condition_variable10notify_oneEv", &NotifyOne};
+    const ImportPatch m_patch{LibraryUnderTest(), kNotifyOne, &NotifyOne};
 };
 
 // A mutex that this thread holds, and a task that sleeps until it is free.

@@ -16,8 +16,8 @@ TEST(CheckedMutex, KeepsTheLockBeforeTheFlagBehindTheVirtualTable) {
     const auto offsets = CheckedMutexPeer::OffsetsOf(mutex);
 
     EXPECT_EQ(offsets.mutex, sizeof(void*));
-    EXPECT_GE(offsets.condition, offsets.mutex + sizeof(std::mutex));
-    EXPECT_GE(offsets.held, offsets.condition + sizeof(std::condition_variable));
+    EXPECT_GE(offsets.condition, offsets.mutex + sizeof(Internal::RecursiveMutex));
+    EXPECT_GE(offsets.held, offsets.condition + sizeof(Internal::Condition));
     EXPECT_GE(offsets.locked, offsets.held + 4);
     EXPECT_LT(offsets.locked, sizeof(checked_mutex));
 }

@@ -16,6 +16,7 @@
 #include "tests/support/fake_ticks.h"
 #include "tests/support/gate.h"
 #include "tests/support/recorded_reports.h"
+#include "tests/support/standard_sleeps.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/task_thread.h"
 #include "tests/threadpool/background_call.h"
@@ -163,7 +164,6 @@ TEST(ThreadPoolGrowth, PoolDoesNotShrinkWhenItsWorkersAreIdle) {
 class AskedSleeps {
   public:
     AskedSleeps() {
-        s_platform = m_patch.Original<SleepOn>();
         s_thread = GetCurrentThreadId();
         s_longest = 0;
     }
@@ -174,20 +174,17 @@ class AskedSleeps {
     DWORD Longest() const { return s_longest; }
 
   private:
-    using SleepOn = BOOL WINAPI(PCONDITION_VARIABLE, PCRITICAL_SECTION, DWORD);
-
-    static BOOL WINAPI Sleep(PCONDITION_VARIABLE condition, PCRITICAL_SECTION section, DWORD milliseconds) {
+    static bool Sleep(DWORD milliseconds) {
         if (milliseconds != INFINITE && GetCurrentThreadId() == s_thread) {
             s_longest = std::max(s_longest.load(), milliseconds);
         }
-        return s_platform.load()(condition, section, milliseconds);
+        return true;
     }
 
-    static inline std::atomic<SleepOn*> s_platform = nullptr;
     static inline std::atomic<DWORD> s_thread = 0;
     static inline std::atomic<DWORD> s_longest = 0;
 
-    const ImportPatch m_patch{LibraryUnderTest(), "SleepConditionVariableCS", &Sleep};
+    const StandardSleeps m_sleeps{&Sleep};
 };
 
 TEST(ThreadPoolGrowth, SleepAsksForNoMoreThanTheRestOfThePeriod) {
