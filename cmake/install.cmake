@@ -13,6 +13,12 @@ install(TARGETS ZarvoConcurrency ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLoggin
 # The compiler's own runtime, in the very version the library was built with.
 install(FILES ${ZARVO_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
 
+# What the headers ask the compiler, without CMake too.
+file(READ cmake/built_for.h.in built_for)
+string(CONFIGURE "${built_for}" built_for @ONLY)
+file(GENERATE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/$<CONFIG>/built_for.h CONTENT "${built_for}")
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/$<CONFIG>/built_for.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/concurrency/base)
+
 install(EXPORT ZarvoConcurrencyTargets NAMESPACE Zarvo:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/ZarvoConcurrencyConfig.cmake.in
     ${CMAKE_CURRENT_BINARY_DIR}/ZarvoConcurrencyConfig.cmake

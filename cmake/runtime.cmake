@@ -10,6 +10,7 @@ set(CMAKE_SHARED_MODULE_PREFIX "")
 include(CheckCXXSymbolExists)
 check_cxx_symbol_exists(GCC_GTHR_WIN32_H mutex ZARVO_WIN32_THREADS)
 check_cxx_symbol_exists(_UCRT mutex ZARVO_UCRT)
+check_cxx_symbol_exists(__GLIBCXX__ mutex ZARVO_GLIBCXX)
 
 # The C++ runtime stays shared between all modules: one heap, one set of standard globals, exceptions that cross.
 set(ZARVO_RUNTIME_DLLS "")
