@@ -71,6 +71,14 @@ test_most() {
     run_tests "$builds/debug" --label-exclude '^(package|bench)$'
 }
 
+# The same without what takes long.
+test_quick() {
+    configure_debug
+    compile debug
+    start_wine
+    run_tests "$builds/debug" --label-exclude '^(package|bench|slow|stress)$'
+}
+
 require_label() {
     local labels
     labels=$(ctest --test-dir "$builds/debug" --print-labels | sed -n 's/^  //p') || fail "list the tests" $?

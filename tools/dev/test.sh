@@ -1,12 +1,13 @@
 # ./dev test and ./dev stress: first on the target, then natively under sanitizers.
 
-# test_all [all | ROOM | LABEL] [CTEST OPTIONS]: with any of these on the target alone.
+# test_all [all | quick | ROOM | LABEL] [CTEST OPTIONS]: with any of these on the target alone.
 test_all() {
     if [ "${1:-}" = all ]; then
         shift
         inside_only test "$@"
         return
     fi
+    [ "$*" != quick ] || { inside_only test_quick; return; }
     [ $# = 0 ] || { inside_only test "$@"; return; }
     [ "$flavour" = "${flavours[0]}" ] || { inside_only test_most; return; } # natively they are all the same
     ensure_sanitize_root # before minutes are spent on building
