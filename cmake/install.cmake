@@ -10,6 +10,11 @@ install(TARGETS ZarvoConcurrency ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLoggin
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
 )
+if(MSVC) # never tried
+    foreach(dll IN ITEMS ZarvoConcurrency ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLogging)
+        install(FILES $<TARGET_PDB_FILE:${dll}> DESTINATION ${CMAKE_INSTALL_BINDIR} OPTIONAL)
+    endforeach()
+endif()
 # The compiler's own runtime, in the very version the library was built with.
 install(FILES ${ZARVO_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
 

@@ -5,9 +5,11 @@ add_library(zarvo_own_code INTERFACE)
 target_compile_features(zarvo_own_code INTERFACE cxx_std_20)
 
 if(MSVC)
-    # Never tried. 4251 and 4275 warn of standard members and bases of exported classes: all modules share one runtime.
+    # Never tried. 4251 and 4275 warn of standard members and bases of exported classes: all modules share one runtime. 4250
+    # warns of what is meant: a class inherits Clone() and Rethrow() from one of its bases. 4996 names the C runtime's own
+    # functions insecure.
     target_compile_options(zarvo_own_code INTERFACE
-        /W4 /wd4251 /wd4275 /permissive- /utf-8 $<$<BOOL:${ZARVO_WARNINGS_AS_ERRORS}>:/WX>
+        /W4 /wd4250 /wd4251 /wd4275 /wd4996 /permissive- /utf-8 $<$<BOOL:${ZARVO_WARNINGS_AS_ERRORS}>:/WX>
     )
 else()
     target_compile_options(zarvo_own_code INTERFACE

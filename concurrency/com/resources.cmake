@@ -5,13 +5,16 @@ set(com_out ${CMAKE_CURRENT_BINARY_DIR}/com)
 file(MAKE_DIRECTORY ${com_out})
 
 if(MSVC)
-    # NOT VERIFIED: prepared, never built.
+    # NOT VERIFIED: prepared, never built. Both are in the Windows SDK, on the path of a developer prompt.
+    find_program(ZARVO_MIDL midl REQUIRED)
+    find_program(ZARVO_MC mc REQUIRED)
+    # Its headers and stubs too go to the output folder, not into the sources or wherever the build tool stands.
     add_custom_command(OUTPUT ${com_out}/future_lib.tlb
-        COMMAND midl /nologo /env x64 /tlb ${com_out}/future_lib.tlb ${com_dir}/future_lib.idl
+        COMMAND ${ZARVO_MIDL} /nologo /env x64 /out ${com_out} /tlb future_lib.tlb ${com_dir}/future_lib.idl
         DEPENDS ${com_dir}/future_lib.idl VERBATIM
     )
     add_custom_command(OUTPUT ${com_out}/concurrency.mc.rc ${com_out}/concurrency_0409.bin
-        COMMAND mc -h ${com_out} -r ${com_out} ${com_dir}/concurrency.mc
+        COMMAND ${ZARVO_MC} -h ${com_out} -r ${com_out} ${com_dir}/concurrency.mc
         COMMAND ${CMAKE_COMMAND} -E rename ${com_out}/concurrency.rc ${com_out}/concurrency.mc.rc
         DEPENDS ${com_dir}/concurrency.mc VERBATIM
     )
