@@ -1,5 +1,16 @@
 include(${CMAKE_CURRENT_LIST_DIR}/test_files.cmake)
 
+# The tests that the page about Windows names, as regular expressions: they have the label windows besides.
+set(windows_page ${PROJECT_SOURCE_DIR}/docs/windows.md)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${windows_page})
+file(READ ${windows_page} windows_tests)
+string(REGEX MATCHALL "`[A-Z][A-Za-z0-9]+\\.[A-Za-z0-9]*[*]?`" windows_tests "${windows_tests}")
+list(TRANSFORM windows_tests REPLACE "`" "")
+list(TRANSFORM windows_tests REPLACE "[.]" "[.]")
+list(TRANSFORM windows_tests REPLACE "[*]$" ".*")
+list(TRANSFORM windows_tests REPLACE "^(.+)$" "\"(^|/)\\1(/|<|$)\"")
+list(JOIN windows_tests " " windows_tests)
+
 # test_room(ROOM [LIBRARIES library...] [WHITEBOX_LIBRARIES library...] FILES file...)
 #
 # Turns the files of tests/<room>/ into test programs, as the ends of their names say: see test_files.cmake. Every TEST runs
@@ -77,6 +88,13 @@ function(zarvo_test_program program room kind)
     file(CONFIGURE OUTPUT ${labels_file} @ONLY CONTENT [[
 if(@program@_TESTS)
     set_tests_properties(${@program@_TESTS} PROPERTIES LABELS "@labels@")
+    foreach(named IN ITEMS @windows_tests@)
+        set(windows_ones ${@program@_TESTS})
+        list(FILTER windows_ones INCLUDE REGEX "${named}")
+        if(windows_ones)
+            set_tests_properties(${windows_ones} PROPERTIES LABELS "@labels@;windows")
+        endif()
+    endforeach()
 endif()
 ]])
     set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${labels_file})

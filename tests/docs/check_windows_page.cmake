@@ -1,0 +1,27 @@
+# Every test that docs/windows.md names is there:
+#   cmake -D SOURCE=folder -P check_windows_page.cmake
+cmake_minimum_required(VERSION 3.25)
+
+file(GLOB_RECURSE files ${SOURCE}/tests/*_test.cpp)
+set(tests "")
+foreach(file IN LISTS files)
+    file(STRINGS ${file} found REGEX "^(TEST|TEST_F|TEST_P|TYPED_TEST)\\([A-Za-z0-9]+, [A-Za-z0-9]+\\)")
+    list(TRANSFORM found REPLACE "^[A-Z_]+\\(([A-Za-z0-9]+), ([A-Za-z0-9]+)\\).*$" "\\1.\\2")
+    list(APPEND tests ${found})
+endforeach()
+
+file(READ ${SOURCE}/docs/windows.md page)
+string(REGEX MATCHALL "`[A-Z][A-Za-z0-9]+\\.[A-Za-z0-9]*[*]?`" named "${page}")
+if(NOT named)
+    message(FATAL_ERROR "docs/windows.md names no test")
+endif()
+foreach(name IN LISTS named)
+    string(REPLACE "`" "" name "${name}")
+    string(REPLACE "." "[.]" pattern "${name}")
+    string(REGEX REPLACE "[*]$" ".*" pattern "${pattern}")
+    set(matching ${tests})
+    list(FILTER matching INCLUDE REGEX "^${pattern}$")
+    if(NOT matching)
+        message(SEND_ERROR "docs/windows.md names ${name}, which is no test")
+    endif()
+endforeach()
