@@ -118,10 +118,11 @@ TEST(JobGroupQueue, TakesJobsThoughEveryWorkerIsBlockedAndThePoolCannotGrow) {
     EXPECT_EQ(ran, 100);
 }
 
-// No worker is left that could run the growth: a caller who queued would wait for it.
+// A job has decided on a growth, and no worker is left that could run it: a caller who queued would wait for that.
 TEST(JobGroupQueue, TakesJobsThoughTheGrowthThatTheyNeedCannotBegin) {
     const ConcurrencyLifetime lifetime;
     FullPool pool;
+    const auto decides = Orvane::Run(L"decides", [] {});
     std::atomic<int> ran = 0;
     JobGroup group(L"group", 2);
     const BackgroundCall add([&] {
