@@ -31,7 +31,7 @@ constexpr HandleOutcome kCancelled{true, 0, ERROR_SUCCESS};
 // Hands the outcome to the caller. Called last: whatever is destroyed before may change the thread's last error.
 DWORD Return(const HandleOutcome& outcome) {
     if (outcome.isCancelled) {
-        throw CancelRequestedException();
+        Internal::ThrowCancelRequested();
     }
     if (outcome.result == WAIT_FAILED) {
         SetLastError(outcome.error);
@@ -101,7 +101,7 @@ WaitResult SleepUnlessCancelled(DWORD milliseconds) {
 
 void CancellableSleep(DWORD milliseconds) {
     if (SleepUnlessCancelled(milliseconds) == WaitResult::Cancelled) {
-        throw CancelRequestedException();
+        Internal::ThrowCancelRequested();
     }
 }
 

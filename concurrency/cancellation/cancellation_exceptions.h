@@ -72,4 +72,14 @@ class ORVANE_CONCURRENCY_API CloneableExceptionBase : public ExceptionBase, publ
     void Rethrow() const override;
 };
 
+namespace Internal {
+
+// Not for callers.
+//
+// What every cancellable wait throws when the calling thread's run was asked: CancelRequestedException, or where the reason was
+// a time limit, what names it (time_limit_exceptions.h). Takes no lock but that of the cancellation object.
+[[noreturn]] ORVANE_CONCURRENCY_API void ThrowCancelRequested();
+
+}  // namespace Internal
+
 }  // namespace Orvane

@@ -84,7 +84,7 @@ auto CancellableConditionWait(Mutex& mutex, std::condition_variable_any& conditi
             return true;
         };
         if (WaitOnCondition(mutex, condition, std::move(keepAlive), block) == WaitResult::Cancelled) {
-            throw CancelRequestedException();
+            ThrowCancelRequested();
         }
     } else {
         std::optional<std::decay_t<Result>> result;
@@ -93,7 +93,7 @@ auto CancellableConditionWait(Mutex& mutex, std::condition_variable_any& conditi
             return true;
         };
         if (WaitOnCondition(mutex, condition, std::move(keepAlive), block) == WaitResult::Cancelled) {
-            throw CancelRequestedException();
+            ThrowCancelRequested();
         }
         return std::move(*result);
     }

@@ -13,7 +13,7 @@ namespace Orvane {
 namespace Internal {
 
 std::shared_ptr<FutureState> GetFutureObject() {
-    return CurrentFuture();
+    return FutureState::TaskOf(CurrentFuture());
 }
 
 std::weak_ptr<FutureState> ResetFutureObject(std::weak_ptr<FutureState> future) {
@@ -42,7 +42,7 @@ bool IsCancellationRequested() {
 
 void CancellationPoint() {
     if (IsCancellationRequested()) {
-        throw CancelRequestedException();
+        Internal::ThrowCancelRequested();
     }
 }
 

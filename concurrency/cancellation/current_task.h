@@ -26,7 +26,7 @@ namespace Internal {
 class CancellationObject;
 class FutureState;
 
-// The future of the task that this thread runs; empty if there is none or it has expired.
+// The future of the task that this thread runs, also inside a scope of jobs/within.h; empty if there is none or it has expired.
 ORVANE_CONCURRENCY_API std::shared_ptr<FutureState> GetFutureObject();
 
 // Not for callers.
@@ -38,7 +38,8 @@ ORVANE_CONCURRENCY_API std::weak_ptr<FutureState> ResetFutureObject(std::weak_pt
 // The same at the end of a run, for what was there before it. If that fails, the process ends.
 ORVANE_CONCURRENCY_API void RestoreFutureObject(std::weak_ptr<FutureState> future) noexcept;
 
-// The cancellation record of the run that this thread is in; empty if there is none.
+// The cancellation record of the run that this thread is in, in a scope of jobs/within.h that of the scope; empty if there is
+// none.
 ORVANE_CONCURRENCY_API std::shared_ptr<CancellationObject> GetCancellationObject();
 
 }  // namespace Internal

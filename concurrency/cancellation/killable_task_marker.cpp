@@ -2,15 +2,16 @@
 
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
+#include "concurrency/tasks/future_state.h"
 
 namespace Orvane {
 
 KillableTaskMarker::KillableTaskMarker() {
-    Internal::GetCancellationObject()->SetKillable(true);
+    Internal::GetFutureObject()->GetCancellationObject()->SetKillable(true);
 }
 
 KillableTaskMarker::~KillableTaskMarker() {
-    Internal::GetCancellationObject()->SetKillable(false);
+    Internal::GetFutureObject()->GetCancellationObject()->SetKillable(false);
 }
 
 }  // namespace Orvane

@@ -35,7 +35,7 @@ void SleepNotificationAdapter::Notify(std::unique_lock<std::recursive_mutex>& lo
 
 void SleepNotificationAdapter::Sleep(DWORD milliseconds) {
     if (SleepUnlessCancelled(milliseconds) == WaitResult::Cancelled) {
-        throw CancelRequestedException();
+        ThrowCancelRequested();
     }
 }
 

@@ -10,7 +10,7 @@
 //
 //     void WaitForSomething() {
 //         if (WaitForSomethingUnlessCancelled() == WaitResult::Cancelled) {
-//             throw CancelRequestedException();
+//             ThrowCancelRequested();
 //         }
 //     }
 //     WaitResult WaitForSomethingUnlessCancelled() {

@@ -3,6 +3,7 @@
 // Contract: a value.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -18,7 +19,7 @@ enum class CancelCause : std::uint8_t {
     Parent,        // the run that owns it was asked
     Group,         // JobGroup::Cancel()
     GroupFailure,  // another job of its group has failed
-    Limit,         // CancelAfter()
+    Limit,         // CancelAfter(), or a Within around its start, of itself or of a run that owns it
     Token,         // the std::stop_token that it was started with
     Task,          // through the future of its run, as a request that another task passes on
     Shutdown,      // the last uninitialisation
@@ -29,9 +30,12 @@ struct CancelReason {
     // What kind of request it was.
     CancelCause cause = CancelCause::None;
 
-    // Of the parent, the group, or the job that failed; else empty.
+    // Of the parent, the group, the job that failed, or what has the limit; else empty.
     std::wstring by;
 };
+
+    // The length of the limit; else zero.
+    std::chrono::nanoseconds limit{};
 
 // As in "asked by the failure of Fetch 17".
 ORVANE_CONCURRENCY_API std::wstring ToText(const CancelReason& reason);

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <utility>
@@ -20,9 +21,25 @@ namespace Orvane::Internal {
 // A CancelReason that can be copied without memory.
 struct AskReason {
     CancelCause cause = CancelCause::None;
-    std::shared_ptr<const JobName> by;
+    std::shared_ptr<const JobName> by;  // a LimitName for CancelCause::Limit
 
-    CancelReason ForCallers() const { return {cause, by ? by->text : std::wstring()}; }
+    // Null unless it was a limit.
+    std::shared_ptr<const TimeLimitDetails> Limit() const noexcept {
+        if (cause != CancelCause::Limit) {
+            return nullptr;
+        }
+        return {by, &static_cast<const LimitName&>(*by).details};
+    }
+
+    // With what a run asks what it owns. `owner` is its name.
+    AskReason ForOwned(const std::shared_ptr<const JobName>& owner) const noexcept {
+        return cause == CancelCause::Limit ? *this : AskReason{CancelCause::Parent, owner};
+    }
+
+    CancelReason ForCallers() const {
+        const auto limit = Limit();
+        return {cause, by ? by->text : std::wstring(), limit ? limit->duration : std::chrono::nanoseconds::zero()};
+    }
 };
 
 class AskedList;
@@ -44,6 +61,9 @@ class Cancellable : public ListHook<OwnedTag>, public ListHook<LiveTag> {
 
     // Null once its destruction has begun.
     virtual std::shared_ptr<Cancellable> Self() noexcept = 0;
+
+    // On the thread of the limits (time_limits.h): a limit is over. Asks.
+    virtual void TimeIsUp(const std::shared_ptr<const LimitName>& limit) noexcept;
 
   protected:
     virtual ~Cancellable() = default;
@@ -85,6 +105,10 @@ class AskedList {
 inline void AskToLeave(Cancellable& cancellable, const AskReason& reason) noexcept {
     AskedList asked;
     cancellable.Ask(reason, asked);
+}
+
+inline void Cancellable::TimeIsUp(const std::shared_ptr<const LimitName>& limit) noexcept {
+    AskToLeave(*this, {CancelCause::Limit, limit});
 }
 
 }  // namespace Orvane::Internal

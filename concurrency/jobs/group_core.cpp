@@ -6,8 +6,8 @@
 
 #include "concurrency/base/thread_time.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
-#include "concurrency/jobs/job_exceptions.h"
 #include "concurrency/jobs/job_launch.h"
+#include "concurrency/jobs/this_run.h"
 #include "concurrency/tasks/failure_handler.h"
 
 namespace Orvane::Internal {
@@ -82,7 +82,7 @@ class GroupCore::AwaitedRecord final : public GroupCore::AwaitedIdle {
 };
 
 GroupCore::GroupCore(const wchar_t* name, std::size_t bound)
-    : m_owner(RunRecord::OfThisThread()),
+    : m_owner(RecordOfThisRun()),
       m_name(std::make_shared<const JobName>(name, m_owner ? m_owner->Name() : nullptr)),
       m_library(LedgerOfThisModule()),
       m_slots(bound) {}
@@ -91,7 +91,7 @@ GroupCore::~GroupCore() = default;
 
 void GroupCore::Open() {
     if (m_owner && !m_owner->Add(*this)) {
-        AskToLeave(*this, {CancelCause::Parent, m_owner->Name()});
+        AskToLeave(*this, m_owner->ReasonForOwned());
     }
 }
 
@@ -242,7 +242,7 @@ bool GroupCore::WaitUntilIdle(MonotonicClock::time_point deadline) {
     AwaitedIdle awaited(*this);
     const JobWaitResult result = WaitAsCancellationPoint(awaited, deadline);
     if (result == JobWaitResult::Cancelled) {
-        throw CancelRequestedException();
+        ThrowCancelRequested();
     }
     return result == JobWaitResult::Over;
 }
@@ -289,8 +289,8 @@ void GroupCore::RethrowFirst() {
     if (isGone) {
         throw std::logic_error("the group has left, and what it failed with is gone");
     }
-    if (wasCancelled && reason.cause == CancelCause::Limit) {
-        throw TimeLimitException();
+    if (const auto limit = wasCancelled ? reason.Limit() : nullptr) {
+        throw TimeLimitException(limit);
     }
     if (wasCancelled) {
         throw CancelledException();
@@ -305,7 +305,7 @@ bool GroupCore::NextEnded(EndedJob& ended) {
                                     "an iteration over the group of this job");
         }
         if (WaitAsCancellationPoint(awaited, kNoDeadline) == JobWaitResult::Cancelled) {
-            throw CancelRequestedException();
+            ThrowCancelRequested();
         }
         std::list<EndedRecord> taken;
         EndedJob next;  // what it changes places with is destroyed without the lock

@@ -110,15 +110,16 @@ void GroupCore::DropWaiting() noexcept {
 }
 
 void GroupCore::CancelAfter(std::chrono::nanoseconds limit) {
-    if (limit <= std::chrono::nanoseconds::zero()) {
-        AskToLeave(*this, {CancelCause::Limit, nullptr});
-        return;
-    }
     const auto when = DeadlineAfter(limit);
     if (when == kNoDeadline) {
         return;
     }
-    TimeLimit fresh = AddTimeLimit(weak_from_this(), when);
+    const auto name = std::make_shared<const LimitName>(m_name->text.c_str(), limit);
+    if (limit <= std::chrono::nanoseconds::zero()) {
+        TimeIsUp(name);
+        return;
+    }
+    TimeLimit fresh = AddTimeLimit(weak_from_this(), when, name);
     {
         const RankedLock lock(m_mutex);
         if (m_limit.number == 0 || when < m_limit.when) {

@@ -35,8 +35,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "concurrency/cancellation/time_limit_exceptions.h"
 #include "concurrency/jobs/job_body.h"
-#include "concurrency/jobs/job_exceptions.h"
 #include "concurrency/jobs/job_handle.h"
 #include "concurrency/jobs/job_outcome.h"
 #include "concurrency/jobs/this_job.h"

@@ -1,4 +1,4 @@
-// What few jobs have: an event for their end, a time limit, a link to a stop token.
+// What few jobs have: an event for their end, a time limit, handles that they watch, a link to a stop token.
 #pragma once
 
 #include <memory>

@@ -1,8 +1,11 @@
 // The name of a job or group, and those of the runs that own it.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
+
+#include "concurrency/cancellation/time_limit_exceptions.h"
 
 namespace Orvane::Internal {
 
@@ -24,6 +27,13 @@ struct JobName {
     std::wstring text;
     std::shared_ptr<const JobName> above;
     int depth = 1;
+};
+
+// A time limit, under the name of the job, the group or the scope that has it.
+struct LimitName final : JobName {
+    LimitName(const wchar_t* name, std::chrono::nanoseconds duration) : JobName(name), details(text, duration) {}
+
+    TimeLimitDetails details;
 };
 
 }  // namespace Orvane::Internal

@@ -14,6 +14,7 @@
 #include "concurrency/jobs/job_launch.h"
 #include "concurrency/jobs/job_state.h"
 #include "concurrency/jobs/notifier_scope.h"
+#include "concurrency/jobs/this_run.h"
 
 namespace Orvane::Internal {
 
@@ -74,7 +75,7 @@ class AwaitedJobs final : public Awaited {
 bool Await(Awaited& awaited, std::chrono::nanoseconds timeout) {
     const JobWaitResult result = WaitAsCancellationPoint(awaited, DeadlineAfter(timeout));
     if (result == JobWaitResult::Cancelled) {
-        throw CancelRequestedException();
+        ThrowCancelRequested();
     }
     return result == JobWaitResult::Over;
 }
@@ -127,7 +128,7 @@ JobState& JobRef::Get() const {
 }
 
 JobRef JobRef::Make(const wchar_t* name, const JobBodyType& type) {
-    auto owner = RunRecord::OfThisThread();
+    auto owner = RecordOfThisRun();
     auto job = std::make_shared<JobState>(name, type, type.module());
     job->PinModule();
     job->SetOwner(std::move(owner));

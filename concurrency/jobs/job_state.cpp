@@ -11,7 +11,6 @@
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/cancellation/current_task_slot.h"
-#include "concurrency/jobs/job_exceptions.h"
 #include "concurrency/tasks/failure_handler.h"
 #include "concurrency/tasks/task_wrapper.h"
 
@@ -88,7 +87,7 @@ void JobState::Enlist() {
     if (!IsWaiting()) {
         m_owner->Remove(*this);  // the last uninitialisation has asked it, and it may have ended before it was there
     } else if (isOwnerAsked) {
-        AskToLeave(*this, {CancelCause::Parent, m_owner->Name()});
+        AskToLeave(*this, m_owner->ReasonForOwned());
     }
 }
 
@@ -335,6 +334,7 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
     {
         const RankedLock lock(m_shard.mutex);
         if (m_phase == Phase::Ended) {
+    AskReason first;
             return;
         }
         if (m_cause == CancelCause::None) {
@@ -344,15 +344,16 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
     }
     if (Claim(Phase::Ending)) {
         m_time = ThreadNow();
+        first = {m_cause, m_askedBy};
         m_thread = ::GetCurrentThreadId();
         m_neverRuns = true;
         m_future.RequestCancelQuietly();  // its task does not say that it has started
         asked.Add(shared_from_this());
         return;
     }
-    m_future.RequestCancelQuietly();
+    m_future.RequestCancelQuietly(first.Limit());
     if (const auto record = Record()) {
-        record->AskOwned(asked);
+        record->AskOwned(first.ForOwned(record->Name()), asked);
         asked.Add(shared_from_this());
     }
 }
@@ -380,9 +381,8 @@ AskReason JobState::Reason() const {
 }
 
 AskReason JobState::DropReason() const noexcept {
-    const auto run = CurrentFuture();
-    const bool isByOwner = m_owner && run && run->GetCompanion() == m_owner && IsCancellationRequested();
-    return isByOwner ? AskReason{CancelCause::Parent, m_owner->Name()} : AskReason{CancelCause::Dropped, nullptr};
+    const bool isByOwner = m_owner && m_owner->IsRequestedOnThisThread();
+    return isByOwner ? m_owner->ReasonForOwned() : AskReason{CancelCause::Dropped, nullptr};
 }
 
 bool JobState::IsOnThisThread() const noexcept {
@@ -397,15 +397,16 @@ void JobState::CollectRunning(std::vector<RunningJob>& running) const {
 
 void JobState::CancelAfter(std::chrono::nanoseconds limit) {
     const auto when = DeadlineAfter(limit);
-    if (limit <= std::chrono::nanoseconds::zero()) {
-        AskToLeave(*this, {CancelCause::Limit, nullptr});
-        return;
-    }
     if (when == kNoDeadline || IsEnded()) {
         return;
     }
+    const auto name = std::make_shared<const LimitName>(Name(), limit);
+    if (limit <= std::chrono::nanoseconds::zero()) {
+        TimeIsUp(name);
+        return;
+    }
     auto extras = std::make_unique<JobExtras>();  // before the limit: nothing fails after it
-    TimeLimit fresh = AddTimeLimit(weak_from_this(), when);
+    TimeLimit fresh = AddTimeLimit(weak_from_this(), when, name);
     {
         const RankedLock lock(m_shard.mutex);
         if (!m_extras) {
@@ -460,8 +461,8 @@ void JobState::RethrowFailure() {
         std::rethrow_exception(error);
     }
     if (m_outcome == JobOutcome::Cancelled) {
-        if (Reason().cause == CancelCause::Limit) {
-            throw TimeLimitException();
+        if (const auto limit = Reason().Limit()) {
+            throw TimeLimitException(limit);
         }
         throw CancelledException();
     }

@@ -9,6 +9,7 @@
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/base/report.h"
 #include "concurrency/base/thread_time.h"
+#include "concurrency/base/utf8.h"
 #include "concurrency/base/wait.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/current_task.h"
@@ -84,14 +85,6 @@ std::wstring Join(const Names& ring) {
         text += (*name)->text + L" -> ";
     }
     return ring.empty() ? text : text + ring.back()->text;
-}
-
-std::string Narrow(const std::wstring& text) {
-    const int size =
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
-    std::string narrow(static_cast<std::size_t>(size > 0 ? size : 0), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(), size, nullptr, nullptr);
-    return narrow;
 }
 
 // Puts the calling thread among the blocked ones for a scope. Two waits that would close a ring come one after the other: the
@@ -289,7 +282,7 @@ JobWaitResult WaitAsCancellationPoint(Awaited& awaited, MonotonicClock::time_poi
     const BlockedScope blocked(awaited, run.get(), deadline == kNoDeadline && awaited.NeedsAll());
     if (!blocked.Ring().empty()) {
         throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur),
-                                "a ring of waiting jobs: " + Narrow(Join(blocked.Ring())));
+                                "a ring of waiting jobs: " + ToUtf8(Join(blocked.Ring())));
     }
     if (!run) {
         JobWaiter waiter;

@@ -5,9 +5,11 @@
 #include <stdexcept>
 
 #include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/current_task.h"
 #include "concurrency/jobs/group_core.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/jobs/run_record.h"
+#include "concurrency/jobs/this_run.h"
 
 namespace Orvane::Internal {
 
@@ -103,7 +105,7 @@ class Runners {
 
   private:
     void TakeItems() {
-        RunChunks(m_items, m_context, m_run, RunRecord::OfThisThread()->RequestedFlag());
+        RunChunks(m_items, m_context, m_run, RecordOfThisRun()->RequestedFlag());
         m_group.Core().DropWaiting();
     }
 
@@ -125,7 +127,7 @@ void RunInParallel(const wchar_t* name, std::size_t count, std::size_t bound, vo
         return;
     }
     Items items(count, runnerCount);
-    const bool isInRun = RunRecord::OfThisThread() != nullptr;
+    const bool isInRun = GetFutureObject() != nullptr;
     Runners runners(name, runnerCount, items, context, run);
     runners.Start(isInRun ? runnerCount - 1 : runnerCount);
     if (isInRun) {

@@ -1,35 +1,9 @@
 #include "concurrency/jobs/run_record.h"
 
-#include <typeinfo>
-
+#include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_object.h"
-#include "concurrency/cancellation/current_task_slot.h"
-#include "concurrency/jobs/job_future.h"
 
 namespace Orvane::Internal {
-
-std::shared_ptr<RunRecord> RunRecord::OfThisThread() {
-    const auto future = CurrentFuture();
-    const auto run = future ? future->GetCancellationObject() : nullptr;
-    if (!run) {
-        return nullptr;
-    }
-    // Only this room installs companions.
-    if (auto companion = future->GetCompanion()) {
-        return std::static_pointer_cast<RunRecord>(std::move(companion));
-    }
-    const JobFuture* const job = JobFuture::Of(*future);
-    auto record = std::static_pointer_cast<RunRecord>(
-        future->InstallCompanion(std::make_shared<RunRecord>(job != nullptr ? job->MakeName() : nullptr)));
-    if (!record) {
-        return nullptr;
-    }
-    // A request sets its flag first and looks for the companion second.
-    if (run->IsRequested() || future->IsCancelling()) {
-        record->Requested();
-    }
-    return record;
-}
 
 bool RunRecord::Add(Cancellable& owned) {
     const RankedLock lock(m_mutex);
@@ -45,20 +19,35 @@ void RunRecord::Remove(Cancellable& owned) {
 void RunRecord::Requested() noexcept {
     {
         AskedList asked;
-        AskOwned(asked);
+        AskOwned(AskReason().ForOwned(m_name), asked);
     }
     StopTokens();
 }
 
-void RunRecord::AskOwned(AskedList& asked) noexcept {
+AskReason RunRecord::ReasonForOwned() const {
+    const RankedLock lock(m_mutex);
+    return m_reason.cause != CancelCause::None ? m_reason : AskReason().ForOwned(m_name);
+}
+
+bool RunRecord::IsRequestedOnThisThread() const {
+    const auto run = m_run.lock();
+    return run && run->GetThreadId() == ::GetCurrentThreadId() && run->IsRequested();
+}
+
+void RunRecord::AskOwned(const AskReason& reason, AskedList& asked) noexcept {
     IntrusiveList<Cancellable, OwnedTag> waiting;
+    AskReason first;
     {
         const RankedLock lock(m_mutex);
+        if (m_reason.cause == CancelCause::None) {
+            m_reason = reason;
+        }
+        first = m_reason;
         m_isRequested = true;
         waiting.TakeAll(m_owned);
     }
     while (const auto owned = NextToAsk(waiting)) {
-        owned->Ask({CancelCause::Parent, m_name}, asked);
+        owned->Ask(first, asked);
     }
 }
 

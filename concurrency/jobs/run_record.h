@@ -11,8 +11,10 @@
 #include <optional>
 #include <stop_token>
 
+#include "concurrency/base/clock.h"
 #include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
+#include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/run_companion.h"
 #include "concurrency/jobs/cancellable.h"
 
@@ -22,22 +24,31 @@ class RunRecord : public RunCompanion {
   public:
     explicit RunRecord(std::shared_ptr<const JobName> name) : m_name(std::move(name)) {}
 
-    // Of the run that the calling thread is in; empty if there is none.
-    static std::shared_ptr<RunRecord> OfThisThread();
+    // Before it is installed.
+    void SetRun(std::weak_ptr<CancellationObject> run) noexcept { m_run = std::move(run); }
 
-    // From now on a request for the run reaches it. Returns false if there has been one: the caller asks it then.
+    // From now on a request for the run reaches it. Returns false if there has been one: the caller asks it then, with
+    // ReasonForOwned().
     [[nodiscard]] bool Add(Cancellable& owned);
+    AskReason ReasonForOwned() const;
 
     // Nothing if it is not there.
     void Remove(Cancellable& owned);
 
-    // The two passes of a request, as in cancellable.h, for what the run owns and for its tokens. Repeatable.
-    void AskOwned(AskedList& asked) noexcept;
+    // The two passes of a request, as in cancellable.h, for what the run owns and for its tokens. Repeatable; the first reason
+    // stays.
+    void AskOwned(const AskReason& reason, AskedList& asked) noexcept;
     void StopTokens() noexcept;
     void Requested() noexcept override;
 
     bool IsRequested() const noexcept { return m_isRequested.load(std::memory_order_relaxed); }
     const std::atomic<bool>& RequestedFlag() const noexcept { return m_isRequested; }
+
+    // Whether the calling thread is in the run, and its flag is set.
+    bool IsRequestedOnThisThread() const;
+
+    // Until when a CleanUpScope hides requests (within.h); kNoDeadline if none does.
+    virtual MonotonicClock::time_point HiddenUntil() const noexcept { return (MonotonicClock::time_point::max)(); }
 
     std::stop_token Token();
 
@@ -50,7 +61,9 @@ class RunRecord : public RunCompanion {
     std::shared_ptr<Cancellable> NextToAsk(IntrusiveList<Cancellable, OwnedTag>& waiting);
 
     const std::shared_ptr<const JobName> m_name;
-    Mutex m_mutex;
+    std::weak_ptr<CancellationObject> m_run;  // constant once it is installed
+    mutable Mutex m_mutex;
+    AskReason m_reason ORVANE_GUARDED_BY(m_mutex);
     IntrusiveList<Cancellable, OwnedTag> m_owned ORVANE_GUARDED_BY(m_mutex);
     std::optional<std::stop_source> m_source ORVANE_GUARDED_BY(m_mutex);  // once made, it stays
     std::atomic<bool> m_isRequested = false;  // written under m_mutex

@@ -20,9 +20,10 @@ constexpr std::chrono::seconds kStay{1};
 
 class LimitThread {
   public:
-    TimeLimit Add(std::weak_ptr<Cancellable> target, MonotonicClock::time_point when) {
-        std::map<TimeLimit, std::weak_ptr<Cancellable>> record;  // allocated before the lock
-        record.emplace(TimeLimit{when, 0}, std::move(target));
+    TimeLimit Add(std::weak_ptr<Cancellable> target, MonotonicClock::time_point when,
+                  std::shared_ptr<const LimitName> name) {
+        Limits record;  // allocated before the lock
+        record.emplace(TimeLimit{when, 0}, Limited{std::move(target), std::move(name)});
         auto node = record.extract(record.begin());
         const RankedLock lock(m_mutex);
         if (!m_isRunning) {
@@ -58,6 +59,12 @@ class LimitThread {
   private:
     using Mutex = RankedMutex<RecursiveMutex, LockRank::Leaf>;
 
+    struct Limited {
+        std::weak_ptr<Cancellable> target;
+        std::shared_ptr<const LimitName> name;
+    };
+    using Limits = std::map<TimeLimit, Limited>;
+
     void StartThread() ORVANE_REQUIRES(m_mutex) {
         // The one before has said that it leaves, under the mutex: it takes no lock any more.
         if (m_thread.IsJoinable()) {
@@ -71,11 +78,12 @@ class LimitThread {
         RankedLock lock(m_mutex);
         while (WaitForLimit(lock)) {
             const auto first = m_limits.begin();
-            std::shared_ptr<Cancellable> target = first->second.lock();
+            std::shared_ptr<Cancellable> target = first->second.target.lock();
+            const std::shared_ptr<const LimitName> name = std::move(first->second.name);
             m_limits.erase(first);
             if (target) {
                 const ReleasedLock released(lock, m_mutex);
-                AskToLeave(*target, {CancelCause::Limit, nullptr});
+                target->TimeIsUp(name);
                 target.reset();  // here: it may be the last reference, to failures of a group, too
             }
         }
@@ -108,7 +116,7 @@ class LimitThread {
     Mutex m_mutex;
     Condition m_wake;  // with m_mutex: there is a new earliest limit, or stopping
     Condition m_left;  // with m_mutex: the thread is not running
-    std::map<TimeLimit, std::weak_ptr<Cancellable>> m_limits ORVANE_GUARDED_BY(m_mutex);
+    Limits m_limits ORVANE_GUARDED_BY(m_mutex);
     std::uint64_t m_lastNumber ORVANE_GUARDED_BY(m_mutex) = 0;
     NativeThread m_thread ORVANE_GUARDED_BY(m_mutex);
     bool m_isRunning ORVANE_GUARDED_BY(m_mutex) = false;
@@ -129,17 +137,18 @@ LimitThread& TheThread() {
 // Those of a virtual run have these numbers, and are its timers.
 constexpr std::uint64_t kVirtual = std::uint64_t{1} << 63;
 
-TimeLimit AddTimeLimit(std::weak_ptr<Cancellable> target, MonotonicClock::time_point when) {
+TimeLimit AddTimeLimit(std::weak_ptr<Cancellable> target, MonotonicClock::time_point when,
+                       std::shared_ptr<const LimitName> name) {
     if (VirtualRun* const run = VirtualRun::OfThisThread()) {
-        const std::uint64_t number = run->AddTimer(when, [target = std::move(target)] {
+        const std::uint64_t number = run->AddTimer(when, [target = std::move(target), name = std::move(name)] {
             if (const auto live = target.lock()) {
-                AskToLeave(*live, {CancelCause::Limit, nullptr});
+                live->TimeIsUp(name);
             }
             return VirtualRun::kNever;
         });
         return {when, number | kVirtual};
     }
-    return TheThread().Add(std::move(target), when);
+    return TheThread().Add(std::move(target), when, std::move(name));
 }
 
 void RemoveTimeLimit(const TimeLimit& limit) noexcept {

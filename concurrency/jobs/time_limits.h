@@ -19,10 +19,11 @@ struct TimeLimit {
     auto operator<=>(const TimeLimit&) const = default;
 };
 
-// Asks `target` with CancelCause::Limit once `when` has come, unless RemoveTimeLimit() comes first.
+// Calls TimeIsUp() of `target` once `when` has come, unless RemoveTimeLimit() comes first.
 //
 // Errors: std::bad_alloc; std::system_error if the thread cannot be started; nothing is changed then.
-TimeLimit AddTimeLimit(std::weak_ptr<Cancellable> target, MonotonicClock::time_point when);
+TimeLimit AddTimeLimit(std::weak_ptr<Cancellable> target, MonotonicClock::time_point when,
+                       std::shared_ptr<const LimitName> name);
 
 // Nothing if it has been reached, or if there is none. A request that is under way may still come.
 void RemoveTimeLimit(const TimeLimit& limit) noexcept;

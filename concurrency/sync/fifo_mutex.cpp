@@ -11,14 +11,14 @@ fifo_mutex::~fifo_mutex() = default;
 
 void fifo_mutex::lock() {
     if (m_queue->LockUntil(nullptr) == Internal::WaitResult::Cancelled) {
-        throw CancelRequestedException();
+        Internal::ThrowCancelRequested();
     }
 }
 
 bool fifo_mutex::try_lock_until(const TimePoint& deadline) {
     const Internal::WaitResult result = m_queue->LockUntil(&deadline);
     if (result == Internal::WaitResult::Cancelled) {
-        throw CancelRequestedException();
+        Internal::ThrowCancelRequested();
     }
     return result == Internal::WaitResult::Done;
 }

@@ -12,6 +12,7 @@
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task_slot.h"
+#include "concurrency/cancellation/time_limit_exceptions.h"
 
 namespace Orvane::Internal {
 
@@ -25,7 +26,7 @@ void LeaveIfOwnTaskIsCancelled() {
     const auto own = CurrentFuture();
     const auto run = own ? own->GetCancellationObject() : nullptr;
     if (run && run->IsRequested()) {
-        throw CancelRequestedException();
+        ThrowCancelRequested();
     }
 }
 
@@ -41,7 +42,37 @@ void Forget(const std::shared_ptr<CancellationObject>& run) {
 class Run : public CancellationObject {
   public:
     std::atomic<std::shared_ptr<RunCompanion>> companion;
+
+    // Of a nested run: the one around it. Constant once the thread is in it.
+    bool isNested = false;
+    std::weak_ptr<FutureState> outer;
+
+    // The time limit that asked it first. Written before the request sets the flag.
+    std::shared_ptr<const TimeLimitDetails> limit;
 };
+
+std::shared_ptr<Run> RunOf(const std::shared_ptr<FutureState>& future) {
+    return future ? std::static_pointer_cast<Run>(future->GetCancellationObject()) : nullptr;
+}
+
+// A request for a run reaches all that is nested in it. So the outermost run that was asked is the one that must be left.
+std::shared_ptr<Run> OutermostAsked() {
+    std::shared_ptr<Run> asked;
+    for (auto run = RunOf(CurrentFuture()); run && run->IsRequested(); run = RunOf(run->outer.lock())) {
+        asked = run;
+    }
+    return asked;
+}
+
+void ThrowTimeLimit() {
+    const auto asked = OutermostAsked();
+    if (asked && asked->limit && asked->isNested) {
+        throw TimeLimitException(asked->limit);
+    }
+    if (asked && asked->limit) {
+        throw TimeLimitRequestException(asked->limit);
+    }
+}
 
 bool RunsOnThisThread(const std::shared_ptr<CancellationObject>& run) {
     return run && run->GetThreadId() == ::GetCurrentThreadId();
@@ -56,6 +87,11 @@ bool RunsOnThisThread(const std::shared_ptr<CancellationObject>& run) {
 }
 
 }  // namespace
+
+void ThrowCancelRequested() {
+    ThrowTimeLimit();
+    throw CancelRequestedException();
+}
 
 FutureState::FutureState() = default;
 
@@ -149,7 +185,7 @@ void FutureState::RequestCancel() {
     }
 }
 
-void FutureState::RequestCancelQuietly() {
+void FutureState::RequestCancelQuietly(const std::shared_ptr<const TimeLimitDetails>& limit) {
     RankedLock lock(m_mutex);
     if (m_state == NotStarted) {
         m_state = Cancelled;
@@ -157,8 +193,30 @@ void FutureState::RequestCancelQuietly() {
         m_condition.notify_all();
     } else if (m_state == Busy) {
         m_state = Cancelling;
-        m_cancellationObject.load()->RequestCancel();
+        const auto run = std::static_pointer_cast<Run>(m_cancellationObject.load());
+        run->limit = limit;
+        run->RequestCancel();
     }
+}
+
+void FutureState::StartNestedIn(const std::shared_ptr<FutureState>& outer) {
+    static_cast<void>(Start());
+    Run& run = static_cast<Run&>(*m_cancellationObject.load());
+    run.isNested = true;
+    run.outer = outer;
+}
+
+void FutureState::EndNested() {
+    // Not left to the last reference to the run, which may go under a lock.
+    static_cast<Run&>(*m_cancellationObject.load()).companion.store(nullptr);
+    Complete();
+}
+
+std::shared_ptr<FutureState> FutureState::TaskOf(std::shared_ptr<FutureState> future) {
+    for (auto run = RunOf(future); run && run->isNested; run = RunOf(future)) {
+        future = run->outer.lock();
+    }
+    return future;
 }
 
 bool FutureState::IsBusy() const {

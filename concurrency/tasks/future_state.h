@@ -16,6 +16,7 @@ namespace Orvane::Internal {
 class LastWords;
 class RunCompanion;
 struct FutureStatePeer;
+struct TimeLimitDetails;
 
 // The state machine through which every run of a task reports.
 //
@@ -106,6 +107,10 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     // Adds the name of the run that is under way. On its own thread, or where its end cannot come.
     virtual void NameRun(LastWords& words) const noexcept;
 
+    // The future of the task itself, if `future` is of a run that is nested in it (StartNestedIn). Empty if the nested run is in
+    // no task.
+    static std::shared_ptr<FutureState> TaskOf(std::shared_ptr<FutureState> future);
+
     // Throws what the run ended with: its exception, or CancelledException once cancellation was requested and the
     // run has not ended otherwise. Returns in every other state. Call it after a wait.
     void HandleErrors();
@@ -117,8 +122,16 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     // Ends a run that is under way as Normal; nothing in any other state.
     void Complete();
 
-    // RequestCancel() for any thread: on the run's own it makes the request as another thread would, and throws nothing.
-    void RequestCancelQuietly();
+    // RequestCancel() for any thread: on the run's own it makes the request as another thread would, and throws nothing. If it
+    // is the first one, and a time limit makes it, that is what the run's waits throw.
+    void RequestCancelQuietly(const std::shared_ptr<const TimeLimitDetails>& limit = nullptr);
+
+    // Start() for a part of the run that the calling thread is in: `outer`, or empty if it is in none. Who nests it passes
+    // requests for the outer run on.
+    void StartNestedIn(const std::shared_ptr<FutureState>& outer);
+
+    // Complete(), and lets the companion go.
+    void EndNested();
 
   private:
     friend struct FutureStatePeer;  // for tests

@@ -9,7 +9,7 @@ namespace Orvane::Internal {
 
 void EndProcessInRun(const char* reason) noexcept {
     LastWords words(reason);
-    if (const auto run = CurrentFuture()) {
+    if (const auto run = FutureState::TaskOf(CurrentFuture())) {
         run->NameRun(words);
     }
     words.AddThread(::GetCurrentThreadId());

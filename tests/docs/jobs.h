@@ -24,6 +24,11 @@ void ShowProgress(const Values&...) {}
 template <typename... Values>
 void ShowFailure(const Values&...) {}
 void ShowThatTheTimeIsUp() {}
+void SayHello() {}
+void Transfer() {}
+void TellTheServer() {}
+void WatchTheEditor() {}
+const PROCESS_INFORMATION editor{};
 void ShowThatItTakesLong() {}
 
 const std::filesystem::path path;

@@ -28,6 +28,7 @@
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/jobs/parallel.h"
 #include "concurrency/jobs/testing.h"
+#include "concurrency/jobs/within.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/scheduler/schedule.h"

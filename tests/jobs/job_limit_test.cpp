@@ -4,11 +4,14 @@
 #include <chrono>
 #include <limits>
 #include <memory>
+#include <string>
 #include <system_error>
 #include <vector>
 
 #include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/current_task.h"
 #include "concurrency/jobs/job.h"
+#include "concurrency/jobs/within.h"
 #include "tests/jobs/full_pool.h"
 #include "tests/jobs/job_fixture.h"
 #include "tests/support/eventually.h"
@@ -30,8 +33,11 @@ class JobLimit : public JobTest {};
 TEST_F(JobLimit, ThrowsATypeOfItsOwn) {
     auto job = RunSleeper();
     job.CancelAfter(1ms);
-    EXPECT_EQ(MessageOf<TimeLimitException>([&] { job.Get(); }), "TimeLimitException");
+    EXPECT_EQ(MessageOf<TimeLimitException>([&] { job.Get(); }),
+              "TimeLimitException: the time limit of 1 ms of sleeper");
     EXPECT_EQ(job.GetCancelReason().cause, CancelCause::Limit);
+    EXPECT_EQ(job.GetCancelReason().by, L"sleeper");
+    EXPECT_EQ(job.GetCancelReason().limit, 1ms);
 
     auto other = RunSleeper();
     other.CancelAfter(0s);
@@ -45,6 +51,108 @@ TEST_F(JobLimit, ExceptionCanBeCarriedThroughAFuture) {
     TimeLimitException assigned;
     assigned = exception;
     EXPECT_STREQ(assigned.what(), "TimeLimitException");
+    EXPECT_EQ(assigned.GetName(), L"");
+    EXPECT_EQ(assigned.GetLimit(), 0s);
+}
+
+TEST_F(JobLimit, ExceptionKeepsWhichLimitItWas) {
+    const std::shared_ptr<CloneableException> clone = TimeLimitException(L"Fr\u00fchst\u00fcck", 90s).Clone();
+    try {
+        clone->Rethrow();
+        FAIL();
+    } catch (const TimeLimitException& late) {
+        EXPECT_EQ(late.GetName(), L"Fr\u00fchst\u00fcck");
+        EXPECT_EQ(late.GetLimit(), 90s);
+        EXPECT_STREQ(late.what(),
+                     "TimeLimitException: the time limit of 90 s of Fr\xc3\xbchst\xc3\xbc"
+                     "ck");
+    }
+}
+
+TEST_F(JobLimit, ExceptionTellsItsLengthInAFittingUnit) {
+    const auto what = [](std::chrono::nanoseconds limit) { return std::string(TimeLimitException(L"", limit).what()); };
+    const std::string begin = "TimeLimitException: the time limit of ";
+    EXPECT_EQ(what(1h), begin + "3600 s");
+    EXPECT_EQ(what(2s), begin + "2 s");
+    EXPECT_EQ(what(1'250ms), begin + "1.25 s");
+    EXPECT_EQ(what(1'005ms), begin + "1.005 s");
+    EXPECT_EQ(what(20ms), begin + "20 ms");
+    EXPECT_EQ(what(1'500us), begin + "1.5 ms");
+    EXPECT_EQ(what(7us), begin + "7 us");
+    EXPECT_EQ(what(7ns), begin + "7 ns");
+    EXPECT_EQ(what(0s), begin + "0 s");
+    EXPECT_EQ(what(-1s), begin + "0 s");
+}
+
+TEST_F(JobLimit, IsInheritedByWhatTheJobHasStarted) {
+    Gate begun;
+    std::string what;
+    CancelReason reason;
+    std::string ofTheChild;
+    auto job = Run(L"Import", [&] {
+        auto child = Orvane::Run(L"child", [&] {
+            auto grandchild = RunInNewThread(L"grandchild", [&] {
+                begun.Open();
+                try {
+                    SleepUntilAsked();
+                } catch (const CancelRequestedException& exception) {
+                    what = exception.what();
+                    reason = CancelReasonOfThisJob();
+                    throw;
+                }
+            });
+            grandchild.Get();
+        });
+        try {
+            child.Get();
+        } catch (const CancelRequestedException&) {
+            const CleanUpScope patient(1h);
+            ofTheChild = MessageOf<TimeLimitException>([&] { child.Get(); });
+            throw;
+        }
+    });
+    begun.Wait();
+    job.CancelAfter(1ms);
+    EXPECT_THROW(job.Get(), TimeLimitException);
+    EXPECT_EQ(ofTheChild, "TimeLimitException: the time limit of 1 ms of Import");
+    EXPECT_EQ(what, "TimeLimitRequestException: the time limit of 1 ms of Import");
+    EXPECT_EQ(reason.cause, CancelCause::Limit);
+    EXPECT_EQ(reason.by, L"Import");
+    EXPECT_EQ(reason.limit, 1ms);
+}
+
+TEST_F(JobLimit, ReachesWhatIsStartedAfterIt) {
+    const auto mayGoOn = std::make_shared<Gate>();
+    const auto begun = std::make_shared<Gate>();
+    CancelReason reason;
+    auto job = Run(L"Import", [=, &reason] {
+        begun->Open();
+        mayGoOn->Wait();
+        reason = Orvane::Run(L"child", [] {}).GetCancelReason();
+    });
+    begun->Wait();
+    job.CancelAfter(0s);
+    mayGoOn->Open();
+    job.Get();
+    EXPECT_EQ(reason.cause, CancelCause::Limit);
+    EXPECT_EQ(reason.by, L"Import");
+}
+
+TEST_F(JobLimit, ThatComesAfterARequestChangesNothing) {
+    const auto mayGoOn = std::make_shared<Gate>();
+    const auto begun = std::make_shared<Gate>();
+    std::string what;
+    auto job = Run(L"Import", [=, &what] {
+        begun->Open();
+        mayGoOn->Wait();
+        what = MessageOf<CancelRequestedException>([] { CancellationPoint(); });
+    });
+    begun->Wait();
+    job.Cancel();
+    job.CancelAfter(0s);
+    mayGoOn->Open();
+    job.Get();
+    EXPECT_EQ(what, "CancelRequestedException");
 }
 
 TEST_F(JobLimit, IsNotEarly) {

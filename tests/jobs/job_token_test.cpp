@@ -96,6 +96,7 @@ TEST_F(TokenIntoAJob, StoppedOnItsOwnThreadOnlyMakesTheRequest) {
 struct Asking {
     const char* name;
     CancelCause cause;
+    const wchar_t* by;
     void (*ask)(std::optional<Job<void>>& job, std::optional<Job<void>>& parent, std::stop_source& source);
 };
 
@@ -104,11 +105,11 @@ std::ostream& operator<<(std::ostream& stream, const Asking& asking) {
 }
 
 const Asking kAskings[] = {
-    {"Handle", CancelCause::Handle, [](auto& job, auto&, auto&) { job->Cancel(); }},
-    {"Dropped", CancelCause::Dropped, [](auto& job, auto&, auto&) { job.reset(); }},
-    {"Parent", CancelCause::Parent, [](auto&, auto& parent, auto&) { parent->Cancel(); }},
-    {"Limit", CancelCause::Limit, [](auto& job, auto&, auto&) { job->CancelAfter(1ms); }},
-    {"Token", CancelCause::Token, [](auto&, auto&, auto& source) { source.request_stop(); }},
+    {"Handle", CancelCause::Handle, L"", [](auto& job, auto&, auto&) { job->Cancel(); }},
+    {"Dropped", CancelCause::Dropped, L"", [](auto& job, auto&, auto&) { job.reset(); }},
+    {"Parent", CancelCause::Parent, L"parent", [](auto&, auto& parent, auto&) { parent->Cancel(); }},
+    {"Limit", CancelCause::Limit, L"job", [](auto& job, auto&, auto&) { job->CancelAfter(1ms); }},
+    {"Token", CancelCause::Token, L"", [](auto&, auto&, auto& source) { source.request_stop(); }},
 };
 
 class TokenOfAJob : public JobTest {};
@@ -154,7 +155,7 @@ TEST_P(TokenOfAJobAskedBy, EachCauseIsStoppedAndSaysWhy) {
     EXPECT_TRUE(wasStopped);
     EXPECT_EQ(callbacks, 1);
     EXPECT_EQ(reason.cause, GetParam().cause);
-    EXPECT_EQ(reason.by, GetParam().cause == CancelCause::Parent ? L"parent" : L"");
+    EXPECT_EQ(reason.by, GetParam().by);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, TokenOfAJobAskedBy, testing::ValuesIn(kAskings),
