@@ -14,6 +14,7 @@ std::wstring ToText(const CancelReason& reason) {
         case CancelCause::GroupFailure: return L"asked by the failure of " + reason.by;
         case CancelCause::Limit: return L"asked by " + Internal::TimeLimitDetails(reason.by, reason.limit).Text();
         case CancelCause::Token: return L"asked by its stop token";
+        case CancelCause::Signalled: return L"asked because a handle that it watches was signalled";
         case CancelCause::Task: return L"asked through its future";
         case CancelCause::Shutdown: return L"asked by the last uninitialisation";
     }

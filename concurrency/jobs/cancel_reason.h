@@ -21,6 +21,7 @@ enum class CancelCause : std::uint8_t {
     GroupFailure,  // another job of its group has failed
     Limit,         // CancelAfter(), or a Within around its start, of itself or of a run that owns it
     Token,         // the std::stop_token that it was started with
+    Signalled,     // what CancelWhen() watches was signalled
     Task,          // through the future of its run, as a request that another task passes on
     Shutdown,      // the last uninitialisation
 };
@@ -32,10 +33,10 @@ struct CancelReason {
 
     // Of the parent, the group, the job that failed, or what has the limit; else empty.
     std::wstring by;
-};
 
     // The length of the limit; else zero.
     std::chrono::nanoseconds limit{};
+};
 
 // As in "asked by the failure of Fetch 17".
 ORVANE_CONCURRENCY_API std::wstring ToText(const CancelReason& reason);

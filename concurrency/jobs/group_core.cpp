@@ -104,11 +104,14 @@ void GroupCore::Close(bool isGone) noexcept {
         DropFailures();
     }
     TimeLimit limit;
+    HandleWatches watches;
     {
         const RankedLock lock(m_mutex);
         limit = std::exchange(m_limit, {});
+        watches.swap(m_watches);
     }
     RemoveTimeLimit(limit);
+    RemoveHandleWatches(watches);
     const RankedLock lock(ShardOf(*this).mutex);
     Delist(*this);
 }

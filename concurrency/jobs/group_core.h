@@ -33,6 +33,7 @@
 #include "concurrency/jobs/group_results.h"
 #include "concurrency/jobs/group_schedule.h"
 #include "concurrency/jobs/group_slots.h"
+#include "concurrency/jobs/handle_watch.h"
 #include "concurrency/jobs/job_outcome.h"
 #include "concurrency/jobs/job_state.h"
 #include "concurrency/jobs/job_wait.h"
@@ -109,6 +110,7 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     void ForgetEnded() noexcept;
 
     void CancelAfter(std::chrono::nanoseconds limit);
+    void CancelWhen(HANDLE handle);
     CancelReason Reason() const;
     JobCounts Counts() const;
     std::vector<JobFailure> Failures();
@@ -196,6 +198,7 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     JobListeners m_listeners ORVANE_GUARDED_BY(m_mutex);  // of those that wait for the end of all
     JobListeners m_readers ORVANE_GUARDED_BY(m_mutex);  // of those that wait for the next record
     TimeLimit m_limit ORVANE_GUARDED_BY(m_mutex);
+    HandleWatches m_watches ORVANE_GUARDED_BY(m_mutex);
     bool m_isEnlisted ORVANE_GUARDED_BY(m_mutex) = false;  // from the first job or schedule on
     std::list<std::shared_ptr<GroupSchedule>> m_schedules ORVANE_GUARDED_BY(m_mutex);
     std::size_t m_activeSchedules ORVANE_GUARDED_BY(m_mutex) = 0;

@@ -129,6 +129,12 @@ void GroupCore::CancelAfter(std::chrono::nanoseconds limit) {
     RemoveTimeLimit(fresh);
 }
 
+void GroupCore::CancelWhen(HANDLE handle) {
+    HandleWatches fresh = WatchHandle(handle, weak_from_this());
+    const RankedLock lock(m_mutex);
+    m_watches.splice(m_watches.end(), fresh);
+}
+
 CancelReason GroupCore::Reason() const {
     AskReason reason;
     {

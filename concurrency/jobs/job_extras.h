@@ -8,6 +8,7 @@
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/jobs/cancellable.h"
+#include "concurrency/jobs/handle_watch.h"
 #include "concurrency/jobs/time_limits.h"
 
 namespace Orvane::Internal {
@@ -49,6 +50,7 @@ class TokenLink {
 struct JobExtras {
     std::unique_ptr<ManualEvent> ended;
     TimeLimit limit;
+    HandleWatches watches;
     std::unique_ptr<std::stop_callback<TokenLink>> token;
 };
 

@@ -109,6 +109,10 @@ void JobGroup::CancelAfterTicks(std::chrono::nanoseconds limit) {
     m_core->CancelAfter(limit);
 }
 
+void JobGroup::CancelWhen(HANDLE handle) {
+    m_core->CancelWhen(handle);
+}
+
 std::wstring JobGroup::GetName() const {
     return m_core->Name()->text;
 }

@@ -153,6 +153,7 @@ class ORVANE_CONCURRENCY_API JobGroup {
     void CancelAfter(const std::chrono::duration<Rep, Period>& limit) {
         CancelAfterTicks(Internal::ToNanoseconds(limit));
     }
+    void CancelWhen(HANDLE handle);
 
     // For a component that is to be unloaded. Asks all jobs to leave, waits until they have ended and the threads that ran them
     // have left their code, and destroys what is kept of them: callables, records and failures, also those that a GroupJob could

@@ -46,6 +46,13 @@ class JobHandle {
         m_job.CancelAfter(Internal::ToNanoseconds(limit));
     }
 
+    // The same when the handle is signalled: when a process ends, an event is set, a change is notified. At once if it is. Takes
+    // one signal of an auto-reset event or a semaphore. The caller may close the handle. Of several handles each counts. Needs no
+    // worker of the pool.
+    // Errors: std::invalid_argument for a mutex; std::system_error if the handle cannot be waited for, or the platform refuses a
+    // thread, an event or a handle; std::bad_alloc. The handle is not watched then.
+    void CancelWhen(HANDLE handle) const { m_job.CancelWhen(handle); }
+
     // Whether Get() would not block. False without a job.
     bool IsReady() const noexcept { return m_job.IsReady(); }
 

@@ -176,6 +176,10 @@ void JobRef::CancelAfter(std::chrono::nanoseconds limit) const {
     Get().CancelAfter(limit);
 }
 
+void JobRef::CancelWhen(HANDLE handle) const {
+    Get().CancelWhen(handle);
+}
+
 bool JobRef::IsReady() const noexcept {
     return m_state && m_state->IsEnded();
 }

@@ -45,6 +45,7 @@ class ORVANE_CONCURRENCY_API JobRef {
     bool WaitFor(std::chrono::nanoseconds timeout) const;
     void Cancel() const;
     void CancelAfter(std::chrono::nanoseconds limit) const;
+    void CancelWhen(HANDLE handle) const;
     bool IsReady() const noexcept;
     std::wstring GetName() const;
     HANDLE EndEvent() const;

@@ -298,15 +298,18 @@ void JobState::PublishEnd() noexcept {
 // What was attached before the end was published: what comes later sees the end.
 void JobState::TidyUp() noexcept {
     TimeLimit limit;
+    HandleWatches watches;
     std::unique_ptr<std::stop_callback<TokenLink>> token;
     {
         const RankedLock lock(m_shard.mutex);
         if (m_extras) {
             limit = std::exchange(m_extras->limit, {});
+            watches.swap(m_extras->watches);
             token = std::move(m_extras->token);
         }
     }
     RemoveTimeLimit(limit);
+    RemoveHandleWatches(watches);
     DiscardIfUnread();
     token.reset();  // last: waits for a callback that is under way, and that may wait for this job
 }
@@ -331,20 +334,20 @@ void JobState::DiscardIfUnread() noexcept {
 }
 
 void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
+    AskReason first;
     {
         const RankedLock lock(m_shard.mutex);
         if (m_phase == Phase::Ended) {
-    AskReason first;
             return;
         }
         if (m_cause == CancelCause::None) {
             m_cause = reason.cause;
             m_askedBy = reason.by;
         }
+        first = {m_cause, m_askedBy};
     }
     if (Claim(Phase::Ending)) {
         m_time = ThreadNow();
-        first = {m_cause, m_askedBy};
         m_thread = ::GetCurrentThreadId();
         m_neverRuns = true;
         m_future.RequestCancelQuietly();  // its task does not say that it has started
@@ -418,6 +421,24 @@ void JobState::CancelAfter(std::chrono::nanoseconds limit) {
         }
     }
     RemoveTimeLimit(fresh);
+}
+
+void JobState::CancelWhen(HANDLE handle) {
+    if (IsEnded()) {
+        return;
+    }
+    auto extras = std::make_unique<JobExtras>();  // before the watch: nothing fails after it
+    HandleWatches fresh = WatchHandle(handle, weak_from_this());
+    {
+        const RankedLock lock(m_shard.mutex);
+        if (!m_extras) {
+            m_extras.swap(extras);
+        }
+        if (m_phase != Phase::Ended) {
+            m_extras->watches.splice(m_extras->watches.end(), fresh);
+        }
+    }
+    RemoveHandleWatches(fresh);
 }
 
 HANDLE JobState::EndEvent() {

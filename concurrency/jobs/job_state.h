@@ -147,6 +147,7 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     void CollectRunning(std::vector<RunningJob>& running) const;
 
     void CancelAfter(std::chrono::nanoseconds limit);
+    void CancelWhen(HANDLE handle);
 
     // A manual-reset event, made at the first call; the job closes it when it is destroyed.
     HANDLE EndEvent();

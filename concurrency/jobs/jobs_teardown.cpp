@@ -1,5 +1,6 @@
 #include "concurrency/jobs/jobs_teardown.h"
 
+#include "concurrency/jobs/handle_watch.h"
 #include "concurrency/jobs/job_registry.h"
 #include "concurrency/jobs/pool_starter.h"
 #include "concurrency/jobs/time_limits.h"
@@ -15,6 +16,7 @@ void BeginJobsTeardown() noexcept {
 void EndJobsTeardown() noexcept {
     JoinStarter();
     StopTimeLimits();
+    StopHandleWatches();
 }
 
 void AllowJobs() noexcept {

@@ -16,6 +16,8 @@ set(left_out_files
     sync/fifo_mutex_waiters_slow_test.cpp
     # Suspends threads.
     threadpool/idle_workers_whitebox_stress_test.cpp
+    # Starts a program of the platform, and watches a folder.
+    jobs/job_process_test.cpp
     # Starts an example, which is a program of the platform.
     sync/shared_counter_test.cpp
 )

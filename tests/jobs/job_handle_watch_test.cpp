@@ -1,0 +1,336 @@
+// CancelWhen(): a job leaves when a handle is signalled.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
+
+#include "concurrency/base/windows_api.h"
+#include "concurrency/jobs/job_group.h"
+#include "tests/faults/every_allocation.h"
+#include "tests/jobs/full_pool.h"
+#include "tests/jobs/job_fixture.h"
+#include "tests/support/eventually.h"
+#include "tests/support/gate.h"
+#include "tests/support/import_patch.h"
+#include "tests/support/plain_thread.h"
+#include "tests/support/resource_probe.h"
+#include "tests/threadpool/at_end.h"
+#include "tests/threadpool/thread_starts.h"
+
+namespace {
+
+using namespace Orvane;
+using namespace Zarvo::Test;
+
+class OwnEvent {
+  public:
+    enum class Kind { Manual, AutoReset };
+
+    explicit OwnEvent(Kind kind = Kind::Manual)
+        : m_handle(CreateEventW(nullptr, kind == Kind::Manual ? TRUE : FALSE, FALSE, nullptr)) {}
+    ~OwnEvent() { Close(); }
+    OwnEvent(const OwnEvent&) = delete;
+    OwnEvent& operator=(const OwnEvent&) = delete;
+
+    HANDLE Get() const { return m_handle; }
+    void Set() const { SetEvent(m_handle); }
+    void Close() {
+        if (m_handle != nullptr) {
+            CloseHandle(m_handle);
+        }
+        m_handle = nullptr;
+    }
+
+  private:
+    HANDLE m_handle;
+};
+
+class NoEvents {
+  private:
+    static HANDLE WINAPI Fail(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) {
+        SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+        return nullptr;
+    }
+    ImportPatch m_patch{LibraryUnderTest(), "CreateEventW", &Fail};
+};
+
+class JobHandleWatch : public JobTest {};
+
+TEST_F(JobHandleWatch, AsksWhenAnEventIsSet) {
+    const OwnEvent event;
+    auto job = RunSleeper();
+    job.CancelWhen(event.Get());
+    Sleep(20);
+    EXPECT_EQ(job.GetCancelReason().cause, CancelCause::None);
+    event.Set();
+    EXPECT_THROW(job.Get(), CancelledException);
+    EXPECT_EQ(job.GetCancelReason().cause, CancelCause::Signalled);
+    EXPECT_EQ(ToText(job.GetCancelReason()), L"asked because a handle that it watches was signalled");
+}
+
+TEST_F(JobHandleWatch, AsksAtOnceIfTheEventIsSet) {
+    const OwnEvent event;
+    event.Set();
+    const ThreadStarts starts;
+    const auto mayEnd = std::make_shared<Gate>();
+    auto job = RunHeld(mayEnd);
+    const int before = starts.Count();
+    job.CancelWhen(event.Get());
+    EXPECT_EQ(job.GetCancelReason().cause, CancelCause::Signalled);
+    EXPECT_EQ(starts.Count(), before);
+    mayEnd->Open();
+    job.Get();
+}
+
+TEST_F(JobHandleWatch, TakesOneSignalOfAnAutoResetEvent) {
+    const OwnEvent event(OwnEvent::Kind::AutoReset);
+    auto first = RunSleeper();
+    auto second = RunSleeper();
+    first.CancelWhen(event.Get());
+    second.CancelWhen(event.Get());
+    event.Set();
+    EXPECT_TRUE(Eventually([&] { return first.IsReady() || second.IsReady(); }));
+    Sleep(20);
+    EXPECT_NE(first.IsReady(), second.IsReady());
+    event.Set();
+    first.Wait();
+    second.Wait();
+}
+
+TEST_F(JobHandleWatch, AsksWhenAThreadEnds) {
+    auto job = RunSleeper();
+    Gate mayEnd;
+    HANDLE thread = nullptr;
+    Gate isThere;
+    PlainThread watched([&] {
+        DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &thread, SYNCHRONIZE, FALSE, 0);
+        isThere.Open();
+        mayEnd.Wait();
+    });
+    isThere.Wait();
+    job.CancelWhen(thread);
+    CloseHandle(thread);
+    mayEnd.Open();
+    EXPECT_THROW(job.Get(), CancelledException);
+}
+
+TEST_F(JobHandleWatch, HandleMayBeClosed) {
+    OwnEvent event;
+    HANDLE other = nullptr;
+    DuplicateHandle(GetCurrentProcess(), event.Get(), GetCurrentProcess(), &other, 0, FALSE, DUPLICATE_SAME_ACCESS);
+    auto job = RunSleeper();
+    job.CancelWhen(event.Get());
+    event.Close();
+    SetEvent(other);
+    CloseHandle(other);
+    EXPECT_THROW(job.Get(), CancelledException);
+}
+
+TEST_F(JobHandleWatch, OfSeveralHandlesEachCounts) {
+    const std::array<OwnEvent, 3> events;
+    for (const OwnEvent& last : events) {
+        auto job = RunSleeper();
+        for (const OwnEvent& event : events) {
+            job.CancelWhen(event.Get());
+        }
+        last.Set();
+        EXPECT_THROW(job.Get(), CancelledException);
+        ResetEvent(last.Get());
+    }
+}
+
+TEST_F(JobHandleWatch, AsksAGroup) {
+    const OwnEvent event;
+    JobGroup group(L"group");
+    auto first = group.Run(L"first", [] { SleepUntilAsked(); });
+    auto second = group.Run(L"second", [] { SleepUntilAsked(); });
+    group.CancelWhen(event.Get());
+    event.Set();
+    EXPECT_THROW(group.Wait(), CancelledException);
+    EXPECT_EQ(group.GetCancelReason().cause, CancelCause::Signalled);
+    EXPECT_EQ(first.GetCancelReason().cause, CancelCause::Signalled);
+}
+
+TEST_F(JobHandleWatch, HasRoomForManyHandles) {
+    constexpr std::size_t kMany = 150;
+    std::vector<std::unique_ptr<OwnEvent>> events;
+    std::vector<GroupJob<void>> jobs;
+    JobGroup group(L"group", 1);
+    group.Run(L"first", [] { SleepUntilAsked(); });
+    const ThreadStarts starts;
+    for (std::size_t i = 0; i < kMany; ++i) {
+        events.push_back(std::make_unique<OwnEvent>());
+        jobs.push_back(group.Run(L"waits", [] {}));
+        jobs.back().CancelWhen(events.back()->Get());
+    }
+    EXPECT_EQ(starts.Count(), 3);
+    for (const std::size_t i : {std::size_t{0}, std::size_t{61}, std::size_t{62}, kMany - 1}) {
+        events[i]->Set();
+        EXPECT_THROW(jobs[i].Get(), CancelledException) << i;
+    }
+    EXPECT_EQ(group.Counts().cancelled, 4U);
+    group.Cancel();
+}
+
+TEST_F(JobHandleWatch, NeedsNoWorkerOfThePool) {
+    FullPool pool;
+    const OwnEvent event;
+    bool isDestroyed = false;
+    auto job = Run(L"waits", [end = AtEnd([&] { isDestroyed = true; })] {});
+    job.CancelWhen(event.Get());
+    event.Set();
+    EXPECT_THROW(job.Get(), CancelledException);
+    EXPECT_TRUE(isDestroyed);
+}
+
+TEST_F(JobHandleWatch, OfAnEndedJobIsNothing) {
+    const OwnEvent event;
+    auto job = Run(L"ended", [] { return 7; });
+    job.Wait();
+    job.CancelWhen(event.Get());
+    event.Set();
+    job.CancelWhen(event.Get());
+    EXPECT_EQ(job.GetCancelReason().cause, CancelCause::None);
+    EXPECT_EQ(job.Get(), 7);
+}
+
+TEST_F(JobHandleWatch, LeavesTheSignalThatComesAfterTheJob) {
+    const OwnEvent event(OwnEvent::Kind::AutoReset);
+    auto job = Run(L"job", [] {});
+    job.CancelWhen(event.Get());
+    job.Get();
+    // The thread has looked at its handles anew when it has asked for another one.
+    const OwnEvent other;
+    auto next = RunSleeper();
+    next.CancelWhen(other.Get());
+    other.Set();
+    next.Wait();
+    event.Set();
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_OBJECT_0);
+}
+
+TEST_F(JobHandleWatch, LeavesNothingWhenTheJobHasEnded) {
+    const OwnEvent event;
+    const auto once = [&event] {
+        auto job = Run(L"job", [] {});
+        job.CancelWhen(event.Get());
+        job.CancelWhen(event.Get());
+        job.Get();
+        JobGroup group(L"group");
+        group.CancelWhen(event.Get());
+    };
+    once();
+    Resources growth;
+    const ResourceProbe probe;
+    for (int i = 0; i < 100; ++i) {
+        once();
+    }
+    EXPECT_TRUE(Eventually([&] {
+        growth = probe.Growth();
+        return growth.blocks < 50 && growth.handles < 50;
+    })) << growth;
+}
+
+TEST(JobHandleWatches, EndWithTheLastUninitialisation) {
+    const OwnEvent event;
+    const auto once = [&event] {
+        const ConcurrencyLifetime lifetime;
+        auto job = RunSleeper();
+        job.CancelWhen(event.Get());
+    };
+    once();
+    const ResourceProbe probe;
+    once();
+    Resources growth;
+    EXPECT_TRUE(Eventually([&] {
+        growth = probe.Growth();
+        return growth.handles <= 0;
+    })) << growth;
+}
+
+TEST_F(JobHandleWatch, RefusesAMutexAndLeavesItAsItIs) {
+    auto job = RunSleeper();
+    const HANDLE mutex = CreateMutexW(nullptr, FALSE, nullptr);
+    EXPECT_THROW(job.CancelWhen(mutex), std::invalid_argument);
+    DWORD result = WAIT_FAILED;
+    PlainThread([&] {
+        result = WaitForSingleObject(mutex, 0);
+        ReleaseMutex(mutex);
+    }).Join();
+    EXPECT_EQ(result, WAIT_OBJECT_0);  // it is free
+
+    WaitForSingleObject(mutex, 0);
+    EXPECT_THROW(job.CancelWhen(mutex), std::invalid_argument);
+    PlainThread([&] {
+        result = WaitForSingleObject(mutex, 0);
+        EXPECT_THROW(job.CancelWhen(mutex), std::invalid_argument);
+    }).Join();
+    EXPECT_EQ(result, static_cast<DWORD>(WAIT_TIMEOUT));  // it is this thread's
+    EXPECT_NE(ReleaseMutex(mutex), FALSE);
+    EXPECT_EQ(ReleaseMutex(mutex), FALSE);  // once
+    CloseHandle(mutex);
+    EXPECT_EQ(job.GetCancelReason().cause, CancelCause::None);
+}
+
+TEST_F(JobHandleWatch, OfNoHandleIsAnError) {
+    auto job = RunSleeper();
+    EXPECT_THROW(job.CancelWhen(nullptr), std::system_error);
+    OwnEvent event;
+    const HANDLE closed = event.Get();
+    event.Close();
+    EXPECT_THROW(job.CancelWhen(closed), std::system_error);
+    EXPECT_EQ(job.GetCancelReason().cause, CancelCause::None);
+    EXPECT_THROW(Job<void>().CancelWhen(closed), std::logic_error);
+}
+
+TEST_F(JobHandleWatch, WhoseThreadCannotBeStartedIsAnErrorAndIsNotWatched) {
+    const OwnEvent event;
+    auto job = RunSleeper();
+    {
+        ThreadStarts starts;
+        starts.FailAt(1);
+        EXPECT_THROW(job.CancelWhen(event.Get()), std::system_error);
+    }
+    event.Set();
+    Sleep(20);
+    EXPECT_EQ(job.GetCancelReason().cause, CancelCause::None);
+    job.CancelWhen(event.Get());
+    EXPECT_THROW(job.Get(), CancelledException);
+}
+
+TEST_F(JobHandleWatch, WithoutAnEventForItsThreadIsAnError) {
+    const OwnEvent event;
+    auto job = RunSleeper();
+    {
+        const NoEvents none;
+        EXPECT_THROW(job.CancelWhen(event.Get()), std::system_error);
+    }
+    job.CancelWhen(event.Get());
+    event.Set();
+    EXPECT_THROW(job.Get(), CancelledException);
+}
+
+TEST_F(JobHandleWatch, WithoutMemoryIsNotWatched) {
+    const OwnEvent event;
+    const OwnEvent keeps;
+    auto keeper = RunSleeper();
+    keeper.CancelWhen(keeps.Get());
+    EXPECT_GT(ForEveryAllocation([&event](Attempt& attempt) {
+                  ResetEvent(event.Get());
+                  auto job = RunSleeper();
+                  if (!attempt.Succeeds([&] { job.CancelWhen(event.Get()); })) {
+                      EXPECT_EQ(job.GetCancelReason().cause, CancelCause::None);
+                      job.CancelWhen(event.Get());
+                  }
+                  event.Set();
+                  EXPECT_THROW(job.Get(), CancelledException);
+              }),
+              0);
+}
+
+}  // namespace
