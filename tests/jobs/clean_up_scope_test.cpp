@@ -75,11 +75,12 @@ TEST_F(CleanUp, EndsAtItsTime) {
 }
 
 TEST_F(CleanUp, HidesARequestThatComesMeanwhile) {
-    auto job = Run(L"job", [this] {
+    bool hasSlept = false;
+    auto job = Run(L"job", [&hasSlept] {
         {
             const CleanUpScope scope(10s);
             CancellableSleep(2'000);
-            EXPECT_EQ(m_time.Elapsed(), 2s);
+            hasSlept = true;
         }
         CancellationPoint();
         FAIL();
@@ -87,6 +88,8 @@ TEST_F(CleanUp, HidesARequestThatComesMeanwhile) {
     EXPECT_FALSE(job.WaitFor(1s));
     job.Cancel();
     EXPECT_THROW(job.Get(), CancelledException);
+    EXPECT_TRUE(hasSlept);
+    EXPECT_EQ(m_time.Elapsed(), 2s);
 }
 
 TEST_F(CleanUp, WhoseTimeIsOverLetsARequestThrough) {
@@ -203,16 +206,19 @@ TEST_F(CleanUp, OutsideARunChangesNothing) {
 
 TEST_F(CleanUp, RequestOfTheRunItselfIsHiddenAsWell) {
     std::optional<Job<void>> job;
-    job = Run(L"job", [&job] {
+    bool wasHidden = false;
+    job = Run(L"job", [&job, &wasHidden] {
         {
             const CleanUpScope scope(10s);
             job->Cancel();
             CancellationPoint();
+            wasHidden = true;
         }
         CancellationPoint();
         FAIL();
     });
     EXPECT_THROW(job->Get(), CancelledException);
+    EXPECT_TRUE(wasHidden);
 }
 
 }  // namespace
