@@ -34,4 +34,8 @@ MonotonicClock::time_point MonotonicClock::now() noexcept {
     return time_point(std::chrono::seconds(seconds) + duration(rest * 1'000'000'000 / frequency));
 }
 
+std::uint64_t CoarseClock::Ticks() noexcept {
+    return GetTickCount64();
+}
+
 }  // namespace Orvane::Internal

@@ -35,4 +35,9 @@ struct MonotonicClock {
     static time_point now() noexcept;
 };
 
+// Milliseconds since the system started, in steps of some 16. Reading it costs a thirtieth of what the clock above costs.
+struct CoarseClock {
+    static std::uint64_t Ticks() noexcept;
+};
+
 }  // namespace Orvane::Internal

@@ -57,14 +57,15 @@ class ConditionNotificationAdapter : public AbstractCancelNotifier {
 
 // Not for callers.
 //
-// One wait on `condition` with a notifier registered. The caller owns `mutex`; `block` waits with that very lock and returns
-// whether it came back in time.
+// One wait on `condition` with a notifier registered, noted as a wait of `kind` for `object`. The caller owns `mutex`; `block`
+// waits with that very lock and returns whether it came back in time.
 template <typename Mutex, typename ConditionVariable, typename Block>
-[[nodiscard]] WaitResult WaitOnCondition(Mutex& mutex, ConditionVariable& condition,
+[[nodiscard]] WaitResult WaitOnCondition(WaitKind kind, const void* object, Mutex& mutex, ConditionVariable& condition,
                                          std::shared_ptr<const void> keepAlive, Block block) {
-    const auto notifier =
-        ConditionNotificationAdapter<Mutex, ConditionVariable>::CreateInstance(mutex, condition, std::move(keepAlive));
-    return WaitUnlessCancelled(std::move(block));
+    const WaitingRun run = CurrentRun();
+    const auto notifier = run.Register(std::make_shared<ConditionNotificationAdapter<Mutex, ConditionVariable>>(
+        mutex, condition, std::move(keepAlive)));
+    return run.WaitUnlessCancelled(kind, object, std::move(block));
 }
 
 // One cancellable wait on `condition`. The caller owns `mutex`; `wait()` waits with that very lock, and what it returns is
@@ -83,7 +84,8 @@ auto CancellableConditionWait(Mutex& mutex, std::condition_variable_any& conditi
             wait();
             return true;
         };
-        if (WaitOnCondition(mutex, condition, std::move(keepAlive), block) == WaitResult::Cancelled) {
+        if (WaitOnCondition(WaitKind::Condition, &condition, mutex, condition, std::move(keepAlive), block) ==
+            WaitResult::Cancelled) {
             ThrowCancelRequested();
         }
     } else {
@@ -92,7 +94,8 @@ auto CancellableConditionWait(Mutex& mutex, std::condition_variable_any& conditi
             result.emplace(wait());
             return true;
         };
-        if (WaitOnCondition(mutex, condition, std::move(keepAlive), block) == WaitResult::Cancelled) {
+        if (WaitOnCondition(WaitKind::Condition, &condition, mutex, condition, std::move(keepAlive), block) ==
+            WaitResult::Cancelled) {
             ThrowCancelRequested();
         }
         return std::move(*result);

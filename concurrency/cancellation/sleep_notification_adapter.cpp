@@ -41,7 +41,18 @@ void SleepNotificationAdapter::Sleep(DWORD milliseconds) {
 
 WaitResult SleepNotificationAdapter::SleepUnlessCancelled(DWORD milliseconds) {
     RankedLock lock(m_mutex);
-    return WaitUnlessCancelled([&]() ORVANE_NO_THREAD_SAFETY_ANALYSIS {
+    return SleepIn(CurrentRun(), lock, milliseconds, WaitKind::Sleep);
+}
+
+WaitResult SleepNotificationAdapter::Sleep(const WaitingRun& run, DWORD milliseconds, WaitKind kind) {
+    const auto adapter = run.Register(std::shared_ptr<SleepNotificationAdapter>(new SleepNotificationAdapter()));
+    RankedLock lock(adapter->m_mutex);
+    return adapter->SleepIn(run, lock, milliseconds, kind);
+}
+
+// The flag is tested and the sleep begins in one hold of the mutex.
+WaitResult SleepNotificationAdapter::SleepIn(const WaitingRun& run, Lock& lock, DWORD milliseconds, WaitKind kind) {
+    return run.WaitUnlessCancelled(kind, nullptr, [&]() ORVANE_NO_THREAD_SAFETY_ANALYSIS {
         if (milliseconds == INFINITE) {
             m_condition.wait(lock);
         } else if (milliseconds == 0) {

@@ -40,11 +40,19 @@ class ORVANE_CONCURRENCY_API SleepNotificationAdapter : public AbstractCancelNot
     // The same for a caller that throws itself. Returns Done or Cancelled.
     WaitResult SleepUnlessCancelled(DWORD milliseconds);
 
+    // One sleep of a run, with an adapter of its own.
+    static WaitResult Sleep(const WaitingRun& run, DWORD milliseconds, WaitKind kind);
+
   private:
+    using Mutex = RankedMutex<std::recursive_mutex, LockRank::Waiter>;
+    using Lock = RankedLock<Mutex>;
+
     SleepNotificationAdapter();
 
+    WaitResult SleepIn(const WaitingRun& run, Lock& lock, DWORD milliseconds, WaitKind kind);
+
     // Taken before the cancellation object's, never while holding that.
-    RankedMutex<std::recursive_mutex, LockRank::Waiter> m_mutex;
+    Mutex m_mutex;
     std::condition_variable_any m_condition;
 };
 

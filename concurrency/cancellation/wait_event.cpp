@@ -4,7 +4,6 @@
 #include <atomic>
 
 #include "concurrency/base/windows_api.h"
-#include "concurrency/cancellation/wait_protocol.h"
 
 namespace Orvane::Internal {
 
@@ -61,8 +60,8 @@ HANDLE TakeOrCreate() {
 
 }  // namespace
 
-std::shared_ptr<WaitEvent> WaitEvent::CreateInstance() {
-    return RegisterWithCurrentRun(std::make_shared<WaitEvent>());
+std::shared_ptr<WaitEvent> WaitEvent::CreateInstance(const WaitingRun& run) {
+    return run.Register(std::make_shared<WaitEvent>());
 }
 
 WaitEvent::WaitEvent() : m_event(TakeOrCreate()) {}

@@ -12,13 +12,14 @@
 
 #include "concurrency/base/win32.h"
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
+#include "concurrency/cancellation/waiting_run.h"
 
 namespace Orvane::Internal {
 
 class WaitEvent : public AbstractCancelNotifier {
   public:
-    // Registered with the calling thread's run, if there is one, in place of any other notifier.
-    [[nodiscard]] static std::shared_ptr<WaitEvent> CreateInstance();
+    // Registered with the run in place of any other notifier.
+    [[nodiscard]] static std::shared_ptr<WaitEvent> CreateInstance(const WaitingRun& run);
 
     WaitEvent();
     ~WaitEvent() override;

@@ -14,8 +14,9 @@
 //         }
 //     }
 //     WaitResult WaitForSomethingUnlessCancelled() {
-//         const auto notifier = RegisterWithCurrentRun(std::make_shared<SomeNotifier>());
-//         return WaitUnlessCancelled([&] { return notifier->BlocksUntilInTime(); });
+//         const WaitingRun run = CurrentRun();
+//         const auto notifier = run.Register(std::make_shared<SomeNotifier>());
+//         return run.WaitUnlessCancelled(WaitKind::Something, nullptr, [&] { return notifier->BlocksUntilInTime(); });
 //     }
 //
 // Thrown through a frame that still has something to destroy, the exception would take twice as long.
@@ -25,35 +26,22 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
-#include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
+#include "concurrency/cancellation/waiting_run.h"
 
 namespace Orvane::Internal {
 
-enum class WaitResult { Done, TimedOut, Cancelled };
-
-// Registers `notifier` with the run that the calling thread is in, if any, in place of any other, and returns it. The run
-// holds it weakly: it stays registered for as long as the caller keeps what is returned.
-template <typename Notifier>
-[[nodiscard]] std::shared_ptr<Notifier> RegisterWithCurrentRun(std::shared_ptr<Notifier> notifier) {
-    if (const auto run = GetCancellationObject()) {
-        run->RegisterNotifier(notifier);
-    }
-    return notifier;
+// The run that the calling thread is in. The one look at it that a wait takes: it costs as much as all the rest.
+inline WaitingRun CurrentRun() {
+    return WaitingRun(GetCancellationObject());
 }
 
-// Calls `block` once, between two tests for a request. `block` returns whether it came back in time.
-template <typename Block>
-[[nodiscard]] WaitResult WaitUnlessCancelled(Block block) {
-    if (IsCancellationRequested()) {
-        return WaitResult::Cancelled;
-    }
-    const bool isInTime = block();
-    if (IsCancellationRequested()) {
-        return WaitResult::Cancelled;
-    }
-    return isInTime ? WaitResult::Done : WaitResult::TimedOut;
+// Registers `notifier` with the run that the calling thread is in, if any, in place of any other, and returns it.
+template <typename Notifier>
+[[nodiscard]] std::shared_ptr<Notifier> RegisterWithCurrentRun(std::shared_ptr<Notifier> notifier) {
+    return CurrentRun().Register(std::move(notifier));
 }
 
 }  // namespace Orvane::Internal

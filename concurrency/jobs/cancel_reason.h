@@ -24,6 +24,7 @@ enum class CancelCause : std::uint8_t {
     Signalled,     // what CancelWhen() watches was signalled
     Task,          // through the future of its run, as a request that another task passes on
     Shutdown,      // the last uninitialisation
+    Stop,          // StopAll()
 };
 
 // The first request that reached a job or a group.
@@ -31,7 +32,7 @@ struct CancelReason {
     // What kind of request it was.
     CancelCause cause = CancelCause::None;
 
-    // Of the parent, the group, the job that failed, or what has the limit; else empty.
+    // Of the parent, the group, the job that failed, or what has the limit; what StopAll() was called for; else empty.
     std::wstring by;
 
     // The length of the limit; else zero.
@@ -41,4 +42,10 @@ struct CancelReason {
 // As in "asked by the failure of Fetch 17".
 ORVANE_CONCURRENCY_API std::wstring ToText(const CancelReason& reason);
 
+namespace Internal {
+
+// As in "by the failure of Fetch 17"; empty for None.
+std::wstring HowAsked(const CancelReason& reason);
+
+}  // namespace Internal
 }  // namespace Orvane

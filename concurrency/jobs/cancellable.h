@@ -7,13 +7,14 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "concurrency/base/intrusive_list.h"
 #include "concurrency/jobs/cancel_reason.h"
-#include "concurrency/jobs/intrusive_list.h"
 #include "concurrency/jobs/job_name.h"
 
 namespace Orvane::Internal {
@@ -42,8 +43,14 @@ struct AskReason {
     }
 };
 
+// After a request that has reached a run: the thread of the time limits (time_limits.cpp) looks after some time whether the run
+// has left, and says in the log if not. One look at a number if a look is due already. If the thread cannot be started, the
+// log says so, once.
+void WatchAsked() noexcept;
+
 class AskedList;
 class ModuleLedger;
+class RunSnapshot;
 struct OwnedTag;
 struct LiveTag;
 
@@ -59,11 +66,17 @@ class Cancellable : public ListHook<OwnedTag>, public ListHook<LiveTag> {
     // Adds the names of what it holds of the module, to be listed for people. Call it without a lock. Errors: std::bad_alloc.
     virtual void NameWhatItHolds(const ModuleLedger& module, std::vector<std::wstring>& names) = 0;
 
+    // Adds its run, if it is in one. Called under the lock of its shard.
+    virtual void CopyRun(RunSnapshot& snapshot) noexcept { static_cast<void>(snapshot); }
+
     // Null once its destruction has begun.
     virtual std::shared_ptr<Cancellable> Self() noexcept = 0;
 
     // On the thread of the limits (time_limits.h): a limit is over. Asks.
     virtual void TimeIsUp(const std::shared_ptr<const LimitName>& limit) noexcept;
+
+    // A tick of CoarseClock, the lower half. Written and read under the lock of its shard.
+    std::uint32_t enlistedAt = 0;
 
   protected:
     virtual ~Cancellable() = default;
@@ -86,6 +99,9 @@ class AskedList {
             next->m_isInList = false;
             next->FinishAsking();
         }
+        if (m_hasReachedRuns) {
+            WatchAsked();
+        }
     }
     AskedList(const AskedList&) = delete;
     AskedList& operator=(const AskedList&) = delete;
@@ -97,8 +113,12 @@ class AskedList {
         }
     }
 
+    // The request has reached a run, which may or may not leave.
+    void ReachesRun() noexcept { m_hasReachedRuns = true; }
+
   private:
     std::shared_ptr<Cancellable> m_first;
+    bool m_hasReachedRuns = false;
 };
 
 // Both passes.

@@ -9,6 +9,7 @@
 #include "concurrency/jobs/job_launch.h"
 #include "concurrency/jobs/this_run.h"
 #include "concurrency/tasks/failure_handler.h"
+#include "concurrency/tasks/task_access.h"
 
 namespace Orvane::Internal {
 
@@ -204,7 +205,7 @@ void GroupCore::AddInNewThread(const std::shared_ptr<JobState>& job) {
         return;
     }
     try {
-        Launch(Task(job->Name(), job), Place::NewThread);
+        Launch(TaskAccess::MakeUnlisted(job->Name(), job), Place::NewThread);
     } catch (...) {
         Withdraw(*job);
         throw;

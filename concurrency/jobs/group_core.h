@@ -210,6 +210,7 @@ class GroupEntry final : public JobGroupLink, public ListHook<GroupTag> {
     GroupEntry(std::shared_ptr<GroupCore> core, std::shared_ptr<const JobName> name);
 
     const std::shared_ptr<const JobName>& GroupName() const noexcept override;
+    const void* OwnerOfGroup() const noexcept override;
 
     void Publish(JobState& job, bool hasRun, Departure& departure) noexcept override;
     void GoOn(Departure& departure) noexcept override;

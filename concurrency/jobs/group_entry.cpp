@@ -11,6 +11,10 @@ namespace Orvane::Internal {
 GroupEntry::GroupEntry(std::shared_ptr<GroupCore> core, std::shared_ptr<const JobName> name)
     : m_core(std::move(core)), m_name(std::move(name)), m_endedNode(1), m_failedNode(1) {}
 
+const void* GroupEntry::OwnerOfGroup() const noexcept {
+    return m_core->m_owner ? static_cast<const RunCompanion*>(&m_core->m_owner->Whole()) : nullptr;
+}
+
 const std::shared_ptr<const JobName>& GroupEntry::GroupName() const noexcept {
     return m_core->Name();
 }

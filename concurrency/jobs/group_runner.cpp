@@ -4,6 +4,7 @@
 #include "concurrency/jobs/group_core.h"
 #include "concurrency/jobs/job_launch.h"
 #include "concurrency/jobs/pool_starter.h"
+#include "concurrency/tasks/task_access.h"
 
 namespace Orvane::Internal {
 
@@ -67,7 +68,8 @@ void GroupCore::StartRunner() noexcept {
         return;
     }
     try {
-        const Task runner(m_name->text.c_str(), std::make_shared<GroupRunner>(shared_from_this()));
+        const Task runner =
+            TaskAccess::MakeUnlisted(m_name->text.c_str(), std::make_shared<GroupRunner>(shared_from_this()));
         if (!Launch(runner, Place::PoolIfItHasRoom)) {
             QueueInBackground(
                 runner, [self = shared_from_this()](const std::exception_ptr& error) { self->StartHasFailed(error); });
@@ -123,7 +125,7 @@ void GroupCore::RunItems() {
     while (const std::shared_ptr<JobState> job = TakeNext()) {
         StartRunner();
         try {
-            Task(job->Name(), job)();
+            TaskAccess::MakeUnlisted(job->Name(), job)();
         } catch (...) {
             (*job)();  // no memory for its records in the log: nothing if it has run
         }

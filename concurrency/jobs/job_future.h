@@ -36,6 +36,7 @@ class JobFuture final : public FutureState {
         m_above = &above;
     }
     const wchar_t* Name() const noexcept { return m_name; }
+    const std::shared_ptr<const JobName>& Above() const noexcept { return *m_above; }
 
     // With those of the runs that own it.
     void NameRun(LastWords& words) const noexcept override;

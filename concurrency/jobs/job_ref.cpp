@@ -15,6 +15,7 @@
 #include "concurrency/jobs/job_state.h"
 #include "concurrency/jobs/notifier_scope.h"
 #include "concurrency/jobs/this_run.h"
+#include "concurrency/tasks/task_access.h"
 
 namespace Orvane::Internal {
 
@@ -101,7 +102,7 @@ void StartJob(const std::shared_ptr<JobState>& job, const std::stop_token& token
         job->CancelOn(token);
         if (job->IsWaiting()) {
             const NotifierScope kept(GetCancellationObject());  // the pool's waits do not put back what they find
-            start(Task(job->Name(), job));
+            start(TaskAccess::MakeUnlisted(job->Name(), job));
         }
     } catch (...) {
         job->GiveUp();

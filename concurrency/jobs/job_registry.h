@@ -4,6 +4,7 @@
 // Threads: any.
 #pragma once
 
+#include <array>
 #include <memory>
 #include <vector>
 
@@ -18,8 +19,12 @@ struct JobShard {
 
     Mutex mutex;
     IntrusiveList<Cancellable, LiveTag> live ORVANE_GUARDED_BY(mutex);
+    IntrusiveList<Cancellable, LiveTag> beingAsked
+        ORVANE_GUARDED_BY(mutex);  // live, too: a request has not come to them yet
     bool isClosed ORVANE_GUARDED_BY(mutex) = false;
 };
+
+std::array<JobShard, 16>& JobShards() noexcept;
 
 JobShard& ShardOf(const Cancellable& object) noexcept;
 
@@ -31,6 +36,9 @@ void Delist(Cancellable& object) noexcept;
 
 // All that are live, at some moment of the call. Errors: std::bad_alloc.
 std::vector<std::shared_ptr<Cancellable>> LiveJobsAndGroups();
+
+// The first pass of a request for all that are live, the newest first, to a step of CoarseClock. Holds no lock while it asks.
+void AskJobs(const AskReason& reason, AskedList& asked) noexcept;
 
 // Refuses new jobs, and asks all that are live with CancelCause::Shutdown, all at once. Holds no lock while it asks.
 void CloseJobs() noexcept;

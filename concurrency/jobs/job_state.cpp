@@ -11,6 +11,8 @@
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/cancellation/current_task_slot.h"
+#include "concurrency/cancellation/run.h"
+#include "concurrency/jobs/run_snapshot.h"
 #include "concurrency/tasks/failure_handler.h"
 #include "concurrency/tasks/task_wrapper.h"
 
@@ -355,6 +357,7 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
         return;
     }
     m_future.RequestCancelQuietly(first.Limit());
+    asked.ReachesRun();
     if (const auto record = Record()) {
         record->AskOwned(first.ForOwned(record->Name()), asked);
         asked.Add(shared_from_this());
@@ -367,6 +370,30 @@ void JobState::FinishAsking() noexcept {
     } else if (const auto record = Record()) {
         record->StopTokens();
     }
+}
+
+void JobState::CopyRun(RunSnapshot& snapshot) noexcept {
+    const auto object = m_future.GetCancellationObject();
+    const Run* const run = Run::Of(object);
+    if (run == nullptr) {
+        return;
+    }
+    RunSnapshot::Entry entry;
+    entry.above = m_future.Above();
+    entry.thread = run->ThreadId();
+    entry.startedAt = run->startedAt;
+    entry.askedAt = run->askedAt;
+    if (entry.askedAt != 0) {
+        entry.reason = {m_cause == CancelCause::None ? CancelCause::Task : m_cause, m_askedBy};
+    }
+    entry.wait = run->ownNote.Read().value_or(WaitState());
+    entry.record = run->companion.load().get();
+    if (m_group) {
+        entry.owner = m_group->OwnerOfGroup();
+    } else if (m_owner) {
+        entry.owner = static_cast<const RunCompanion*>(&m_owner->Whole());
+    }
+    snapshot.Add(Name(), entry);
 }
 
 // Of the run that is under way; empty if it has needed none.

@@ -65,6 +65,9 @@ class JobGroupLink : public JobSlot {
     // Lives as long as the group.
     virtual const std::shared_ptr<const JobName>& GroupName() const noexcept = 0;
 
+    // The record of the run that owns the group; null if none does.
+    virtual const void* OwnerOfGroup() const noexcept = 0;
+
     // After that, without a lock: what the end leads to. When it returns, the thread has left all code of the job's module.
     virtual void GoOn(Departure& departure) noexcept = 0;
 
@@ -117,6 +120,7 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
 
     void Ask(const AskReason& reason, AskedList& asked) noexcept override;
     void FinishAsking() noexcept override;
+    void CopyRun(RunSnapshot& snapshot) noexcept override ORVANE_NO_THREAD_SAFETY_ANALYSIS;
     std::shared_ptr<Cancellable> Self() noexcept override { return weak_from_this().lock(); }
 
     const wchar_t* Name() const noexcept { return m_future.Name(); }

@@ -12,7 +12,7 @@
 #include "concurrency/base/utf8.h"
 #include "concurrency/base/wait.h"
 #include "concurrency/base/windows_api.h"
-#include "concurrency/cancellation/current_task.h"
+#include "concurrency/cancellation/wait_protocol.h"
 #include "concurrency/jobs/job_future.h"
 #include "concurrency/jobs/job_slot.h"
 #include "concurrency/jobs/notifier_scope.h"
@@ -267,9 +267,25 @@ MonotonicClock::time_point DeadlineAfter(std::chrono::nanoseconds timeout) noexc
     return timeout >= kNoDeadline - now ? kNoDeadline : now + timeout;
 }
 
+std::wstring AwaitedBy(DWORD thread) {
+    std::vector<RunningJob> running;
+    BlockedThreads& blocked = Blocked();
+    {
+        const RankedLock lock(blocked.mutex);
+        if (const BlockedThread* const waiter = FindBlocked(blocked, thread)) {
+            waiter->awaited->CollectRunning(running);
+        }
+    }
+    if (running.empty()) {
+        return L"jobs that have not begun";
+    }
+    const std::wstring first = running.front().name->Path();
+    return running.size() == 1 ? first : first + L" and " + std::to_wstring(running.size() - 1) + L" more";
+}
+
 JobWaitResult WaitAsCancellationPoint(Awaited& awaited, MonotonicClock::time_point deadline) {
-    const auto run = GetCancellationObject();
-    const auto isRequested = [&run] { return run && run->IsRequested(); };
+    const WaitingRun run = CurrentRun();
+    const auto isRequested = [&run] { return run.IsRequested(); };
     if (isRequested()) {
         return JobWaitResult::Cancelled;
     }
@@ -279,22 +295,26 @@ JobWaitResult WaitAsCancellationPoint(Awaited& awaited, MonotonicClock::time_poi
     if (deadline <= ThreadNow()) {
         return JobWaitResult::TimedOut;
     }
-    const BlockedScope blocked(awaited, run.get(), deadline == kNoDeadline && awaited.NeedsAll());
+    const BlockedScope blocked(awaited, run.Get().get(), deadline == kNoDeadline && awaited.NeedsAll());
     if (!blocked.Ring().empty()) {
         throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur),
                                 "a ring of waiting jobs: " + ToUtf8(Join(blocked.Ring())));
     }
-    if (!run) {
+    if (!run.Get()) {
         JobWaiter waiter;
         return SleepUntilOver(awaited, waiter, deadline, isRequested);
     }
     // Shared: a request may still be on its way to it when the wait is over.
     const auto waiter = std::make_shared<JobWaiter>();
-    const NotifierScope notifier(run, waiter);
+    const WaitingRun::Note note(run, WaitKind::Jobs, nullptr);
+    const NotifierScope notifier(run.Get(), waiter);
     const SlotScope slot(awaited);
     const JobWaitResult result = SleepUntilOver(awaited, *waiter, deadline, isRequested);
-    if (slot.IsGiven() && !slot.Slot().TakeAgain(*waiter, *run)) {
-        return JobWaitResult::Cancelled;
+    if (slot.IsGiven()) {
+        const WaitingRun::Note place(run, WaitKind::Place, nullptr);
+        if (!slot.Slot().TakeAgain(*waiter, *run.Get())) {
+            return JobWaitResult::Cancelled;
+        }
     }
     return isRequested() ? JobWaitResult::Cancelled : result;
 }
@@ -314,6 +334,8 @@ JobWaitResult WaitToTheEnd(Awaited& awaited) noexcept {
     } catch (const std::bad_alloc&) {
         // On purpose: without memory for the look at the ring, wait as if there were none.
     }
+    const WaitingRun run = CurrentRun();
+    const WaitingRun::Note note(run, WaitKind::DroppedJobs, nullptr);
     JobWaiter waiter;
     const SlotScope slot(awaited);
     JobWaitResult result = JobWaitResult::Ring;

@@ -19,11 +19,11 @@
 
 #include "concurrency/base/clock.h"
 #include "concurrency/base/condition.h"
+#include "concurrency/base/intrusive_list.h"
 #include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/win32.h"
 #include "concurrency/cancellation/abstract_cancel_notifier.h"
-#include "concurrency/jobs/intrusive_list.h"
 #include "concurrency/jobs/job_name.h"
 
 namespace Orvane::Internal {
@@ -106,6 +106,9 @@ JobWaitResult WaitAsCancellationPoint(Awaited& awaited, MonotonicClock::time_poi
 // For destructors: no cancellation point, no deadline, no memory that it cannot do without. Returns Over, or Ring if the wait
 // would close one.
 JobWaitResult WaitToTheEnd(Awaited& awaited) noexcept;
+
+// What a thread waits for in this room, as in "Import > Fetch 17". Errors: std::bad_alloc, std::system_error.
+std::wstring AwaitedBy(DWORD thread);
 
 inline constexpr MonotonicClock::time_point kNoDeadline = (MonotonicClock::time_point::max)();
 

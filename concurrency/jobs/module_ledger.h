@@ -17,10 +17,10 @@
 #include <utility>
 
 #include "concurrency/base/condition.h"
+#include "concurrency/base/intrusive_list.h"
 #include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/windows_api.h"
-#include "concurrency/jobs/intrusive_list.h"
 #include "concurrency/jobs/job_name.h"
 #include "concurrency/jobs/this_module.h"
 

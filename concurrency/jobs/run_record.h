@@ -52,6 +52,9 @@ class RunRecord : public RunCompanion {
 
     std::stop_token Token();
 
+    // That of the whole run, if this one is of a part of it.
+    virtual const RunRecord& Whole() const noexcept { return *this; }
+
     // Of the job; null if the run is another task's.
     const std::shared_ptr<const JobName>& Name() const noexcept { return m_name; }
 

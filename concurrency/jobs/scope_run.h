@@ -90,6 +90,7 @@ class ScopeRun final : public RunRecord, public Cancellable, public std::enable_
     void TimeIsUp(const std::shared_ptr<const LimitName>& limit) noexcept override;
 
     MonotonicClock::time_point HiddenUntil() const noexcept override { return m_hiddenUntil; }
+    const RunRecord& Whole() const noexcept override { return m_outer ? m_outer->Whole() : *this; }
 
   private:
     void Begin(std::chrono::nanoseconds duration);

@@ -1,6 +1,8 @@
 #include "concurrency/jobs/time_limits.h"
 
+#include <algorithm>
 #include <atomic>
+#include <limits>
 #include <map>
 
 #include "concurrency/base/condition.h"
@@ -8,7 +10,9 @@
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/base/ranked_mutex.h"
+#include "concurrency/base/thread_time.h"
 #include "concurrency/base/wait.h"
+#include "concurrency/jobs/asked_look.h"
 #include "concurrency/jobs/virtual_run.h"
 
 namespace Orvane::Internal {
@@ -18,8 +22,28 @@ namespace {
 // How long the thread stays without a limit: starting one costs as much as a hundred limits.
 constexpr std::chrono::seconds kStay{1};
 
+constexpr MonotonicClock::time_point kNever = (MonotonicClock::time_point::max)();
+
+// When the thread looks next for jobs that were asked and have not left: a tick of CoarseClock. Written under the thread's mutex.
+//
+// A job is asked first, then the request looks here; the thread writes here first, then looks for asked jobs. Both are
+// sequentially consistent: so a request that relies on a look that is due is seen by that look.
+constexpr std::uint64_t kNoLook = (std::numeric_limits<std::uint64_t>::max)();
+constinit std::atomic<std::uint64_t> g_nextLook = kNoLook;
+
 class LimitThread {
   public:
+    void LookAt(std::uint64_t tick) {
+        const RankedLock lock(m_mutex);
+        if (!m_isRunning) {
+            StartThread();
+        }
+        if (tick < g_nextLook) {
+            g_nextLook = tick;
+            m_wake.notify_one();
+        }
+    }
+
     TimeLimit Add(std::weak_ptr<Cancellable> target, MonotonicClock::time_point when,
                   std::shared_ptr<const LimitName> name) {
         Limits record;  // allocated before the lock
@@ -46,6 +70,7 @@ class LimitThread {
     void Stop() noexcept {
         RankedLock lock(m_mutex);
         m_isStopping = true;
+        g_nextLook = kNoLook;
         m_wake.notify_all();
         while (m_isRunning) {
             m_left.wait(lock);
@@ -74,9 +99,19 @@ class LimitThread {
         m_isRunning = true;
     }
 
+    enum class Work { None, Limit, Look };
+
     void Run() {
         RankedLock lock(m_mutex);
-        while (WaitForLimit(lock)) {
+        for (;;) {
+            const Work work = WaitForWork(lock);
+            if (work == Work::None) {
+                break;
+            }
+            if (work == Work::Look) {
+                Look(lock);
+                continue;
+            }
             const auto first = m_limits.begin();
             std::shared_ptr<Cancellable> target = first->second.target.lock();
             const std::shared_ptr<const LimitName> name = std::move(first->second.name);
@@ -91,26 +126,51 @@ class LimitThread {
         m_left.notify_all();
     }
 
-    // Returns false if the thread is to leave.
-    bool WaitForLimit(RankedLock<Mutex>& lock) ORVANE_REQUIRES(m_mutex) {
+    void Look(RankedLock<Mutex>& lock) ORVANE_REQUIRES(m_mutex) {
+        g_nextLook = kNoLook;
+        std::uint64_t next = kNoLook;
+        {
+            const ReleasedLock released(lock, m_mutex);
+            next = m_look.ReportDue(CoarseClock::Ticks());
+        }
+        if (!m_isStopping && next < g_nextLook) {
+            g_nextLook = next;
+        }
+    }
+
+    // None if the thread is to leave.
+    Work WaitForWork(RankedLock<Mutex>& lock) ORVANE_REQUIRES(m_mutex) {
         auto idleUntil = MonotonicClock::now() + kStay;
         while (!m_isStopping) {
-            if (m_limits.empty()) {
-                const auto slice = NextSlice<MonotonicClock>(idleUntil);
-                if (slice == MonotonicClock::duration::zero()) {
-                    return false;
-                }
-                m_wake.wait_for(lock, slice);
-                continue;
+            const auto now = MonotonicClock::now();
+            const auto limit = m_limits.empty() ? kNever : m_limits.begin()->first.when;
+            const auto look = WhenToLook(now);
+            if (limit <= now) {
+                return Work::Limit;
             }
-            idleUntil = MonotonicClock::now() + kStay;
-            const auto slice = NextSlice<MonotonicClock>(m_limits.begin()->first.when);
-            if (slice == MonotonicClock::duration::zero()) {
-                return true;
+            if (look <= now) {
+                return Work::Look;
             }
-            m_wake.wait_for(lock, slice);
+            auto until = (std::min)(limit, look);
+            if (until != kNever) {
+                idleUntil = now + kStay;
+            } else if (idleUntil <= now) {
+                return Work::None;
+            } else {
+                until = idleUntil;
+            }
+            m_wake.wait_for(lock, NextSlice<MonotonicClock>(until));
         }
-        return false;
+        return Work::None;
+    }
+
+    static MonotonicClock::time_point WhenToLook(MonotonicClock::time_point now) noexcept {
+        const std::uint64_t look = g_nextLook;
+        if (look == kNoLook) {
+            return kNever;
+        }
+        const std::uint64_t tick = CoarseClock::Ticks();
+        return tick >= look ? now : now + std::chrono::milliseconds(look - tick);
     }
 
     Mutex m_mutex;
@@ -121,6 +181,7 @@ class LimitThread {
     NativeThread m_thread ORVANE_GUARDED_BY(m_mutex);
     bool m_isRunning ORVANE_GUARDED_BY(m_mutex) = false;
     bool m_isStopping ORVANE_GUARDED_BY(m_mutex) = false;
+    AskedLook m_look;  // of the thread
 };
 
 // Whether there is one: to make it may need memory, and the last uninitialisation must not.
@@ -159,6 +220,21 @@ void RemoveTimeLimit(const TimeLimit& limit) noexcept {
         TheThread().Remove(limit);
     } else if (VirtualRun* const run = VirtualRun::OfThisThread()) {
         run->RemoveTimer(limit.number & ~kVirtual);
+    }
+}
+
+void WatchAsked() noexcept {
+    if (ThreadTime::OfThisThread() != nullptr) {
+        return;  // on purpose: in virtual time nothing is late
+    }
+    const std::uint64_t due = CoarseClock::Ticks() + AskedLook::kFirst;
+    if (g_nextLook <= due) {
+        return;
+    }
+    try {
+        TheThread().LookAt(due);
+    } catch (const std::exception& failure) {
+        AskedLook::ReportLoss(failure.what());
     }
 }
 

@@ -5,6 +5,7 @@
 #include "concurrency/base/last_words.h"
 #include "concurrency/base/report.h"
 #include "concurrency/base/windows_api.h"
+#include "concurrency/tasks/task_access.h"
 
 namespace Orvane::Internal {
 
@@ -64,6 +65,7 @@ TrackerImpl::~TrackerImpl() {
 }
 
 void TrackerImpl::SetTask(const ScheduledTask& task) {
+    TaskAccess::Track(task.GetTask());
     ScheduledTask::operator=(task);
     m_isTaskSet = true;
 }

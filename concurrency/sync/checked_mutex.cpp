@@ -5,6 +5,7 @@
 #include "concurrency/base/clock.h"
 #include "concurrency/base/report.h"
 #include "concurrency/base/wait.h"
+#include "concurrency/cancellation/wait_protocol.h"
 
 namespace Orvane {
 
@@ -70,6 +71,8 @@ checked_mutex::~checked_mutex() {
 
 void checked_mutex::lock() {
     if (!m_lock.TryTake()) {
+        const Internal::WaitingRun run = Internal::CurrentRun();
+        const Internal::WaitingRun::Note note(run, Internal::WaitKind::CheckedMutex, this);
         if (!m_lock.TakeUntil<Internal::MonotonicClock>(WhenSuspicious())) {
             g_OrvaneLogging.Report(4, 16, L"checked_mutex::lock", L"Failed to lock mutex within %d seconds",
                                    static_cast<int>(kSuspiciousWait.count()));
@@ -86,7 +89,12 @@ bool checked_mutex::try_lock() {
 }
 
 bool checked_mutex::timed_lock(const TimePoint& deadline) {
-    const bool taken = m_lock.TryTake() || m_lock.TakeUntil<Internal::WallClock>(deadline);
+    bool taken = m_lock.TryTake();
+    if (!taken) {
+        const Internal::WaitingRun run = Internal::CurrentRun();
+        const Internal::WaitingRun::Note note(run, Internal::WaitKind::CheckedMutex, this);
+        taken = m_lock.TakeUntil<Internal::WallClock>(deadline);
+    }
     m_locked.store(taken, std::memory_order_relaxed);
     return taken;
 }

@@ -5,7 +5,7 @@
 
 namespace Orvane {
 
-fifo_mutex::fifo_mutex() : m_queue(std::make_shared<WaitQueue>()) {}
+fifo_mutex::fifo_mutex() : m_queue(std::make_shared<WaitQueue>(this)) {}
 
 fifo_mutex::~fifo_mutex() = default;
 

@@ -95,8 +95,8 @@ WaitResult fifo_mutex::WaitQueue::WaitForTurn(Lock& lock, DWORD self, const Time
     m_entries.push_front(self);
     const auto entry = m_entries.begin();
     while (m_entries.back() != self) {
-        const WaitResult result =
-            Internal::WaitOnCondition(m_guard, m_wake, shared_from_this(), [&] { return Sleep(lock, deadline); });
+        const WaitResult result = Internal::WaitOnCondition(Internal::WaitKind::FifoMutex, m_mutex, m_guard, m_wake,
+                                                            shared_from_this(), [&] { return Sleep(lock, deadline); });
         if (result != WaitResult::Done) {
             // On purpose without another look at the list, and without waking anybody: a time-out is a failure.
             Remove(entry);

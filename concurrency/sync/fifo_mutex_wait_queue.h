@@ -27,6 +27,9 @@ namespace Orvane {
 
 class fifo_mutex::WaitQueue : public std::enable_shared_from_this<WaitQueue> {
   public:
+    // Of the mutex, whose address says in notes what is waited for.
+    explicit WaitQueue(const fifo_mutex* mutex) : m_mutex(mutex) {}
+
     bool TryLock() {
         const DWORD self = ::GetCurrentThreadId();
         std::uint64_t word = 0;
@@ -98,6 +101,8 @@ class fifo_mutex::WaitQueue : public std::enable_shared_from_this<WaitQueue> {
     void Remove(Entries::iterator entry) ORVANE_REQUIRES(m_guard);
     Internal::WaitResult WaitForTurn(Lock& lock, DWORD self, const TimePoint* deadline) ORVANE_REQUIRES(m_guard);
     bool Sleep(Lock& lock, const TimePoint* deadline) ORVANE_NO_THREAD_SAFETY_ANALYSIS;
+
+    const fifo_mutex* const m_mutex;
 
     GuardMutex m_guard;  // held briefly, never while the caller owns the mutex
     Internal::Condition m_wake;  // with m_guard: an owner has left

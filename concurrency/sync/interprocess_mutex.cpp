@@ -7,7 +7,7 @@
 #include "concurrency/base/hresult.h"
 #include "concurrency/base/report.h"
 #include "concurrency/base/windows_api.h"
-#include "concurrency/cancellation/cancellable_waits.h"
+#include "concurrency/cancellation/noted_waits.h"
 #include "concurrency/sync/lock_exception.h"
 #include "zarvo_logging/object_names.h"
 
@@ -49,7 +49,7 @@ interprocess_mutex::~interprocess_mutex() {
 
 void interprocess_mutex::lock() {
     // On purpose: an abandoned mutex (0x80) is a failure as well, although the caller owns it now.
-    if (CancellableWaitForSingleObject(m_handle, INFINITE) != WAIT_OBJECT_0) {
+    if (Internal::WaitNoted(Internal::WaitKind::InterprocessMutex, m_handle, INFINITE) != WAIT_OBJECT_0) {
         const unsigned error = Internal::HresultOf(GetLastError());
         g_OrvaneLogging.Report(4, 16, L"interprocess_mutex::DoLock", L"Failed to lock mutex %x, error code %x",
                                Shown(m_handle), error);

@@ -12,7 +12,9 @@
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task_slot.h"
+#include "concurrency/cancellation/run.h"
 #include "concurrency/cancellation/time_limit_exceptions.h"
+#include "concurrency/cancellation/waiting_run.h"
 
 namespace Orvane::Internal {
 
@@ -21,11 +23,14 @@ namespace {
 // How long a run may take to confirm its cancellation while a thread waits for it.
 constexpr std::chrono::seconds kConfirmGrace{30};
 
-// CancellationPoint(), for a wait. Here once more because that one is built on futures.
-void LeaveIfOwnTaskIsCancelled() {
+// CurrentRun(). Here once more because that one is built on futures.
+WaitingRun OwnRun() {
     const auto own = CurrentFuture();
-    const auto run = own ? own->GetCancellationObject() : nullptr;
-    if (run && run->IsRequested()) {
+    return WaitingRun(own ? own->GetCancellationObject() : nullptr);
+}
+
+void LeaveIfRequested(const WaitingRun& run) {
+    if (run.IsRequested()) {
         ThrowCancelRequested();
     }
 }
@@ -38,21 +43,17 @@ void Forget(const std::shared_ptr<CancellationObject>& run) {
     }
 }
 
-// What a run is cancelled through, and its companion. Every cancellation object of a future is one.
-class Run : public CancellationObject {
-  public:
-    std::atomic<std::shared_ptr<RunCompanion>> companion;
-
-    // Of a nested run: the one around it. Constant once the thread is in it.
-    bool isNested = false;
-    std::weak_ptr<FutureState> outer;
-
-    // The time limit that asked it first. Written before the request sets the flag.
-    std::shared_ptr<const TimeLimitDetails> limit;
-};
+// Before the request reaches the run: who asks for the time finds one.
+void NoteRequest(CancellationObject& object) noexcept {
+    auto& run = static_cast<Run&>(object);
+    if (run.askedAt.load() == 0) {
+        run.askedAt = CoarseClock::Ticks();
+    }
+}
 
 std::shared_ptr<Run> RunOf(const std::shared_ptr<FutureState>& future) {
-    return future ? std::static_pointer_cast<Run>(future->GetCancellationObject()) : nullptr;
+    auto object = future ? future->GetCancellationObject() : nullptr;
+    return Run::Of(object) != nullptr ? std::static_pointer_cast<Run>(std::move(object)) : nullptr;
 }
 
 // A request for a run reaches all that is nested in it. So the outermost run that was asked is the one that must be left.
@@ -100,7 +101,7 @@ FutureState::~FutureState() = default;
 bool FutureState::Start() {
     const RankedLock lock(m_mutex);
     if (m_state == NotStarted) {
-        m_cancellationObject.store(std::shared_ptr<CancellationObject>(new Run()));
+        m_cancellationObject.store(Run::Make());
         m_state = Busy;
     }
     return m_state != Cancelled;
@@ -177,6 +178,7 @@ void FutureState::RequestCancel() {
     const std::shared_ptr<CancellationObject> run = m_cancellationObject.load();
     const bool passedOn = m_state == Cancelling;
     m_state = Cancelling;
+    NoteRequest(*run);
     if (RunsOnThisThread(run)) {
         throw CancelRequestedException();
     }
@@ -195,6 +197,7 @@ void FutureState::RequestCancelQuietly(const std::shared_ptr<const TimeLimitDeta
         m_state = Cancelling;
         const auto run = std::static_pointer_cast<Run>(m_cancellationObject.load());
         run->limit = limit;
+        NoteRequest(*run);
         run->RequestCancel();
     }
 }
@@ -204,6 +207,9 @@ void FutureState::StartNestedIn(const std::shared_ptr<FutureState>& outer) {
     Run& run = static_cast<Run&>(*m_cancellationObject.load());
     run.isNested = true;
     run.outer = outer;
+    if (const auto whole = RunOf(outer)) {
+        run.note = whole->note;
+    }
 }
 
 void FutureState::EndNested() {
@@ -244,11 +250,18 @@ bool FutureState::IsCancelled() const {
     return m_state == Cancelled;
 }
 
+// Needs m_mutex, or a look again under it.
+bool FutureState::HasEnded() const {
+    return m_state > Busy && m_state != Cancelling;
+}
+
 void FutureState::Wait() {
     RankedLock lock(m_mutex);
-    if (!m_attachedToTask) {
+    if (!m_attachedToTask || HasEnded()) {
         return;
     }
+    const WaitingRun own = OwnRun();
+    const WaitingRun::Note note(own, WaitKind::Task, this);
     if (m_state == Cancelling) {
         // On purpose: not a cancellation point. The run has been told; the caller must see it end.
         const auto deadline = MonotonicClock::now() + kConfirmGrace;
@@ -258,30 +271,26 @@ void FutureState::Wait() {
         }
         return;
     }
-    if (m_state == NotStarted || m_state == Busy) {
-        LeaveIfOwnTaskIsCancelled();
-        // On purpose: a run that becomes Cancelling meanwhile keeps the caller waiting, without the limit above.
-        m_condition.wait(lock, [this] { return m_state > Busy && m_state != Cancelling; });
-        LeaveIfOwnTaskIsCancelled();
-    }
+    LeaveIfRequested(own);
+    // On purpose: a run that becomes Cancelling meanwhile keeps the caller waiting, without the limit above.
+    m_condition.wait(lock, [this] { return HasEnded(); });
+    LeaveIfRequested(own);
 }
 
 bool FutureState::TimedWait(const TimePoint& deadline) {
     RankedLock lock(m_mutex);
-    if (!m_attachedToTask) {
-        return false;
+    if (!m_attachedToTask || HasEnded()) {
+        return m_attachedToTask;
     }
+    const WaitingRun own = OwnRun();
+    const WaitingRun::Note note(own, WaitKind::Task, this);
     if (m_state == Cancelling) {
         return WaitUntil<WallClock>(m_condition, lock, deadline, [this] { return m_state != Cancelling; });
     }
-    if (m_state == NotStarted || m_state == Busy) {
-        LeaveIfOwnTaskIsCancelled();
-        const bool ended = WaitUntil<WallClock>(m_condition, lock, deadline,
-                                                [this] { return m_state > Busy && m_state != Cancelling; });
-        LeaveIfOwnTaskIsCancelled();
-        return ended;
-    }
-    return true;
+    LeaveIfRequested(own);
+    const bool ended = WaitUntil<WallClock>(m_condition, lock, deadline, [this] { return HasEnded(); });
+    LeaveIfRequested(own);
+    return ended;
 }
 
 std::shared_ptr<CancellationObject> FutureState::GetCancellationObject() {

@@ -136,6 +136,8 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
   private:
     friend struct FutureStatePeer;  // for tests
 
+    bool HasEnded() const;
+
     enum StateCode : std::uint32_t {
         NotStarted = 0,
         Busy = 1,

@@ -11,6 +11,8 @@ Task::Task() = default;
 
 Task::Task(const wchar_t* name, std::shared_ptr<ITaskState> wrapper) : m_impl(new TaskImpl(name, std::move(wrapper))) {}
 
+Task::Task(std::shared_ptr<TaskImpl> impl) noexcept : m_impl(std::move(impl)) {}
+
 Task::Task(const Task&) = default;
 Task::Task(Task&&) noexcept = default;
 Task& Task::operator=(const Task&) = default;

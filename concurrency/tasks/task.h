@@ -80,6 +80,10 @@ class ORVANE_CONCURRENCY_API Task {
     void EndRun();
 
   private:
+    friend struct TaskAccess;
+
+    explicit Task(std::shared_ptr<TaskImpl> impl) noexcept;
+
     std::shared_ptr<TaskImpl> m_impl;
 };
 

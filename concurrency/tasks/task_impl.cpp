@@ -3,6 +3,7 @@
 #include <wchar.h>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "concurrency/base/windows_api.h"
@@ -10,6 +11,7 @@
 #include "concurrency/cancellation/run_companion.h"
 #include "concurrency/tasks/empty_task_state.h"
 #include "concurrency/tasks/future_state.h"
+#include "concurrency/tasks/running_tasks.h"
 #include "zarvo_orvane_logging/orvane_logging.h"
 
 namespace Orvane::Internal {
@@ -31,8 +33,8 @@ std::shared_ptr<RunCompanion> CompanionOf(const std::shared_ptr<IFutureState>& f
 
 }  // namespace
 
-TaskImpl::TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper)
-    : m_wrapper(wrapper ? std::move(wrapper) : EmptyTaskState()) {
+TaskImpl::TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper, Listed listed)
+    : m_wrapper(wrapper ? std::move(wrapper) : EmptyTaskState()), m_listed(listed) {
     if (name != nullptr) {
         std::copy_n(name, ::wcsnlen(name, kNameCapacity - 1), m_name.begin());
     }
@@ -95,6 +97,10 @@ void TaskImpl::Run() {
         return;
     }
     const RunScope scope(*this, wrapper, std::move(future));
+    std::optional<RunningTask> running;
+    if (m_listed == Listed::Yes) {
+        running.emplace(m_name.data(), wrapper->GetFuture(), m_isTracked);
+    }
     ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
     (*wrapper)();
     ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
@@ -189,6 +195,14 @@ void TaskImpl::Wait() {
     while (awaited && awaited != EmptyTaskState()) {
         awaited->GetFuture()->Wait();
         awaited = EmptyUnlessRunning(awaited);
+    }
+}
+
+void TaskImpl::Track(const std::weak_ptr<TaskImpl>& self) {
+    const RankedLock lock(m_mutex);
+    if (!m_tracked) {
+        m_tracked = std::make_unique<TrackedTask>(self);
+        m_isTracked = true;
     }
 }
 

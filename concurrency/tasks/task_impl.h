@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -9,6 +10,7 @@
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/tasks/itask_state.h"
 #include "concurrency/tasks/latest_run.h"
+#include "concurrency/tasks/tracked_tasks.h"
 
 namespace Orvane::Internal {
 
@@ -18,7 +20,9 @@ class TaskImpl {
   public:
     static constexpr std::size_t kNameCapacity = 30;  // characters, the terminator included
 
-    TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper);
+    enum class Listed : bool { No, Yes };
+
+    TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper, Listed listed = Listed::Yes);
     TaskImpl(const TaskImpl&) = delete;
     TaskImpl& operator=(const TaskImpl&) = delete;
 
@@ -32,6 +36,9 @@ class TaskImpl {
     void Wait();
     void EndRun();
 
+    // `self` is the task's own pointer. Once for all.
+    void Track(const std::weak_ptr<TaskImpl>& self);
+
   private:
     class RunScope;
 
@@ -43,8 +50,11 @@ class TaskImpl {
     mutable RankedMutex<std::recursive_mutex, LockRank::Task> m_mutex;  // taken before the future's mutex
     std::array<wchar_t, kNameCapacity> m_name{};  // constant after construction
     std::shared_ptr<ITaskState> m_wrapper ORVANE_GUARDED_BY(m_mutex);  // never empty
+    const Listed m_listed;
+    std::atomic<bool> m_isTracked = false;
     bool m_cancelled ORVANE_GUARDED_BY(m_mutex) = false;  // never cleared
     LatestRun m_latestRun ORVANE_GUARDED_BY(m_mutex);
+    std::unique_ptr<TrackedTask> m_tracked ORVANE_GUARDED_BY(m_mutex);  // null unless a tracker holds it
 };
 
 }  // namespace Orvane::Internal

@@ -7,8 +7,9 @@
 
 #include "concurrency/base/processors.h"
 #include "concurrency/base/windows_api.h"
-#include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cloneable_exception.h"
+#include "concurrency/cancellation/noted_waits.h"
+#include "concurrency/cancellation/wait_protocol.h"
 #include "concurrency/tasks/make_task.h"
 
 namespace Orvane::Internal {
@@ -82,6 +83,8 @@ void PoolGrowth::Queue(WorkQueue::Entries& entry, OnFailure onFailure) {
     if (m_state == State::Idle && m_queue.AppendUnlessFull(entry, kSpareWorkers)) {
         return;
     }
+    const WaitingRun run = CurrentRun();
+    const WaitingRun::Note note(run, WaitKind::Growth, nullptr);
     RankedLock lock(m_mutex);
     m_done.wait(lock, [this, onFailure] { return !CallersWait(onFailure); });
     if (m_state != State::Idle) {
@@ -137,7 +140,7 @@ WorkQueue::Entries PoolGrowth::Begin() {
     m_state = State::UnderWay;
     try {
         if (const DWORD elapsed = m_clock.tick() - m_lastSpawnTick; elapsed < kGrowthPeriod) {
-            CancellableSleep(kGrowthPeriod - elapsed);
+            SleepNoted(WaitKind::Growth, kGrowthPeriod - elapsed);
         }
     } catch (...) {
         m_state = State::Idle;

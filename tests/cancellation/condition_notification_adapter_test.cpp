@@ -196,7 +196,7 @@ TEST(ConditionNotificationAdapter, RequestBeforeTheWaitThrowsWithoutWaiting) {
 
 TEST(ConditionNotificationAdapter, RequestBetweenTheRegistrationAndTheTestThrowsWithoutWaiting) {
     Waiter waiter;
-    const RequestAtTheSecondQuestion run;
+    const RequestAtTheRegistration run;
     bool waited = false;
 
     EXPECT_THROW(CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [&] { return waited = true; }),

@@ -6,9 +6,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
+#include <mutex>
 
+#include "concurrency/cancellation/abstract_cancel_notifier.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/tasks/future_impl.h"
@@ -39,7 +42,7 @@ class RunScopeOf {
 
 using RunScope = RunScopeOf<>;
 
-// Says when the library asks for its cancellation record: once to register a notifier, and for each test of the flag.
+// Says when the library asks for its cancellation record: a wait does once.
 struct WatchedFuture : Orvane::Internal::FutureImpl<void> {
     // On the thread that asks, before it is answered.
     std::function<void()> whenAsked = [] {};
@@ -50,21 +53,49 @@ struct WatchedFuture : Orvane::Internal::FutureImpl<void> {
     }
 };
 
-// A run that is cancelled between the first time and the second: between a notifier's registration and the test of the
-// flag, in this order.
-class RequestAtTheSecondQuestion {
+// A run that is cancelled as soon as a wait registers its notifier: before the wait tests the flag, if it does so in this
+// order.
+class RequestAtTheRegistration {
   public:
-    RequestAtTheSecondQuestion() {
-        m_run.GetFuture()->whenAsked = [this, &run = m_run.Cancellation()] {
-            if (++m_questions == 2) {
-                run.RequestCancel();
-            }
-        };
+    RequestAtTheRegistration() {
+        // The run holds the last reference to the memory of this one, and drops it when another takes its place.
+        m_run.Cancellation().RegisterNotifier(std::allocate_shared<Replaced>(Memory<Replaced>{this}));
     }
+    ~RequestAtTheRegistration() { m_isOver = true; }
+    RequestAtTheRegistration(const RequestAtTheRegistration&) = delete;
+    RequestAtTheRegistration& operator=(const RequestAtTheRegistration&) = delete;
 
   private:
-    int m_questions = 0;
-    const RunScopeOf<WatchedFuture> m_run;
+    struct Replaced : Orvane::Internal::AbstractCancelNotifier {
+        ~Replaced() override = default;
+        void Notify(std::unique_lock<std::recursive_mutex>&, bool&) override {}
+    };
+
+    template <typename T>
+    struct Memory {
+        using value_type = T;
+
+        explicit Memory(RequestAtTheRegistration* run) : owner(run) {}
+        template <typename U>
+        explicit(false) Memory(const Memory<U>& other) : owner(other.owner) {}
+
+        T* allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
+        void deallocate(T* memory, std::size_t count) {
+            std::allocator<T>().deallocate(memory, count);
+            if (!owner->m_isOver) {
+                owner->m_run.Cancellation().RequestCancel();
+            }
+        }
+        template <typename U>
+        bool operator==(const Memory<U>& other) const {
+            return owner == other.owner;
+        }
+
+        RequestAtTheRegistration* owner;
+    };
+
+    bool m_isOver = false;
+    const RunScope m_run;
 };
 
 // Requests the run's cancellation on a thread of its own, to see whether the request returns. Let it return before this

@@ -9,6 +9,7 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/wait_protocol.h"
 #include "tests/cancellation/notifiers.h"
 #include "tests/cancellation/run_scope.h"
 #include "tests/cancellation/wait_handles.h"
@@ -24,11 +25,11 @@ using namespace Zarvo::Test;
 TEST(WaitEvent, IsRegisteredBeforeTheFlagIsTested) {
     const Event silent;
     {
-        const RequestAtTheSecondQuestion run;
+        const RequestAtTheRegistration run;
         EXPECT_THROW(CancellableWaitForSingleObject(silent.Get(), 0), CancelRequestedException);
     }
     const HANDLE handles[] = {silent.Get()};
-    const RequestAtTheSecondQuestion run;
+    const RequestAtTheRegistration run;
     EXPECT_THROW(CancellableWaitForMultipleObjects(1, handles, 0), CancelRequestedException);
 }
 
@@ -61,7 +62,7 @@ class WatchedSignal {
 };
 
 TEST(WaitEvent, SetsTheFlagAndUnlocksBeforeItIsSignalled) {
-    const auto event = WaitEvent::CreateInstance();
+    const auto event = WaitEvent::CreateInstance(CurrentRun());
     Request request;
     const WatchedSignal signal(request);
 
@@ -74,7 +75,7 @@ TEST(WaitEvent, SetsTheFlagAndUnlocksBeforeItIsSignalled) {
 
 // Where the second step fails, the first has been taken and the third has not.
 TEST(WaitEvent, SetsTheFlagBeforeItUnlocks) {
-    const auto event = WaitEvent::CreateInstance();
+    const auto event = WaitEvent::CreateInstance(CurrentRun());
     Request request;
     std::unique_lock<std::recursive_mutex> unlocked(request.mutex, std::defer_lock);
 

@@ -18,6 +18,7 @@
 namespace {
 
 using namespace Orvane;
+using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 using namespace Zarvo::Test;
 using Orvane::Testing::VirtualTime;

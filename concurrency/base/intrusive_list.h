@@ -49,6 +49,14 @@ class IntrusiveList {
         m_end.m_previous = &hook;
     }
 
+    void PushFront(T& object) noexcept {
+        ListHook<Tag>& hook = object;
+        hook.m_previous = &m_end;
+        hook.m_next = m_end.m_next;
+        m_end.m_next->m_previous = &hook;
+        m_end.m_next = &hook;
+    }
+
     // Null if the list is empty.
     T* Front() const noexcept { return IsEmpty() ? nullptr : static_cast<T*>(m_end.m_next); }
     T* Back() const noexcept { return IsEmpty() ? nullptr : static_cast<T*>(m_end.m_previous); }
@@ -65,6 +73,14 @@ class IntrusiveList {
             static_cast<ListHook<Tag>*>(front)->Unlink();
         }
         return front;
+    }
+
+    T* PopBack() noexcept {
+        T* const back = Back();
+        if (back != nullptr) {
+            static_cast<ListHook<Tag>*>(back)->Unlink();
+        }
+        return back;
     }
 
     // Moves all objects of `other` to the end of this list.
