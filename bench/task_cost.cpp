@@ -22,6 +22,7 @@
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/current_task.h"
+#include "concurrency/cancellation/wait_protocol.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/future_impl.h"
 #include "concurrency/tasks/make_task.h"
@@ -65,6 +66,22 @@ Subject InsideOfTask(std::string name, std::size_t count, Call call) {
                 const Orvane::ConcurrencyLifetime lifetime;
                 double cost = 0;
                 Task task = Orvane::MakeTask(L"Measure", [&] { cost = NanosecondsPerCall(count, call); });
+                task();
+                return Figures{{kCost, cost}};
+            }};
+}
+
+// What a wait pays for saying what it waits in.
+Subject NoteOfAWait(std::size_t count) {
+    return {"note of a wait", [count] {
+                using namespace Orvane::Internal;
+                const Orvane::ConcurrencyLifetime lifetime;
+                double cost = 0;
+                Task task = Orvane::MakeTask(L"Measure", [&] {
+                    const WaitingRun run = CurrentRun();
+                    cost = NanosecondsPerCall(count,
+                                              [&run] { const WaitingRun::Note note(run, WaitKind::Sleep, nullptr); });
+                });
                 task();
                 return Figures{{kCost, cost}};
             }};
@@ -127,6 +144,7 @@ std::vector<Subject> CallSubjects(std::size_t count) {
         InsideOfTask("CancellationPoint", count, pass),
         OutsideOfTasks("CancellationPoint, no task", count, pass),
         OutsideOfTasks("ResetFutureObject, there and back", count, [future] { SwapCurrentFuture(future); }),
+        NoteOfAWait(count),
         OutsideOfTasks(
             "recursive_mutex", count, [mutex] { std::lock_guard lock(*mutex); }, true),
     };

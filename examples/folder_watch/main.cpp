@@ -8,10 +8,10 @@
 #include <atomic>
 #include <chrono>
 #include <iostream>
-#include <stop_token>
 
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/jobs/job_group.h"
+#include "concurrency/jobs/stop_all.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 
 using namespace std::chrono_literals;
@@ -24,17 +24,15 @@ int wmain(int count, wchar_t** arguments) {
         return 1;
     }
     const Orvane::ConcurrencyLifetime lifetime;
-    static auto& interrupt = *new std::stop_source;  // never destroyed: the system's thread may use it to the end
-    SetConsoleCtrlHandler([](DWORD) -> BOOL { return interrupt.request_stop(); }, TRUE);
     std::atomic<int> changes = 0;
     Orvane::JobGroup group(L"Folder watch");
-    const std::stop_callback onInterrupt(interrupt.get_token(), [&group] { group.Cancel(); });
     auto watch = group.Run(L"Changes", [&changes, change] {
         for (; Orvane::CancellableWaitForSingleObject(change, INFINITE) == 0; FindNextChangeNotification(change)) {
             std::cout << "change " << ++changes << std::endl;
         }
     });
     group.Schedule(L"Report", 1s, 1s, [&changes] { std::cout << changes << " changes so far" << std::endl; });
+    SetConsoleCtrlHandler([](DWORD) -> BOOL { return Orvane::StopAll(5s, L"Ctrl+C"), TRUE; }, TRUE);
     watch.Wait();
     std::cout << changes << " changes in all" << std::endl;
     FindCloseChangeNotification(change);

@@ -27,6 +27,8 @@
 #include "concurrency/jobs/job.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/jobs/parallel.h"
+#include "concurrency/jobs/runs.h"
+#include "concurrency/jobs/stop_all.h"
 #include "concurrency/jobs/testing.h"
 #include "concurrency/jobs/within.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
