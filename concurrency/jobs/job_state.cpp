@@ -356,9 +356,14 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
         asked.Add(shared_from_this());
         return;
     }
+    // The run may be over as soon as it is asked, and its record out of reach; one that is made meanwhile is found behind the flag.
+    auto record = Record();
     m_future.RequestCancelQuietly(first.Limit());
     asked.ReachesRun();
-    if (const auto record = Record()) {
+    if (!record) {
+        record = Record();
+    }
+    if (record) {
         record->AskOwned(first.ForOwned(record->Name()), asked);
         asked.Add(shared_from_this());
     }
