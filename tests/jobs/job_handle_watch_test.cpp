@@ -201,8 +201,10 @@ TEST_F(JobHandleWatch, OfAnEndedJobIsNothing) {
 
 TEST_F(JobHandleWatch, LeavesTheSignalThatComesAfterTheJob) {
     const OwnEvent event(OwnEvent::Kind::AutoReset);
-    auto job = Run(L"job", [] {});
+    const auto mayEnd = std::make_shared<Gate>();
+    auto job = RunHeld(mayEnd);
     job.CancelWhen(event.Get());
+    mayEnd->Open();
     job.Get();
     // The thread has looked at its handles anew when it has asked for another one.
     const OwnEvent other;
@@ -211,15 +213,18 @@ TEST_F(JobHandleWatch, LeavesTheSignalThatComesAfterTheJob) {
     other.Set();
     next.Wait();
     event.Set();
+    Sleep(50);
     EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_OBJECT_0);
 }
 
 TEST_F(JobHandleWatch, LeavesNothingWhenTheJobHasEnded) {
     const OwnEvent event;
     const auto once = [&event] {
-        auto job = Run(L"job", [] {});
+        const auto mayEnd = std::make_shared<Gate>();
+        auto job = RunHeld(mayEnd);
         job.CancelWhen(event.Get());
         job.CancelWhen(event.Get());
+        mayEnd->Open();
         job.Get();
         JobGroup group(L"group");
         group.CancelWhen(event.Get());
@@ -238,14 +243,17 @@ TEST_F(JobHandleWatch, LeavesNothingWhenTheJobHasEnded) {
 
 TEST(JobHandleWatches, EndWithTheLastUninitialisation) {
     const OwnEvent event;
+    const ThreadStarts starts;
     const auto once = [&event] {
         const ConcurrencyLifetime lifetime;
         auto job = RunSleeper();
         job.CancelWhen(event.Get());
     };
     once();
+    const int first = starts.Count();
     const ResourceProbe probe;
     once();
+    EXPECT_EQ(starts.Count(), 2 * first);  // none of the first threads was left
     Resources growth;
     EXPECT_TRUE(Eventually([&] {
         growth = probe.Growth();
