@@ -23,13 +23,13 @@ quiet_step() {
 }
 
 # configure_step NAME FOLDER CMAKE_COMMAND...: configures a build folder, unless it was configured so before. What becomes of
-# changed CMake files is ninja's business; of the presets it knows nothing.
+# changed CMake files is ninja's business; of the presets it knows nothing. What was configured otherwise is forgotten.
 configure_step() {
     local name=$1 folder=$2 how
     shift 2
     how="$DEV_ROOT $(cksum <CMakePresets.json) $*"
     if [ -e "$folder/build.ninja" ] && [ "$(cat "$folder/.configured" 2>/dev/null)" = "$how" ]; then return; fi
-    rm -f "$folder/.configured"
+    rm -f "$folder/.configured" "$folder/CMakeCache.txt"
     quiet_step "$name" "$folder/configure.log" "$@"
     echo "$how" >"$folder/.configured"
 }
