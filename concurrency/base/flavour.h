@@ -42,9 +42,11 @@
 #endif
 #elif ORVANE_FLAVOUR_WIN32_THREADS != ORVANE_BUILT_FOR_WIN32_THREADS
 #if ORVANE_BUILT_FOR_WIN32_THREADS
-#error "This ZarvoConcurrency was built for GCC's win32 thread model (g++-win32), not for posix. Take the package for yours."
+#error \
+    "This ZarvoConcurrency was built for GCC's win32 thread model (g++-win32), not for posix. Take the package for yours."
 #else
-#error "This ZarvoConcurrency was built for GCC's posix thread model, not for win32. Take the package for your compiler."
+#error \
+    "This ZarvoConcurrency was built for GCC's posix thread model, not for win32. Take the package for your compiler."
 #endif
 #elif ORVANE_FLAVOUR_UCRT != ORVANE_BUILT_FOR_UCRT
 #if ORVANE_BUILT_FOR_UCRT

@@ -23,6 +23,7 @@ class ORVANE_CAPABILITY RankedMutex : public Mutex {
   public:
     using Base = Mutex;
     static constexpr LockRank kRank = rank;
+    static constexpr bool kIsStandardRecursive = std::is_same_v<Mutex, std::recursive_mutex>;
 
 #if defined(_WIN32) && defined(__GTHREAD_RECURSIVE_MUTEX_INIT)
     // On purpose: where GCC's library initializes its recursive mutex statically, it has no destructor. In the posix thread
@@ -44,8 +45,6 @@ class ORVANE_CAPABILITY RankedMutex : public Mutex {
     RankedMutex(const RankedMutex&) = delete;
     RankedMutex& operator=(const RankedMutex&) = delete;
 
-  private:
-    static constexpr bool kIsStandardRecursive = std::is_same_v<Mutex, std::recursive_mutex>;
 #endif
 };
 
