@@ -58,8 +58,10 @@ class ORVANE_CONCURRENCY_API TimeLimitException : public CancelledException {
   public:
     // Of no known limit.
     TimeLimitException();
-    // Errors: std::bad_alloc.
+    // Of the limit that the job, group or scope of this name has. Errors: std::bad_alloc.
     TimeLimitException(std::wstring name, std::chrono::nanoseconds limit);
+
+    // Of the same limit.
     TimeLimitException(const TimeLimitException&);
     TimeLimitException& operator=(const TimeLimitException&);
     ~TimeLimitException() override;
@@ -85,6 +87,7 @@ class ORVANE_CONCURRENCY_API TimeLimitException : public CancelledException {
 // Treat it as CancelRequestedException: let it go.
 class ORVANE_CONCURRENCY_API TimeLimitRequestException : public CancelRequestedException {
   public:
+    // Of the same limit.
     TimeLimitRequestException(const TimeLimitRequestException&);
     TimeLimitRequestException& operator=(const TimeLimitRequestException&);
     ~TimeLimitRequestException() override;

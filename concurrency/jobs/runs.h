@@ -18,12 +18,17 @@
 
 namespace Orvane {
 
+// One run, as it was at one moment.
+//
+// Contract: a value.
 struct RunInfo {
+    // Of the job or task; a task keeps the first 29 characters.
     std::wstring name;
 
     // The name behind those of the runs and groups that it belongs to, as in "Import > Fetch 17".
     std::wstring path;
 
+    // The Win32 id of the thread that is in it.
     DWORD thread = 0;
 
     // For how long it has run. All times are counted in steps of some 16 ms.

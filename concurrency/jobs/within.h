@@ -22,6 +22,7 @@
 //     Neither constructor nor destructor is a cancellation point.
 // Errors: the constructors throw Unexpected without initialisation, std::bad_alloc, and std::system_error if the thread of the
 //     limits cannot be started; there is no scope then.
+// Memory: what a scope throws orders nothing; what is started in it, as job.h says.
 // Lifetime: a stop token got inside is of no use after the scope, unless what was started in the scope still runs.
 #pragma once
 
