@@ -75,7 +75,7 @@ void Nap(MonotonicClock::time_point until) {
         time->Block([] { return false; }, until);
     } else {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - MonotonicClock::now());
-        ::Sleep(static_cast<DWORD>((std::clamp)(left.count(), 0LL, 1000LL)));
+        ::Sleep(static_cast<DWORD>((std::clamp)(left, std::chrono::milliseconds(0), std::chrono::milliseconds(1000)).count()));
     }
 }
 
