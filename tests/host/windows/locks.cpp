@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "tests/host/windows/errors.h"
 #include "tests/host/windows/threads.h"
 
 void InitializeCriticalSection(LPCRITICAL_SECTION section) {
@@ -26,6 +27,11 @@ BOOL TryEnterCriticalSection(LPCRITICAL_SECTION section) {
 
 void LeaveCriticalSection(LPCRITICAL_SECTION section) {
     pthread_mutex_unlock(&section->mutex);
+}
+
+BOOL SleepConditionVariableCS(PCONDITION_VARIABLE, PCRITICAL_SECTION, DWORD) {
+    SetLastError(ERROR_NOT_SUPPORTED);
+    return FALSE;
 }
 
 namespace {
