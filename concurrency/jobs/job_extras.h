@@ -32,19 +32,17 @@ class ManualEvent {
     const HANDLE m_handle;
 };
 
+class JobState;
+
 // What the user's stop token calls.
 class TokenLink {
   public:
-    explicit TokenLink(std::weak_ptr<Cancellable> asked) : m_asked(std::move(asked)) {}
+    explicit TokenLink(std::weak_ptr<JobState> job) : m_job(std::move(job)) {}
 
-    void operator()() const noexcept {
-        if (const auto asked = m_asked.lock()) {
-            AskToLeave(*asked, {CancelCause::Token, nullptr});
-        }
-    }
+    void operator()() const noexcept;
 
   private:
-    std::weak_ptr<Cancellable> m_asked;
+    std::weak_ptr<JobState> m_job;
 };
 
 struct JobExtras {
@@ -52,6 +50,7 @@ struct JobExtras {
     TimeLimit limit;
     HandleWatches watches;
     std::unique_ptr<std::stop_callback<TokenLink>> token;
+    bool isTokenCalling = false;  // a thread is in the callback, and destroys it if the job has ended meanwhile
 };
 
 }  // namespace Orvane::Internal

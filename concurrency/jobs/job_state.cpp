@@ -93,6 +93,30 @@ void JobState::Enlist() {
     }
 }
 
+void TokenLink::operator()() const noexcept {
+    if (const auto job = m_job.lock()) {
+        job->TokenStops();  // may destroy this object
+    }
+}
+
+void JobState::TokenStops() noexcept {
+    {
+        const RankedLock lock(m_shard.mutex);
+        if (m_extras) {
+            m_extras->isTokenCalling = true;
+        }
+    }
+    AskToLeave(*this, {CancelCause::Token, nullptr});
+    std::unique_ptr<std::stop_callback<TokenLink>> ended;  // destroyed inside itself it does not wait for its own end
+    const RankedLock lock(m_shard.mutex);
+    if (m_extras) {
+        m_extras->isTokenCalling = false;
+        if (m_phase == Phase::Ended) {
+            ended = std::move(m_extras->token);
+        }
+    }
+}
+
 void JobState::CancelOn(const std::stop_token& token) {
     if (!token.stop_possible()) {
         return;
@@ -307,7 +331,9 @@ void JobState::TidyUp() noexcept {
         if (m_extras) {
             limit = std::exchange(m_extras->limit, {});
             watches.swap(m_extras->watches);
-            token = std::move(m_extras->token);
+            if (!m_extras->isTokenCalling) {
+                token = std::move(m_extras->token);
+            }
         }
     }
     RemoveTimeLimit(limit);
@@ -358,6 +384,10 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
     }
     // The run may be over as soon as it is asked, and its record out of reach; one that is made meanwhile is found behind the flag.
     auto record = Record();
+    if (record) {
+        // Before the run wakes: what it drops then is asked with this reason.
+        record->KeepReason(first.ForOwned(record->Name()));
+    }
     m_future.RequestCancelQuietly(first.Limit());
     asked.ReachesRun();
     if (!record) {

@@ -34,14 +34,19 @@ bool RunRecord::IsRequestedOnThisThread() const {
     return run && run->GetThreadId() == ::GetCurrentThreadId() && run->IsRequested();
 }
 
+void RunRecord::KeepReason(const AskReason& reason) noexcept {
+    const RankedLock lock(m_mutex);
+    if (m_reason.cause == CancelCause::None) {
+        m_reason = reason;
+    }
+}
+
 void RunRecord::AskOwned(const AskReason& reason, AskedList& asked) noexcept {
+    KeepReason(reason);
     IntrusiveList<Cancellable, OwnedTag> waiting;
     AskReason first;
     {
         const RankedLock lock(m_mutex);
-        if (m_reason.cause == CancelCause::None) {
-            m_reason = reason;
-        }
         first = m_reason;
         m_isRequested = true;
         waiting.TakeAll(m_owned);

@@ -38,6 +38,9 @@ class RunRecord : public RunCompanion {
     // The two passes of a request, as in cancellable.h, for what the run owns and for its tokens. Repeatable; the first reason
     // stays.
     void AskOwned(const AskReason& reason, AskedList& asked) noexcept;
+
+    // With what AskOwned() will ask. The first one stays.
+    void KeepReason(const AskReason& reason) noexcept;
     void StopTokens() noexcept;
     void Requested() noexcept override;
 

@@ -136,31 +136,6 @@ void SchedulerWithoutPool() {
     StayForEver();
 }
 
-constinit std::atomic<DWORD> g_threads[2] = {};  // those that may take locks; with a 0, all may
-
-void EnterUnlessUnknown(LPCRITICAL_SECTION section) {
-    const DWORD self = ::GetCurrentThreadId();
-    if (g_threads[0] != 0 && g_threads[0] != self && g_threads[1] != self) {
-        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur), "lock");
-    }
-    ::EnterCriticalSection(section);
-}
-
-void Limits() {
-    const ConcurrencyLifetime lifetime;
-    Gate running;
-    auto job = RunInNewThread(L"Import", [&] {
-        g_threads[1] = ::GetCurrentThreadId();
-        running.Open();
-        CancellableSleep(INFINITE);
-    });
-    running.Wait();
-    const ImportPatch patch(LibraryUnderTest(), "EnterCriticalSection", &EnterUnlessUnknown);
-    g_threads[0] = ::GetCurrentThreadId();
-    job.CancelAfter(1h);
-    StayForEver();
-}
-
 void PoolOnAWorker() {
     ConcurrencyInitialize();
     Queue(L"Import", [] { ConcurrencyUninitialize(); });
@@ -386,7 +361,6 @@ constexpr Scene kScenes[] = {
     {"dedicated", &Dedicated},
     {"overrun", &Overrun},
     {"scheduler-without-pool", &SchedulerWithoutPool},
-    {"limits", &Limits},
     {"pool-on-worker", &PoolOnAWorker},
     {"pool-on-dedicated", &PoolOnADedicatedThread},
     {"pool-in-job", &PoolInAJob},

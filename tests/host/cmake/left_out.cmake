@@ -55,7 +55,6 @@ set(left_out_tests
     SleepNotificationAdapter.SleepOfMoreThanTenDaysIsCutToTenDays
     SleepNotificationAdapter.SleepOfZeroDoesNotWait
     ThreadPoolGrowth.SleepAsksForNoMoreThanTheRestOfThePeriod
-    Of/ProcessEnd.SaysTheLineOfItsRowAndLeavesItsRecord/limits
     Of/ProcessEnd.SaysTheLineOfItsRowAndLeavesItsRecord/lifetime
     CancellableWaitForMultipleObjects.NoMemoryForTheArrayIsBadAllocAlsoForTheLargestCount
 
