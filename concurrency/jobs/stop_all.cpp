@@ -75,7 +75,8 @@ void Nap(MonotonicClock::time_point until) {
         time->Block([] { return false; }, until);
     } else {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - MonotonicClock::now());
-        ::Sleep(static_cast<DWORD>((std::clamp)(left, std::chrono::milliseconds(0), std::chrono::milliseconds(1000)).count()));
+        ::Sleep(static_cast<DWORD>(
+            (std::clamp)(left, std::chrono::milliseconds(0), std::chrono::milliseconds(1000)).count()));
     }
 }
 

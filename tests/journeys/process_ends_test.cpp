@@ -87,10 +87,11 @@ std::map<std::string, Row> RowsOfThePage() {
 }
 
 const char* const kScenes[] = {
-    "worker",         "unknown-type", "dedicated",   "overrun",        "scheduler-without-pool",
-    "growth",         "deaf",         "deaf-future", "pool-on-worker", "pool-on-dedicated",      "pool-in-job",
-    "scheduler-join", "lifetime",     "tracker",     "renewal",        "registration",           "static-group",
-    "restoring",      "virtual-deaf", "virtual-end", "virtual-thread", "job-callable",           "job-result",
+    "worker",         "unknown-type",   "dedicated",   "overrun",        "scheduler-without-pool",
+    "growth",         "deaf",           "deaf-future", "pool-on-worker", "pool-on-dedicated",
+    "pool-in-job",    "scheduler-join", "lifetime",    "tracker",        "renewal",
+    "registration",   "static-group",   "restoring",   "virtual-deaf",   "virtual-end",
+    "virtual-thread", "job-callable",   "job-result",
 };
 
 class ProcessEnd : public testing::TestWithParam<const char*> {};
