@@ -29,7 +29,7 @@ configure_step() {
     shift 2
     how="$DEV_ROOT $(cksum <CMakePresets.json) $*"
     if [ -e "$folder/build.ninja" ] && [ "$(cat "$folder/.configured" 2>/dev/null)" = "$how" ]; then return; fi
-    rm -f "$folder/.configured" "$folder/CMakeCache.txt"
+    rm -rf "$folder/.configured" "$folder/CMakeCache.txt" "$folder/CMakeFiles"
     quiet_step "$name" "$folder/configure.log" "$@"
     echo "$how" >"$folder/.configured"
 }

@@ -38,6 +38,7 @@ set(left_out_tests
 
     # A wait needs memory here, because the standard's conditions do.
     JobWithoutMemory.IsCancelledDroppedAndDetached
+    CheckedMutexWithoutMemory.NeedsNone
     GroupsWithoutMemory.EndAllTheSame
 
     # Code pages other than Latin 1.
@@ -66,6 +67,14 @@ set(left_out_tests
     # gone by then. Here they go in the order of their making, beside the threads.
     ConcurrencyLifetimeProcess.ClientThatNeverUninitialisesExitsCleanlyWhileTasksAreBlockedAndScheduled
     ConcurrencyLifetimeProcess.StaticLifetimeObjectOfTheProgramIsTornDownAtItsEnd
+    # A module that a static handle of its own keeps loaded: here its destructor would unload it under itself.
+    Of/StaticJob.EndsWithTheProcess/6
+
+    # This system unloads a module that a thread-local object has kept only when another one is unloaded.
+    ModuleWithAThreadLocalObject.StaysLoadedUntilTheWorkerEnds
+    # There is no loader's lock here.
+    StaticGroupOfAModule.CannotLeaveWhileTheModuleIsUnloaded
+    Of/ProcessEnd.SaysTheLineOfItsRowAndLeavesItsRecord/static_group
 
     # What a wait asks of the platform: here it is the standard's wait.
     ScheduledTaskQueueWait.SleepsForTheTimeThatIsLeftADayAtMost
