@@ -155,13 +155,13 @@ class ORVANE_CONCURRENCY_API JobGroup {
     }
     void CancelWhen(HANDLE handle);
 
-    // For a component that is to be unloaded. Asks all jobs to leave, waits until they have ended and the threads that ran them
-    // have left their code, and destroys what is kept of them: callables, records and failures, also those that a GroupJob could
-    // still read. Returns what the library holds all the same of the modules whose code the group has run: results whose GroupJob
+    // For a component that is to be unloaded. Asks all jobs to leave, and waits until they have ended and the threads that ran
+    // them have left their code. Then it destroys the callables, records and failures that it keeps, also those that a GroupJob
+    // could still read. Returns what the library holds all the same of the modules whose code the group has run: results whose GroupJob
     // exists, jobs that do not belong to this group. If that IsNone(), FreeLibrary() takes the module away. The group is spent.
     //
-    // Not seen: copies of an exception_ptr outside of the library, objects of the module that the program itself keeps, and a
-    // thread_local object with a destructor that a job has used, which keeps the module until that worker ends.
+    // It does not see copies of an exception_ptr outside of the library, nor objects of the module that the program itself keeps.
+    // A thread_local object with a destructor that a job has used keeps the module until that worker ends.
     // Threads: not inside a job of the group. It is no cancellation point.
     // Errors: std::system_error (resource_deadlock_would_occur) if it would wait for itself; std::logic_error under the loader's
     //     lock (DllMain, static objects of a DLL), where no thread can end; std::bad_alloc.

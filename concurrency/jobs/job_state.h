@@ -17,8 +17,8 @@
 //   3. Without a lock, the thread removes the limit and the link to the stop token. Then the group goes on. After that the thread
 //      uses nothing of the job's module any more: group_core.h waits for that before it lets a module go.
 //
-// What belongs to the job's module is destroyed at one of four places: the callable in step 1; result and exception by the
-// handle, or in steps 1 to 3 if there is none; the exception also when its group leaves. A job without a group keeps its module
+// What belongs to the job's module is destroyed at one of four places. The callable is destroyed in step 1. The handle destroys
+// result and exception; without a handle steps 1 to 3 do. A group that leaves destroys the exception, too. A job without a group keeps its module
 // loaded until steps 1 to 3 are done and the handle has gone.
 //
 // Threads: any, but for those that run or end it.
