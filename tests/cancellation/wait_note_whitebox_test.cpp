@@ -39,6 +39,11 @@ WaitState NoteOf(const TaskRun& run) {
     return run.ownNote.Read().value();
 }
 
+// Of a run whose thread may be writing just then: kind None while it stands still in the middle of that.
+WaitState NoteSoFar(const TaskRun& run) {
+    return run.ownNote.Read().value_or(WaitState());
+}
+
 // A thread whose run blocks in `wait`.
 class BlockedRun {
   public:
@@ -61,7 +66,7 @@ class BlockedRun {
     WaitState Note() const {
         WaitState state;
         EXPECT_TRUE(Eventually([&] {
-            state = NoteOf(*TaskRun::Of(m_run));
+            state = NoteSoFar(*TaskRun::Of(m_run));
             return state.kind != WaitKind::None;
         }));
         return state;
