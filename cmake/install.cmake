@@ -48,6 +48,6 @@ if(CMAKE_TOOLCHAIN_FILE)
 endif()
 configure_file(cmake/zarvo-concurrency.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zarvo-concurrency.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zarvo-concurrency.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-# To be read; the examples too, which the guides refer to.
+# To be read; the examples too, which the guides refer to, and what debuggers load.
 install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency)
-install(DIRECTORY docs examples licences DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency)
+install(DIRECTORY debugger docs examples licences DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency)

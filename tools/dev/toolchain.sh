@@ -13,7 +13,7 @@ packages_lint=clang-format-19,clang-tidy-19,python3-minimal
 packages_coverage=gcovr
 packages_docs=doxygen,python3
 packages_charts=python3-matplotlib
-packages_sanitize=clang-19,libclang-rt-19-dev,llvm-19,libstdc++-14-dev,cmake,ninja-build,ccache,googletest
+packages_sanitize=clang-19,libclang-rt-19-dev,llvm-19,libstdc++-14-dev,cmake,ninja-build,ccache,googletest,gdb
 
 # The flavours of the library, named for their compilers: what --toolchain takes. The first is everybody's.
 flavours=(win32 ucrt64 posix clang)
@@ -35,7 +35,7 @@ ensure_lint_root() {
     lint_root=$made_root
 }
 
-# Sets sanitize_root: a native compiler with the sanitizers' runtimes, which do not exist for Windows here.
+# Sets sanitize_root: a native compiler with the sanitizers' runtimes, which do not exist for Windows here, and a debugger.
 ensure_sanitize_root() {
     ensure_root sanitize "$packages_common,$packages_sanitize"
     sanitize_root=$made_root

@@ -1,0 +1,110 @@
+"""Runs the commands of transcript.txt in gdb, and compares what gdb says with what stands there.
+
+Run by gdb, see ../cmake/debugger.cmake. In the expected lines %name stands for a number, the same one wherever the name stands, and
+% for any number. Numbers of gdb's own history and spaces are not compared. Then the transcript in the users' page, where each number
+stands for any. What gdb said is left in transcript.txt of the build folder.
+"""
+
+import pathlib
+import re
+
+import gdb
+
+HERE = pathlib.Path(__file__).parent
+PAGE = HERE / "../../../docs/debugging.md"
+PRINTERS = HERE / "../../../debugger/zarvo_gdb.py"
+NUMBER = r"0x[0-9a-f]+|[0-9]+(?:\.[0-9]+)?"
+
+
+def commands_in(lines):
+    """Each with the lines that are expected."""
+    commands = []
+    for line in lines:
+        if line.startswith("(gdb) "):
+            commands.append((line[len("(gdb) "):], []))
+        elif line:
+            commands[-1][1].append(line)
+    return commands
+
+
+def commands_of_page():
+    (block,) = re.findall(r"^```gdb\n(.*?)^```$", PAGE.read_text(), re.DOTALL | re.MULTILINE)
+    return [
+        (command, [re.sub(rf"\b(?:{NUMBER})\b", "%", essence(line)) for line in expected])
+        for command, expected in commands_in(block.splitlines())
+    ]
+
+
+def run(command):
+    try:
+        said = gdb.execute(command, to_string=True)
+    except gdb.error as error:
+        said = str(error)
+    return [line.rstrip() for line in said.splitlines() if line.strip()]
+
+
+def essence(line):
+    """Without the number in gdb's history, and without the widths of columns."""
+    return re.sub(r"^\$[0-9]* = ", "$ = ", re.sub(" +", " ", line.strip()))
+
+
+def pattern_of(expected, known):
+    """A regular expression, with a group for each name that is met first."""
+    pattern = ""
+    names = set()
+    for part in re.split(r"(%[a-z]*)", essence(expected)):
+        name = part[1:]
+        if not part.startswith("%"):
+            pattern += re.escape(part)
+        elif not name:
+            pattern += f"(?:{NUMBER})"
+        elif name in known:
+            pattern += re.escape(known[name])
+        elif name in names:
+            pattern += f"(?P={name})"
+        else:
+            names.add(name)
+            pattern += f"(?P<{name}>{NUMBER})"
+    return pattern
+
+
+def differences(expected, said, known):
+    if len(expected) != len(said):
+        return [f"expected {len(expected)} lines:"] + expected
+    found = []
+    for line, actual in zip(expected, said):
+        match = re.fullmatch(pattern_of(line, known), essence(actual))
+        if match:
+            known.update(match.groupdict())
+        else:
+            found.append(f"expected: {line}")
+    return found
+
+
+def check():
+    gdb.execute("set pagination off")
+    gdb.execute("set confirm off")
+    gdb.execute("set width 0")
+    gdb.execute(f"source {PRINTERS}")
+    gdb.execute("break Here")
+    run("run")
+    known = {}
+    failed = 0
+    with open("transcript.txt", "w") as transcript:
+        expected_here = commands_in((HERE / "transcript.txt").read_text().splitlines())
+        for command, expected in expected_here + commands_of_page():
+            said = run(command)
+            lines = ["(gdb) " + command, *said]
+            transcript.write("\n".join(lines) + "\n")
+            different = differences(expected, said, known)
+            print("\n".join(lines + ["    !! " + line for line in different]))
+            failed += bool(different)
+    print(f"{failed} commands say something else")
+    return failed == 0 and bool(known)
+
+
+try:
+    passed = check()
+finally:
+    gdb.execute("kill") if gdb.selected_inferior().pid else None
+gdb.execute(f"quit {0 if passed else 1}")

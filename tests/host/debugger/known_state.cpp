@@ -1,0 +1,196 @@
+// A program that stops in Here() in a known state, for a debugger to look at. It ends there.
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "concurrency/base/clock.h"
+#include "concurrency/base/windows_api.h"
+#include "concurrency/cancellation/cancellable_waits.h"
+#include "concurrency/cancellation/cancellation_exceptions.h"
+#include "concurrency/cancellation/cancellation_object.h"
+#include "concurrency/errors/error_storage.h"
+#include "concurrency/jobs/job.h"
+#include "concurrency/jobs/job_group.h"
+#include "concurrency/jobs/runs.h"
+#include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/scheduler/global_scheduler.h"
+#include "concurrency/scheduler/scheduled_task_queue.h"
+#include "concurrency/sync/fifo_mutex.h"
+#include "concurrency/tasks/future_impl.h"
+#include "concurrency/tasks/make_task.h"
+#include "concurrency/threadpool/global_thread_pool.h"
+#include "concurrency/threadpool/thread_pool.h"
+#include "tests/support/eventually.h"
+
+using namespace Orvane;
+using namespace Orvane::Internal;
+
+namespace {
+
+constexpr DWORD kWithoutEnd = 0xFFFFFFFF;
+
+HANDLE NeverSignalled() {
+    static const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    return event;
+}
+
+void WaitForEver() {
+    CancellableWaitForSingleObject(NeverSignalled(), kWithoutEnd);
+}
+
+[[noreturn]] void Fail(const char* what) {
+    std::fprintf(stderr, "known_state: %s\n", what);
+    std::_Exit(1);
+}
+
+// Of the run with that name; 0 if it is not in a wait that begins so.
+DWORD ThreadThatWaits(const std::wstring& name, const std::wstring& wait) {
+    for (const RunInfo& run : ListRuns()) {
+        if (run.name == name && run.wait.starts_with(wait)) {
+            return run.thread;
+        }
+    }
+    return 0;
+}
+
+// What begins after it is younger, by a tick at least.
+void AwaitNextTick() {
+    const auto now = CoarseClock::Ticks();
+    if (!Zarvo::Test::Eventually([now] { return CoarseClock::Ticks() != now; })) {
+        Fail("the clock stands still");
+    }
+}
+
+// Returns when the run is in the wait.
+DWORD AwaitWait(const std::wstring& name, const std::wstring& wait) {
+    DWORD thread = 0;
+    if (!Zarvo::Test::Eventually([&] { return (thread = ThreadThatWaits(name, wait)) != 0; })) {
+        Fail("a run does not come to its wait");
+    }
+    AwaitNextTick();
+    return thread;
+}
+
+std::shared_ptr<FutureImpl<void>> MakeFuture() {
+    return std::shared_ptr<FutureImpl<void>>(new FutureImpl<void>());
+}
+
+}  // namespace
+
+// Where the debugger stops. What it looks at is in globals, so that it need not look for the frame of main().
+extern "C" __attribute__((noinline)) void Here() {
+    std::_Exit(0);
+}
+
+fifo_mutex free_mutex;
+fifo_mutex mutex;
+DWORD owner_thread = 0;
+DWORD first_waiter = 0;
+DWORD second_waiter = 0;
+
+Task no_task;
+Task moved_task;
+Task running_task;
+Task queued_task;
+Task ended_task;
+Task waited_task;
+Task cancelled_task;
+
+std::array<std::shared_ptr<FutureImpl<void>>, 6> futures;
+std::shared_ptr<CancellationObject> cancellation;
+
+Job<int> no_job;
+Job<int> done_job;
+Job<void> outer_job;
+DWORD inner_thread = 0;
+
+ThreadPoolCore* small_pool = nullptr;
+
+// What is no object, and what was one.
+Task* null_task = nullptr;
+alignas(16) unsigned char torn[1024];
+Task* torn_task = reinterpret_cast<Task*>(torn);
+FutureState* torn_future = reinterpret_cast<FutureState*>(torn);
+CancellationObject* torn_cancellation = reinterpret_cast<CancellationObject*>(torn);
+Job<int>* torn_job = reinterpret_cast<Job<int>*>(torn);
+fifo_mutex* torn_mutex = reinterpret_cast<fifo_mutex*>(torn);
+ThreadPoolCore* torn_pool = reinterpret_cast<ThreadPoolCore*>(torn);
+ScheduledTaskQueue* torn_schedule = reinterpret_cast<ScheduledTaskQueue*>(torn);
+
+int main() {
+    const ConcurrencyLifetime lifetime;
+    std::memset(torn, 0xAB, sizeof torn);
+
+    for (auto& future : futures) {
+        future = MakeFuture();
+    }
+    static_cast<void>(futures[1]->Start());
+    static_cast<void>(futures[2]->Start());
+    futures[2]->SetValue();
+    static_cast<void>(futures[3]->Start());
+    try {
+        futures[3]->RequestCancel();
+    } catch (const CancelRequestedException&) {  // the request has been made all the same
+    }
+    futures[4]->RequestCancel();
+    static_cast<void>(futures[5]->Start());
+    futures[5]->SetException(CloneableExceptionBase(ExceptionBase(ErrorStorage())));
+
+    // In the order in which they are to be listed: the longest first.
+    std::shared_ptr<FutureImpl<void>> future;
+    running_task = MakeTask(L"Running", &WaitForEver, future);
+    GlobalThreadPool::Queue(running_task);
+    AwaitWait(L"Running", L"CancellableWaitForSingleObject");
+    cancellation = future->GetCancellationObject();
+
+    auto owner = RunInNewThread(L"Owner", [] {
+        mutex.lock();
+        mutex.lock();
+        WaitForEver();
+    });
+    owner_thread = AwaitWait(L"Owner", L"CancellableWaitForSingleObject");
+    auto first = RunInNewThread(L"First", [] { mutex.lock(); });
+    first_waiter = AwaitWait(L"First", L"fifo_mutex::lock");
+    auto second = RunInNewThread(L"Second", [] { mutex.lock(); });
+    second_waiter = AwaitWait(L"Second", L"fifo_mutex::lock");
+
+    outer_job = Orvane::Run(L"Outer", [] {
+        AwaitNextTick();
+        Orvane::Run(L"Inner", [] { CancellableSleep(kWithoutEnd); }).Wait();
+    });
+    inner_thread = AwaitWait(L"Inner", L"CancellableSleep");
+    AwaitWait(L"Outer", L"a wait for");
+    auto deaf = RunInNewThread(L"Deaf", [] { WaitForSingleObject(NeverSignalled(), kWithoutEnd); });
+    AwaitWait(L"Deaf", L"");  // any, or none
+    deaf.Cancel();
+    done_job = Orvane::Run(L"Done", [] { return 42; });
+    done_job.Wait();
+
+    ended_task = MakeTask(L"Ended", [] {});
+    ended_task();
+    waited_task = MakeTask(L"Waited for", [] {});
+    waited_task();
+    waited_task.Wait();
+    cancelled_task = MakeTask(L"Cancelled", [] {});
+    cancelled_task.Cancel();
+    moved_task = MakeTask(L"Moved", [] {});
+    const Task taken = std::move(moved_task);
+
+    ThreadPool<NullPolicy> pool(1);  // does not grow: what comes second stays in its queue
+    small_pool = pool.Core().get();
+    const Task blocking = MakeTask(L"Blocking", &WaitForEver);
+    pool.Core()->Queue(blocking);
+    AwaitWait(L"Blocking", L"CancellableWaitForSingleObject");
+    queued_task = MakeTask(L"Queued", [] {});
+    pool.Core()->Queue(queued_task);
+
+    const TimePoint day(std::chrono::hours(24 * 365 * 200));  // in 2169, so that none comes due
+    GlobalScheduler::Insert({MakeTask(L"Late", [] {}), day + std::chrono::hours(1), Duration::zero()});
+    GlobalScheduler::Insert({MakeTask(L"Early", [] {}), day, std::chrono::milliseconds(1500)});
+
+    Here();
+}
