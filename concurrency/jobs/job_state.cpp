@@ -80,70 +80,6 @@ void JobState::SetReader(Reader reader) noexcept {
     m_reader = reader;
 }
 
-void JobState::Enlist() {
-    Internal::Enlist(*this);
-    if (!m_owner) {
-        return;
-    }
-    const bool isOwnerAsked = !m_owner->Add(*this);
-    if (!IsWaiting()) {
-        m_owner->Remove(*this);  // the last uninitialisation has asked it, and it may have ended before it was there
-    } else if (isOwnerAsked) {
-        AskToLeave(*this, m_owner->ReasonForOwned());
-    }
-}
-
-void TokenLink::operator()() const noexcept {
-    if (const auto job = m_job.lock()) {
-        job->TokenStops();  // may destroy this object
-    }
-}
-
-void JobState::TokenStops() noexcept {
-    {
-        const RankedLock lock(m_shard.mutex);
-        if (m_extras) {
-            m_extras->isTokenCalling = true;
-        }
-    }
-    AskToLeave(*this, {CancelCause::Token, nullptr});
-    std::unique_ptr<std::stop_callback<TokenLink>> ended;  // destroyed inside itself it does not wait for its own end
-    const RankedLock lock(m_shard.mutex);
-    if (m_extras) {
-        m_extras->isTokenCalling = false;
-        if (m_phase == Phase::Ended) {
-            ended = std::move(m_extras->token);
-        }
-    }
-}
-
-void JobState::CancelOn(const std::stop_token& token) {
-    if (!token.stop_possible()) {
-        return;
-    }
-    // May call the link now. The end takes what it finds; what comes later is destroyed here.
-    auto callback = std::make_unique<std::stop_callback<TokenLink>>(token, TokenLink(weak_from_this()));
-    const RankedLock lock(m_shard.mutex);
-    if (m_phase.load() != Phase::Ended) {
-        NeedExtras().token.swap(callback);
-    }
-}
-
-JobExtras& JobState::NeedExtras() {
-    if (!m_extras) {
-        m_extras = std::make_unique<JobExtras>();
-    }
-    return *m_extras;
-}
-
-void JobState::GiveUp() noexcept {
-    AskToLeave(*this, {CancelCause::Dropped, nullptr});
-    AwaitedJob awaited(*this);
-    static_cast<void>(WaitToTheEnd(awaited));
-    m_isRead = true;  // the caller gets the exception of the start
-    LetGo();
-}
-
 std::shared_ptr<IFutureState> JobState::GetFuture() {
     return {shared_from_this(), &m_future};
 }
@@ -299,16 +235,6 @@ void JobState::EndWithoutGroup() noexcept {
     module.EndDeparture(departure);
 }
 
-// A request that came through the future, not through Ask(), has left no reason yet.
-void JobState::KeepReason() noexcept {
-    if (m_outcome != JobOutcome::Done) {
-        const AskReason reason = Reason();
-        const RankedLock lock(m_shard.mutex);
-        m_cause = reason.cause;
-        m_askedBy = reason.by;
-    }
-}
-
 void JobState::PublishEnd() noexcept {
     const RankedLock lock(m_shard.mutex);
     Delist(*this);
@@ -319,27 +245,6 @@ void JobState::PublishEnd() noexcept {
         SetEvent(m_extras->ended->Handle());
     }
     SignalAll(m_listeners);
-}
-
-// What was attached before the end was published: what comes later sees the end.
-void JobState::TidyUp() noexcept {
-    TimeLimit limit;
-    HandleWatches watches;
-    std::unique_ptr<std::stop_callback<TokenLink>> token;
-    {
-        const RankedLock lock(m_shard.mutex);
-        if (m_extras) {
-            limit = std::exchange(m_extras->limit, {});
-            watches.swap(m_extras->watches);
-            if (!m_extras->isTokenCalling) {
-                token = std::move(m_extras->token);
-            }
-        }
-    }
-    RemoveTimeLimit(limit);
-    RemoveHandleWatches(watches);
-    DiscardIfUnread();
-    token.reset();  // last: waits for a callback that is under way, and that may wait for this job
 }
 
 void JobState::DiscardIfUnread() noexcept {
@@ -358,52 +263,6 @@ void JobState::DiscardIfUnread() noexcept {
         m_group->LetGo();
     } else if (error) {
         ReportUnreadFailure(Name(), error.Get());
-    }
-}
-
-void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
-    AskReason first;
-    {
-        const RankedLock lock(m_shard.mutex);
-        if (m_phase == Phase::Ended) {
-            return;
-        }
-        if (m_cause == CancelCause::None) {
-            m_cause = reason.cause;
-            m_askedBy = reason.by;
-        }
-        first = {m_cause, m_askedBy};
-    }
-    if (Claim(Phase::Ending)) {
-        m_time = ThreadNow();
-        m_thread = ::GetCurrentThreadId();
-        m_neverRuns = true;
-        m_future.RequestCancelQuietly();  // its task does not say that it has started
-        asked.Add(shared_from_this());
-        return;
-    }
-    // The run may be over as soon as it is asked, and its record out of reach; one that is made meanwhile is found behind the flag.
-    auto record = Record();
-    if (record) {
-        // Before the run wakes: what it drops then is asked with this reason.
-        record->KeepReason(first.ForOwned(record->Name()));
-    }
-    m_future.RequestCancelQuietly(first.Limit());
-    asked.ReachesRun();
-    if (!record) {
-        record = Record();
-    }
-    if (record) {
-        record->AskOwned(first.ForOwned(record->Name()), asked);
-        asked.Add(shared_from_this());
-    }
-}
-
-void JobState::FinishAsking() noexcept {
-    if (m_neverRuns) {
-        End(false);
-    } else if (const auto record = Record()) {
-        record->StopTokens();
     }
 }
 
@@ -431,25 +290,6 @@ void JobState::CopyRun(RunSnapshot& snapshot) noexcept {
     snapshot.Add(Name(), entry);
 }
 
-// Of the run that is under way; empty if it has needed none.
-std::shared_ptr<RunRecord> JobState::Record() {
-    return std::static_pointer_cast<RunRecord>(m_future.GetCompanion());
-}
-
-AskReason JobState::Reason() const {
-    const bool isAsked = m_future.IsCancelling();
-    const RankedLock lock(m_shard.mutex);
-    if (m_cause == CancelCause::None && isAsked) {
-        return {CancelCause::Task, nullptr};
-    }
-    return {m_cause, m_askedBy};
-}
-
-AskReason JobState::DropReason() const noexcept {
-    const bool isByOwner = m_owner && m_owner->IsRequestedOnThisThread();
-    return isByOwner ? m_owner->ReasonForOwned() : AskReason{CancelCause::Dropped, nullptr};
-}
-
 bool JobState::IsOnThisThread() const noexcept {
     return m_thread == ::GetCurrentThreadId();
 }
@@ -458,49 +298,6 @@ void JobState::CollectRunning(std::vector<RunningJob>& running) const {
     if (const DWORD thread = m_thread) {
         running.push_back({thread, m_future.MakeName(), m_time});
     }
-}
-
-void JobState::CancelAfter(std::chrono::nanoseconds limit) {
-    const auto when = DeadlineAfter(limit);
-    if (when == kNoDeadline || IsEnded()) {
-        return;
-    }
-    const auto name = std::make_shared<const LimitName>(Name(), limit);
-    if (limit <= std::chrono::nanoseconds::zero()) {
-        TimeIsUp(name);
-        return;
-    }
-    auto extras = std::make_unique<JobExtras>();  // before the limit: nothing fails after it
-    TimeLimit fresh = AddTimeLimit(weak_from_this(), when, name);
-    {
-        const RankedLock lock(m_shard.mutex);
-        if (!m_extras) {
-            m_extras.swap(extras);
-        }
-        const bool isEarlier = m_extras->limit.number == 0 || when < m_extras->limit.when;
-        if (m_phase != Phase::Ended && isEarlier) {
-            std::swap(m_extras->limit, fresh);
-        }
-    }
-    RemoveTimeLimit(fresh);
-}
-
-void JobState::CancelWhen(HANDLE handle) {
-    if (IsEnded()) {
-        return;
-    }
-    auto extras = std::make_unique<JobExtras>();  // before the watch: nothing fails after it
-    HandleWatches fresh = WatchHandle(handle, weak_from_this());
-    {
-        const RankedLock lock(m_shard.mutex);
-        if (!m_extras) {
-            m_extras.swap(extras);
-        }
-        if (m_phase != Phase::Ended) {
-            m_extras->watches.splice(m_extras->watches.end(), fresh);
-        }
-    }
-    RemoveHandleWatches(fresh);
 }
 
 HANDLE JobState::EndEvent() {
