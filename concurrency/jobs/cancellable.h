@@ -54,14 +54,27 @@ class RunSnapshot;
 struct OwnedTag;
 struct LiveTag;
 
-class Cancellable : public ListHook<OwnedTag>, public ListHook<LiveTag> {
+// What a request comes to once more.
+class HasSecondPass {
   public:
-    // The first pass. The first reason stays. Puts itself into `asked` if there is something to do in the second. Takes locks:
-    // call it without one.
-    virtual void Ask(const AskReason& reason, AskedList& asked) noexcept = 0;
-
     // The second pass. Runs code of users.
     virtual void FinishAsking() noexcept = 0;
+
+  protected:
+    virtual ~HasSecondPass() = default;
+
+  private:
+    friend class AskedList;
+
+    std::shared_ptr<HasSecondPass> m_nextAsked;  // of the thread that has put it into its list
+    std::atomic<bool> m_isInList = false;
+};
+
+class Cancellable : public HasSecondPass, public ListHook<OwnedTag>, public ListHook<LiveTag> {
+  public:
+    // The first pass. The first reason stays. Puts into `asked` what there is to do in the second. Takes locks: call it without
+    // one.
+    virtual void Ask(const AskReason& reason, AskedList& asked) noexcept = 0;
 
     // Adds the names of what it holds of the module, to be listed for people. Call it without a lock. Errors: std::bad_alloc.
     virtual void NameWhatItHolds(const ModuleLedger& module, std::vector<std::wstring>& names) = 0;
@@ -79,13 +92,7 @@ class Cancellable : public ListHook<OwnedTag>, public ListHook<LiveTag> {
     std::uint32_t enlistedAt = 0;
 
   protected:
-    virtual ~Cancellable() = default;
-
-  private:
-    friend class AskedList;
-
-    std::shared_ptr<Cancellable> m_nextAsked;  // of the thread that has put it into its list
-    std::atomic<bool> m_isInList = false;
+    ~Cancellable() override = default;
 };
 
 // Those whose second pass is still to come: its destructor does it. One list holds an object at a time: if another thread's
@@ -94,7 +101,7 @@ class AskedList {
   public:
     AskedList() = default;
     ~AskedList() {
-        while (const std::shared_ptr<Cancellable> next = std::move(m_first)) {
+        while (const std::shared_ptr<HasSecondPass> next = std::move(m_first)) {
             m_first = std::move(next->m_nextAsked);
             next->m_isInList = false;
             next->FinishAsking();
@@ -106,7 +113,7 @@ class AskedList {
     AskedList(const AskedList&) = delete;
     AskedList& operator=(const AskedList&) = delete;
 
-    void Add(std::shared_ptr<Cancellable> asked) noexcept {
+    void Add(std::shared_ptr<HasSecondPass> asked) noexcept {
         if (!asked->m_isInList.exchange(true)) {
             asked->m_nextAsked = std::move(m_first);
             m_first = std::move(asked);
@@ -117,7 +124,7 @@ class AskedList {
     void ReachesRun() noexcept { m_hasReachedRuns = true; }
 
   private:
-    std::shared_ptr<Cancellable> m_first;
+    std::shared_ptr<HasSecondPass> m_first;
     bool m_hasReachedRuns = false;
 };
 

@@ -44,7 +44,6 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
     if (Claim(Phase::Ending)) {
         m_time = ThreadNow();
         m_thread = ::GetCurrentThreadId();
-        m_neverRuns = true;
         m_future.RequestCancelQuietly();  // its task does not say that it has started
         asked.Add(shared_from_this());
         return;
@@ -62,16 +61,14 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
     }
     if (record) {
         record->AskOwned(first.ForOwned(record->Name()), asked);
-        asked.Add(shared_from_this());
+        // Not the job: by the second pass its run may be over, and the record with the tokens out of its reach.
+        asked.Add(std::move(record));
     }
 }
 
+// Only for a job that never runs.
 void JobState::FinishAsking() noexcept {
-    if (m_neverRuns) {
-        End(false);
-    } else if (const auto record = Record()) {
-        record->StopTokens();
-    }
+    End(false);
 }
 
 // Of the run that is under way; empty if it has needed none.

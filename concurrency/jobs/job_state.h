@@ -205,7 +205,6 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
 
     // Of the thread that has claimed it, until the end is published; constant after that.
     bool m_isBuilt = false;
-    bool m_neverRuns = false;
     JobOutcome m_outcome = JobOutcome::Cancelled;
     std::atomic<bool> m_hasResult = false;  // then the handle's
 

@@ -20,7 +20,7 @@
 
 namespace Orvane::Internal {
 
-class RunRecord : public RunCompanion {
+class RunRecord : public RunCompanion, public HasSecondPass {
   public:
     explicit RunRecord(std::shared_ptr<const JobName> name) : m_name(std::move(name)) {}
 
@@ -42,6 +42,7 @@ class RunRecord : public RunCompanion {
     // With what AskOwned() will ask. The first one stays.
     void KeepReason(const AskReason& reason) noexcept;
     void StopTokens() noexcept;
+    void FinishAsking() noexcept override { StopTokens(); }
     void Requested() noexcept override;
 
     bool IsRequested() const noexcept { return m_isRequested.load(std::memory_order_relaxed); }

@@ -148,11 +148,7 @@ void ScopeRun::Ask(const AskReason& reason, AskedList& asked) noexcept {
     }
     m_future->RequestCancelQuietly(m_kind == Kind::Limit && reason.by == m_limit ? reason.Limit() : nullptr);
     AskOwned(reason, asked);
-    asked.Add(shared_from_this());
-}
-
-void ScopeRun::FinishAsking() noexcept {
-    StopTokens();
+    asked.Add(std::shared_ptr<RunRecord>(shared_from_this()));
 }
 
 void ScopeRun::TimeIsUp(const std::shared_ptr<const LimitName>& limit) noexcept {

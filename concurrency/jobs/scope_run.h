@@ -84,7 +84,7 @@ class ScopeRun final : public RunRecord, public Cancellable, public std::enable_
     ScopeRun& operator=(const ScopeRun&) = delete;
 
     void Ask(const AskReason& reason, AskedList& asked) noexcept override;
-    void FinishAsking() noexcept override;
+    void FinishAsking() noexcept override { StopTokens(); }
     void NameWhatItHolds(const ModuleLedger&, std::vector<std::wstring>&) override {}  // it has no code of a module
     std::shared_ptr<Cancellable> Self() noexcept override { return weak_from_this().lock(); }
     void TimeIsUp(const std::shared_ptr<const LimitName>& limit) noexcept override;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "concurrency/jobs/within.h"
 #include "tests/jobs/full_pool.h"
 #include "tests/jobs/job_fixture.h"
+#include "tests/jobs/on_request.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/plain_thread.h"
@@ -119,6 +121,40 @@ TEST_F(JobLimit, IsInheritedByWhatTheJobHasStarted) {
     EXPECT_EQ(reason.cause, CancelCause::Limit);
     EXPECT_EQ(reason.by, L"Import");
     EXPECT_EQ(reason.limit, 1ms);
+}
+
+// The request is held after the job has heard of it, and before it comes to what the job has started.
+TEST_F(JobLimit, IsTheReasonOfAChildThatTheJobDropsBeforeTheRequestComesToIt) {
+    Gate begun;
+    Gate isAsked;
+    Gate isDropped;
+    CancelReason reason;
+    auto job = Run(L"Import", [&] {
+        const auto childBegun = std::make_shared<Gate>();
+        std::optional<Job<void>> child = Orvane::Run(L"child", [childBegun, &reason] {
+            childBegun->Open();
+            try {
+                SleepUntilAsked();
+            } catch (const CancelRequestedException&) {
+                reason = CancelReasonOfThisJob();
+                throw;
+            }
+        });
+        childBegun->Wait();
+        const OnRequest held([&] {
+            isAsked.Open();
+            isDropped.Wait();
+        });
+        begun.Open();
+        isAsked.Wait();
+        child.reset();
+        isDropped.Open();
+    });
+    begun.Wait();
+    job.CancelAfter(0s);
+    job.Get();
+    EXPECT_EQ(reason.cause, CancelCause::Limit);
+    EXPECT_EQ(reason.by, L"Import");
 }
 
 TEST_F(JobLimit, ReachesWhatIsStartedAfterIt) {

@@ -16,11 +16,14 @@
 #include "concurrency/cancellation/future_notification_adapter.h"
 #include "concurrency/jobs/cancel_reason.h"
 #include "concurrency/jobs/job.h"
+#include "concurrency/jobs/job_group.h"
 #include "concurrency/scheduler/schedule.h"
 #include "concurrency/tasks/future_state.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/jobs/job_fixture.h"
+#include "tests/jobs/on_request.h"
+#include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/task_thread.h"
 #include "tests/threadpool/at_end.h"
@@ -245,6 +248,33 @@ TEST_F(TokenOfAJob, WakesAConditionThatTakesTokens) {
     begun->Wait();
     job.Cancel();
     EXPECT_FALSE(job.Get());  // a value that came although it was asked
+}
+
+// A request stops the tokens when it has asked all. Here it waits with the second job until the first one has ended.
+TEST_F(TokenOfAJob, IsStoppedThoughItsRunEndsWhileOthersAreAsked) {
+    Gate firstBegun;
+    Gate secondBegun;
+    Gate secondIsAsked;
+    std::stop_token token;
+    GroupJob<void> first;
+    JobGroup group(L"group");
+    first = group.Run(L"first", [&] {
+        token = StopTokenOfThisJob();
+        firstBegun.Open();
+        SleepUntilAsked();
+    });
+    firstBegun.Wait();
+    group.Run(L"second", [&] {
+        const OnRequest held([&] {
+            EXPECT_TRUE(Eventually([&first] { return first.IsReady(); }));
+            secondIsAsked.Open();
+        });
+        secondBegun.Open();
+        secondIsAsked.Wait();
+    });
+    secondBegun.Wait();
+    group.Cancel();
+    EXPECT_TRUE(token.stop_requested());
 }
 
 // Callbacks run without a lock of the library: they may use it.

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "concurrency/cancellation/cancellation_exceptions.h"
-#include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/jobs/testing.h"
@@ -20,6 +19,7 @@
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "tests/jobs/job_fixture.h"
+#include "tests/jobs/on_request.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/recorded_reports.h"
@@ -186,32 +186,17 @@ TEST_F(StopAllOf, WhatOthersStartAfterwardsRuns) {
 // Each job says when a request comes to it.
 class Requests {
   public:
-    class Notifier : public Internal::AbstractCancelNotifier {
-      public:
-        Notifier(Requests& requests, int number) : m_requests(requests), m_number(number) {}
-        ~Notifier() override = default;
-        void Notify(std::unique_lock<std::recursive_mutex>& lock, bool& requested) override {
-            std::atomic_ref(requested).store(true);
-            lock.unlock();
-            const std::lock_guard own(m_requests.m_mutex);
-            m_requests.m_order.push_back(m_number);
-        }
-
-      private:
-        Requests& m_requests;
-        const int m_number;
-    };
-
     Job<void> RunOne(int number) {
-        auto begun = std::make_shared<Gate>();
+        const auto begun = std::make_shared<Gate>();
         auto job = Orvane::Run(L"numbered", [this, begun, number] {
-            const auto notifier = std::make_shared<Notifier>(*this, number);
-            Internal::GetCancellationObject()->RegisterNotifier(notifier);
+            const auto isAsked = std::make_shared<Gate>();
+            const OnRequest watched([this, isAsked, number] {
+                const std::lock_guard own(m_mutex);
+                m_order.push_back(number);
+                isAsked->Open();
+            });
             begun->Open();
-            while (!IsCancellationRequested()) {
-                Sleep(1);
-            }
-            // The notifier must be there when the request comes, and is, for the request holds it.
+            isAsked->Wait();
         });
         begun->Wait();
         return job;
