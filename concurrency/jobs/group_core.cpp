@@ -4,7 +4,6 @@
 #include <system_error>
 #include <utility>
 
-#include "concurrency/base/thread_time.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/jobs/job_launch.h"
 #include "concurrency/jobs/this_run.h"
@@ -61,7 +60,7 @@ class GroupCore::AwaitedGone final : public GroupCore::AwaitedIdle {
         const RankedLock lock(m_group.m_mutex);
         const auto& departures = m_group.m_departures;
         for (const Departure* next = departures.Front(); next != nullptr; next = departures.Next(*next)) {
-            running.push_back({next->thread, next->name, ThreadNow()});
+            running.push_back({next->thread, next->name, next->since, true});
         }
     }
 };

@@ -64,7 +64,7 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     void NameWhatItHolds(const ModuleLedger& module, std::vector<std::wstring>& names) override;
 
     // Until the threads that end jobs without a group of these modules have left them.
-    void AwaitDeparturesOfModules();
+    JobWaitResult AwaitDeparturesOfModules();
 
     // Whether the calling thread is one of them.
     bool IsInDepartureOfModules() const;

@@ -45,6 +45,7 @@ void GroupEntry::Publish(JobState& job, bool hasRun, Departure& departure) noexc
         core.m_withHandle.PushBack(*this);
     }
     job.PublishEnd();
+    departure.since = job.EndTime();
     SignalAll(core.m_readers);
     if (core.Left() == 0) {
         SignalAll(core.m_listeners);

@@ -34,10 +34,13 @@ void GroupCore::DropFailures() noexcept {
     lock.unlock();
 }
 
-void GroupCore::AwaitDeparturesOfModules() {
+JobWaitResult GroupCore::AwaitDeparturesOfModules() {
     for (ModuleLedger* const module : Modules()) {
-        module->AwaitDepartures();
+        if (module->AwaitDepartures() != JobWaitResult::Over) {
+            return JobWaitResult::Ring;
+        }
     }
+    return JobWaitResult::Over;
 }
 
 bool GroupCore::IsInDepartureOfModules() const {

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "concurrency/base/report.h"
+#include "concurrency/base/thread_time.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/jobs/group_core.h"
 #include "concurrency/jobs/job.h"
@@ -102,6 +103,7 @@ bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
         isSkipped = std::exchange(schedule->isUnderWay, true);
         task = schedule->task;
         departure.name = schedule->name;
+        departure.since = ThreadNow();
         m_departures.PushBack(departure);
     }
     AddRun(schedule, task, isSkipped);

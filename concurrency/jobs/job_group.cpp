@@ -64,7 +64,9 @@ ModuleUse JobGroup::Leave() {
     }
     core->ReportUnread();
     core->Close(true);
-    core->AwaitDeparturesOfModules();
+    if (core->AwaitDeparturesOfModules() != Internal::JobWaitResult::Over) {
+        ThrowWouldWaitForItself("a thread that leaves a job of the module waits for the job that lets the group leave");
+    }
     return core->UseOfModules();
 }
 

@@ -220,7 +220,7 @@ void JobState::End(bool hasRun) noexcept {
 void JobState::EndWithoutGroup() noexcept {
     Departure departure;
     ModuleLedger& module = m_block.Type().module();
-    module.BeginDeparture(departure);
+    module.BeginDeparture(departure, m_future);
     PublishEnd();
     TidyUp();
     bool isUnread = false;

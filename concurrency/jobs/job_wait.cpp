@@ -23,6 +23,9 @@ namespace {
 
 constexpr std::chrono::seconds kReportPeriod{30};
 
+constexpr auto kHasNotEnded = L"Waiting for %d s: job [%s] in thread [0x%x] has run for %d s";
+constexpr auto kHasNotLeft = L"Waiting for %d s: job [%s] has ended, and thread [0x%x] has not left it for %d s";
+
 struct BlockedTag;
 
 // A thread that waits in this room.
@@ -159,9 +162,8 @@ void ReportLate(const Awaited& awaited, MonotonicClock::time_point since) noexce
             return static_cast<int>(std::chrono::duration_cast<std::chrono::seconds>(now - then).count());
         };
         if (const auto job = FindInnermost(awaited)) {
-            ReportNoThrow(4, 16, L"Concurrency.Job", L"Waiting for %d s: job [%s] in thread [0x%x] has run for %d s",
-                          seconds(since), job->name->Path().c_str(), static_cast<unsigned>(job->thread),
-                          seconds(job->since));
+            ReportNoThrow(4, 16, L"Concurrency.Job", job->hasEnded ? kHasNotLeft : kHasNotEnded, seconds(since),
+                          job->name->Path().c_str(), static_cast<unsigned>(job->thread), seconds(job->since));
         } else {
             ReportNoThrow(4, 16, L"Concurrency.Job", L"Waiting for %d s: no awaited job has begun", seconds(since));
         }

@@ -64,11 +64,12 @@ using JobListeners = IntrusiveList<JobListener, ListenerTag>;
 // Needs the lock that guards the list.
 void SignalAll(const JobListeners& listeners) noexcept;
 
-// A job that a thread runs now.
+// A job that a thread runs now, or has ended and not left yet.
 struct RunningJob {
     DWORD thread = 0;
     std::shared_ptr<const JobName> name;
     MonotonicClock::time_point since;
+    bool hasEnded = false;
 };
 
 // What one wait waits for. Lives on the waiting thread's stack.

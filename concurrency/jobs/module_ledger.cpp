@@ -4,14 +4,15 @@
 #include <list>
 #include <system_error>
 #include <typeinfo>
+#include <vector>
 
 #if __has_include(<cxxabi.h>)
 #include <cxxabi.h>
 #endif
 
-#include "concurrency/base/clock.h"
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/base/thread_time.h"
+#include "concurrency/jobs/job_future.h"
 
 namespace Orvane::Internal {
 
@@ -121,8 +122,10 @@ void ModuleLedger::Unpin() noexcept {
     }
 }
 
-void ModuleLedger::BeginDeparture(Departure& departure) noexcept {
+void ModuleLedger::BeginDeparture(Departure& departure, const JobFuture& future) noexcept {
     if (!m_isProgram) {
+        departure.future = &future;
+        departure.since = ThreadNow();
         const RankedLock lock(m_mutex);
         departure.number = ++m_lastNumber;
         m_departures.PushBack(departure);
@@ -133,7 +136,7 @@ void ModuleLedger::EndDeparture(Departure& departure) noexcept {
     if (!m_isProgram) {
         const RankedLock lock(m_mutex);
         departure.Unlink();
-        m_departed.notify_all();
+        SignalAll(m_listeners);
     }
 }
 
@@ -147,22 +150,46 @@ bool ModuleLedger::IsDepartureOnThisThread() noexcept {
     return false;
 }
 
-bool ModuleLedger::HasDepartureUpTo(std::uint64_t number) noexcept {
-    const RankedLock lock(m_mutex);
-    return !m_departures.IsEmpty() && m_departures.Front()->number <= number;
-}
+// Of those that are there when it is made.
+class ModuleLedger::AwaitedDepartures final : public Awaited {
+  public:
+    explicit AwaitedDepartures(ModuleLedger& ledger) : m_ledger(ledger) {
+        const RankedLock lock(ledger.m_mutex);
+        m_last = ledger.m_lastNumber;
+    }
 
-void ModuleLedger::AwaitDepartures() {
-    RankedLock lock(m_mutex);
-    const std::uint64_t last = m_lastNumber;
-    if (ThreadTime* const time = ThreadTime::OfThisThread()) {
-        lock.unlock();
-        time->Block([this, last] { return !HasDepartureUpTo(last); }, (MonotonicClock::time_point::max)());
-        return;
+    bool IsOver() const noexcept override {
+        const RankedLock lock(m_ledger.m_mutex);
+        return m_ledger.m_departures.IsEmpty() || m_ledger.m_departures.Front()->number > m_last;
     }
-    while (!m_departures.IsEmpty() && m_departures.Front()->number <= last) {
-        m_departed.wait(lock);
+    void Attach(JobWaiter& waiter) noexcept override {
+        m_listener.waiter = &waiter;
+        const RankedLock lock(m_ledger.m_mutex);
+        m_ledger.m_listeners.PushBack(m_listener);
     }
+    void Detach() noexcept override {
+        const RankedLock lock(m_ledger.m_mutex);
+        m_listener.Unlink();
+    }
+    void CollectRunning(std::vector<RunningJob>& running) const override {
+        const RankedLock lock(m_ledger.m_mutex);
+        const auto& departures = m_ledger.m_departures;
+        for (const Departure* next = departures.Front(); next != nullptr && next->number <= m_last;
+             next = departures.Next(*next)) {
+            running.push_back({next->thread, next->future->MakeName(), next->since, true});
+        }
+    }
+    bool IsOfGroup(const void*) const noexcept override { return false; }
+
+  private:
+    ModuleLedger& m_ledger;
+    std::uint64_t m_last = 0;
+    JobListener m_listener;
+};
+
+JobWaitResult ModuleLedger::AwaitDepartures() noexcept {
+    AwaitedDepartures awaited(*this);
+    return WaitToTheEnd(awaited);
 }
 
 }  // namespace Orvane::Internal

@@ -16,22 +16,26 @@
 #include <memory>
 #include <utility>
 
-#include "concurrency/base/condition.h"
+#include "concurrency/base/clock.h"
 #include "concurrency/base/intrusive_list.h"
 #include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/jobs/job_name.h"
+#include "concurrency/jobs/job_wait.h"
 #include "concurrency/jobs/this_module.h"
 
 namespace Orvane::Internal {
 
+class JobFuture;
 struct DepartureTag;
 
 // A thread that has published the end of a job, and has not left what is of the job's module yet. On its own stack.
 struct Departure : ListHook<DepartureTag> {
     const DWORD thread = ::GetCurrentThreadId();
-    std::shared_ptr<const JobName> name;  // of the job; may be null
+    std::shared_ptr<const JobName> name;  // of the job, if it is of a group
+    const JobFuture* future = nullptr;  // of the job, if it is of none
+    MonotonicClock::time_point since;  // the end of the job
     std::uint64_t number = 0;
 };
 
@@ -73,18 +77,19 @@ class ModuleLedger {
     void Unpin() noexcept;
 
     // The thread ends a job of the module that has no group. It unpins the module, or leaves that to the job's handle, in between.
-    void BeginDeparture(Departure& departure) noexcept;
+    void BeginDeparture(Departure& departure, const JobFuture& future) noexcept;
     void EndDeparture(Departure& departure) noexcept;
     bool IsDepartureOnThisThread() noexcept;
 
-    // Returns when the threads have left that depart now. Not on one of them.
-    void AwaitDepartures();
+    // Until the threads have left that depart now. Not on one of them.
+    JobWaitResult AwaitDepartures() noexcept;
 
   private:
-    using Mutex = RankedMutex<RecursiveMutex, LockRank::Leaf>;
+    class AwaitedDepartures;
+
+    using Mutex = RankedMutex<RecursiveMutex, LockRank::Job>;
 
     bool PinOnceMore() noexcept;
-    bool HasDepartureUpTo(std::uint64_t number) noexcept;
 
     const HMODULE m_module;
     const bool m_isProgram;
@@ -95,7 +100,7 @@ class ModuleLedger {
     HMODULE m_pinned ORVANE_GUARDED_BY(m_mutex) = nullptr;
     IntrusiveList<Departure, DepartureTag> m_departures ORVANE_GUARDED_BY(m_mutex);  // the oldest first
     std::uint64_t m_lastNumber ORVANE_GUARDED_BY(m_mutex) = 0;
-    Condition m_departed;  // with m_mutex: there is one departure less
+    JobListeners m_listeners ORVANE_GUARDED_BY(m_mutex);  // of those that wait for departures
 };
 
 // In a catch block: of the module that the type of the exception is of, whose code destroys it. `otherwise` if that cannot be said.

@@ -15,6 +15,7 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/failure_handler.h"
 #include "tests/jobs/blocked.h"
+#include "tests/jobs/held_handler.h"
 #include "tests/jobs/job_fixture.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
@@ -212,35 +213,6 @@ TEST(LeavingGroup, IsNoCancellationPoint) {
     EXPECT_TRUE(hasLeft);
 }
 
-// A failure handler that holds the thread that ends a job, after the end of that job is known.
-std::atomic<bool> g_handlerReturns = false;
-Gate* g_handlerIsIn = nullptr;
-Gate* g_handlerMayGo = nullptr;
-
-class HeldHandler {
-  public:
-    HeldHandler() {
-        g_handlerReturns = false;
-        g_handlerIsIn = &m_isIn;
-        g_handlerMayGo = &m_mayGo;
-        SetFailureHandler([](const UnreadFailure&) {
-            g_handlerIsIn->Open();
-            g_handlerMayGo->Wait();
-            g_handlerReturns = true;
-        });
-    }
-    ~HeldHandler() { SetFailureHandler(nullptr); }
-    HeldHandler(const HeldHandler&) = delete;
-    HeldHandler& operator=(const HeldHandler&) = delete;
-
-    void AwaitCall() { m_isIn.Wait(); }
-    void LetGo() { m_mayGo.Open(); }
-
-  private:
-    Gate m_isIn;
-    Gate m_mayGo;
-};
-
 TEST(LeavingGroup, WaitsForTheThreadThatHasEndedAJob) {
     const ConcurrencyLifetime lifetime;
     HeldHandler handler;
@@ -249,14 +221,17 @@ TEST(LeavingGroup, WaitsForTheThreadThatHasEndedAJob) {
     handler.AwaitCall();
     // The end is known, and the thread that ended the job is held behind it.
     ASSERT_EQ(group.Counts().failed, 1U);
-    std::atomic<bool> isLeaving = false;
-    const Thread letsGo([&] {
-        EXPECT_TRUE(Eventually([&] { return isLeaving && group.GetCancelReason().cause == CancelCause::Group; }));
-        handler.LetGo();
+    std::atomic<bool> hasLeft = false;
+    Thread leaves([&] {
+        EXPECT_TRUE(group.Leave().IsNone());
+        hasLeft = true;
     });
-    isLeaving = true;
-    EXPECT_TRUE(group.Leave().IsNone());
-    EXPECT_TRUE(g_handlerReturns);
+    EXPECT_TRUE(Eventually([&group] { return group.GetCancelReason().cause == CancelCause::Group; }));
+    Sleep(50);
+    EXPECT_FALSE(hasLeft);
+    handler.LetGo();
+    leaves.join();
+    EXPECT_TRUE(handler.HasReturned());
 }
 
 JobGroup* g_groupOfHandler = nullptr;
@@ -285,7 +260,7 @@ TEST(GroupSchedule, DoesNotLoseItsCallableToAnEarlierRunWhileALaterOneIsInIt) {
     isInside->Wait();
     group.Cancel();
     handler.LetGo();
-    EXPECT_TRUE(Eventually([] { return g_handlerReturns.load(); }));
+    EXPECT_TRUE(Eventually([&handler] { return handler.HasReturned(); }));
     g_laterRunMayEnd->Open();
     EXPECT_TRUE(group.Leave().IsNone());
     EXPECT_TRUE(isWhole);

@@ -1,15 +1,18 @@
 // A module that has started jobs, and is unloaded.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <exception>
 #include <string>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
+#include "tests/jobs/held_unpin.h"
 #include "tests/jobs/leaving_module.h"
 #include "tests/support/child_process.h"
 #include "tests/support/eventually.h"
+#include "tests/support/thread.h"
 
 namespace {
 
@@ -66,6 +69,30 @@ TEST(ModuleOfSeveralDetachedJobs, IsGoneAfterTheLastOfThem) {
     EXPECT_TRUE(LeavingModule::IsLoaded());
     last.Set();
     EXPECT_TRUE(Eventually([] { return !LeavingModule::IsLoaded(); }));
+}
+
+// The job has ended, and its worker is about to let the module go.
+TEST(ModuleOfADetachedJob, IsLeftByTheWorkerBeforeAGroupOfTheModuleHasLeft) {
+    const Event mayEnd;
+    const ConcurrencyLifetime lifetime;
+    const LeavingModule module;
+    HeldUnpin held;
+    ASSERT_TRUE(module.Call("StartDetached", mayEnd.Handle()));
+    mayEnd.Set();
+    held.AwaitCall();
+    std::atomic<bool> hasLeft = false;
+    Thread leaves([&] {
+        wchar_t text[100]{};
+        EXPECT_TRUE(module.Call("DescribeHeld", 1, text, 100));
+        EXPECT_STREQ(text, L"nothing");
+        hasLeft = true;
+    });
+    Sleep(100);
+    EXPECT_FALSE(hasLeft);
+    held.LetGo();
+    leaves.join();
+    module.Free();
+    EXPECT_FALSE(LeavingModule::IsLoaded());
 }
 
 TEST(ModuleOfAGroup, IsUnloadedAtOnceWhenTheGroupHasLeft) {
