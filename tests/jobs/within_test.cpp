@@ -575,25 +575,9 @@ TEST_F(WithinTest, LeavesNothing) {
     })) << growth;
 }
 
-class WithinMisuse : public testing::TestWithParam<const char*> {};
-
-TEST_P(WithinMisuse, EndsTheProcessWithARecord) {
-    const ChildResult child = RunChild("within_test_child", {GetParam()});
-    EXPECT_EQ(child.exitCode, kTerminated);
-    EXPECT_TRUE(child.LastRecord().ends_with(
-        "[Concurrency.Job] A Within or CleanUpScope ends on another thread than its own, or before one inside it"))
-        << child.LastRecord();
-    EXPECT_NE(
-        child.standardError.find("ends the process: a Within or CleanUpScope ends on another thread than its own, or "
-                                 "before one inside it; thread ["),
-        std::string::npos)
-        << child.standardError;
-}
-
-INSTANTIATE_TEST_SUITE_P(Of, WithinMisuse, testing::Values("order", "thread"));
-
-TEST(WithinMisuse, TestThatUsesItWellEndsNormally) {
-    EXPECT_EQ(RunChild("within_test_child", {"well"}).exitCode, 0U);
+// The other scenes of this program are in docs/process-ends.md.
+TEST(WithinChild, ThatEndsItsScopesInOrderEndsNormally) {
+    EXPECT_EQ(RunChild("within_test_child").exitCode, 0U);
 }
 
 }  // namespace

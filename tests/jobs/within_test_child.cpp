@@ -1,26 +1,27 @@
-// Ends scopes in the order, or on the thread, that the argument names.
+// Ends two scopes as they must be ended, or in the wrong order, or on another thread.
 #include <chrono>
 #include <optional>
 #include <string>
 
+#include "concurrency/jobs/job.h"
 #include "concurrency/jobs/within.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "tests/support/thread.h"
 
 int main(int count, char** values) {
     using namespace std::chrono_literals;
-    const std::string way = count > 1 ? values[1] : "";
+    const std::string scene = count > 1 ? values[1] : "";
     const Orvane::ConcurrencyLifetime lifetime;
-    std::optional<Orvane::Within> outer;
-    std::optional<Orvane::CleanUpScope> inner;
-    outer.emplace(1h);
-    inner.emplace(1h);
-    if (way == "order") {
+    Orvane::Run(L"Import", [&scene] {
+        std::optional<Orvane::Within> outer(1h);
+        std::optional<Orvane::CleanUpScope> inner(1h);
+        if (scene == "scope-order") {
+            outer.reset();
+        } else if (scene == "scope-thread") {
+            Zarvo::Test::Thread([&inner] { inner.reset(); }).join();
+        }
+        inner.reset();
         outer.reset();
-    } else if (way == "thread") {
-        Zarvo::Test::Thread([&inner] { inner.reset(); }).join();
-    }
-    inner.reset();
-    outer.reset();
+    }).Get();
     return 0;
 }

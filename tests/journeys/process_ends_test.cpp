@@ -31,6 +31,12 @@ std::string ProgramOf(const std::string& scene) {
     if (scene == "static-group") {
         return "leaving_module_test_child";
     }
+    if (scene == "layout") {
+        return "layout_test_child";
+    }
+    if (scene.starts_with("scope")) {
+        return "within_test_child";
+    }
     const bool isWhitebox = scene == "growth" || scene == "wide-message" || scene.starts_with("deaf");
     return isWhitebox ? "process_ends_whitebox_test_child" : "process_ends_test_child";
 }
@@ -53,7 +59,8 @@ std::vector<std::string> LastWordsIn(const std::string& text) {
 
 // Without what is another one in each process.
 std::string WithoutNumbers(const std::string& line) {
-    return std::regex_replace(line, std::regex(R"(\[0x[0-9a-f]+ \([0-9]+\)\])"), "[N]");
+    const std::string text = std::regex_replace(line, std::regex(R"(\[0x[0-9a-f]+ \([0-9]+\)\])"), "[N]");
+    return std::regex_replace(text, std::regex("[0-9a-f]{16}"), "N");
 }
 
 struct Row {
@@ -91,7 +98,8 @@ const char* const kScenes[] = {
     "growth",         "deaf",           "deaf-future", "pool-on-worker", "pool-on-dedicated",
     "pool-in-job",    "scheduler-join", "lifetime",    "tracker",        "renewal",
     "registration",   "static-group",   "restoring",   "virtual-deaf",   "virtual-end",
-    "virtual-thread", "job-callable",   "job-result",
+    "virtual-thread", "job-callable",   "job-result",  "scope-order",    "scope-thread",
+    "layout",
 };
 
 class ProcessEnd : public testing::TestWithParam<const char*> {};
