@@ -112,6 +112,9 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     void CancelAfter(std::chrono::nanoseconds limit);
     void CancelWhen(HANDLE handle);
     CancelReason Reason() const;
+
+    // As JobState::DropReason().
+    AskReason DropReason() const noexcept;
     JobCounts Counts() const;
     std::vector<JobFailure> Failures();
     const std::shared_ptr<const JobName>& Name() const noexcept { return m_name; }

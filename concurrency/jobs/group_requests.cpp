@@ -135,6 +135,11 @@ void GroupCore::CancelWhen(HANDLE handle) {
     m_watches.splice(m_watches.end(), fresh);
 }
 
+AskReason GroupCore::DropReason() const noexcept {
+    const bool isByOwner = m_owner && m_owner->IsRequestedOnThisThread();
+    return isByOwner ? m_owner->ReasonForOwned() : AskReason{CancelCause::Dropped, m_name};
+}
+
 CancelReason GroupCore::Reason() const {
     AskReason reason;
     {

@@ -44,7 +44,7 @@ JobGroup::~JobGroup() {
         words.AddThread(::GetCurrentThreadId());
         words.EndProcess();
     }
-    AskToLeave(*m_core, {CancelCause::Dropped, m_core->Name()});
+    AskToLeave(*m_core, m_core->DropReason());
     const bool isGone = !m_core->IsOnThisThread() && m_core->WaitUntilGone() == Internal::JobWaitResult::Over;
     m_core->ReportUnread();
     m_core->Close(isGone);

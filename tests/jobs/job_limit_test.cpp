@@ -4,7 +4,6 @@
 #include <chrono>
 #include <limits>
 #include <memory>
-#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/jobs/job.h"
+#include "concurrency/jobs/job_group.h"
 #include "concurrency/jobs/within.h"
 #include "tests/jobs/full_pool.h"
 #include "tests/jobs/job_fixture.h"
@@ -123,15 +123,16 @@ TEST_F(JobLimit, IsInheritedByWhatTheJobHasStarted) {
     EXPECT_EQ(reason.limit, 1ms);
 }
 
-// The request is held after the job has heard of it, and before it comes to what the job has started.
-TEST_F(JobLimit, IsTheReasonOfAChildThatTheJobDropsBeforeTheRequestComesToIt) {
+// Of what the job drops when it has heard of its limit, before the request comes there: it is held on its way.
+template <typename Start>
+CancelReason ReasonOfADroppedChild(Start start) {
     Gate begun;
     Gate isAsked;
     Gate isDropped;
     CancelReason reason;
     auto job = Run(L"Import", [&] {
         const auto childBegun = std::make_shared<Gate>();
-        std::optional<Job<void>> child = Orvane::Run(L"child", [childBegun, &reason] {
+        auto owned = start([childBegun, &reason] {
             childBegun->Open();
             try {
                 SleepUntilAsked();
@@ -147,12 +148,28 @@ TEST_F(JobLimit, IsTheReasonOfAChildThatTheJobDropsBeforeTheRequestComesToIt) {
         });
         begun.Open();
         isAsked.Wait();
-        child.reset();
+        owned.reset();
         isDropped.Open();
     });
     begun.Wait();
     job.CancelAfter(0s);
     job.Get();
+    return reason;
+}
+
+TEST_F(JobLimit, IsTheReasonOfAChildThatTheJobDropsBeforeTheRequestComesToIt) {
+    const CancelReason reason = ReasonOfADroppedChild(
+        [](auto callable) { return std::make_unique<Job<void>>(Orvane::Run(L"child", callable)); });
+    EXPECT_EQ(reason.cause, CancelCause::Limit);
+    EXPECT_EQ(reason.by, L"Import");
+}
+
+TEST_F(JobLimit, IsTheReasonOfAGroupThatTheJobDropsBeforeTheRequestComesToIt) {
+    const CancelReason reason = ReasonOfADroppedChild([](auto callable) {
+        auto group = std::make_unique<JobGroup>(L"group");
+        group->Run(L"child", callable);
+        return group;
+    });
     EXPECT_EQ(reason.cause, CancelCause::Limit);
     EXPECT_EQ(reason.by, L"Import");
 }
