@@ -250,14 +250,9 @@ bool GroupCore::WaitUntilIdle(MonotonicClock::time_point deadline) {
     return result == JobWaitResult::Over;
 }
 
-JobWaitResult GroupCore::WaitToTheEnd() noexcept {
-    AwaitedIdle awaited(*this);
-    return Internal::WaitToTheEnd(awaited);
-}
-
 JobWaitResult GroupCore::WaitUntilGone() noexcept {
     AwaitedGone awaited(*this);
-    return Internal::WaitToTheEnd(awaited);
+    return WaitToTheEnd(awaited);
 }
 
 bool GroupCore::IsGone() const noexcept {

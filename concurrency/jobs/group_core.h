@@ -96,9 +96,8 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     void DropWaiting() noexcept;
 
     bool WaitUntilIdle(MonotonicClock::time_point deadline);
-    JobWaitResult WaitToTheEnd() noexcept;
 
-    // The same, and until the threads that ended the jobs have left them.
+    // For destructors: until the jobs have ended, and the threads that ended them have left them.
     JobWaitResult WaitUntilGone() noexcept;
     bool IsGone() const noexcept;
 

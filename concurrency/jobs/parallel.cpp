@@ -83,16 +83,8 @@ class Runners {
         }
     }
 
-    // Until no runner uses the items any more, on every way.
-    void Await() {
-        try {
-            static_cast<void>(m_group.Core().WaitUntilIdle(kNoDeadline));
-        } catch (...) {
-            m_group.Cancel();
-            m_group.Core().WaitToTheEnd();
-            throw;
-        }
-    }
+    // If it throws, the end of the group waits for the runners.
+    void Await() { static_cast<void>(m_group.Core().WaitUntilIdle(kNoDeadline)); }
 
     // Throws unless all items are done.
     void Rethrow() {
