@@ -27,7 +27,7 @@ constexpr std::size_t kMostHandles = 62;
 // In ms. How long a thread stays without a handle: starting one costs as much as many handles.
 constexpr DWORD kStay = 1000;
 
-// In ms. After a wait that has failed.
+// In ms. After a wait that has failed although each handle is good.
 constexpr DWORD kPause = 1000;
 
 [[noreturn]] void ThrowLastError(const char* what) {
@@ -196,9 +196,38 @@ class WatchThreads {
         while (TakeWatches(self, watched, isIdle)) {
             const DWORD result = Wait(self, watched);
             isIdle = result == WAIT_TIMEOUT;
-            if (result < watched.count && Remove(watched.watches[result])) {
-                watched.watches[result]->AskTarget();
+            if (result == WAIT_FAILED) {
+                HasFailed(self, watched, ::GetLastError());
+            } else if (result < watched.count) {
+                IsSignalled(watched.watches[result]);
             }
+        }
+    }
+
+    void IsSignalled(const std::shared_ptr<HandleWatch>& watch) noexcept {
+        if (Remove(watch)) {
+            watch->AskTarget();
+        }
+    }
+
+    // One bad handle fails the wait for all: looks at each.
+    void HasFailed(const WatchThread& self, const Watched& watched, DWORD error) noexcept {
+        bool isOneBad = false;
+        for (std::size_t i = 0; i < watched.count; ++i) {
+            const auto& watch = watched.watches[i];
+            const DWORD result = WaitForSingleObject(watch->Handle(), 0);
+            if (result == WAIT_FAILED && Remove(watch)) {
+                isOneBad = true;
+                ReportNoThrow(4, 16, L"Concurrency.Job", L"CancelWhen watches a handle no longer, error code %x",
+                              static_cast<unsigned>(error));
+            } else if (result == WAIT_OBJECT_0) {
+                IsSignalled(watch);
+            }
+        }
+        if (!isOneBad) {
+            ReportNoThrow(4, 16, L"Concurrency.Job", L"CancelWhen: a wait for %d handles has failed, error code %x",
+                          static_cast<int>(watched.count), static_cast<unsigned>(error));
+            WaitForSingleObject(self.WakeHandle(), kPause);
         }
     }
 
@@ -225,13 +254,7 @@ class WatchThreads {
         }
         handles[watched.count] = self.WakeHandle();
         const auto count = static_cast<DWORD>(watched.count);
-        const DWORD result = WaitForMultipleObjects(count + 1, handles.data(), FALSE, count == 0 ? kStay : INFINITE);
-        if (result == WAIT_FAILED) {
-            ReportNoThrow(4, 16, L"Concurrency.Job", L"CancelWhen: a wait for %d handles has failed, error code %x",
-                          static_cast<int>(count), static_cast<unsigned>(::GetLastError()));
-            WaitForSingleObject(self.WakeHandle(), kPause);
-        }
-        return result;
+        return WaitForMultipleObjects(count + 1, handles.data(), FALSE, count == 0 ? kStay : INFINITE);
     }
 
     Mutex m_mutex;

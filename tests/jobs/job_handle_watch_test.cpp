@@ -3,20 +3,15 @@
 
 #include <array>
 #include <memory>
-#include <mutex>
-#include <optional>
-#include <stdexcept>
-#include <system_error>
 #include <vector>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/jobs/job_group.h"
-#include "tests/faults/every_allocation.h"
 #include "tests/jobs/full_pool.h"
 #include "tests/jobs/job_fixture.h"
+#include "tests/jobs/own_event.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
-#include "tests/support/import_patch.h"
 #include "tests/support/plain_thread.h"
 #include "tests/support/resource_probe.h"
 #include "tests/threadpool/at_end.h"
@@ -26,38 +21,6 @@ namespace {
 
 using namespace Orvane;
 using namespace Zarvo::Test;
-
-class OwnEvent {
-  public:
-    enum class Kind { Manual, AutoReset };
-
-    explicit OwnEvent(Kind kind = Kind::Manual)
-        : m_handle(CreateEventW(nullptr, kind == Kind::Manual ? TRUE : FALSE, FALSE, nullptr)) {}
-    ~OwnEvent() { Close(); }
-    OwnEvent(const OwnEvent&) = delete;
-    OwnEvent& operator=(const OwnEvent&) = delete;
-
-    HANDLE Get() const { return m_handle; }
-    void Set() const { SetEvent(m_handle); }
-    void Close() {
-        if (m_handle != nullptr) {
-            CloseHandle(m_handle);
-        }
-        m_handle = nullptr;
-    }
-
-  private:
-    HANDLE m_handle;
-};
-
-class NoEvents {
-  private:
-    static HANDLE WINAPI Fail(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) {
-        SetLastError(ERROR_NO_SYSTEM_RESOURCES);
-        return nullptr;
-    }
-    ImportPatch m_patch{LibraryUnderTest(), "CreateEventW", &Fail};
-};
 
 class JobHandleWatch : public JobTest {};
 
@@ -259,86 +222,6 @@ TEST(JobHandleWatches, EndWithTheLastUninitialisation) {
         growth = probe.Growth();
         return growth.handles <= 0;
     })) << growth;
-}
-
-TEST_F(JobHandleWatch, RefusesAMutexAndLeavesItAsItIs) {
-    auto job = RunSleeper();
-    const HANDLE mutex = CreateMutexW(nullptr, FALSE, nullptr);
-    EXPECT_THROW(job.CancelWhen(mutex), std::invalid_argument);
-    DWORD result = WAIT_FAILED;
-    PlainThread([&] {
-        result = WaitForSingleObject(mutex, 0);
-        ReleaseMutex(mutex);
-    }).Join();
-    EXPECT_EQ(result, WAIT_OBJECT_0);  // it is free
-
-    WaitForSingleObject(mutex, 0);
-    EXPECT_THROW(job.CancelWhen(mutex), std::invalid_argument);
-    PlainThread([&] {
-        result = WaitForSingleObject(mutex, 0);
-        EXPECT_THROW(job.CancelWhen(mutex), std::invalid_argument);
-    }).Join();
-    EXPECT_EQ(result, static_cast<DWORD>(WAIT_TIMEOUT));  // it is this thread's
-    EXPECT_NE(ReleaseMutex(mutex), FALSE);
-    EXPECT_EQ(ReleaseMutex(mutex), FALSE);  // once
-    CloseHandle(mutex);
-    EXPECT_EQ(job.GetCancelReason().cause, CancelCause::None);
-}
-
-TEST_F(JobHandleWatch, OfNoHandleIsAnError) {
-    auto job = RunSleeper();
-    EXPECT_THROW(job.CancelWhen(nullptr), std::system_error);
-    OwnEvent event;
-    const HANDLE closed = event.Get();
-    event.Close();
-    EXPECT_THROW(job.CancelWhen(closed), std::system_error);
-    EXPECT_EQ(job.GetCancelReason().cause, CancelCause::None);
-    EXPECT_THROW(Job<void>().CancelWhen(closed), std::logic_error);
-}
-
-TEST_F(JobHandleWatch, WhoseThreadCannotBeStartedIsAnErrorAndIsNotWatched) {
-    const OwnEvent event;
-    auto job = RunSleeper();
-    {
-        ThreadStarts starts;
-        starts.FailAt(1);
-        EXPECT_THROW(job.CancelWhen(event.Get()), std::system_error);
-    }
-    event.Set();
-    Sleep(20);
-    EXPECT_EQ(job.GetCancelReason().cause, CancelCause::None);
-    job.CancelWhen(event.Get());
-    EXPECT_THROW(job.Get(), CancelledException);
-}
-
-TEST_F(JobHandleWatch, WithoutAnEventForItsThreadIsAnError) {
-    const OwnEvent event;
-    auto job = RunSleeper();
-    {
-        const NoEvents none;
-        EXPECT_THROW(job.CancelWhen(event.Get()), std::system_error);
-    }
-    job.CancelWhen(event.Get());
-    event.Set();
-    EXPECT_THROW(job.Get(), CancelledException);
-}
-
-TEST_F(JobHandleWatch, WithoutMemoryIsNotWatched) {
-    const OwnEvent event;
-    const OwnEvent keeps;
-    auto keeper = RunSleeper();
-    keeper.CancelWhen(keeps.Get());
-    EXPECT_GT(ForEveryAllocation([&event](Attempt& attempt) {
-                  ResetEvent(event.Get());
-                  auto job = RunSleeper();
-                  if (!attempt.Succeeds([&] { job.CancelWhen(event.Get()); })) {
-                      EXPECT_EQ(job.GetCancelReason().cause, CancelCause::None);
-                      job.CancelWhen(event.Get());
-                  }
-                  event.Set();
-                  EXPECT_THROW(job.Get(), CancelledException);
-              }),
-              0);
 }
 
 }  // namespace

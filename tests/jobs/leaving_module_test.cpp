@@ -10,6 +10,7 @@
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "tests/jobs/held_unpin.h"
 #include "tests/jobs/leaving_module.h"
+#include "tests/jobs/own_event.h"
 #include "tests/support/child_process.h"
 #include "tests/support/eventually.h"
 #include "tests/support/thread.h"
@@ -19,25 +20,11 @@ namespace {
 using namespace Orvane;
 using namespace Zarvo::Test;
 
-class Event {
-  public:
-    Event() : m_handle(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
-    ~Event() { CloseHandle(m_handle); }
-    Event(const Event&) = delete;
-    Event& operator=(const Event&) = delete;
-
-    HANDLE Handle() const { return m_handle; }
-    void Set() const { SetEvent(m_handle); }
-
-  private:
-    HANDLE m_handle;
-};
-
 TEST(ModuleOfADetachedJob, StaysLoadedUntilTheJobIsGone) {
-    const Event mayEnd;
+    const OwnEvent mayEnd;
     const ConcurrencyLifetime lifetime;
     const LeavingModule module;
-    ASSERT_TRUE(module.Call("StartDetached", mayEnd.Handle()));
+    ASSERT_TRUE(module.Call("StartDetached", mayEnd.Get()));
     module.Free();
     EXPECT_TRUE(LeavingModule::IsLoaded());
     mayEnd.Set();
@@ -45,10 +32,10 @@ TEST(ModuleOfADetachedJob, StaysLoadedUntilTheJobIsGone) {
 }
 
 TEST(ModuleOfAPostedJob, StaysLoadedUntilTheJobIsGone) {
-    const Event mayEnd;
+    const OwnEvent mayEnd;
     const ConcurrencyLifetime lifetime;
     const LeavingModule module;
-    ASSERT_TRUE(module.Call("StartPosted", mayEnd.Handle()));
+    ASSERT_TRUE(module.Call("StartPosted", mayEnd.Get()));
     module.Free();
     EXPECT_TRUE(LeavingModule::IsLoaded());
     mayEnd.Set();
@@ -56,14 +43,14 @@ TEST(ModuleOfAPostedJob, StaysLoadedUntilTheJobIsGone) {
 }
 
 TEST(ModuleOfSeveralDetachedJobs, IsGoneAfterTheLastOfThem) {
-    const Event first;
-    const Event last;
+    const OwnEvent first;
+    const OwnEvent last;
     const ConcurrencyLifetime lifetime;
     const LeavingModule module;
     for (int i = 0; i < 5; ++i) {
-        ASSERT_TRUE(module.Call("StartDetached", first.Handle()));
+        ASSERT_TRUE(module.Call("StartDetached", first.Get()));
     }
-    ASSERT_TRUE(module.Call("StartDetached", last.Handle()));
+    ASSERT_TRUE(module.Call("StartDetached", last.Get()));
     module.Free();
     first.Set();
     EXPECT_TRUE(LeavingModule::IsLoaded());
@@ -73,11 +60,11 @@ TEST(ModuleOfSeveralDetachedJobs, IsGoneAfterTheLastOfThem) {
 
 // The job has ended, and its worker is about to let the module go.
 TEST(ModuleOfADetachedJob, IsLeftByTheWorkerBeforeAGroupOfTheModuleHasLeft) {
-    const Event mayEnd;
+    const OwnEvent mayEnd;
     const ConcurrencyLifetime lifetime;
     const LeavingModule module;
     HeldUnpin held;
-    ASSERT_TRUE(module.Call("StartDetached", mayEnd.Handle()));
+    ASSERT_TRUE(module.Call("StartDetached", mayEnd.Get()));
     mayEnd.Set();
     held.AwaitCall();
     std::atomic<bool> hasLeft = false;

@@ -6,12 +6,12 @@
 #include <string>
 #include <variant>
 
-#include "concurrency/base/windows_api.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "tests/jobs/held_handler.h"
 #include "tests/jobs/held_unpin.h"
 #include "tests/jobs/leaving_module.h"
+#include "tests/jobs/own_event.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/thread.h"
 
@@ -54,9 +54,9 @@ TEST(GroupThatCannotLeave, NamesTheJobWithoutAGroupThatAThreadHasNotLeft) {
     const ConcurrencyLifetime lifetime;
     const LeavingModule module;
     HeldUnpin held;
-    const HANDLE mayEnd = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    ASSERT_TRUE(module.Call("StartDetached", mayEnd));
-    SetEvent(mayEnd);
+    const OwnEvent mayEnd;
+    ASSERT_TRUE(module.Call("StartDetached", mayEnd.Get()));
+    mayEnd.Set();
     held.AwaitCall();
     Thread leaves([&module] {
         wchar_t text[100]{};
@@ -66,7 +66,6 @@ TEST(GroupThatCannotLeave, NamesTheJobWithoutAGroupThatAThreadHasNotLeft) {
     held.LetGo();
     leaves.join();
     module.Free();
-    CloseHandle(mayEnd);
 }
 
 }  // namespace
