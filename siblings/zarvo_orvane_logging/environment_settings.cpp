@@ -8,6 +8,9 @@
 
 #include <windows.h>
 
+#include "zarvo_orvane_logging/growing_text.h"
+#include "zarvo_orvane_logging/report_line.h"
+
 namespace Orvane::Reports {
 
 namespace {
@@ -27,7 +30,9 @@ std::wstring Variable(const wchar_t* name) {
 }
 
 void Explain(const std::wstring& problem) {
-    WriteToStandardError(problem + L"\n");
+    Utf8Text line;
+    EncodeUtf8(problem + L"\n", line);
+    WriteToStandardError(line.Text());
 }
 
 void ChooseFile(const wchar_t* path, EnvironmentSettings& settings) {
@@ -71,7 +76,7 @@ EnvironmentSettings ReadEnvironmentSettings() noexcept {
         ChooseMinimumLevel(Variable(L"ZARVO_LOG_LEVEL"), settings);
         ChooseSink(Variable(L"ZARVO_LOG"), settings);
     } catch (const std::bad_alloc&) {
-        WriteToStandardError(L"ZARVO_LOG: out of memory. It is ignored.\n");
+        WriteToStandardError("ZARVO_LOG: out of memory. It is ignored.\n");
     }
     return settings;
 }

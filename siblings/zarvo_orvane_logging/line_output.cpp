@@ -7,7 +7,6 @@
 #include <windows.h>
 
 #include "zarvo_orvane_logging/process_lock.h"
-#include "zarvo_orvane_logging/report_line.h"
 
 namespace Orvane::Reports {
 
@@ -73,10 +72,8 @@ std::string InUtf8(const std::wstring& text) {
 
 }  // namespace
 
-void WriteToStandardError(std::wstring_view line) noexcept {
-    Utf8Text bytes;
-    EncodeUtf8(line, bytes);
-    WriteWhole(GetStdHandle(STD_ERROR_HANDLE), bytes.Text());
+void WriteToStandardError(std::string_view lines) noexcept {
+    WriteWhole(GetStdHandle(STD_ERROR_HANDLE), lines);
 }
 
 LineFile::LineFile(const wchar_t* path) {
@@ -91,11 +88,9 @@ LineFile::LineFile(const wchar_t* path) {
     m_handle = file;
 }
 
-bool LineFile::Append(std::wstring_view line) const noexcept {
-    Utf8Text bytes;
-    EncodeUtf8(line, bytes);
+bool LineFile::Append(std::string_view lines) const noexcept {
     const FileTurn turn(m_handle);
-    return WriteWhole(m_handle, bytes.Text());
+    return WriteWhole(m_handle, lines);
 }
 
 void LineFile::Close() noexcept {

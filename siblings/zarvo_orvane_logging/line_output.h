@@ -5,12 +5,10 @@
 
 #include <string_view>
 
-#include "zarvo_orvane_logging/growing_text.h"
-
 namespace Orvane::Reports {
 
-// Writes the line in one piece and in UTF-8. A process without standard error has nowhere to show it.
-void WriteToStandardError(std::wstring_view line) noexcept;
+// Writes the lines, which are UTF-8, in one piece. A process without standard error has nowhere to show them.
+void WriteToStandardError(std::string_view lines) noexcept;
 
 // A file that lines are appended to, by this process and by others at the same time.
 // Threads: one writer at a time in this process.
@@ -23,8 +21,8 @@ class LineFile {
 
     [[nodiscard]] bool IsOpen() const noexcept { return m_handle != nullptr; }
 
-    // Appends the line with one write. Returns false if the file did not take it.
-    bool Append(std::wstring_view line) const noexcept;
+    // Appends the lines, which are UTF-8, with one write. Returns false if the file did not take them.
+    bool Append(std::string_view lines) const noexcept;
 
     void Close() noexcept;
 

@@ -19,6 +19,11 @@ SRWLOCK* AsSystemLock(void** lock) noexcept {
     return reinterpret_cast<SRWLOCK*>(lock);
 }
 
+CONDITION_VARIABLE* AsSystemCondition(void** condition) noexcept {
+    static_assert(sizeof(CONDITION_VARIABLE) == sizeof(void*));
+    return reinterpret_cast<CONDITION_VARIABLE*>(condition);
+}
+
 }  // namespace
 
 bool IsProcessEnding() noexcept {
@@ -43,6 +48,16 @@ void ProcessLock::unlock() noexcept {
     if (!IsProcessEnding()) {
         ReleaseSRWLockExclusive(AsSystemLock(&m_lock));
     }
+}
+
+void ProcessCondition::Sleep(ProcessLock& lock) noexcept {
+    if (!IsProcessEnding()) {
+        SleepConditionVariableSRW(AsSystemCondition(&m_condition), AsSystemLock(&lock.m_lock), INFINITE, 0);
+    }
+}
+
+void ProcessCondition::WakeAll() noexcept {
+    WakeAllConditionVariable(AsSystemCondition(&m_condition));
 }
 
 }  // namespace Orvane::Reports

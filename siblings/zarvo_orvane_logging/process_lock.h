@@ -18,7 +18,24 @@ class ProcessLock {
     void unlock() noexcept;
 
   private:
+    friend class ProcessCondition;
+
     void* m_lock = nullptr;  // an SRWLOCK, which is one pointer, null when free
+};
+
+// A condition for it, as early and as late.
+class ProcessCondition {
+  public:
+    constexpr ProcessCondition() = default;
+    ProcessCondition(const ProcessCondition&) = delete;
+    ProcessCondition& operator=(const ProcessCondition&) = delete;
+
+    // Releases the lock, sleeps, and has it again. Wakes up without a reason, too; at once at the end of the process.
+    void Sleep(ProcessLock& lock) noexcept;
+    void WakeAll() noexcept;
+
+  private:
+    void* m_condition = nullptr;  // a CONDITION_VARIABLE
 };
 
 }  // namespace Orvane::Reports

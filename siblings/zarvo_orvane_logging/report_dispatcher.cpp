@@ -59,27 +59,26 @@ void ReportDispatcher::Dispatch(int severity, int kind, const wchar_t* category,
 void ReportDispatcher::Deliver(const PendingReport& report, va_list arguments) noexcept {
     WideText line;
     ComposeLine(report, line);
-    const std::lock_guard lock(m_lock);
-    if (m_file.IsOpen()) {
-        if (!m_file.Append(line.Text())) {
-            WriteToStandardError(line.Text());
-        }
-        return;
+    Utf8Text bytes;
+    EncodeUtf8(line.Text(), bytes);
+    LineBatches::Lock lock(m_lock);
+    if (m_file.IsOpen() || m_sink == OrvaneLogging::Sink::StandardError) {
+        m_batches.Write(lock, *this, bytes.Text());
+    } else if (m_sink == OrvaneLogging::Sink::Recording && !KeepRecord(report, arguments)) {
+        WriteToStandardError(bytes.Text());
     }
-    switch (m_sink) {
-        case OrvaneLogging::Sink::None: return;
-        case OrvaneLogging::Sink::StandardError: return WriteToStandardError(line.Text());
-        case OrvaneLogging::Sink::Recording:
-            if (!KeepRecord(report, arguments)) {
-                WriteToStandardError(line.Text());
-            }
-            return;
+}
+
+void ReportDispatcher::Write(std::string_view lines) noexcept {
+    if (!m_file.IsOpen() || !m_file.Append(lines)) {
+        WriteToStandardError(lines);
     }
 }
 
 void ReportDispatcher::SetSink(OrvaneLogging::Sink sink, LineFile file) noexcept {
     ReadEnvironmentOnce();
-    const std::lock_guard lock(m_lock);
+    LineBatches::Lock lock(m_lock);
+    m_batches.Drain(lock, *this);
     m_file.Close();
     m_file = file;
     m_sink = sink;

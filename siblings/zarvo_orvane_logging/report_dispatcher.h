@@ -4,7 +4,9 @@
 #include <atomic>
 #include <cstdarg>
 #include <limits>
+#include <string_view>
 
+#include "zarvo_orvane_logging/line_batches.h"
 #include "zarvo_orvane_logging/line_output.h"
 #include "zarvo_orvane_logging/orvane_logging.h"
 #include "zarvo_orvane_logging/process_lock.h"
@@ -15,7 +17,7 @@ struct PendingReport;
 
 // Threads: every member may be called from any thread.
 // Lifetime: made at compile time and never destroyed, so that the first and the last code of a process can report.
-class ReportDispatcher {
+class ReportDispatcher final : private LineBatches::Output {
   public:
     constexpr ReportDispatcher() = default;
     ReportDispatcher(const ReportDispatcher&) = delete;
@@ -32,6 +34,7 @@ class ReportDispatcher {
     void SetMinimumLevel(int severity) noexcept;
 
   private:
+    void Write(std::string_view lines) noexcept override;
     void Deliver(const PendingReport& report, va_list arguments) noexcept;
     void ReadEnvironmentOnce() noexcept;
     void UpdateLowestWanted() noexcept;
@@ -41,8 +44,9 @@ class ReportDispatcher {
     std::atomic<bool> m_environmentRead = false;
 
     ProcessLock m_lock;  // protects the rest, and the order of the records
+    LineBatches m_batches;
     OrvaneLogging::Sink m_sink = OrvaneLogging::Sink::None;
-    LineFile m_file;  // when open, it is the sink
+    LineFile m_file;  // when open, it is the sink; it and m_sink stay as they are while m_batches writes
     int m_minimumLevel = std::numeric_limits<int>::min();
 };
 

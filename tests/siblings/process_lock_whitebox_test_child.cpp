@@ -13,7 +13,7 @@ constinit Orvane::Reports::ProcessLock g_lock;
 
 void TakeTheLock() {
     g_lock.lock();
-    Orvane::Reports::WriteToStandardError(L"went in\n");
+    Orvane::Reports::WriteToStandardError("went in\n");
     g_lock.unlock();
 }
 

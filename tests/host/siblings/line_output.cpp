@@ -9,8 +9,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "zarvo_orvane_logging/report_line.h"
-
 namespace Orvane::Reports {
 
 namespace {
@@ -20,17 +18,14 @@ int NumberOf(void* handle) noexcept {
     return static_cast<int>(reinterpret_cast<std::intptr_t>(handle)) - 1;
 }
 
-bool WriteLine(int file, std::wstring_view line) noexcept {
-    Utf8Text bytes;
-    EncodeUtf8(line, bytes);
-    const std::string_view text = bytes.Text();
-    return write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+bool WriteLines(int file, std::string_view lines) noexcept {
+    return write(file, lines.data(), lines.size()) == static_cast<ssize_t>(lines.size());
 }
 
 }  // namespace
 
-void WriteToStandardError(std::wstring_view line) noexcept {
-    WriteLine(STDERR_FILENO, line);
+void WriteToStandardError(std::string_view lines) noexcept {
+    WriteLines(STDERR_FILENO, lines);
 }
 
 LineFile::LineFile(const wchar_t* path) {
@@ -45,8 +40,8 @@ LineFile::LineFile(const wchar_t* path) {
     m_handle = reinterpret_cast<void*>(std::intptr_t{file} + 1);
 }
 
-bool LineFile::Append(std::wstring_view line) const noexcept {
-    return WriteLine(NumberOf(m_handle), line);
+bool LineFile::Append(std::string_view lines) const noexcept {
+    return WriteLines(NumberOf(m_handle), lines);
 }
 
 void LineFile::Close() noexcept {

@@ -53,3 +53,23 @@ void ReleaseSRWLockExclusive(PSRWLOCK lock) {
     word.store(nullptr);
     word.notify_one();
 }
+
+// A wake-up between the release and the sleep has changed the number.
+BOOL SleepConditionVariableSRW(PCONDITION_VARIABLE condition, PSRWLOCK lock, DWORD milliseconds, ULONG flags) {
+    if (milliseconds != INFINITE || flags != 0) {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return FALSE;
+    }
+    const std::atomic_ref wakeUps(condition->wakeUps);
+    const std::uintptr_t seen = wakeUps.load();
+    ReleaseSRWLockExclusive(lock);
+    wakeUps.wait(seen);
+    AcquireSRWLockExclusive(lock);
+    return TRUE;
+}
+
+void WakeAllConditionVariable(PCONDITION_VARIABLE condition) {
+    const std::atomic_ref wakeUps(condition->wakeUps);
+    ++wakeUps;
+    wakeUps.notify_all();
+}

@@ -6,6 +6,7 @@
 #define TLS_OUT_OF_INDEXES 0xFFFFFFFFUL
 
 #include <pthread.h>
+#include <cstdint>
 
 struct CRITICAL_SECTION {
     pthread_mutex_t mutex;
@@ -19,8 +20,9 @@ struct SRWLOCK {
 };
 using PSRWLOCK = SRWLOCK*;
 
-// Only named: the standard library here has conditions of its own.
-struct CONDITION_VARIABLE;
+struct CONDITION_VARIABLE {
+    std::uintptr_t wakeUps;
+};
 using PCONDITION_VARIABLE = CONDITION_VARIABLE*;
 
 #define THREAD_TERMINATE 0x0001
@@ -67,4 +69,8 @@ BOOL SleepConditionVariableCS(PCONDITION_VARIABLE condition, PCRITICAL_SECTION s
 
 void AcquireSRWLockExclusive(PSRWLOCK lock);
 void ReleaseSRWLockExclusive(PSRWLOCK lock);
+
+// Without a limit and without flags only.
+BOOL SleepConditionVariableSRW(PCONDITION_VARIABLE condition, PSRWLOCK lock, DWORD milliseconds, ULONG flags);
+void WakeAllConditionVariable(PCONDITION_VARIABLE condition);
 }
