@@ -17,24 +17,6 @@ namespace {
 
 constexpr std::wstring_view kFilePrefix = L"file:";
 
-// Empty when the variable is not set.
-std::wstring Variable(const wchar_t* name) {
-    std::wstring value;
-    DWORD length = GetEnvironmentVariableW(name, nullptr, 0);
-    while (length > value.size()) {
-        value.resize(length);
-        length = GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
-    }
-    value.resize(length);
-    return value;
-}
-
-void Explain(const std::wstring& problem) {
-    Utf8Text line;
-    EncodeUtf8(problem + L"\n", line);
-    WriteToStandardError(line.Text());
-}
-
 void ChooseFile(const wchar_t* path, EnvironmentSettings& settings) {
     try {
         settings.file = LineFile(path);
@@ -70,11 +52,28 @@ void ChooseMinimumLevel(const std::wstring& value, EnvironmentSettings& settings
 
 }  // namespace
 
+void Explain(const std::wstring& problem) {
+    Utf8Text line;
+    EncodeUtf8(problem + L"\n", line);
+    WriteToStandardError(line.Text());
+}
+
+std::wstring EnvironmentVariable(const wchar_t* name) {
+    std::wstring value;
+    DWORD length = GetEnvironmentVariableW(name, nullptr, 0);
+    while (length > value.size()) {
+        value.resize(length);
+        length = GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
+    }
+    value.resize(length);
+    return value;
+}
+
 EnvironmentSettings ReadEnvironmentSettings() noexcept {
     EnvironmentSettings settings;
     try {
-        ChooseMinimumLevel(Variable(L"ZARVO_LOG_LEVEL"), settings);
-        ChooseSink(Variable(L"ZARVO_LOG"), settings);
+        ChooseMinimumLevel(EnvironmentVariable(L"ZARVO_LOG_LEVEL"), settings);
+        ChooseSink(EnvironmentVariable(L"ZARVO_LOG"), settings);
     } catch (const std::bad_alloc&) {
         WriteToStandardError("ZARVO_LOG: out of memory. It is ignored.\n");
     }

@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include "zarvo_orvane_logging/environment_settings.h"
+#include "zarvo_orvane_logging/last_error_keeper.h"
 #include "zarvo_orvane_logging/recording_store.h"
 #include "zarvo_orvane_logging/report_format.h"
 #include "zarvo_orvane_logging/report_line.h"
@@ -13,18 +14,6 @@
 namespace Orvane::Reports {
 
 namespace {
-
-// Callers ask for the last error after they have reported a failure.
-class LastErrorKeeper {
-  public:
-    LastErrorKeeper() noexcept : m_error(GetLastError()) {}
-    ~LastErrorKeeper() { SetLastError(m_error); }
-    LastErrorKeeper(const LastErrorKeeper&) = delete;
-    LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
-
-  private:
-    DWORD m_error;
-};
 
 unsigned long long Now() noexcept {
     FILETIME now;

@@ -6,7 +6,7 @@ cache=$(realpath --canonicalize-missing "${DEV_CACHE:-${XDG_CACHE_HOME:-$HOME/.c
 
 packages_common=base-files,bash,coreutils,dash,sed,grep,findutils,gawk,diffutils,libc-bin
 packages_build=g++-mingw-w64-x86-64-win32,mingw-w64-tools,cmake,ninja-build,ccache,googletest
-packages_run=wine
+packages_run=nlohmann-json3-dev,wine # what the tests read traces with, and what they run in
 packages_flavours=g++-mingw-w64-ucrt64,g++-mingw-w64-x86-64-posix,clang-19,lld-19
 sources_build=benchmark # only as sources: it is built for Windows, like googletest
 packages_lint=clang-format-19,clang-tidy-19,python3-minimal

@@ -18,6 +18,9 @@ set(left_out_files
     threadpool/idle_workers_whitebox_stress_test.cpp
     # Starts a program of the platform, and watches a folder.
     jobs/job_process_test.cpp
+    # Read a file with a parser that only the platform's build has.
+    journeys/trace_test.cpp
+    journeys/trace_test_child.cpp
     # Starts an example, which is a program of the platform.
     sync/shared_counter_test.cpp
 )

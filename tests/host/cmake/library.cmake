@@ -3,11 +3,12 @@ file(GLOB windows_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/windows/
 add_library(host_windows SHARED ${windows_sources})
 target_compile_options(host_windows PRIVATE ${own_code_options})
 
-# The logging library writes its lines with this system's own calls. Without the event source, which the library's
+# The logging library writes its lines and its trace with this system's own calls. Without the event source, which the library's
 # self-registration alone uses.
 file(GLOB logging_sources CONFIGURE_DEPENDS ${root}/siblings/zarvo_orvane_logging/*.cpp)
-list(FILTER logging_sources EXCLUDE REGEX "/(line_output|log)\\.cpp$")
-add_library(ZarvoOrvaneLogging SHARED ${logging_sources} siblings/line_output.cpp)
+list(FILTER logging_sources EXCLUDE REGEX "/(line_output|log|trace_file)\\.cpp$")
+add_library(ZarvoOrvaneLogging SHARED ${logging_sources} siblings/line_output.cpp
+    siblings/trace_file.cpp)
 add_library(ZarvoOrvaneUtils SHARED ${root}/siblings/zarvo_orvane_utils/exception_factory.cpp)
 add_library(ZarvoLogging SHARED ${root}/siblings/zarvo_logging/object_names.cpp)
 foreach(sibling IN ITEMS ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLogging)
