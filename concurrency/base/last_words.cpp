@@ -8,6 +8,7 @@
 #include <typeinfo>
 
 #include "concurrency/base/module_function.h"
+#include "concurrency/base/trace.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/errors/error_storage.h"
 
@@ -217,6 +218,10 @@ void LastWords::EndProcess() noexcept {
         ::WriteFile(standardError, m_text, static_cast<DWORD>(m_size), &written, nullptr);
     }
     ::OutputDebugStringA(m_text);
+    m_text[m_size - 1] = '\0';  // the line feed
+    if (IsTracing()) {
+        Trace(TracePhase::Instant, "process", L"process ends", {{.key = "why", .utf8 = m_text}});
+    }
     std::terminate();
 }
 

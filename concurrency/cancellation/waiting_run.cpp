@@ -3,6 +3,7 @@
 #include "concurrency/base/clock.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/run.h"
+#include "concurrency/cancellation/traced_wait.h"
 
 namespace Orvane::Internal {
 
@@ -16,13 +17,16 @@ WaitNote* NoteOf(const WaitingRun& waiting) noexcept {
 
 }  // namespace
 
-WaitingRun::Note::Note(const WaitingRun& run, WaitKind kind, const void* object) noexcept : m_note(NoteOf(run)) {
+WaitingRun::Note::Note(const WaitingRun& run, WaitKind kind, const void* object) noexcept
+    : m_note(NoteOf(run)), m_kind(kind) {
     if (m_note != nullptr) {
         m_before = m_note->Exchange({kind, object, CoarseClock::Ticks()});
     }
+    TraceWaitBegins(this, kind, object);
 }
 
 WaitingRun::Note::~Note() {
+    TraceWaitEnds(this, m_kind);
     if (m_note != nullptr) {
         m_note->Exchange(m_before);
     }

@@ -66,6 +66,7 @@ class ORVANE_CONCURRENCY_API WaitingRun {
       private:
         WaitNote* const m_note;
         WaitState m_before;
+        const WaitKind m_kind;  // for the trace
     };
 
   private:

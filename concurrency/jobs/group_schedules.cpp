@@ -10,6 +10,7 @@
 #include "concurrency/jobs/virtual_run.h"
 #include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/scheduler/schedule.h"
+#include "concurrency/scheduler/traced_schedule.h"
 #include "concurrency/tasks/make_task.h"
 
 namespace Orvane::Internal {
@@ -116,6 +117,7 @@ void GroupCore::AddRun(const std::shared_ptr<GroupSchedule>& schedule, Task& tas
         task.Reset();  // for its next run
     }
     if (isSkipped) {
+        TraceSkip(schedule->name->text.c_str());
         ReportNoThrow(4, 4, L"Concurrency.Job", L"Job [%s] skips a run: the one before has not ended",
                       schedule->name->text.c_str());
         return;

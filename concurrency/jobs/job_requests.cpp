@@ -8,6 +8,7 @@
 namespace Orvane::Internal {
 
 void JobState::Enlist() {
+    m_traced.Begin(*this);
     Internal::Enlist(*this);
     if (!m_owner) {
         return;
@@ -30,16 +31,21 @@ void JobState::GiveUp() noexcept {
 
 void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
     AskReason first;
+    bool isFirst = false;
     {
         const RankedLock lock(m_shard.mutex);
         if (m_phase == Phase::Ended) {
             return;
         }
-        if (m_cause == CancelCause::None) {
+        isFirst = m_cause == CancelCause::None;
+        if (isFirst) {
             m_cause = reason.cause;
             m_askedBy = reason.by;
         }
         first = {m_cause, m_askedBy};
+    }
+    if (isFirst) {
+        TraceJobAsked(*this, first);
     }
     if (Claim(Phase::Ending)) {
         m_time = ThreadNow();
@@ -68,6 +74,7 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
 
 // Only for a job that never runs.
 void JobState::FinishAsking() noexcept {
+    m_traced.End(*this, L"cancelled");
     End(false);
 }
 

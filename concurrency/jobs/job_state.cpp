@@ -37,6 +37,7 @@ JobState::JobState(const wchar_t* name, const JobBodyType& type, ModuleLedger& m
 }
 
 JobState::~JobState() {
+    m_traced.End(*this, L"never started");
     if (m_group) {
         m_group->LetGo();
     }
@@ -97,12 +98,16 @@ void JobState::operator()() {
     }
     m_time = ThreadNow();
     m_thread = ::GetCurrentThreadId();
+    m_traced.End(*this, L"started");
+    TracedRun traced;
+    TraceJobBegins(traced, *this);
     ModuleLedger* const moduleOfFailure = Call();
     m_phase = Phase::Ending;
     DestroyCall();
     if (moduleOfFailure != nullptr) {
         m_module = moduleOfFailure;
     }
+    TraceJobEnds(traced, *this);
     End(true);
 }
 

@@ -49,6 +49,7 @@
 #include "concurrency/jobs/module_ledger.h"
 #include "concurrency/jobs/run_record.h"
 #include "concurrency/jobs/time_limits.h"
+#include "concurrency/jobs/traced_job.h"
 #include "concurrency/tasks/itask_state.h"
 #include "concurrency/tasks/task.h"
 
@@ -127,6 +128,7 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     std::shared_ptr<Cancellable> Self() noexcept override { return weak_from_this().lock(); }
 
     const wchar_t* Name() const noexcept { return m_future.Name(); }
+    const JobName* Above() const noexcept { return m_future.Above().get(); }
     bool IsWaiting() const noexcept { return m_phase.load(std::memory_order_acquire) == Phase::Waiting; }
     bool IsEnded() const noexcept { return m_phase.load(std::memory_order_acquire) == Phase::Ended; }
     AskReason Reason() const;
@@ -213,6 +215,7 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     bool m_isBehind ORVANE_GUARDED_BY(m_shard.mutex) = false;
 
     bool m_isRead = false;  // of the handle
+    TracedJobQueue m_traced;
     Reader m_reader ORVANE_GUARDED_BY(m_shard.mutex) = Reader::Handle;
     const std::uint8_t m_alignmentBits;  // of the body: a power of two
     CancelCause m_cause ORVANE_GUARDED_BY(m_shard.mutex) = CancelCause::None;

@@ -5,6 +5,7 @@
 #include "concurrency/base/initialization_count.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/errors/misuse.h"
+#include "concurrency/scheduler/traced_schedule.h"
 #include "concurrency/tasks/noted_run.h"
 #include "concurrency/tasks/run_words.h"
 #include "concurrency/threadpool/global_thread_pool.h"
@@ -39,6 +40,7 @@ void Scheduler::StopAndJoin() {
 }
 
 void Scheduler::Run(TaskNote& note) {
+    TraceThreadName(L"Scheduler");
     for (;;) {
         ScheduledTask due;
         if (!m_queue->PopExpired(due)) {
@@ -48,6 +50,7 @@ void Scheduler::Run(TaskNote& note) {
             continue;
         }
         const TimePoint start = due.GetStartTime();
+        TraceDue(due);
         Dispatch(due.GetTask(), note);
         if (due.Reschedule()) {
             m_queue->PutBack(std::move(due), start);
@@ -65,6 +68,7 @@ void Scheduler::HandOver(const Task& task) {
         GlobalThreadPool::Queue(task);
         return;
     }
+    TraceSkip(task.GetName());
     if (g_publishedInitializationCount <= 0) {
         ThrowNotInitialized();
     }

@@ -12,6 +12,7 @@
 #include "concurrency/tasks/empty_task_state.h"
 #include "concurrency/tasks/future_state.h"
 #include "concurrency/tasks/running_tasks.h"
+#include "concurrency/tasks/traced_run.h"
 #include "zarvo_orvane_logging/orvane_logging.h"
 
 namespace Orvane::Internal {
@@ -101,15 +102,25 @@ void TaskImpl::Run() {
     if (m_listed == Listed::Yes) {
         running.emplace(m_name.data(), wrapper->GetFuture(), m_isTracked);
     }
+    TracedRun traced(m_listed == Listed::Yes ? m_name.data() : nullptr);
     ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
     (*wrapper)();
     ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
+    traced.EndAs(*wrapper);
+}
+
+// On the thread that asks.
+void TaskImpl::TraceRequest() const noexcept {
+    if (m_listed == Listed::Yes && IsTracing()) {
+        Trace(TracePhase::Instant, "task", L"asked", {{.key = "run", .text = m_name.data()}});
+    }
 }
 
 void TaskImpl::Cancel() {
     std::shared_ptr<ITaskState> released;  // destroyed after the lock: its destructor runs user code
     std::shared_ptr<IFutureState> future;
     bool isOwnRun = false;
+    TraceRequest();
     {
         const RankedLock lock(m_mutex);
         try {

@@ -42,6 +42,7 @@ class TaskImpl {
   private:
     class RunScope;
 
+    void TraceRequest() const noexcept;
     bool IsEmptied() const ORVANE_REQUIRES(m_mutex);
     bool IsCancelledLocked() const ORVANE_REQUIRES(m_mutex);
     std::shared_ptr<ITaskState> BeginRun(std::shared_ptr<FutureState>& future);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "concurrency/base/module_function.h"
+#include "concurrency/base/trace.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/tasks/noted_run.h"
 
@@ -55,6 +56,7 @@ void DedicatedThreads::Launch(const Task& task, std::shared_ptr<void> owner) {
 }
 
 void DedicatedThreads::Run(std::uint32_t number, Task& task, PromiseMap::node_type promise, TaskNote& note) {
+    TraceThreadName(task.GetName());
     WithNote(task, note, [&] { task(); });
     task = Task();  // before any lock: may destroy the user's callable
     MarkFinished(number);

@@ -11,6 +11,7 @@
 #include "concurrency/cancellation/noted_waits.h"
 #include "concurrency/cancellation/wait_protocol.h"
 #include "concurrency/tasks/make_task.h"
+#include "concurrency/tasks/traced_run.h"
 
 namespace Orvane::Internal {
 
@@ -49,6 +50,16 @@ class SpawnError : public std::runtime_error, public virtual CloneableException 
   private:
     SpawnError() : std::runtime_error("Failed to spawn thread, resource error") {}
 };
+
+void TraceGrowth(const WorkQueue::Load& load) {
+    if (IsTracing()) {
+        Trace(TracePhase::Instant, "pool", L"growth",
+              {{.key = "workers", .number = static_cast<long long>(load.workers)},
+               {.key = "queued", .number = static_cast<long long>(load.queued)},
+               {.key = "running", .number = static_cast<long long>(load.running)}});
+        TraceRunsOfWorkers();
+    }
+}
 
 }  // namespace
 
@@ -146,6 +157,7 @@ WorkQueue::Entries PoolGrowth::Begin() {
         m_state = State::Idle;
         throw;
     }
+    TraceGrowth(m_queue.GetLoad());
     m_lastSpawnTick = m_clock.tick();
     m_settled = MonotonicClock::duration::zero();
     return growth;

@@ -5,6 +5,7 @@
 
 #include "concurrency/base/wait.h"
 #include "concurrency/tasks/noted_run.h"
+#include "concurrency/tasks/traced_run.h"
 
 namespace Orvane::Internal {
 
@@ -109,6 +110,7 @@ bool WorkQueue::IsPresent(const Task& task) const {
 }
 
 void WorkQueue::RunWorker(WorkerBatch& batch, TaskNote& note) {
+    const TracedWorker traced;
     Entries ended;
     bool wasIdle = false;
     RankedLock lock(m_mutex);
@@ -121,6 +123,7 @@ void WorkQueue::RunWorker(WorkerBatch& batch, TaskNote& note) {
         if (wakeAnother) {
             m_workAvailable.notify_one();
         }
+        task->queueTime.TakenByWorker(task->task);
         WithNote(task->task, note, [&] { task->task(); });
         lock.lock();
         const bool wakeCaller = EndTask(ended, task);

@@ -20,6 +20,7 @@
 #include "concurrency/base/last_words.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/tasks/task.h"
+#include "concurrency/threadpool/traced_queue_time.h"
 
 namespace Orvane::Internal {
 
@@ -32,9 +33,13 @@ struct WorkerBatch {
 class WorkQueue {
   public:
     struct Entry {
-        explicit Entry(const Task& queued) : task(queued) {}
+        explicit Entry(const Task& queued) : task(queued), queueTime(queued) {}
+        ~Entry() { queueTime.Dropped(task); }
+        Entry(const Entry&) = delete;
+        Entry& operator=(const Entry&) = delete;
 
         Task task;
+        TracedQueueTime queueTime;
         bool isAsked = false;  // CancelAll() has come to it
     };
 
