@@ -51,3 +51,4 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zarvo-concurrency.pc DESTINATION ${CMA
 # To be read; the examples too, which the guides refer to, and what debuggers load.
 install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency)
 install(DIRECTORY debugger docs examples licences DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency)
+install(PROGRAMS tools/trace_from_log.py DESTINATION ${CMAKE_INSTALL_DATADIR}/ZarvoConcurrency/tools)
