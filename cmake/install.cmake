@@ -18,6 +18,27 @@ endif()
 # The compiler's own runtime, in the very version the library was built with.
 install(FILES ${ZARVO_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
 
+# Their debug data, beside the package: the component "symbols", after the installation of the rest.
+if(MINGW AND CMAKE_OBJCOPY)
+    set(dlls ${ZARVO_RUNTIME_ORIGINALS})
+    foreach(target IN ITEMS ZarvoConcurrency ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLogging)
+        list(APPEND dlls $<TARGET_FILE:${target}>)
+    endforeach()
+    foreach(target IN ITEMS concurrency_objects ZarvoConcurrency ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLogging)
+        target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-g>) # which has it already
+    endforeach()
+    install(CODE "
+        set(OBJCOPY \"${CMAKE_OBJCOPY}\")
+        set(DLLS \"${dlls}\")
+        set(FOLDER \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
+        set(SYMBOLS \"${CMAKE_CURRENT_BINARY_DIR}/symbols\")
+        include(\"${CMAKE_CURRENT_SOURCE_DIR}/cmake/split_symbols.cmake\")
+    ")
+    install(DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/symbols/
+        DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT symbols EXCLUDE_FROM_ALL
+    )
+endif()
+
 # What the headers ask the compiler, without CMake too.
 file(READ cmake/built_for.h.in built_for)
 string(CONFIGURE "${built_for}" built_for @ONLY)

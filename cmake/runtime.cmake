@@ -14,6 +14,7 @@ check_cxx_symbol_exists(__GLIBCXX__ mutex ZARVO_GLIBCXX)
 
 # The C++ runtime stays shared between all modules: one heap, one set of standard globals, exceptions that cross.
 set(ZARVO_RUNTIME_DLLS "")
+set(ZARVO_RUNTIME_ORIGINALS "") # with their debug data
 if(MINGW)
     set(names libstdc++-6.dll libgcc_s_seh-1.dll)
     if(NOT ZARVO_WIN32_THREADS)
@@ -37,6 +38,7 @@ if(MINGW)
                 execute_process(COMMAND ${CMAKE_STRIP} --strip-debug -o ${copy} ${path} COMMAND_ERROR_IS_FATAL ANY)
             endif()
             list(APPEND ZARVO_RUNTIME_DLLS ${copy})
+            list(APPEND ZARVO_RUNTIME_ORIGINALS ${path})
         endif()
     endforeach()
 endif()

@@ -535,22 +535,28 @@ class Row:
         self.since = since
 
 
-def task_rows():
+def task_row(task):
+    """Of a RunningTask."""
+    run = readable(lambda: run_of(pointee(task["m_future"])), None)
+    parts = run_parts(run)[2:] if run is not None else []
+    name = readable(lambda: characters(task["m_name"]))
+    return Row(int(task["m_thread"]), name, parts, int(task["m_startedAt"]))
+
+
+def job_row(job):
+    """Of a JobState; None unless it is in its run."""
+    run = run_of(job["m_future"])
+    return Row(int(run["m_thread"]), job_name(job), run_parts(run)[2:], int(run["startedAt"])) if run is not None else None
+
+
+def rows_of_runs():
     for shard in shards("RunningTaskShards"):
         for task in all_readable(linked_items(shard["running"])):
-            run = readable(lambda: run_of(pointee(task["m_future"])), None)
-            parts = run_parts(run)[2:] if run is not None else []
-            name = readable(lambda: characters(task["m_name"]))
-            yield Row(int(task["m_thread"]), name, parts, int(task["m_startedAt"]))
-
-
-def job_rows():
+            yield readable(lambda: task_row(task), None)
     for shard in shards("JobShards"):
         for listed in (shard["live"], shard["beingAsked"]):
-            for job in all_readable(linked_items(listed)):
-                run = readable(lambda: run_of(job["m_future"]), None)
-                if run is not None:
-                    yield Row(int(run["m_thread"]), job_name(job), run_parts(run)[2:], int(run["startedAt"]))
+            for job_or_group in all_readable(linked_items(listed)):
+                yield readable(lambda: job_row(job_or_group), None)
 
 
 def idle_rows(busy):
@@ -563,7 +569,7 @@ def idle_rows(busy):
 
 
 def run_rows():
-    rows = sorted(all_readable(itertools.chain(task_rows(), job_rows())), key=lambda row: row.since)
+    rows = sorted((row for row in rows_of_runs() if row is not None), key=lambda row: row.since)
     return rows + all_readable(idle_rows({row.thread for row in rows}))
 
 
@@ -582,7 +588,6 @@ when, run, state."""
         super().__init__("zarvo runs", gdb.COMMAND_STATUS)
 
     def invoke(self, argument, from_tty):
-        shards("RunningTaskShards")  # says so if there is no debug data
         print(f"{'worker':>8} {'gdb':>4} {'since':<14} run")
         for row in run_rows():
             number = readable(lambda: gdb_number(row.thread), None)

@@ -10,6 +10,16 @@ set(consumer ${BUILD}/package_consumer)
 file(REMOVE_RECURSE ${INSTALL})
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${INSTALL} ${INSTALL_OPTIONS})
 
+# The debug data of its DLLs is found beside it.
+load_cache(${BUILD} READ_WITH_PREFIX built_ CMAKE_OBJCOPY CMAKE_OBJDUMP)
+if(built_CMAKE_OBJCOPY)
+    file(REMOVE_RECURSE ${INSTALL}-symbols)
+    run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${INSTALL}-symbols --component symbols)
+    run(${CMAKE_COMMAND} -D PACKAGE=${INSTALL} -D SYMBOLS=${INSTALL}-symbols -D OBJCOPY=${built_CMAKE_OBJCOPY}
+        -D OBJDUMP=${built_CMAKE_OBJDUMP} -P ${CMAKE_CURRENT_LIST_DIR}/symbols.cmake
+    )
+endif()
+
 # What a text of the package refers to is in the package.
 set(texts_dir ${INSTALL}/share/ZarvoConcurrency)
 file(GLOB_RECURSE texts ${texts_dir}/*.md)

@@ -140,7 +140,7 @@ package() {
     compile release
     version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$builds/release/CMakeCache.txt")
     name=ZarvoConcurrency-$version-mingw-w64-$DEV_FLAVOUR
-    rm -rf "build/package/$name" "build/package/$name.zip"
+    rm -rf "build/package/$name" "build/package/$name-symbols" "build/package/$name"{,-symbols}.zip
     step "install, then build and run a consumer" cmake -D BUILD="$PWD/$builds/release" \
         -D INSTALL="$PWD/build/package/$name" -D INSTALL_OPTIONS=--strip -D RUN_WITH=wine \
         -D CONSUMER_OPTIONS="-GNinja;--toolchain;$PWD/$toolchain;-DCMAKE_BUILD_TYPE=Release" \
@@ -149,6 +149,11 @@ package() {
         -D RUN_WITH=wine -P tests/package_consumer/newcomer.cmake
     cd build/package
     step "zip the package" cmake -E tar cf "$name.zip" --format=zip "$name"
+    # To be unpacked over the package, so that each file comes beside its DLL.
+    mkdir symbols
+    mv "$name-symbols" "symbols/$name"
+    (cd symbols && step "zip the debug data" cmake -E tar cf "../$name-symbols.zip" --format=zip "$name")
+    rm -r symbols
     sha256sum -- *.zip >SHA256SUMS
     cd ../..
     finish "package: build/package/$name.zip ($(du -h "build/package/$name.zip" | cut -f1))"

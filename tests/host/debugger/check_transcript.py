@@ -28,7 +28,7 @@ def commands_in(lines):
 
 
 def commands_of_page():
-    (block,) = re.findall(r"^```gdb\n(.*?)^```$", PAGE.read_text(), re.DOTALL | re.MULTILINE)
+    (block,) = re.findall(r"^```\n(\(gdb\) print .*?)^```$", PAGE.read_text(), re.DOTALL | re.MULTILINE)
     return [
         (command, [re.sub(rf"\b(?:{NUMBER})\b", "%", essence(line)) for line in expected])
         for command, expected in commands_in(block.splitlines())
