@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "concurrency/base/clock.h"
+#include "concurrency/base/tick_counter.h"
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/run_companion.h"
 #include "concurrency/cancellation/wait_note.h"
@@ -49,6 +50,10 @@ class Run : public CancellationObject {
     // Ticks of CoarseClock. The second one is 0 until the run is asked; written before the request reaches the run.
     const std::uint64_t startedAt = CoarseClock::Ticks();
     std::atomic<std::uint64_t> askedAt = 0;
+
+    // The same in ticks of TickCounter, for what is counted of the run (tasks/run_counts.h).
+    const std::uint64_t startTick = TickCounter::Now();
+    std::atomic<std::uint64_t> askedTick = 0;
 
   private:
     struct Deleter {

@@ -4,6 +4,7 @@
 #include <system_error>
 #include <utility>
 
+#include "concurrency/base/tick_counter.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/jobs/job_launch.h"
 #include "concurrency/jobs/this_run.h"
@@ -138,6 +139,7 @@ void GroupCore::Enroll(const std::shared_ptr<JobState>& job, Entries& entries) {
     auto& entry = static_cast<GroupEntry&>(job->GroupLink());
     entry.m_job = job.get();
     entry.m_index = m_added++;
+    entry.m_addedTick = TickCounter::Now();
     entry.m_isWaiting = &entries != &m_running;
     if (entry.m_isWaiting) {
         entry.m_keptJob = job;

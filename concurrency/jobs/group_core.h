@@ -240,6 +240,7 @@ class GroupEntry final : public JobGroupLink, public ListHook<GroupTag> {
     bool m_wantsSlot = false;  // it has given it back
     bool m_isWithdrawn = false;  // no caller has got the job: its end is not counted
     std::size_t m_index = 0;
+    std::uint64_t m_addedTick = 0;  // of TickCounter; constant once it is added
 
     bool m_hasHandle = false;  // of the ending thread until the end is published, then of the handle's
 

@@ -125,7 +125,9 @@ void GroupCore::RunItems() {
     while (const std::shared_ptr<JobState> job = TakeNext()) {
         StartRunner();
         try {
-            TaskAccess::MakeUnlisted(job->Name(), job)();
+            Task task = TaskAccess::MakeUnlisted(job->Name(), job);
+            TaskAccess::NoteQueued(task, static_cast<GroupEntry&>(job->GroupLink()).m_addedTick);
+            task();
         } catch (...) {
             (*job)();  // no memory for its records in the log: nothing if it has run
         }

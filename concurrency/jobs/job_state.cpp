@@ -14,6 +14,7 @@
 #include "concurrency/cancellation/run.h"
 #include "concurrency/jobs/run_snapshot.h"
 #include "concurrency/tasks/failure_handler.h"
+#include "concurrency/tasks/run_counts.h"
 #include "concurrency/tasks/task_wrapper.h"
 
 namespace Orvane::Internal {
@@ -115,6 +116,7 @@ void JobState::operator()() {
 ModuleLedger* JobState::Call() noexcept {
     try {
         if (!m_future.Start()) {
+            CountUnbegun(Name());
             return nullptr;  // asked between the claim and here
         }
         const CurrentFutureScope current(std::shared_ptr<FutureState>(shared_from_this(), &m_future));
@@ -201,6 +203,9 @@ void JobState::EndProcess(const char* reason) const noexcept {
 
 void JobState::End(bool hasRun) noexcept {
     DestroyCall();
+    if (!hasRun) {
+        CountUnbegun(Name());
+    }
     if (m_owner) {
         m_owner->Remove(*this);
     }

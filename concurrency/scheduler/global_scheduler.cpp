@@ -6,6 +6,7 @@
 
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/errors/exceptions.h"
+#include "concurrency/scheduler/schedule_counts.h"
 #include "concurrency/scheduler/scheduler.h"
 #include "concurrency/scheduler/scheduler_teardown.h"
 
@@ -51,6 +52,11 @@ void DestroyScheduler() noexcept {
 
 void GlobalScheduler::Insert(ScheduledTask task) {
     GetOrCreateQueue()->Push(std::move(task));
+}
+
+ScheduleLoad ReadSchedule() {
+    const auto queue = g_queue->load();
+    return queue ? queue->GetLoad() : ScheduleLoad();
 }
 
 GlobalScheduler& GlobalScheduler::operator=(const GlobalScheduler&) = default;

@@ -72,6 +72,11 @@ void ScheduledTaskQueue::PutBack(ScheduledTask task, const TimePoint& lastStart)
     Push(std::move(task));
 }
 
+ScheduleLoad ScheduledTaskQueue::GetLoad() {
+    const RankedLock lock(m_lock);
+    return {m_heap.size(), m_heap.empty() ? TimePoint() : m_heap.front().GetStartTime()};
+}
+
 bool ScheduledTaskQueue::WaitForNextStart() {
     RankedLock lock(m_lock);
     if (m_stop) {

@@ -10,6 +10,7 @@
 #include "concurrency/base/condition.h"
 #include "concurrency/base/mutex.h"
 #include "concurrency/base/ranked_mutex.h"
+#include "concurrency/scheduler/schedule_counts.h"
 #include "concurrency/scheduler/scheduled_task.h"
 
 namespace Orvane::Internal {
@@ -30,6 +31,8 @@ class ScheduledTaskQueue {
     // Puts a recurrent task back that PopExpired() has given out, with its next start. Once stopped, a task whose start
     // does not move on (negative intervals) is kept but not given out again.
     void PutBack(ScheduledTask task, const TimePoint& lastStart);
+
+    ScheduleLoad GetLoad();
 
     // Sleeps until the earliest start, an earlier insert or Stop(), or for no reason at all. Returns false once stopped.
     bool WaitForNextStart();

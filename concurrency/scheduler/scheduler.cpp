@@ -2,9 +2,11 @@
 
 #include <utility>
 
+#include "concurrency/base/clock.h"
 #include "concurrency/base/initialization_count.h"
 #include "concurrency/errors/exceptions.h"
 #include "concurrency/errors/misuse.h"
+#include "concurrency/scheduler/schedule_counts.h"
 #include "concurrency/scheduler/traced_schedule.h"
 #include "concurrency/tasks/noted_run.h"
 #include "concurrency/tasks/run_words.h"
@@ -50,6 +52,7 @@ void Scheduler::Run(TaskNote& note) {
             continue;
         }
         const TimePoint start = due.GetStartTime();
+        CountDue(start, WallClock::now());
         TraceDue(due);
         Dispatch(due.GetTask(), note);
         if (due.Reschedule()) {
@@ -72,6 +75,7 @@ void Scheduler::HandOver(const Task& task) {
     if (g_publishedInitializationCount <= 0) {
         ThrowNotInitialized();
     }
+    CountSkip();
     GlobalThreadPool::Queue(m_delayReport->MakeReportTask(task.GetName()));
 }
 

@@ -15,6 +15,7 @@
 #include "concurrency/cancellation/run.h"
 #include "concurrency/cancellation/time_limit_exceptions.h"
 #include "concurrency/cancellation/waiting_run.h"
+#include "concurrency/tasks/run_counts.h"
 
 namespace Orvane::Internal {
 
@@ -43,11 +44,19 @@ void Forget(const std::shared_ptr<CancellationObject>& run) {
     }
 }
 
+// Before the state becomes final: who waits for the run finds it counted.
+void Count(RunTitle* title, const std::shared_ptr<CancellationObject>& run, RunEnd end) noexcept {
+    if (const Run* const ended = Run::Of(run)) {
+        CountRun(title, *ended, end);
+    }
+}
+
 // Before the request reaches the run: who asks for the time finds one.
 void NoteRequest(CancellationObject& object) noexcept {
     auto& run = static_cast<Run&>(object);
     if (run.askedAt.load() == 0) {
         run.askedAt = CoarseClock::Ticks();
+        run.askedTick = TickCounter::Now();
     }
 }
 
@@ -121,6 +130,7 @@ void FutureState::SetException(const CloneableException& exception) {
             // On purpose: the run has failed all the same. HandleErrors() says what is known, that memory ran out.
         }
         run = m_cancellationObject.exchange(nullptr);
+        Count(m_runTitle, run, RunEnd::Failed);
         m_state = Error;
     }
     m_condition.notify_all();
@@ -135,6 +145,7 @@ void FutureState::Complete() {
             return;
         }
         run = m_cancellationObject.exchange(nullptr);
+        Count(m_runTitle, run, RunEnd::Done);
         m_state = Normal;
     }
     m_condition.notify_all();
@@ -149,6 +160,7 @@ void FutureState::ConfirmCancel() {
             return;
         }
         run = m_cancellationObject.exchange(nullptr);
+        Count(m_runTitle, run, RunEnd::Cancelled);
         m_state = Cancelled;
     }
     m_condition.notify_all();
@@ -311,13 +323,14 @@ std::shared_ptr<RunCompanion> FutureState::InstallCompanion(std::shared_ptr<RunC
     return static_cast<Run&>(*run).companion.compare_exchange_strong(installed, fresh) ? fresh : installed;
 }
 
-void FutureState::TakeBackRunName() {
+void FutureState::TakeBackRunTitle() {
     const RankedLock lock(m_mutex);
-    m_runName = nullptr;
+    m_runTitle = nullptr;
 }
 
 void FutureState::NameRun(LastWords& words) const noexcept {
-    words.AddTask(m_runName);
+    const RunTitle* const title = m_runTitle;
+    words.AddTask(title != nullptr ? title->name.data() : nullptr);
 }
 
 void FutureState::HandleErrors() {

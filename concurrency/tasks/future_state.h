@@ -16,6 +16,7 @@ namespace Orvane::Internal {
 class LastWords;
 class RunCompanion;
 struct FutureStatePeer;
+struct RunTitle;
 struct TimeLimitDetails;
 
 // The state machine through which every run of a task reports.
@@ -100,9 +101,10 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     std::shared_ptr<RunCompanion> GetCompanion() const;
     std::shared_ptr<RunCompanion> InstallCompanion(std::shared_ptr<RunCompanion> fresh);
 
-    // The name of the task whose run begins here, for the last words of the process. It must stay until it is taken back.
-    void GiveRunName(const wchar_t* name) noexcept { m_runName = name; }
-    void TakeBackRunName();
+    // The title of the run that begins here, for the last words of the process and for what is counted. It must stay until it
+    // is taken back.
+    void GiveRunTitle(RunTitle* title) noexcept { m_runTitle = title; }
+    void TakeBackRunTitle();
 
     // Adds the name of the run that is under way. On its own thread, or where its end cannot come.
     virtual void NameRun(LastWords& words) const noexcept;
@@ -163,7 +165,7 @@ class ORVANE_CONCURRENCY_API FutureState : public IFutureState {
     bool m_attachedToTask ORVANE_GUARDED_BY(m_mutex) = false;
 
     // Taken back under m_mutex. Read under it, or by the run itself.
-    std::atomic<const wchar_t*> m_runName = nullptr;
+    std::atomic<RunTitle*> m_runTitle = nullptr;
 };
 
 }  // namespace Orvane::Internal

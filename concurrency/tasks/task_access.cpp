@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "concurrency/base/tick_counter.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
 #include "concurrency/tasks/task_impl.h"
 
@@ -9,6 +10,16 @@ namespace Orvane::Internal {
 
 Task TaskAccess::MakeUnlisted(const wchar_t* name, std::shared_ptr<ITaskState> wrapper) {
     return Task(std::shared_ptr<TaskImpl>(new TaskImpl(name, std::move(wrapper), TaskImpl::Listed::No)));
+}
+
+void TaskAccess::NoteQueued(const Task& task) noexcept {
+    NoteQueued(task, TickCounter::Now());
+}
+
+void TaskAccess::NoteQueued(const Task& task, std::uint64_t tick) noexcept {
+    if (task.m_impl) {
+        task.m_impl->NoteQueued(tick);
+    }
 }
 
 void TaskAccess::Track(const Task& task) {

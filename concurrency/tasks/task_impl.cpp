@@ -37,7 +37,7 @@ std::shared_ptr<RunCompanion> CompanionOf(const std::shared_ptr<IFutureState>& f
 TaskImpl::TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper, Listed listed)
     : m_wrapper(wrapper ? std::move(wrapper) : EmptyTaskState()), m_listed(listed) {
     if (name != nullptr) {
-        std::copy_n(name, ::wcsnlen(name, kNameCapacity - 1), m_name.begin());
+        std::copy_n(name, ::wcsnlen(name, RunTitle::kCapacity - 1), m_title.name.begin());
     }
 }
 
@@ -72,12 +72,12 @@ class TaskImpl::RunScope {
     RunScope(TaskImpl& task, const std::shared_ptr<ITaskState>& run, std::shared_ptr<FutureState> future)
         : m_task(task), m_run(run), m_future(std::move(future)) {
         if (m_future) {
-            m_future->GiveRunName(task.m_name.data());
+            m_future->GiveRunTitle(&task.m_title);
         }
     }
     ~RunScope() {
         if (m_future) {
-            m_future->TakeBackRunName();
+            m_future->TakeBackRunTitle();
         }
         const RankedLock lock(m_task.m_mutex);
         m_task.m_latestRun.End(m_run);
@@ -100,19 +100,19 @@ void TaskImpl::Run() {
     const RunScope scope(*this, wrapper, std::move(future));
     std::optional<RunningTask> running;
     if (m_listed == Listed::Yes) {
-        running.emplace(m_name.data(), wrapper->GetFuture(), m_isTracked);
+        running.emplace(m_title.name.data(), wrapper->GetFuture(), m_isTracked);
     }
-    TracedRun traced(m_listed == Listed::Yes ? m_name.data() : nullptr);
-    ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
+    TracedRun traced(m_listed == Listed::Yes ? m_title.name.data() : nullptr);
+    ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_title.name.data());
     (*wrapper)();
-    ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_name.data());
+    ReportRun(L"Task [%s] stopped normally in thread [0x%x (%d)] of process [0x%x (%d)]", m_title.name.data());
     traced.EndAs(*wrapper);
 }
 
 // On the thread that asks.
 void TaskImpl::TraceRequest() const noexcept {
     if (m_listed == Listed::Yes && IsTracing()) {
-        Trace(TracePhase::Instant, "task", L"asked", {{.key = "run", .text = m_name.data()}});
+        Trace(TracePhase::Instant, "task", L"asked", {{.key = "run", .text = m_title.name.data()}});
     }
 }
 
@@ -146,7 +146,7 @@ void TaskImpl::Cancel() {
 
 const wchar_t* TaskImpl::GetName() const {
     const RankedLock lock(m_mutex);
-    return m_name.data();
+    return m_title.name.data();
 }
 
 std::shared_ptr<ITaskState> TaskImpl::GetWrapper() const {

@@ -1,15 +1,14 @@
 // What the handles of one task share.
 #pragma once
 
-#include <array>
 #include <atomic>
-#include <cstddef>
 #include <memory>
 #include <mutex>
 
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/tasks/itask_state.h"
 #include "concurrency/tasks/latest_run.h"
+#include "concurrency/tasks/run_counts.h"
 #include "concurrency/tasks/tracked_tasks.h"
 
 namespace Orvane::Internal {
@@ -18,8 +17,6 @@ class FutureState;
 
 class TaskImpl {
   public:
-    static constexpr std::size_t kNameCapacity = 30;  // characters, the terminator included
-
     enum class Listed : bool { No, Yes };
 
     TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper, Listed listed = Listed::Yes);
@@ -36,6 +33,9 @@ class TaskImpl {
     void Wait();
     void EndRun();
 
+    // It is about to be queued.
+    void NoteQueued(std::uint64_t tick) noexcept { m_title.queuedAt.store(tick, std::memory_order_relaxed); }
+
     // `self` is the task's own pointer. Once for all.
     void Track(const std::weak_ptr<TaskImpl>& self);
 
@@ -49,7 +49,7 @@ class TaskImpl {
     std::shared_ptr<ITaskState> EmptyUnlessRunning(const std::shared_ptr<ITaskState>& awaited);
 
     mutable RankedMutex<std::recursive_mutex, LockRank::Task> m_mutex;  // taken before the future's mutex
-    std::array<wchar_t, kNameCapacity> m_name{};  // constant after construction
+    RunTitle m_title;
     std::shared_ptr<ITaskState> m_wrapper ORVANE_GUARDED_BY(m_mutex);  // never empty
     const Listed m_listed;
     std::atomic<bool> m_isTracked = false;

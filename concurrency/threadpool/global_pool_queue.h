@@ -5,7 +5,10 @@
 //     until the library is initialised again.
 #pragma once
 
+#include <optional>
+
 #include "concurrency/tasks/task.h"
+#include "concurrency/threadpool/work_queue.h"
 
 namespace Orvane::Internal {
 
@@ -16,6 +19,9 @@ void QueueOrFail(const Task& task);
 
 // Queues the task if that needs no growth. Returns false, and has done nothing, if it does. Never waits.
 bool TryQueue(const Task& task);
+
+// Of the pool, if there is one: makes none.
+std::optional<WorkQueue::Load> ReadPool();
 
 // GlobalThreadPool::LaunchInNewThread().
 void LaunchForJob(const Task& task);

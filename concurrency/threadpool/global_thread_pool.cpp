@@ -86,6 +86,11 @@ bool TryQueue(const Task& task) {
     return GetOrCreate(AfterTheEnd::Throw)->TryQueue(task);
 }
 
+std::optional<WorkQueue::Load> ReadPool() {
+    const auto core = g_core->load();
+    return core ? std::optional(core->GetLoad()) : std::nullopt;
+}
+
 void LaunchForJob(const Task& task) {
     GetOrCreate(AfterTheEnd::Throw)->LaunchInNewThread(task);
 }

@@ -168,11 +168,15 @@ void PoolGrowth::SpawnThreads(std::uint64_t count) {
     try {
         const RankedLock lock(m_mutex);
         m_startWorkers(count);
+        if (m_state == State::UnderWay) {  // else they are a pool's first
+            ++s_growths;
+        }
         m_state = State::Idle;
     } catch (...) {
         {
             const RankedLock lock(m_mutex);
             if (m_state == State::UnderWay) {
+                ++s_failedGrowths;
                 m_state = State::Failed;  // on purpose not taken back: see the table
             }
         }

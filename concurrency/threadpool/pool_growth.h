@@ -74,6 +74,10 @@ class PoolGrowth {
     // Whether no caller waits for a growth that has failed. For the whole process, for pools that are yet to be created, too.
     static void SetFailureIsFinal(bool isFinal) noexcept { s_failureIsFinal = isFinal; }
 
+    // Of all pools since the start of the process: batches that were added because a pool was full, and those that failed.
+    static std::uint64_t Growths() noexcept { return s_growths; }
+    static std::uint64_t FailedGrowths() noexcept { return s_failedGrowths; }
+
   private:
     friend struct PoolGrowthPeer;
 
@@ -87,6 +91,8 @@ class PoolGrowth {
     WorkQueue::Entries Begin() ORVANE_REQUIRES(m_mutex);
 
     static inline constinit std::atomic<bool> s_failureIsFinal = false;
+    static inline constinit std::atomic<std::uint64_t> s_growths = 0;
+    static inline constinit std::atomic<std::uint64_t> s_failedGrowths = 0;
 
     WorkQueue& m_queue;
     const bool m_growable;

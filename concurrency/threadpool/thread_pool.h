@@ -51,6 +51,8 @@ class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
     // Whether the task is queued or running on a worker.
     bool IsPresent(const Task& task) const;
 
+    WorkQueue::Load GetLoad() const { return m_queue.GetLoad(); }
+
     // For clients that forcibly ended a worker: shutdown does not wait for it.
     void IncreaseKilledThreadCount();
 

@@ -1,10 +1,12 @@
 #include "concurrency/threadpool/work_queue.h"
 
 #include <algorithm>
+#include <iterator>
 #include <thread>
 
 #include "concurrency/base/wait.h"
 #include "concurrency/tasks/noted_run.h"
+#include "concurrency/tasks/task_access.h"
 #include "concurrency/tasks/traced_run.h"
 
 namespace Orvane::Internal {
@@ -21,6 +23,10 @@ constexpr int kLooksForTask = 40;
 constexpr int kLooksForRoom = 200;
 
 }  // namespace
+
+WorkQueue::Entry::Entry(const Task& queued) : task(queued), queueTime(queued) {
+    TaskAccess::NoteQueued(task);
+}
 
 void WorkQueue::Append(Entries& entry) {
     bool wake = false;
@@ -65,6 +71,7 @@ void WorkQueue::PrependUnlessStopping(Entries& entry) {
 // Returns whether an idle worker is to be woken. Each worker that looks for a task stands for one task, once: if it is
 // suspended just then, that task may be late, but no later one.
 bool WorkQueue::Put(Entries::iterator before, Entries& entry) {
+    entry.front().queuedAt = CoarseClock::Ticks();
     m_queue.splice(before, entry);
     PublishCounts();
     if (m_claimed < m_looking) {
@@ -86,7 +93,17 @@ bool WorkQueue::IsFull(std::uint64_t spare) const {
 
 WorkQueue::Load WorkQueue::GetLoad() const {
     const RankedLock lock(m_mutex);
-    return {m_queue.size(), m_running.size(), m_threadCount};
+    return {m_queue.size(), m_running.size(), m_threadCount, OldestAt()};
+}
+
+// Those that were appended stand in the order in which they came. One may stand before them, that came later: a growth.
+std::uint64_t WorkQueue::OldestAt() const {
+    if (m_queue.empty()) {
+        return 0;
+    }
+    const auto first = m_queue.begin();
+    const auto second = std::next(first);
+    return second == m_queue.end() ? first->queuedAt : std::min(first->queuedAt, second->queuedAt);
 }
 
 void WorkQueue::WaitForRoom(std::uint64_t spare, MonotonicClock::duration timeout) {

@@ -33,13 +33,14 @@ struct WorkerBatch {
 class WorkQueue {
   public:
     struct Entry {
-        explicit Entry(const Task& queued) : task(queued), queueTime(queued) {}
+        explicit Entry(const Task& queued);
         ~Entry() { queueTime.Dropped(task); }
         Entry(const Entry&) = delete;
         Entry& operator=(const Entry&) = delete;
 
         Task task;
         TracedQueueTime queueTime;
+        std::uint64_t queuedAt = 0;  // a tick of CoarseClock; written under the lock
         bool isAsked = false;  // CancelAll() has come to it
     };
 
@@ -50,6 +51,7 @@ class WorkQueue {
         std::uint64_t queued = 0;
         std::uint64_t running = 0;
         std::uint64_t workers = 0;
+        std::uint64_t oldestAt = 0;  // of those that are queued; a tick of CoarseClock, 0 if there are none
     };
 
     WorkQueue() = default;
@@ -99,6 +101,7 @@ class WorkQueue {
 
     bool IsFull(std::uint64_t spare) const ORVANE_REQUIRES(m_mutex);
     bool Put(Entries::iterator before, Entries& entry) ORVANE_REQUIRES(m_mutex);
+    std::uint64_t OldestAt() const ORVANE_REQUIRES(m_mutex);
     void PublishCounts() ORVANE_REQUIRES(m_mutex);
     bool WaitForTask(RankedLock<PoolMutex>& lock, bool& wasIdle) ORVANE_REQUIRES(m_mutex);
     void LookForTask(RankedLock<PoolMutex>& lock) ORVANE_REQUIRES(m_mutex);

@@ -17,7 +17,7 @@ endforeach()
 
 # All rooms but com/, which is the module as the platform's loader sees it.
 set(library_sources "")
-foreach(room IN ITEMS base errors lifetime cancellation tasks threadpool scheduler sync jobs)
+foreach(room IN ITEMS base errors lifetime cancellation tasks threadpool scheduler sync jobs figures)
     file(GLOB sources CONFIGURE_DEPENDS ${root}/concurrency/${room}/*.cpp)
     list(APPEND library_sources ${sources})
 endforeach()

@@ -156,7 +156,7 @@ elseif(SANITIZER STREQUAL "address")
     expect_report(overflowing_start "runtime error: signed integer overflow")
 endif()
 
-foreach(room IN ITEMS platform base errors lifetime cancellation tasks threadpool scheduler sync jobs faults journeys stress)
+foreach(room IN ITEMS platform base errors lifetime cancellation tasks threadpool scheduler sync jobs figures faults journeys stress)
     test_room(${room})
 endforeach()
 target_compile_definitions(journeys_tests PRIVATE ZARVO_DOCS="${root}/docs")
