@@ -274,7 +274,7 @@ def future_of(state):
 
 
 def task_name(task):
-    return characters(task["m_name"]["_M_elems"][0].address, 30)
+    return characters(task["m_title"]["name"]["_M_elems"][0].address, 30)
 
 
 def task_parts(task):

@@ -24,6 +24,7 @@
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/cancellation/future_notification_adapter.h"
 #include "concurrency/errors/exceptions.h"
+#include "concurrency/figures/figures.h"
 #include "concurrency/jobs/job.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/jobs/parallel.h"
