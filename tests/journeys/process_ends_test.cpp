@@ -45,6 +45,11 @@ ChildResult Play(const std::string& scene, const std::map<std::string, std::stri
     return RunChild(ProgramOf(scene), {scene}, environment);
 }
 
+// A worker's last words, and what is in their way.
+ChildResult PlayInTheWay(const std::string& scene) {
+    return RunChild("last_words_test_child", {scene});
+}
+
 // The lines of the library's last words; the C++ runtime may say something of its own.
 std::vector<std::string> LastWordsIn(const std::string& text) {
     std::vector<std::string> lines;
@@ -172,34 +177,35 @@ TEST(LastWords, FollowTheRecordsOnStandardError) {
 }
 
 TEST(LastWords, NeedNoMemory) {
-    EXPECT_EQ(OnlyLine(Play("without-memory")), kWorker);
+    EXPECT_EQ(OnlyLine(PlayInTheWay("without-memory")), kWorker);
 }
 
 TEST(LastWords, NameBadAlloc) {
-    EXPECT_EQ(OnlyLine(Play("bad-alloc")), kBegin +
-                                               "an exception has left a worker of the pool; task [Import]; thread [N]; "
-                                               "std::bad_alloc: std::bad_alloc");
+    EXPECT_EQ(OnlyLine(PlayInTheWay("bad-alloc")),
+              kBegin +
+                  "an exception has left a worker of the pool; task [Import]; thread [N]; "
+                  "std::bad_alloc: std::bad_alloc");
 }
 
 TEST(LastWords, WaitForNoThreadThatHoldsTheStream) {
-    const ChildResult child = Play("stream-held");
+    const ChildResult child = PlayInTheWay("stream-held");
 
     EXPECT_EQ(child.exitCode, kTerminated);
     EXPECT_EQ(OnlyLine(child), kWorker);
 }
 
 TEST(LastWords, AreLostWithoutStandardErrorAndTheProcessEnds) {
-    const ChildResult child = Play("closed");
+    const ChildResult child = PlayInTheWay("closed");
 
     EXPECT_EQ(child.exitCode, kTerminated);
     EXPECT_EQ(child.standardOutput, "terminate handler");
     for (const char* const handle : {"null", "invalid"}) {
-        EXPECT_EQ(Play(handle).exitCode, kTerminated) << handle;
+        EXPECT_EQ(PlayInTheWay(handle).exitCode, kTerminated) << handle;
     }
 }
 
 TEST(LastWords, GoToTheDebuggerToo) {
-    const ChildResult child = Play("debugger");
+    const ChildResult child = PlayInTheWay("debugger");
 
     const auto shown = LastWordsIn(child.standardOutput);
     EXPECT_EQ(shown, LastWordsIn(child.standardError));
@@ -207,7 +213,7 @@ TEST(LastWords, GoToTheDebuggerToo) {
 }
 
 TEST(LastWords, LeaveTheProgramItsHandlerWithTheException) {
-    const ChildResult child = Play("handler");
+    const ChildResult child = PlayInTheWay("handler");
 
     EXPECT_EQ(child.exitCode, 7U);
     EXPECT_EQ(child.standardOutput, "no such file");
@@ -215,7 +221,7 @@ TEST(LastWords, LeaveTheProgramItsHandlerWithTheException) {
 }
 
 TEST(LastWords, FollowTheUnwindingOfTheThread) {
-    const ChildResult child = Play("unwound");
+    const ChildResult child = PlayInTheWay("unwound");
 
     EXPECT_EQ(child.exitCode, kTerminated);
     EXPECT_EQ(child.standardOutput, "unwound, left the apartment, terminate handler");
@@ -223,7 +229,7 @@ TEST(LastWords, FollowTheUnwindingOfTheThread) {
 }
 
 TEST(LastWords, AreOneLineInUtf8) {
-    EXPECT_EQ(OnlyLine(Play("characters")),
+    EXPECT_EQ(OnlyLine(PlayInTheWay("characters")),
               kBegin +
                   "an exception has left a worker of the pool; task [Gr\xC3\xB6\xC3\x9F"
                   "e \xE2\x82\xAC \xF0\x9F\x98\x80 \xEF\xBF\xBD]\\n\\t\\x1b]; thread [N]; std::runtime_error: "
@@ -238,7 +244,7 @@ TEST(LastWords, HaveTheWideMessageOfTheFrameworksExceptions) {
 // One of the two texts would be cut inside a character.
 TEST(LastWords, AreCutBetweenCharacters) {
     for (const char* const scene : {"long", "long-by-one"}) {
-        const std::string line = OnlyLine(Play(scene));
+        const std::string line = OnlyLine(PlayInTheWay(scene));
         EXPECT_THAT(line, StartsWith(kBegin + "an exception has left a worker of the pool; task [Import]; thread [N]; "
                                               "std::runtime_error: "));
         EXPECT_THAT(line, EndsWith("\xC3\xA9..."));
@@ -248,7 +254,7 @@ TEST(LastWords, AreCutBetweenCharacters) {
 }
 
 TEST(LastWords, HaveAllTheirPartsBehindALongName) {
-    const std::string line = OnlyLine(Play("long-name"));
+    const std::string line = OnlyLine(PlayInTheWay("long-name"));
 
     EXPECT_THAT(line, HasSubstr("\xE2\x82\xAC...]; thread [N]; std::runtime_error: Trying to call destructor"));
     EXPECT_LE(line.size(), 2'000U);

@@ -1,12 +1,8 @@
-// One end of the process, named on the command line: docs/process-ends.md lists them. And what may be in the way of its last words.
+// One end of the process, named on the command line: docs/process-ends.md lists them.
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -24,18 +20,12 @@
 #include "concurrency/scheduler/tracker_impl.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
+#include "tests/journeys/scenes.h"
 #include "tests/scheduler/moments.h"
 #include "tests/support/allocations.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
 #include "tests/threadpool/thread_starts.h"
-
-// How a program learns of a lock that no other thread gives back.
-#ifdef _WIN32
-#define LOCK_STREAM(stream) _lock_file(stream)
-#else
-#define LOCK_STREAM(stream) flockfile(stream)
-#endif
 
 namespace Shop {
 
@@ -78,17 +68,6 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
-// Longer than every limit of a test: the process must have ended by then.
-void StayForEver() {
-    static Gate never;
-    never.Wait();
-}
-
-void Queue(const std::wstring& name, const std::function<void()>& callable) {
-    GlobalThreadPool::Queue(MakeTask(name.c_str(), callable));
-    StayForEver();
-}
-
 // Runs it when the thread has its description.
 void Launch(const std::function<void()>& callable) {
     Gate described;
@@ -104,18 +83,9 @@ void Insert(const Task& task, const Duration& interval = kOnce) {
     GlobalScheduler::Insert(ScheduledTask(task, k1970, interval));
 }
 
-[[noreturn]] void Fail() {
-    throw std::runtime_error("no such file");
-}
-
-void Worker() {
-    const ConcurrencyLifetime lifetime;
-    Queue(L"Import", &Fail);
-}
-
 void UnknownType() {
     const ConcurrencyLifetime lifetime;
-    Queue(L"Import", [] { throw Shop::Halt(); });
+    PlayOnWorker(L"Import", [] { throw Shop::Halt(); });
 }
 
 void Dedicated() {
@@ -138,7 +108,7 @@ void SchedulerWithoutPool() {
 
 void PoolOnAWorker() {
     ConcurrencyInitialize();
-    Queue(L"Import", [] { ConcurrencyUninitialize(); });
+    PlayOnWorker(L"Import", [] { ConcurrencyUninitialize(); });
 }
 
 void PoolOnADedicatedThread() {
@@ -238,125 +208,8 @@ void ResultOfAJob() {
     StayForEver();
 }
 
-// What may be in the way.
-
-void WithoutMemory() {
-    const ConcurrencyLifetime lifetime;
-    Queue(L"Import", [] {
-        const std::runtime_error error("no such file");  // its text takes memory
-        static std::optional<NoMemory> none;
-        none.emplace();
-        throw error;
-    });
-}
-
-void WithBadAlloc() {
-    const ConcurrencyLifetime lifetime;
-    Queue(L"Import", [] {
-        static std::optional<NoMemory> none;
-        none.emplace();
-        int* volatile number = new int;
-        delete number;
-    });
-}
-
-void WhileAnotherThreadHoldsTheStream() {
-    std::set_terminate([] { std::_Exit(3); });
-    const ConcurrencyLifetime lifetime;
-    LOCK_STREAM(stderr);
-    Worker();
-}
-
-void WithoutStandardError() {
-    std::set_terminate([] {
-        std::fputs("terminate handler", stdout);
-        std::fflush(stdout);
-        std::_Exit(3);
-    });
-    std::fclose(stderr);
-    Worker();
-}
-
-void WithNoneToBeHad(HANDLE none) {
-    static HANDLE s_none;
-    s_none = none;
-    const ImportPatch patch(LibraryUnderTest(), "GetStdHandle", +[](DWORD) -> HANDLE { return s_none; });
-    const ImportPatch write(
-        LibraryUnderTest(), "WriteFile", +[](HANDLE, LPCVOID, DWORD, LPDWORD, LPVOID) -> BOOL { std::_Exit(1); });
-    Worker();
-}
-
-void ForTheDebugger() {
-    const ImportPatch patch(
-        LibraryUnderTest(), "OutputDebugStringA", +[](LPCSTR text) {
-            std::fwrite(text, 1, std::strlen(text) - 1, stdout);  // a line feed would become two characters
-            std::fflush(stdout);
-        });
-    Worker();
-}
-
-void HandlerSeesTheException() {
-    std::set_terminate([] {
-        try {
-            std::rethrow_exception(std::current_exception());
-        } catch (const std::exception& error) {
-            std::fputs(error.what(), stdout);
-            std::fflush(stdout);
-        }
-        std::_Exit(7);
-    });
-    Worker();
-}
-
-void Say(const char* text) {
-    std::fputs(text, stdout);
-    std::fflush(stdout);
-}
-
-struct SayUnwound {
-    ~SayUnwound() { Say("unwound, "); }
-};
-
-void AfterUnwinding() {
-    std::set_terminate([] {
-        Say("terminate handler");
-        std::_Exit(3);
-    });
-    const ImportPatch patch(LibraryUnderTest(), "CoUninitialize", +[] { Say("left the apartment, "); });
-    const ConcurrencyLifetime lifetime;
-    Queue(L"Import", [] {
-        const SayUnwound unwound;
-        Fail();
-    });
-}
-
-void WithOtherCharacters() {
-    const ConcurrencyLifetime lifetime;
-    Queue(L"Gr\u00f6\u00dfe \u20ac \xD83D\xDE00 \xD800]\n\t\x1b",
-          [] { throw std::runtime_error("caf\xC3\xA9 caf\xE9\r\n\x1b[2J \xC2\x9B \xF0\x9F\x98\x80"); });
-}
-
-void WithALongText(std::string text) {
-    const ConcurrencyLifetime lifetime;
-    for (int i = 0; i < 5'000; ++i) {
-        text += "\xC3\xA9";
-    }
-    Queue(L"Import", [&] { throw std::runtime_error(text); });
-}
-
-void WithALongName() {
-    ConcurrencyInitialize();
-    Post(std::wstring(1'000, L'\u20ac').c_str(), [] { ConcurrencyUninitialize(); });
-    StayForEver();
-}
-
-struct Scene {
-    const char* name;
-    void (*play)();
-};
-
 constexpr Scene kScenes[] = {
-    {"worker", &Worker},
+    {"worker", &PlayWorker},
     {"unknown-type", &UnknownType},
     {"dedicated", &Dedicated},
     {"overrun", &Overrun},
@@ -374,29 +227,10 @@ constexpr Scene kScenes[] = {
     {"virtual-thread", &VirtualTimeWithoutASecondThread},
     {"job-callable", &CallableOfAJob},
     {"job-result", &ResultOfAJob},
-    {"without-memory", &WithoutMemory},
-    {"bad-alloc", &WithBadAlloc},
-    {"stream-held", &WhileAnotherThreadHoldsTheStream},
-    {"closed", &WithoutStandardError},
-    {"null", [] { WithNoneToBeHad(nullptr); }},
-    {"invalid", [] { WithNoneToBeHad(INVALID_HANDLE_VALUE); }},
-    {"debugger", &ForTheDebugger},
-    {"handler", &HandlerSeesTheException},
-    {"unwound", &AfterUnwinding},
-    {"characters", &WithOtherCharacters},
-    {"long", [] { WithALongText(""); }},
-    {"long-by-one", [] { WithALongText("a"); }},
-    {"long-name", &WithALongName},
 };
 
 }  // namespace
 
 int main(int count, char** arguments) {
-    for (const Scene& scene : kScenes) {
-        if (count == 2 && std::strcmp(arguments[1], scene.name) == 0) {
-            scene.play();
-            return EXIT_FAILURE;
-        }
-    }
-    return EXIT_FAILURE;
+    return Zarvo::Test::PlayScene(kScenes, count, arguments);
 }
