@@ -9,6 +9,7 @@
 #include "concurrency/jobs/job_group.h"
 #include "tests/jobs/full_pool.h"
 #include "tests/jobs/job_fixture.h"
+#include "tests/jobs/leaves_nothing.h"
 #include "tests/jobs/own_event.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
@@ -182,7 +183,7 @@ TEST_F(JobHandleWatch, LeavesTheSignalThatComesAfterTheJob) {
 
 TEST_F(JobHandleWatch, LeavesNothingWhenTheJobHasEnded) {
     const OwnEvent event;
-    const auto once = [&event] {
+    ExpectItLeavesNothing([&event] {
         const auto mayEnd = std::make_shared<Gate>();
         auto job = RunHeld(mayEnd);
         job.CancelWhen(event.Get());
@@ -191,17 +192,7 @@ TEST_F(JobHandleWatch, LeavesNothingWhenTheJobHasEnded) {
         job.Get();
         JobGroup group(L"group");
         group.CancelWhen(event.Get());
-    };
-    once();
-    Resources growth;
-    const ResourceProbe probe;
-    for (int i = 0; i < 100; ++i) {
-        once();
-    }
-    EXPECT_TRUE(Eventually([&] {
-        growth = probe.Growth();
-        return growth.blocks < 50 && growth.handles < 50;
-    })) << growth;
+    });
 }
 
 TEST(JobHandleWatches, EndWithTheLastUninitialisation) {

@@ -15,11 +15,11 @@
 #include "concurrency/jobs/within.h"
 #include "tests/jobs/full_pool.h"
 #include "tests/jobs/job_fixture.h"
+#include "tests/jobs/leaves_nothing.h"
 #include "tests/jobs/on_request.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/plain_thread.h"
-#include "tests/support/resource_probe.h"
 #include "tests/support/stopwatch.h"
 #include "tests/threadpool/at_end.h"
 #include "tests/threadpool/thread_starts.h"
@@ -306,22 +306,12 @@ TEST_F(JobLimit, MayBeSetByOtherThreads) {
 }
 
 TEST_F(JobLimit, LeavesNothingWhenTheJobHasEnded) {
-    const auto once = [] {
+    ExpectItLeavesNothing([] {
         auto job = Run(L"job", [] {});
         job.CancelAfter(1h);
         job.CancelAfter(30min);
         job.Get();
-    };
-    once();
-    Resources growth;
-    const ResourceProbe probe;
-    for (int i = 0; i < 100; ++i) {
-        once();
-    }
-    EXPECT_TRUE(Eventually([&] {
-        growth = probe.Growth();
-        return growth.blocks < 50 && growth.handles < 50;
-    })) << growth;
+    });
 }
 
 TEST_F(JobLimit, WhoseThreadCannotBeStartedIsAnErrorAndIsNotSet) {

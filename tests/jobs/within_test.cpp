@@ -24,11 +24,11 @@
 #include "concurrency/tasks/make_task.h"
 #include "tests/faults/every_allocation.h"
 #include "tests/jobs/job_fixture.h"
+#include "tests/jobs/leaves_nothing.h"
 #include "tests/support/child_process.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/plain_thread.h"
-#include "tests/support/resource_probe.h"
 #include "tests/threadpool/thread_starts.h"
 
 namespace {
@@ -358,24 +358,14 @@ TEST_F(WithinTest, WithoutMemoryCutsAllTheSame) {
 }
 
 TEST_F(WithinTest, LeavesNothing) {
-    const auto once = [] {
+    ExpectItLeavesNothing([] {
         Run(L"job", [] {
             const Within limit(1h);
             const Within inner(L"Limit", 1h);
             Orvane::Run(L"child", [] {}).Get();
         }).Get();
         const Within limit(1h);
-    };
-    once();
-    Resources growth;
-    const ResourceProbe probe;
-    for (int i = 0; i < 100; ++i) {
-        once();
-    }
-    EXPECT_TRUE(Eventually([&] {
-        growth = probe.Growth();
-        return growth.blocks < 50 && growth.handles < 50;
-    })) << growth;
+    });
 }
 
 // The other scenes of this program are in docs/process-ends.md.
