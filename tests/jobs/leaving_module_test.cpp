@@ -3,16 +3,20 @@
 
 #include <atomic>
 #include <exception>
+#include <optional>
+#include <stop_token>
 #include <string>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/jobs/job_group.h"
+#include "concurrency/jobs/this_job.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "tests/jobs/held_unpin.h"
 #include "tests/jobs/leaving_module.h"
 #include "tests/jobs/own_event.h"
 #include "tests/support/child_process.h"
 #include "tests/support/eventually.h"
+#include "tests/support/gate.h"
 #include "tests/support/thread.h"
 
 namespace {
@@ -80,6 +84,42 @@ TEST(ModuleOfADetachedJob, IsLeftByTheWorkerBeforeAGroupOfTheModuleHasLeft) {
     leaves.join();
     module.Free();
     EXPECT_FALSE(LeavingModule::IsLoaded());
+}
+
+// Of the program, as the module's job calls it: a callback that holds the thread of the limit.
+struct HeldCallback {
+    Gate begun;
+    Gate mayEnd;
+    Gate isAsked;
+    Gate mayReturn;
+    std::optional<std::stop_callback<void (*)()>> callback;
+};
+HeldCallback* g_heldCallback = nullptr;
+
+void InstallHeldCallback() {
+    g_heldCallback->callback.emplace(
+        StopTokenOfThisJob(), +[] {
+            g_heldCallback->isAsked.Open();
+            g_heldCallback->mayReturn.Wait();
+        });
+    g_heldCallback->begun.Open();
+    g_heldCallback->mayEnd.Wait();
+}
+
+TEST(ModuleOfAJobWithAHandle, IsUnloadedWhenTheJobAndTheHandleAreGoneThoughAThreadHasTheJobStill) {
+    HeldCallback held;
+    g_heldCallback = &held;
+    const ConcurrencyLifetime lifetime;
+    const LeavingModule module;
+    ASSERT_TRUE(module.Call("StartAlone", &InstallHeldCallback));
+    held.begun.Wait();
+    ASSERT_TRUE(module.Call("LimitAlone"));
+    held.isAsked.Wait();
+    held.mayEnd.Open();
+    ASSERT_TRUE(module.Call("DropAlone"));
+    module.Free();
+    EXPECT_TRUE(Eventually([] { return !LeavingModule::IsLoaded(); }));
+    held.mayReturn.Open();
 }
 
 TEST(ModuleOfAGroup, IsUnloadedAtOnceWhenTheGroupHasLeft) {

@@ -35,6 +35,7 @@ struct Result {
 };
 
 std::unique_ptr<Orvane::JobGroup> g_group;
+Orvane::Job<void> g_alone;
 
 void WaitFor(HANDLE event) {
     Orvane::CancellableWaitForSingleObject(event, INFINITE);
@@ -90,6 +91,23 @@ extern "C" {
 
 __declspec(dllexport) int StartDetached(HANDLE mayEnd) {
     Orvane::Run(L"detached", WaitFor, mayEnd).Detach();
+    return 1;
+}
+
+// With a handle, which DropAlone() drops.
+__declspec(dllexport) int StartAlone(void (*call)()) {
+    g_alone = Orvane::Run(L"alone", [call] { call(); });
+    return 1;
+}
+
+__declspec(dllexport) int LimitAlone() {
+    g_alone.CancelAfter(1ms);
+    return 1;
+}
+
+__declspec(dllexport) int DropAlone() {
+    g_alone.Wait();
+    g_alone = {};
     return 1;
 }
 
