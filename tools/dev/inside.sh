@@ -159,6 +159,11 @@ package() {
     finish "package: build/package/$name.zip ($(du -h "build/package/$name.zip" | cut -f1))"
 }
 
+hanging_program() {
+    configure_debug
+    compile debug hanging_with_dlls
+}
+
 build_example() {
     configure release
     compile release "$1"

@@ -36,3 +36,14 @@ sanitize() {
     ensure_sanitize_root
     in_toolchain "$sanitize_root" bash tools/dev/sanitize.sh "$@" || exit
 }
+
+# debugger [CTEST OPTIONS]: natively, then on the target.
+debugger() {
+    claim debugger
+    ensure_sanitize_root
+    ensure_debugger_root
+    in_toolchain "$sanitize_root" bash tools/dev/debugger.sh native "$@" || exit
+    inside_only hanging_program
+    release build
+    in_toolchain "$debugger_root" bash tools/dev/debugger.sh target || exit
+}

@@ -12,6 +12,7 @@ sources_build=benchmark # only as sources: it is built for Windows, like googlet
 packages_lint=clang-format-19,clang-tidy-19,python3-minimal
 packages_coverage=gcovr
 packages_docs=doxygen,python3
+packages_debugger=gdb-mingw-w64,binutils-mingw-w64-x86-64
 packages_charts=python3-matplotlib
 packages_sanitize=clang-19,libclang-rt-19-dev,llvm-19,libstdc++-14-dev,cmake,ninja-build,ccache,googletest,gdb
 
@@ -35,7 +36,7 @@ ensure_lint_root() {
     lint_root=$made_root
 }
 
-# Sets sanitize_root: a native compiler with the sanitizers' runtimes, which do not exist for Windows here, and a debugger.
+# Sets sanitize_root: a native compiler with the sanitizers' runtimes, which do not exist for Windows here, and gdb.
 ensure_sanitize_root() {
     ensure_root sanitize "$packages_common,$packages_sanitize"
     sanitize_root=$made_root
@@ -45,6 +46,12 @@ ensure_sanitize_root() {
 ensure_coverage_root() {
     ensure_root coverage "$packages_common,$packages_build,$packages_run,$packages_coverage"
     coverage_root=$made_root
+}
+
+# Sets debugger_root: Wine, beside a debugger that reads the target's files.
+ensure_debugger_root() {
+    ensure_root debugger "$packages_common,$packages_run,$packages_debugger"
+    debugger_root=$made_root
 }
 
 # Sets docs_root.
@@ -99,7 +106,7 @@ make_root() {
     bash "$project/tools/dev/finish_root.sh" "$new" || fail "finish the $1 root" $?
     mv "$new" "$made_root"
     case $1 in
-        toolchain | flavours | coverage) prepare_wine "$made_root" || fail "prepare Wine" $? ;;
+        toolchain | flavours | coverage | debugger) prepare_wine "$made_root" || fail "prepare Wine" $? ;;
     esac
     rm -f "$new.log"
     touch "$made_root/.complete"

@@ -1,5 +1,5 @@
 """Checks zarvo.natvis: it is well-formed, each type exists, and each member that it names is one of that type, or of what that leads
-to. Run by gdb, which knows the types: see ../cmake/debugger.cmake.
+to. Run by gdb, which knows the types: see tests/host/cmake/debugger.cmake.
 
 Of MSVC's standard library, whose types are not here, no name is checked: they begin with an underscore.
 """
@@ -10,7 +10,7 @@ import xml.etree.ElementTree
 
 import gdb
 
-NATVIS = pathlib.Path(__file__).parent / "../../../debugger/zarvo.natvis"
+NATVIS = pathlib.Path(__file__).parent / "../../debugger/zarvo.natvis"
 NAMESPACE = "{http://schemas.microsoft.com/vstudio/debugger/natvis/2010}"
 
 # A type that a template stands for.

@@ -1,18 +1,19 @@
-"""Runs the commands of transcript.txt in gdb, and compares what gdb says with what stands there.
+"""Runs the commands of a transcript in gdb, and compares what gdb says with what stands there.
 
-Run by gdb, see ../cmake/debugger.cmake. In the expected lines %name stands for a number, the same one wherever the name stands, and
-% for any number. Numbers of gdb's own history and spaces are not compared. Then the transcript in the users' page, where each number
-stands for any. What gdb said is left in transcript.txt of the build folder.
+Run by gdb, which the environment tells: ZARVO_TRANSCRIPT is the file, ZARVO_REACH the commands, with | between, that lead to
+the state, ZARVO_PAGE a page whose transcript is compared, too.
+
+In the expected lines %name stands for a number, the same one wherever the name stands, and % for any number. Numbers of gdb's own
+history and spaces are not compared. In a page each number stands for any. What gdb said is left in transcript.txt.
 """
 
+import os
 import pathlib
 import re
 
 import gdb
 
-HERE = pathlib.Path(__file__).parent
-PAGE = HERE / "../../../docs/debugging.md"
-PRINTERS = HERE / "../../../debugger/zarvo_gdb.py"
+PRINTERS = pathlib.Path(__file__).parent / "../../debugger/zarvo_gdb.py"
 NUMBER = r"0x[0-9a-f]+|[0-9]+(?:\.[0-9]+)?"
 
 
@@ -27,8 +28,8 @@ def commands_in(lines):
     return commands
 
 
-def commands_of_page():
-    (block,) = re.findall(r"^```\n(\(gdb\) print .*?)^```$", PAGE.read_text(), re.DOTALL | re.MULTILINE)
+def commands_of_page(page):
+    (block,) = re.findall(r"^```\n(\(gdb\) print .*?)^```$", page, re.DOTALL | re.MULTILINE)
     return [
         (command, [re.sub(rf"\b(?:{NUMBER})\b", "%", essence(line)) for line in expected])
         for command, expected in commands_in(block.splitlines())
@@ -86,13 +87,15 @@ def check():
     gdb.execute("set confirm off")
     gdb.execute("set width 0")
     gdb.execute(f"source {PRINTERS}")
-    gdb.execute("break Here")
-    run("run")
+    for command in os.environ["ZARVO_REACH"].split("|"):
+        print("\n".join(run(command)))
+    expected_commands = commands_in(pathlib.Path(os.environ["ZARVO_TRANSCRIPT"]).read_text().splitlines())
+    if "ZARVO_PAGE" in os.environ:
+        expected_commands += commands_of_page(pathlib.Path(os.environ["ZARVO_PAGE"]).read_text())
     known = {}
     failed = 0
     with open("transcript.txt", "w") as transcript:
-        expected_here = commands_in((HERE / "transcript.txt").read_text().splitlines())
-        for command, expected in expected_here + commands_of_page():
+        for command, expected in expected_commands:
             said = run(command)
             lines = ["(gdb) " + command, *said]
             transcript.write("\n".join(lines) + "\n")

@@ -1,13 +1,10 @@
 // A program that stops in Here() in a known state, for a debugger to look at. It ends there.
 #include <array>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string>
 
-#include "concurrency/base/clock.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
@@ -15,7 +12,6 @@
 #include "concurrency/errors/error_storage.h"
 #include "concurrency/jobs/job.h"
 #include "concurrency/jobs/job_group.h"
-#include "concurrency/jobs/runs.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/scheduler/scheduled_task_queue.h"
@@ -24,14 +20,13 @@
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "concurrency/threadpool/thread_pool.h"
-#include "tests/support/eventually.h"
+#include "tests/debugger/awaited_waits.h"
 
 using namespace Orvane;
 using namespace Orvane::Internal;
+using namespace Zarvo::Test;
 
 namespace {
-
-constexpr DWORD kWithoutEnd = 0xFFFFFFFF;
 
 HANDLE NeverSignalled() {
     static const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
@@ -40,39 +35,6 @@ HANDLE NeverSignalled() {
 
 void WaitForEver() {
     CancellableWaitForSingleObject(NeverSignalled(), kWithoutEnd);
-}
-
-[[noreturn]] void Fail(const char* what) {
-    std::fprintf(stderr, "known_state: %s\n", what);
-    std::_Exit(1);
-}
-
-// Of the run with that name; 0 if it is not in a wait that begins so.
-DWORD ThreadThatWaits(const std::wstring& name, const std::wstring& wait) {
-    for (const RunInfo& run : ListRuns()) {
-        if (run.name == name && run.wait.starts_with(wait)) {
-            return run.thread;
-        }
-    }
-    return 0;
-}
-
-// What begins after it is younger, by a tick at least.
-void AwaitNextTick() {
-    const auto now = CoarseClock::Ticks();
-    if (!Zarvo::Test::Eventually([now] { return CoarseClock::Ticks() != now; })) {
-        Fail("the clock stands still");
-    }
-}
-
-// Returns when the run is in the wait.
-DWORD AwaitWait(const std::wstring& name, const std::wstring& wait) {
-    DWORD thread = 0;
-    if (!Zarvo::Test::Eventually([&] { return (thread = ThreadThatWaits(name, wait)) != 0; })) {
-        Fail("a run does not come to its wait");
-    }
-    AwaitNextTick();
-    return thread;
 }
 
 std::shared_ptr<FutureImpl<void>> MakeFuture() {
