@@ -174,8 +174,8 @@ void TraceWriter::KeepName(std::string_view line) noexcept {
 void TraceWriter::Stop(unsigned long error) noexcept {
     m_file.Close();
     try {
-        Explain(L"ZARVO_TRACE: cannot write the file \"" + m_paths->current + L"\" (error " +
-                             std::to_wstring(error) + L"). There is no trace from now on.");
+        Explain(L"ZARVO_TRACE: cannot write the file \"" + m_paths->current + L"\" (error " + std::to_wstring(error) +
+                L"). There is no trace from now on.");
     } catch (const std::bad_alloc&) {
         WriteToStandardError("ZARVO_TRACE: cannot write the file. There is no trace from now on.\n");
     }

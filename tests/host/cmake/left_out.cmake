@@ -20,7 +20,6 @@ set(left_out_files
     jobs/job_process_test.cpp
     # Read a file with a parser that only the platform's build has.
     journeys/trace_test.cpp
-    journeys/trace_test_child.cpp
     # Starts an example, which is a program of the platform.
     sync/shared_counter_test.cpp
 )
