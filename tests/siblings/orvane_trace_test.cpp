@@ -141,6 +141,7 @@ TEST_F(OrvaneTraceFile, OfAKilledProcessLosesNoEventThatWasWritten) {
     const TraceEvents events = ReadTraceOfKilled(Path());
     EXPECT_THAT(Find(events, "i", "counted"), SizeIs(1000));
     EXPECT_THAT(ProblemsIn(events), IsEmpty());
+    EXPECT_EQ(ReadWhole(Path()).find('\0'), std::string::npos) << "what has no text is no white space";
 }
 
 TEST_F(OrvaneTraceFile, OfAProcessThatTerminatesHasItsLastEvent) {
