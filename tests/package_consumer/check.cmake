@@ -28,6 +28,11 @@ foreach(needed IN ITEMS README.md CONTRIBUTING.md CHANGELOG.md docs/architecture
         message(FATAL_ERROR "The package has no ${needed}")
     endif()
 endforeach()
+foreach(needed IN ITEMS zarvo_gdb.py zarvo.natvis) # docs/debugging.md says that they are there
+    if(NOT EXISTS ${texts_dir}/debugger/${needed})
+        message(FATAL_ERROR "The package has no debugger/${needed}")
+    endif()
+endforeach()
 foreach(text IN LISTS texts)
     file(READ ${text} content)
     string(REGEX REPLACE "```[^`]*```" "" content "${content}")  # a lambda is no link
