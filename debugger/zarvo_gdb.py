@@ -588,12 +588,12 @@ when, run, state."""
         super().__init__("zarvo runs", gdb.COMMAND_STATUS)
 
     def invoke(self, argument, from_tty):
-        print(f"{'worker':>8} {'gdb':>4} {'since':<14} run")
+        print(f"{'worker':>8} {'gdb':>4} {'since':<20} run")
         for row in run_rows():
             number = readable(lambda: gdb_number(row.thread), None)
             since = age(row.since) if row.since is not None else ""
             what = ", ".join(([quoted(row.name)] if row.since is not None else []) + row.parts)
-            print(f"{row.thread:>8} {number if number is not None else '-':>4} {since:<14} {what}")
+            print(f"{row.thread:>8} {number if number is not None else '-':>4} {since:<20} {what}")
 
 
 class Pool(gdb.Command):

@@ -91,7 +91,7 @@ def check():
         print("\n".join(run(command)))
     expected_commands = commands_in(pathlib.Path(os.environ["ZARVO_TRANSCRIPT"]).read_text().splitlines())
     if "ZARVO_PAGE" in os.environ:
-        expected_commands += commands_of_page(pathlib.Path(os.environ["ZARVO_PAGE"]).read_text())
+        expected_commands = commands_of_page(pathlib.Path(os.environ["ZARVO_PAGE"]).read_text()) + expected_commands
     known = {}
     failed = 0
     with open("transcript.txt", "w") as transcript:
