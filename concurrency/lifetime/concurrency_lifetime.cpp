@@ -6,6 +6,7 @@
 #include "concurrency/cancellation/current_task_slot.h"
 #include "concurrency/cancellation/wait_event.h"
 #include "concurrency/errors/exceptions.h"
+#include "concurrency/figures/figures_reporter.h"
 #include "concurrency/jobs/jobs_teardown.h"
 #include "concurrency/lifetime/initialization_state.h"
 #include "concurrency/scheduler/scheduler_teardown.h"
@@ -26,6 +27,7 @@ void ConcurrencyInitialize() {
         Internal::AllocateCurrentTaskSlot();
         Internal::AllowThreadPool();
         Internal::AllowJobs();
+        Internal::StartFiguresReporter();
     }
     ++state.initCount;
     g_publishedInitializationCount = state.initCount;
@@ -45,6 +47,7 @@ void ConcurrencyUninitialize() {
         Internal::DestroyScheduler();
         Internal::DestroyThreadPool();
         Internal::EndJobsTeardown();
+        Internal::StopFiguresReporter();
         Internal::CloseSpareEvents();
         state.isTearingDown = false;
     }
@@ -55,6 +58,7 @@ void ConcurrencyUninitialize() {
         // What was destroyed has initialised the library anew.
         Internal::AllowThreadPool();
         Internal::AllowJobs();
+        Internal::StartFiguresReporter();
     }
     g_publishedInitializationCount = state.initCount;
 }

@@ -36,3 +36,15 @@ BOOL VirtualProtect(LPVOID address, SIZE_T size, DWORD protection, DWORD* before
     *before = PAGE_READWRITE;
     return Protect(address, size, ProtectionOf(protection)) ? TRUE : FALSE;
 }
+
+HANDLE CreateFileMappingW(HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCWSTR) {
+    return nullptr;
+}
+
+LPVOID MapViewOfFile(HANDLE, DWORD, DWORD, DWORD, SIZE_T) {
+    return nullptr;
+}
+
+BOOL UnmapViewOfFile(const void*) {
+    return FALSE;
+}

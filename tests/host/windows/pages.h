@@ -9,6 +9,7 @@
 #define PAGE_NOACCESS 0x01
 #define PAGE_READONLY 0x02
 #define PAGE_READWRITE 0x04
+#define FILE_MAP_WRITE 0x0002
 
 extern "C" {
 LPVOID VirtualAlloc(LPVOID address, SIZE_T size, DWORD type, DWORD protection);
@@ -17,4 +18,10 @@ LPVOID VirtualAlloc(LPVOID address, SIZE_T size, DWORD type, DWORD protection);
 BOOL VirtualFree(LPVOID address, SIZE_T size, DWORD type);
 
 BOOL VirtualProtect(LPVOID address, SIZE_T size, DWORD protection, DWORD* before);
+
+// Memory that processes share: on purpose none.
+HANDLE CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES security, DWORD protection, DWORD sizeHigh, DWORD sizeLow,
+                          LPCWSTR name);
+LPVOID MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, SIZE_T size);
+BOOL UnmapViewOfFile(const void* view);
 }
