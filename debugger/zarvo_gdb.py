@@ -536,11 +536,14 @@ class Row:
 
 
 def task_row(task):
-    """Of a RunningTask."""
+    """Of a RunningTask; None of one that is in a job: that has a row of its own."""
+    entry = task["m_entry"]
+    if not int(entry["isTask"]):
+        return None
     run = readable(lambda: run_of(pointee(task["m_future"])), None)
     parts = run_parts(run)[2:] if run is not None else []
-    name = readable(lambda: characters(task["m_name"]))
-    return Row(int(task["m_thread"]), name, parts, int(task["m_startedAt"]))
+    name = readable(lambda: characters(entry["name"]))
+    return Row(int(entry["thread"]), name, parts, int(entry["startedAt"]))
 
 
 def job_row(job):

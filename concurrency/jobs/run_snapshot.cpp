@@ -102,7 +102,9 @@ void RunSnapshot::CopyTasks() {
     for (RunningTaskShard& shard : RunningTaskShards()) {
         CopyShard(shard, [&]() ORVANE_NO_THREAD_SAFETY_ANALYSIS {
             for (RunningTask* next = shard.running.Front(); next != nullptr; next = shard.running.Next(*next)) {
-                CopyTask(*this, *next);
+                if (next->IsTask()) {
+                    CopyTask(*this, *next);
+                }
             }
         });
     }

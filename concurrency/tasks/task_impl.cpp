@@ -3,7 +3,6 @@
 #include <wchar.h>
 
 #include <algorithm>
-#include <optional>
 #include <utility>
 
 #include "concurrency/base/windows_api.h"
@@ -98,10 +97,7 @@ void TaskImpl::Run() {
         return;
     }
     const RunScope scope(*this, wrapper, std::move(future));
-    std::optional<RunningTask> running;
-    if (m_listed == Listed::Yes) {
-        running.emplace(m_title.name.data(), wrapper->GetFuture(), m_isTracked);
-    }
+    const RunningTask running(m_title.name.data(), m_listed == Listed::Yes, wrapper->GetFuture(), m_isTracked);
     TracedRun traced(m_listed == Listed::Yes ? m_title.name.data() : nullptr);
     ReportRun(L"Task [%s] started in thread [0x%x (%d)] of process [0x%x (%d)]", m_title.name.data());
     (*wrapper)();
