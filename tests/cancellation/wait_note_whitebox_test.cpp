@@ -240,19 +240,18 @@ TEST(WaitNote, OfAFutureWithItsOwnCancellationObjectIsNowhere) {
 // The two belong together: a reader never sees one wait's object with another's kind.
 TEST(WaitNote, IsReadAsItWasWritten) {
     WaitNote note;
-    std::atomic<bool> isOver = false;
+    std::atomic<int> reads = 0;
     Thread reader([&] {
-        while (!isOver) {
+        for (; reads < 1'000'000; ++reads) {
             if (const std::optional<WaitState> state = note.Read()) {
                 EXPECT_EQ(reinterpret_cast<std::uintptr_t>(state->object), state->since);
                 EXPECT_EQ(static_cast<std::uint64_t>(state->kind), state->since % 8);
             }
         }
     });
-    for (std::uint64_t i = 0; i < 200'000; ++i) {
+    for (std::uint64_t i = 0; reads < 1'000'000; ++i) {
         note.Exchange({static_cast<WaitKind>(i % 8), reinterpret_cast<const void*>(i), i});
     }
-    isOver = true;
     reader.join();
 }
 
