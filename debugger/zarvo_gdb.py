@@ -261,16 +261,20 @@ def future_parts(future):
     return parts
 
 
-def future_of(state):
-    """The FutureState of what a pointer says that a task runs; None of an emptied task."""
-    name = last_name(class_of(state))
-    if name == "NullTaskWrapper":
-        return None
-    if name == "JobState":
-        return whole(state)["m_future"]
-    # A TaskWrapper: whatever the callable, it begins with the same two fields.
+def future_of_wrapper(state):
+    """The FutureState of a TaskWrapper. Whatever its callable, which gdb may not know, it begins with the same two fields."""
     slot = gdb.Value(int(state)).cast(gdb.lookup_type("void").pointer().pointer()) + 1
     return whole(slot.dereference().cast(gdb.lookup_type(LIBRARY + "FutureState").pointer()))
+
+
+def state_parts(state):
+    """Of what a pointer says that a task runs."""
+    name = last_name(class_of(state))
+    if name == "TaskWrapper":
+        return future_parts(future_of_wrapper(state))
+    if name == "JobState":
+        return future_parts(whole(state)["m_future"])
+    return {"NullTaskWrapper": ["empty"], "GroupRunner": ["runs the jobs of its group"]}.get(name, [name])
 
 
 def task_name(task):
@@ -279,8 +283,7 @@ def task_name(task):
 
 def task_parts(task):
     """Of a TaskImpl."""
-    future = future_of(task["m_wrapper"]["_M_ptr"])
-    parts = future_parts(future) if future is not None else ["empty"]
+    parts = readable(lambda: state_parts(task["m_wrapper"]["_M_ptr"]), [UNREADABLE])
     if task["m_cancelled"]:
         parts.append("cancelled")
     return parts
@@ -316,7 +319,7 @@ def job_parts(job):
         return [enumerator(job["m_outcome"])]
     run = readable(lambda: run_of(job["m_future"]), None)
     cause = enumerator(job["m_cause"])
-    return [phase] + (run_parts(run) if run is not None else []) + ([f"asked: {cause}"] if cause != "None" else [])
+    return [phase] + (run_parts(run) if run is not None else []) + ([f"cause {cause}"] if cause != "None" else [])
 
 
 def job_text(job):

@@ -68,6 +68,9 @@ std::shared_ptr<CancellationObject> cancellation;
 Job<int> no_job;
 Job<int> done_job;
 Job<void> outer_job;
+Job<void> deaf_job;
+GroupJob<void> group_job;
+ScheduledTask late_task;
 DWORD inner_thread = 0;
 
 ThreadPoolCore* small_pool = nullptr;
@@ -126,11 +129,15 @@ int main() {
     });
     inner_thread = AwaitWait(L"Inner", L"CancellableSleep");
     AwaitWait(L"Outer", L"a wait for");
-    auto deaf = RunInNewThread(L"Deaf", [] { WaitForSingleObject(NeverSignalled(), kWithoutEnd); });
+    deaf_job = RunInNewThread(L"Deaf", [] { WaitForSingleObject(NeverSignalled(), kWithoutEnd); });
     AwaitWait(L"Deaf", L"");  // any, or none
-    deaf.Cancel();
+    deaf_job.Cancel();
     done_job = Orvane::Run(L"Done", [] { return 42; });
     done_job.Wait();
+
+    static JobGroup group(L"Group", 1);
+    group_job = group.Run(L"In a group", &WaitForEver);
+    AwaitWait(L"In a group", L"CancellableWaitForSingleObject");
 
     ended_task = MakeTask(L"Ended", [] {});
     ended_task();
@@ -151,7 +158,8 @@ int main() {
     pool.Core()->Queue(queued_task);
 
     const TimePoint day(std::chrono::hours(24 * 365 * 200));  // in 2169, so that none comes due
-    GlobalScheduler::Insert({MakeTask(L"Late", [] {}), day + std::chrono::hours(1), Duration::zero()});
+    late_task = ScheduledTask(MakeTask(L"Late", [] {}), day + std::chrono::hours(1), Duration::zero());
+    GlobalScheduler::Insert(late_task);
     GlobalScheduler::Insert({MakeTask(L"Early", [] {}), day, std::chrono::milliseconds(1500)});
 
     Here();
