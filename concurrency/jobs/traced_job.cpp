@@ -27,10 +27,13 @@ std::wstring TextOf(const AskReason& reason) noexcept {
     }
 }
 
-// The group, or the run that owns the job; null if there is neither.
+// The group, or the run that owns the job; nothing if there is neither.
 TraceArgument BelongsTo(const JobState& job) noexcept {
     const JobName* const above = job.Above();
-    return {.key = job.Group() != nullptr ? "group" : "owner", .text = above != nullptr ? above->text.c_str() : L""};
+    if (above == nullptr) {
+        return {};
+    }
+    return {.key = job.Group() != nullptr ? "group" : "owner", .text = above->text.c_str()};
 }
 
 }  // namespace

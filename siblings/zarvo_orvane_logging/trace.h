@@ -29,7 +29,7 @@ class OrvaneTrace {
         ThreadName = 'M',  // names the calling thread
     };
 
-    // A value beside an event. The first of the three that is set is written.
+    // A value beside an event. The first of the three that is set is written; without a key nothing is.
     //
     // Contract: a value.
     struct Argument {

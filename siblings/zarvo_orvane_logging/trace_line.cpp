@@ -125,7 +125,7 @@ void TraceLine::AddArguments(const OrvaneTrace::Event& event) noexcept {
         const OrvaneTrace::Argument& argument = event.arguments[i];
         // For the key, its punctuation, and a number or a little text.
         const std::size_t least = std::string_view(argument.key).size() + 48;
-        if (kCapacity - kKept - m_size >= least) {
+        if (*argument.key != '\0' && kCapacity - kKept - m_size >= least) {
             AddArgument(argument, isFirst);
             isFirst = false;
         }

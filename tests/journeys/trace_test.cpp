@@ -93,6 +93,7 @@ TEST_F(LibraryTrace, HasTheRunsOfJobsWithTheirOutcomesAndHowTheyWereAsked) {
     EXPECT_EQ(One("E", "Nap", "job").arguments, (Beside{{"outcome", "cancelled"}, {"asked", "through its handle"}}));
     EXPECT_EQ(One("E", "Fetch 1", "job").arguments,
               (Beside{{"outcome", "cancelled"}, {"asked", "with its group Import"}}));
+    EXPECT_EQ(One("B", "Nap", "job").arguments, Beside());
     EXPECT_EQ(One("B", "Child", "job").arguments, (Beside{{"owner", "Parent"}}));
     EXPECT_EQ(One("B", "Fetch 1", "job").arguments, (Beside{{"group", "Import"}}));
 }
