@@ -39,8 +39,8 @@ class WorkQueue {
         Entry& operator=(const Entry&) = delete;
 
         Task task;
-        TracedQueueTime queueTime;
         std::uint64_t queuedAt = 0;  // a tick of CoarseClock; written under the lock
+        TracedQueueTime queueTime;
         bool isAsked = false;  // CancelAll() has come to it
     };
 

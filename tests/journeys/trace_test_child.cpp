@@ -71,7 +71,10 @@ void RunJobs() {
     AwaitWaitIn(L"CancellableSleep");
     nap.Cancel();
     nap.Wait();
-    auto parent = Run(L"Parent", [] { Run(L"Child", [] {}).Wait(); });
+    Gate go;
+    auto parent = Run(L"Parent", [&go] { Run(L"Child", [&go] { go.Wait(); }).Wait(); });
+    AwaitWaitIn(L"a wait for");
+    go.Open();
     parent.Wait();
 }
 
