@@ -101,6 +101,7 @@ struct NameFigures {
 //
 // Contract: a value.
 struct Figures {
+    // The pool and the scheduler.
     PoolFigures pool;
     ScheduleFigures schedule;
 
