@@ -162,6 +162,8 @@ TEST_F(LibraryTrace, SaysHowLateTheSchedulerComesAndWhatItSkips) {
     ASSERT_THAT(skips, Not(IsEmpty()));
     EXPECT_EQ(skips[0].arguments, (Beside{{"task", "Slow"}}));
     EXPECT_EQ(skips[0].thread, due[0].thread);
+    EXPECT_EQ(due.back().arguments.at("task"), "Ancient");
+    EXPECT_GT(std::stoll(due.back().arguments.at("late_us")), 900'000'000'000'000'000);
 }
 
 TEST_F(LibraryTrace, NamesTheThreads) {

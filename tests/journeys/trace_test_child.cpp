@@ -13,6 +13,7 @@
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/jobs/runs.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
+#include "concurrency/scheduler/global_scheduler.h"
 #include "concurrency/scheduler/schedule.h"
 #include "concurrency/sync/fifo_mutex.h"
 #include "concurrency/tasks/make_task.h"
@@ -137,6 +138,13 @@ void Overrun() {
     }
 }
 
+// A start that lies as far back as time reaches.
+void ComeVeryLate() {
+    Task ancient = MakeTask(L"Ancient", [] {});
+    GlobalScheduler::Insert({ancient, (TimePoint::min)(), Duration::zero()});
+    ancient.Wait();
+}
+
 }  // namespace
 
 int main() {
@@ -148,4 +156,5 @@ int main() {
     WaitForAMutex();
     GrowThePool();
     Overrun();
+    ComeVeryLate();
 }
