@@ -5,6 +5,7 @@
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/base/ranked_mutex.h"
 #include "concurrency/base/windows_api.h"
+#include "concurrency/tasks/future_state.h"
 
 namespace Orvane::Internal {
 
@@ -49,13 +50,18 @@ void TracedRun::End(std::initializer_list<TraceArgument> arguments) {
 
 const wchar_t* TracedRun::OutcomeOf(ITaskState& state) {
     const auto future = state.GetFuture();
-    if (future->IsNormal()) {
+    const auto* const own = dynamic_cast<const FutureState*>(future.get());
+    if (own == nullptr) {
+        return L"unknown";
+    }
+    // On purpose not the virtual operations: those of a derived future are code of others, which nobody else asks here.
+    if (own->FutureState::IsNormal()) {
         return L"returned";
     }
-    if (future->IsCancelled()) {
+    if (own->FutureState::IsCancelled()) {
         return L"cancelled";
     }
-    return future->IsReady() ? L"failed" : L"none";
+    return own->FutureState::IsReady() ? L"failed" : L"none";
 }
 
 void TracedWorker::Begin() {
