@@ -8,7 +8,8 @@ if(build_folder MATCHES "^\\.\\.")
 endif()
 file(REMOVE_RECURSE ${WORK})
 file(COPY
-    ${SOURCE}/CMakeLists.txt ${SOURCE}/LICENSE ${SOURCE}/README.md ${SOURCE}/cmake ${SOURCE}/concurrency ${SOURCE}/siblings
+    ${SOURCE}/CMakeLists.txt ${SOURCE}/LICENSE ${SOURCE}/README.md ${SOURCE}/cmake ${SOURCE}/concurrency ${SOURCE}/programs
+    ${SOURCE}/siblings
     DESTINATION ${WORK}
 )
 set(copy ${WORK}/${build_folder})

@@ -3,7 +3,7 @@ set -euo pipefail
 
 . tools/dev/steps.sh
 
-sources() { find concurrency siblings tests examples bench \( -name '*.h' -o -name '*.cpp' \) -print0; }
+sources() { find concurrency programs siblings tests examples bench \( -name '*.h' -o -name '*.cpp' \) -print0; }
 
 check_format() { sources | xargs -0 clang-format-19 --dry-run --Werror; }
 
