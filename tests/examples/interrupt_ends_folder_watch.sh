@@ -2,6 +2,7 @@
 # interrupt_ends_folder_watch.sh PROGRAM EMULATOR...: a new file is told, the report comes again and again, and an interrupt,
 # which reaches the program as Ctrl+C does, ends the watch cleanly.
 set -euo pipefail
+trap 'echo "line $LINENO: code $?"; tail -n 5 "$folder"/*' ERR
 
 program=$1
 shift
