@@ -112,6 +112,9 @@ TEST(CurrentTaskSlot, RunThatBeginsBeforeTheInitialisationKeepsItsCurrentTaskAnd
     {
         const RunScope first;  // what is made once per process is no leak
     }
+    {
+        const ConcurrencyLifetime first;
+    }
     const ResourceProbe probe;
     {
         std::optional<ConcurrencyLifetime> lifetime;
