@@ -73,8 +73,10 @@ int Ask(unsigned long process) {
     const Handle ask(OpenEventW(EVENT_MODIFY_STATE, FALSE, FiguresAnswer::NameOf(L"ask", process).c_str()));
     const Handle mapping(OpenFileMappingW(FILE_MAP_READ, FALSE, FiguresAnswer::NameOf(L"answer", process).c_str()));
     if (!ask || !mapping) {
-        return Fail(kNoAnswer, who + " cannot be asked. It runs with another account or in another session, or was not started "
-                                     "with ZARVO_PS=1, or has not initialised the library.");
+        return Fail(kNoAnswer,
+                    who +
+                        " cannot be asked. It runs with another account or in another session, or was not started "
+                        "with ZARVO_PS=1, or has not initialised the library.");
     }
     const Answer answer(
         static_cast<const FiguresAnswer*>(MapViewOfFile(mapping.get(), FILE_MAP_READ, 0, 0, sizeof(FiguresAnswer))));
