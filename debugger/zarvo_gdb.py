@@ -296,11 +296,12 @@ def task_text(task):
     ])
 
 
-def path_above(future):
+def path_above(job):
     """The names of the runs and groups that own a job, the outermost first."""
     names = []
-    above = future["m_above"]
-    name = pointee(above.dereference()) if int(above) != 0 else None
+    group = pointee(job["m_group"])
+    above = pointee(group["m_core"]) if group is not None else pointee(job["m_owner"])
+    name = pointee(above["m_name"]) if above is not None else None
     while name is not None and len(names) < 16:
         names.insert(0, wide_text(name["text"]))
         name = pointee(name["above"])
@@ -308,8 +309,7 @@ def path_above(future):
 
 
 def job_name(job):
-    future = job["m_future"]
-    return " > ".join(readable(lambda: path_above(future), []) + [readable(lambda: characters(future["m_name"]))])
+    return " > ".join(readable(lambda: path_above(job), []) + [readable(lambda: characters(job["m_name"]))])
 
 
 def job_parts(job):

@@ -2,6 +2,7 @@
 
 #include "concurrency/base/last_words.h"
 #include "concurrency/cancellation/cloneable_exception.h"
+#include "concurrency/jobs/job_state.h"
 
 namespace Orvane::Internal {
 
@@ -25,8 +26,12 @@ void AddNames(const JobName* name, LastWords& words) noexcept {
 }  // namespace
 
 void JobFuture::NameRun(LastWords& words) const noexcept {
-    AddNames(m_above->get(), words);
-    words.AddTask(m_name);
+    AddNames(m_job.Above().get(), words);
+    words.AddTask(m_job.Name());
+}
+
+std::shared_ptr<const JobName> JobFuture::MakeName() const {
+    return std::make_shared<const JobName>(m_job.Name(), m_job.Above());
 }
 
 void JobFuture::Fail() {

@@ -13,7 +13,6 @@
 
 namespace Orvane::Internal {
 
-class JobSlot;
 class JobState;
 
 class JobFuture final : public FutureState {
@@ -28,22 +27,10 @@ class JobFuture final : public FutureState {
     JobState& Job() const noexcept { return m_job; }
 
     // Of the job, with those of the runs that own it. Errors: std::bad_alloc.
-    std::shared_ptr<const JobName> MakeName() const { return std::make_shared<const JobName>(m_name, *m_above); }
-
-    // The characters and the pointer must live as long as the job.
-    void SetName(const wchar_t* name, const std::shared_ptr<const JobName>& above) noexcept {
-        m_name = name;
-        m_above = &above;
-    }
-    const wchar_t* Name() const noexcept { return m_name; }
-    const std::shared_ptr<const JobName>& Above() const noexcept { return *m_above; }
+    std::shared_ptr<const JobName> MakeName() const;
 
     // With those of the runs that own it.
     void NameRun(LastWords& words) const noexcept override;
-
-    // The job's slot in its group; null if it has none.
-    JobSlot* Slot() const noexcept { return m_slot; }
-    void SetSlot(JobSlot* slot) noexcept { m_slot = slot; }
 
     using FutureState::Complete;
     using FutureState::RequestCancelQuietly;
@@ -53,9 +40,6 @@ class JobFuture final : public FutureState {
 
   private:
     JobState& m_job;
-    const wchar_t* m_name = L"";
-    const std::shared_ptr<const JobName>* m_above = nullptr;
-    JobSlot* m_slot = nullptr;  // constant once the job can run
 };
 
 }  // namespace Orvane::Internal

@@ -33,9 +33,8 @@ JobState::JobState(const wchar_t* name, const JobBodyType& type, ModuleLedger& m
       m_shard(ShardOf(*this)),
       m_module(&module),
       m_future(*this),
-      m_block(type, name) {
-    m_future.SetName(m_block.Name(), NobodysName());
-}
+      m_block(type, name),
+      m_name(m_block.Name()) {}
 
 JobState::~JobState() {
     m_traced.End(*this, L"never started");
@@ -68,13 +67,17 @@ void JobState::MarkBuilt() noexcept {
 
 void JobState::SetOwner(std::shared_ptr<RunRecord> owner) noexcept {
     m_owner = std::move(owner);
-    m_future.SetName(m_block.Name(), m_owner ? m_owner->Name() : NobodysName());
 }
 
 void JobState::SetGroup(std::shared_ptr<JobGroupLink> group) noexcept {
     m_group = std::move(group);
-    m_future.SetSlot(m_group.get());
-    m_future.SetName(m_block.Name(), m_group->GroupName());
+}
+
+const std::shared_ptr<const JobName>& JobState::Above() const noexcept {
+    if (m_group) {
+        return m_group->GroupName();
+    }
+    return m_owner ? m_owner->Name() : NobodysName();
 }
 
 void JobState::SetReader(Reader reader) noexcept {
@@ -283,7 +286,7 @@ void JobState::CopyRun(RunSnapshot& snapshot) noexcept {
         return;
     }
     RunSnapshot::Entry entry;
-    entry.above = m_future.Above();
+    entry.above = Above();
     entry.thread = run->ThreadId();
     entry.startedAt = run->startedAt;
     entry.askedAt = run->askedAt;

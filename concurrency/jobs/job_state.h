@@ -127,8 +127,13 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     void CopyRun(RunSnapshot& snapshot) noexcept override ORVANE_NO_THREAD_SAFETY_ANALYSIS;
     std::shared_ptr<Cancellable> Self() noexcept override { return weak_from_this().lock(); }
 
-    const wchar_t* Name() const noexcept { return m_future.Name(); }
-    const JobName* Above() const noexcept { return m_future.Above().get(); }
+    const wchar_t* Name() const noexcept { return m_name; }
+
+    // Of the group, or of the run that owns the job; null if neither is there.
+    const std::shared_ptr<const JobName>& Above() const noexcept;
+
+    // In its group; null if it has none.
+    JobSlot* Slot() const noexcept { return m_group.get(); }
     bool IsWaiting() const noexcept { return m_phase.load(std::memory_order_acquire) == Phase::Waiting; }
     bool IsEnded() const noexcept { return m_phase.load(std::memory_order_acquire) == Phase::Ended; }
     AskReason Reason() const;
@@ -225,6 +230,8 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     std::atomic<ModuleLedger*> m_module;  // of the callable; once that is gone, of the exception
     JobFuture m_future;
     const JobBlock m_block;
+    const wchar_t* const
+        m_name;  // behind the body. The block would look at the type, whose module may have been unloaded
     std::atomic<MonotonicClock::time_point> m_time{};  // of the start, written before m_thread; then of the end
     std::exception_ptr m_error;  // as m_outcome; once the end is published, the shard's mutex guards it
 

@@ -29,7 +29,7 @@ std::wstring TextOf(const AskReason& reason) noexcept {
 
 // The group, or the run that owns the job; nothing if there is neither.
 TraceArgument BelongsTo(const JobState& job) noexcept {
-    const JobName* const above = job.Above();
+    const JobName* const above = job.Above().get();
     if (above == nullptr) {
         return {};
     }
