@@ -44,6 +44,7 @@ set(left_out_tests
     JobWithoutMemory.IsCancelledDroppedAndDetached
     CheckedMutexWithoutMemory.NeedsNone
     GroupsWithoutMemory.EndAllTheSame
+    LoopsWithoutMemory.GiveAllResultsOrThrow
 
     # Code pages other than Latin 1.
     ExceptionComMessage.WhatIsInTheCodePageOfTheThread
