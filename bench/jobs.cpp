@@ -19,6 +19,7 @@
 #include "bench/peers/bare_deque_pool.h"
 #include "bench/peers/empty_task.h"
 #include "concurrency/cancellation/cancellable_waits.h"
+#include "concurrency/figures/figures.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/jobs/parallel.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
@@ -201,7 +202,6 @@ Table WaitingItems(Effort effort) {
 // How late the runs of a schedule of 5 ms begin while `beside` runs, each after the moment it was due last.
 template <typename Beside>
 Figures LatenessBeside(Beside beside) {
-    const ThreadIds before = ThreadsOfThisProcess();
     const Orvane::ConcurrencyLifetime lifetime;
     WarmUp(QueueEmptyTask);
     constexpr std::chrono::microseconds kInterval{5'000};
@@ -216,7 +216,7 @@ Figures LatenessBeside(Beside beside) {
             }
             late.push_back(Microseconds((std::chrono::system_clock::now() - first) % kInterval));
             if (late.size() % 64 == 0) {
-                most = std::max(most, ThreadsSince(before) - 1);  // without the scheduler's
+                most = std::max(most, static_cast<std::size_t>(Orvane::GetFigures().pool.workers));
             }
         });
         begun.WaitForLast();
