@@ -13,6 +13,7 @@
 
 namespace Orvane::Internal {
 
+class JobSlot;
 class JobState;
 
 class JobFuture final : public FutureState {
@@ -31,6 +32,9 @@ class JobFuture final : public FutureState {
 
     // With those of the runs that own it.
     void NameRun(LastWords& words) const noexcept override;
+
+    // The job's slot in its group; null if it has none.
+    JobSlot* Slot() const noexcept;
 
     using FutureState::Complete;
     using FutureState::RequestCancelQuietly;

@@ -26,6 +26,14 @@ const std::shared_ptr<const JobName>& NobodysName() noexcept {
     return none;
 }
 
+// From the outermost name inwards. Not deep: see JobName::kLongestChain.
+void AddNames(const JobName* name, LastWords& words) noexcept {
+    if (name != nullptr) {
+        AddNames(name->above.get(), words);
+        words.AddTask(name->text.c_str());
+    }
+}
+
 }  // namespace
 
 JobState::JobState(const wchar_t* name, const JobBodyType& type, ModuleLedger& module)
@@ -395,6 +403,21 @@ void JobState::LetGo() noexcept {
     if (isBehind) {
         Unpin();
     }
+}
+
+// What the future says of its job. Here, because the future includes no job: they would include each other.
+
+void JobFuture::NameRun(LastWords& words) const noexcept {
+    AddNames(m_job.Above().get(), words);
+    words.AddTask(m_job.Name());
+}
+
+std::shared_ptr<const JobName> JobFuture::MakeName() const {
+    return std::make_shared<const JobName>(m_job.Name(), m_job.Above());
+}
+
+JobSlot* JobFuture::Slot() const noexcept {
+    return m_job.Slot();
 }
 
 }  // namespace Orvane::Internal
