@@ -9,12 +9,11 @@ void LineBatches::Write(Lock& lock, Output& output, std::string_view line) noexc
         output.Write(line);  // the thread that was writing is gone, and what has gathered may be torn
         return;
     }
+    if (line.size() > kBatchBytes) {
+        WriteAlone(lock, output, line);
+        return;
+    }
     while (!TryGather(line)) {
-        const bool isAlone = Gathering().size == 0 && !m_isWriting;
-        if (isAlone) {  // no batch is large enough
-            WriteWith(lock, output, line);
-            return;
-        }
         WriteOrSleep(lock, output);
     }
     const std::uint64_t number = m_number;
@@ -37,6 +36,14 @@ bool LineBatches::TryGather(std::string_view line) noexcept {
     std::ranges::copy(line, batch.bytes.begin() + static_cast<std::ptrdiff_t>(batch.size));
     batch.size += line.size();
     return true;
+}
+
+// Behind the write under way alone: in a flood there are always lines that have gathered.
+void LineBatches::WriteAlone(Lock& lock, Output& output, std::string_view line) noexcept {
+    while (m_isWriting) {
+        m_writeEnded.Sleep(*lock.mutex());
+    }
+    WriteWith(lock, output, line);
 }
 
 void LineBatches::WriteOrSleep(Lock& lock, Output& output) noexcept {

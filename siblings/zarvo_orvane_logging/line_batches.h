@@ -40,7 +40,8 @@ class LineBatches {
     LineBatches(const LineBatches&) = delete;
     LineBatches& operator=(const LineBatches&) = delete;
 
-    // Returns when the output has the line. Releases the lock meanwhile, and holds it again at the end.
+    // Returns when the output has the line. A line that is longer than a batch is a write of its own.
+    // Releases the lock meanwhile, and holds it again at the end.
     void Write(Lock& lock, Output& output, std::string_view line) noexcept;
 
     // Returns when no thread writes and no line is left: from then on, until the lock is released, the output may change.
@@ -59,6 +60,7 @@ class LineBatches {
     const Batch& Gathering() const noexcept { return m_batches[m_number % m_batches.size()]; }
     Batch& Gathering() noexcept { return m_batches[m_number % m_batches.size()]; }
     bool TryGather(std::string_view line) noexcept;
+    void WriteAlone(Lock& lock, Output& output, std::string_view line) noexcept;
     void WriteOrSleep(Lock& lock, Output& output) noexcept;
     void WriteWith(Lock& lock, Output& output, std::string_view lines) noexcept;
 

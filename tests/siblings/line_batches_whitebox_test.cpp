@@ -19,6 +19,7 @@ using Orvane::Reports::LineBatches;
 using Orvane::Reports::ProcessLock;
 using testing::ElementsAre;
 using testing::SizeIs;
+using testing::UnorderedElementsAre;
 using testing::UnorderedElementsAreArray;
 using Zarvo::Test::Eventually;
 using Zarvo::Test::Gate;
@@ -49,6 +50,47 @@ class HeldOutput final : public LineBatches::Output {
     Gate m_begun;
     Gate m_mayEnd;
     std::vector<std::string> m_writes;
+};
+
+// While it writes a line, the next one gathers: there is always one, until it has written the long line.
+class FloodedOutput final : public LineBatches::Output {
+  public:
+    FloodedOutput(ProcessLock& lock, LineBatches& batches) : m_lock(lock), m_batches(batches) {}
+
+    void Write(std::string_view lines) noexcept override {
+        m_begun.Open();
+        m_longLineCame.Wait();
+        ++m_writes;
+        m_hasLongLine = m_hasLongLine || lines.size() > 1'000;
+        if (m_hasLongLine || m_writes > kLimit) {
+            return;
+        }
+        m_threads.emplace_back([this] {
+            LineBatches::Lock lock(m_lock);
+            m_batches.Write(lock, *this, "next\n");
+        });
+        EXPECT_TRUE(Eventually([&] {
+            const std::lock_guard lock(m_lock);
+            return m_batches.GatheredBytes() != 0;
+        }));
+    }
+    void AwaitFirst() { m_begun.Wait(); }
+    void LongLineComes() { m_longLineCame.Open(); }
+    bool ReachedItsLimit() {
+        m_threads.clear();
+        return m_writes > kLimit;
+    }
+
+  private:
+    static constexpr std::size_t kLimit = 1'000;
+
+    ProcessLock& m_lock;
+    LineBatches& m_batches;
+    Gate m_begun;
+    Gate m_longLineCame;
+    std::size_t m_writes = 0;
+    bool m_hasLongLine = false;
+    std::vector<Thread> m_threads;
 };
 
 class LineBatchesTest : public testing::Test {
@@ -133,7 +175,7 @@ TEST_F(LineBatchesTest, LineLongerThanABatchIsWrittenAlone) {
     m_threads.push_back(Writer(huge));
     FinishAll();
 
-    EXPECT_THAT(m_output.Writes(), ElementsAre("first\n", "second\n", huge));
+    EXPECT_THAT(m_output.Writes(), UnorderedElementsAre("first\n", "second\n", huge));
 }
 
 TEST_F(LineBatchesTest, LinesGatherBehindALineThatIsWrittenAlone) {
@@ -160,6 +202,23 @@ TEST_F(LineBatchesTest, LongLineWaitsForTheWriteUnderWay) {
     FinishAll();
 
     EXPECT_THAT(m_output.Writes(), ElementsAre("first\n", huge));
+}
+
+TEST_F(LineBatchesTest, LongLineDoesNotWaitForLinesThatComeLater) {
+    FloodedOutput output(m_lock, m_batches);
+    Thread first([&] {
+        LineBatches::Lock lock(m_lock);
+        m_batches.Write(lock, output, "first\n");
+    });
+    output.AwaitFirst();
+    {
+        LineBatches::Lock lock(m_lock);
+        output.LongLineComes();
+        m_batches.Write(lock, output, std::string(100'000, 'x'));
+    }
+    first.join();
+
+    EXPECT_FALSE(output.ReachedItsLimit());
 }
 
 // Who changes the output drains it first: no line goes to the wrong one.
