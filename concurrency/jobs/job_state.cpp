@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <stdexcept>
 
-#include "concurrency/base/last_words.h"
 #include "concurrency/base/thread_time.h"
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_exceptions.h"
@@ -12,7 +11,6 @@
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/cancellation/current_task_slot.h"
 #include "concurrency/cancellation/run.h"
-#include "concurrency/jobs/run_snapshot.h"
 #include "concurrency/tasks/failure_handler.h"
 #include "concurrency/tasks/run_counts.h"
 #include "concurrency/tasks/task_wrapper.h"
@@ -24,14 +22,6 @@ namespace {
 const std::shared_ptr<const JobName>& NobodysName() noexcept {
     static const std::shared_ptr<const JobName> none;
     return none;
-}
-
-// From the outermost name inwards. Not deep: see JobName::kLongestChain.
-void AddNames(const JobName* name, LastWords& words) noexcept {
-    if (name != nullptr) {
-        AddNames(name->above.get(), words);
-        words.AddTask(name->text.c_str());
-    }
 }
 
 }  // namespace
@@ -198,20 +188,6 @@ bool JobState::IsKeptByHandle() const noexcept {
     return m_reader == Reader::Handle;
 }
 
-void JobState::NameWhatItHolds(const ModuleLedger& module, std::vector<std::wstring>& names) {
-    if (m_module == &module && !IsEnded()) {
-        names.push_back(L"job " + Path());
-    }
-}
-
-void JobState::EndProcess(const char* reason) const noexcept {
-    LastWords words(reason);
-    m_future.NameRun(words);
-    words.AddThread(::GetCurrentThreadId());
-    words.AddException();
-    words.EndProcess();
-}
-
 void JobState::End(bool hasRun) noexcept {
     DestroyCall();
     if (!hasRun) {
@@ -287,38 +263,8 @@ void JobState::DiscardIfUnread() noexcept {
     }
 }
 
-void JobState::CopyRun(RunSnapshot& snapshot) noexcept {
-    const auto object = m_future.GetCancellationObject();
-    const Run* const run = Run::Of(object);
-    if (run == nullptr) {
-        return;
-    }
-    RunSnapshot::Entry entry;
-    entry.above = Above();
-    entry.thread = run->ThreadId();
-    entry.startedAt = run->startedAt;
-    entry.askedAt = run->askedAt;
-    if (entry.askedAt != 0) {
-        entry.reason = {m_cause == CancelCause::None ? CancelCause::Task : m_cause, m_askedBy};
-    }
-    entry.wait = run->ownNote.Read().value_or(WaitState());
-    entry.record = run->companion.load().get();
-    if (m_group) {
-        entry.owner = m_group->OwnerOfGroup();
-    } else if (m_owner) {
-        entry.owner = static_cast<const RunCompanion*>(&m_owner->Whole());
-    }
-    snapshot.Add(Name(), entry);
-}
-
 bool JobState::IsOnThisThread() const noexcept {
     return m_thread == ::GetCurrentThreadId();
-}
-
-void JobState::CollectRunning(std::vector<RunningJob>& running) const {
-    if (const DWORD thread = m_thread) {
-        running.push_back({thread, m_future.MakeName(), m_time});
-    }
 }
 
 HANDLE JobState::EndEvent() {
@@ -403,21 +349,6 @@ void JobState::LetGo() noexcept {
     if (isBehind) {
         Unpin();
     }
-}
-
-// What the future says of its job. Here, because the future includes no job: they would include each other.
-
-void JobFuture::NameRun(LastWords& words) const noexcept {
-    AddNames(m_job.Above().get(), words);
-    words.AddTask(m_job.Name());
-}
-
-std::shared_ptr<const JobName> JobFuture::MakeName() const {
-    return std::make_shared<const JobName>(m_job.Name(), m_job.Above());
-}
-
-JobSlot* JobFuture::Slot() const noexcept {
-    return m_job.Slot();
 }
 
 }  // namespace Orvane::Internal
