@@ -98,6 +98,17 @@ stress() {
     finish "stress: passed with seed $seed"
 }
 
+# soak [MINUTES]: on the optimised library, as programs have it.
+soak() {
+    local minutes=${1:-15}
+    [[ $minutes =~ ^[0-9]+$ ]] || fail "soak for '$minutes' minutes: it is a number" 2
+    configure release -DZARVO_BUILD_TESTS=ON
+    compile release soak
+    start_wine
+    step "soak for $minutes minutes" wine "$builds/release/bin/soak.exe" --seconds $((minutes * 60)) --warm-up 30
+    finish "soak: passed"
+}
+
 # bench [all] [FILTER]: the usual tables or the long ones too, those that match. Keeps the results of this run only.
 bench() {
     local options=() filter name program matched=0 results=$builds/bench/results
