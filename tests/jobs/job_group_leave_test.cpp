@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -12,10 +13,12 @@
 #include <vector>
 
 #include "concurrency/jobs/job_group.h"
+#include "concurrency/jobs/runs.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "concurrency/tasks/failure_handler.h"
 #include "tests/jobs/blocked.h"
 #include "tests/jobs/held_handler.h"
+#include "tests/jobs/held_skip.h"
 #include "tests/jobs/job_fixture.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
@@ -229,9 +232,59 @@ TEST(LeavingGroup, WaitsForTheThreadThatHasEndedAJob) {
     EXPECT_TRUE(Eventually([&group] { return group.GetCancelReason().cause == CancelCause::Group; }));
     Sleep(50);
     EXPECT_FALSE(hasLeft);
+    const auto letGo = std::chrono::steady_clock::now();
     handler.LetGo();
     leaves.join();
     EXPECT_TRUE(handler.HasReturned());
+    EXPECT_LT(std::chrono::steady_clock::now() - letGo, 20s);  // by a signal: without one it looks again after 30 s
+}
+
+// A worker that is about to add a run: held where it reports that it adds none.
+TEST(LeavingGroup, WaitsForTheWorkerThatIsAboutToAddARunOfASchedule) {
+    const ConcurrencyLifetime lifetime;
+    HeldSkip held;
+    Gate mayEnd;
+    JobGroup group(L"group");
+    group.Schedule(L"beats", 0s, 1ms, [&mayEnd] { mayEnd.Wait(); });
+    held.AwaitCall();
+    std::atomic<bool> hasLeft = false;
+    Thread leaves([&] {
+        EXPECT_TRUE(group.Leave().IsNone());
+        hasLeft = true;
+    });
+    EXPECT_TRUE(Eventually([&group] { return group.GetCancelReason().cause == CancelCause::Group; }));
+    mayEnd.Open();
+    EXPECT_TRUE(Eventually([&group] { return group.Counts().done == 1; }));
+    Sleep(50);
+    EXPECT_FALSE(hasLeft);
+    held.LetGo();
+    leaves.join();
+}
+
+bool IsInADestructor(const std::wstring& path) {
+    const auto runs = ListRuns();
+    return std::ranges::any_of(runs, [&path](const RunInfo& run) {
+        return run.path == path && run.wait.starts_with(L"a destructor that waits");
+    });
+}
+
+// The job of the group waits for the other one, which would wait for the group.
+TEST(LeavingGroup, InAJobThatAJobOfTheGroupWaitsForThrows) {
+    const ConcurrencyLifetime lifetime;
+    JobGroup group(L"group");
+    std::atomic<bool> hasThrown = false;
+    Job<void> lets = RunInNewThread(L"lets it leave", [&] {
+        EXPECT_TRUE(Eventually([] { return IsInADestructor(L"group > drops"); }));
+        try {
+            static_cast<void>(group.Leave());
+        } catch (const std::system_error& error) {
+            hasThrown = error.code() == std::errc::resource_deadlock_would_occur;
+        }
+    });
+    auto drops = group.RunInNewThread(L"drops", [&lets] { lets = {}; });
+    drops.Wait();
+    EXPECT_TRUE(hasThrown);
+    EXPECT_TRUE(group.Leave().IsNone());
 }
 
 JobGroup* g_groupOfHandler = nullptr;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <optional>
 #include <stop_token>
@@ -23,6 +24,7 @@ namespace {
 
 using namespace Orvane;
 using namespace Zarvo::Test;
+using namespace std::chrono_literals;
 
 TEST(ModuleOfADetachedJob, StaysLoadedUntilTheJobIsGone) {
     const OwnEvent mayEnd;
@@ -80,8 +82,10 @@ TEST(ModuleOfADetachedJob, IsLeftByTheWorkerBeforeAGroupOfTheModuleHasLeft) {
     });
     Sleep(100);
     EXPECT_FALSE(hasLeft);
+    const auto letGo = std::chrono::steady_clock::now();
     held.LetGo();
     leaves.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - letGo, 20s);  // by a signal: without one it looks again after 30 s
     module.Free();
     EXPECT_FALSE(LeavingModule::IsLoaded());
 }
