@@ -1,5 +1,5 @@
 # The stand-in, the siblings and the library, in the modules that they are on the platform.
-file(GLOB windows_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/windows/*.cpp)
+file(GLOB windows_sources CONFIGURE_DEPENDS ${root}/tests/host/windows/*.cpp)
 add_library(host_windows SHARED ${windows_sources})
 target_compile_options(host_windows PRIVATE ${own_code_options})
 
@@ -7,8 +7,8 @@ target_compile_options(host_windows PRIVATE ${own_code_options})
 # self-registration alone uses.
 file(GLOB logging_sources CONFIGURE_DEPENDS ${root}/siblings/zarvo_orvane_logging/*.cpp)
 list(FILTER logging_sources EXCLUDE REGEX "/(line_output|log|trace_file)\\.cpp$")
-add_library(ZarvoOrvaneLogging SHARED ${logging_sources} siblings/line_output.cpp
-    siblings/trace_file.cpp)
+add_library(ZarvoOrvaneLogging SHARED ${logging_sources} ${root}/tests/host/siblings/line_output.cpp
+    ${root}/tests/host/siblings/trace_file.cpp)
 add_library(ZarvoOrvaneUtils SHARED ${root}/siblings/zarvo_orvane_utils/exception_factory.cpp)
 add_library(ZarvoLogging SHARED ${root}/siblings/zarvo_logging/object_names.cpp)
 foreach(sibling IN ITEMS ZarvoOrvaneLogging ZarvoOrvaneUtils ZarvoLogging)

@@ -1,0 +1,376 @@
+#include "tests/schedules/controller/controller.h"
+
+#include <utility>
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+
+#include "tests/schedules/controller/memory.h"
+#include "tests/schedules/controller/posix.h"
+#include "tests/schedules/controller/report.h"
+#include "tests/schedules/controller/shared_objects.h"
+
+namespace Schedules {
+
+namespace {
+
+constexpr int kMostThreads = 48;
+constexpr std::uint32_t kMostPoints = 100'000;
+constexpr int kYieldsBeforeOthersMust = 300;
+constexpr int kLooksBeforeOthersMust = 40;
+
+struct Thread {
+    int baton = 0;  // a futex: 1 when it is the thread's turn
+    bool hasLeft = false;
+    const Wait* wait = nullptr;
+    int atomicDepth = 0;
+    std::uint32_t events = 0;
+    bool skipsNext = false;
+
+    // The latest look, and how often it was repeated in vain.
+    const void* lookedAt = nullptr;
+    std::uint64_t saw = 0;
+    std::uint64_t lookedInTurn = 0;
+    int looksInVain = 0;
+    int yields = 0;
+
+    // How often it has read a clock since the latest point.
+    std::uint32_t readInTurn = 0;
+    int readings = 0;
+};
+
+std::array<Thread, kMostThreads> g_threads;
+int g_count = 0;
+int g_current = 0;
+bool g_isRunning = false;
+bool g_isDeciding = false;  // what is allocated then is no thread's
+std::int64_t g_now = 0;
+std::uint64_t g_turn = 0;  // changes when another thread goes on
+Terms g_terms;
+Strategy* g_strategy = nullptr;
+Facts g_facts;
+
+thread_local constinit int t_number = -1;
+
+constinit SharedObjects g_sharedObjects;
+bool g_areAllShared = false;
+
+long Futex(int* word, int operation, int value) noexcept {
+    long result = 0;
+    register const void* timeout asm("r10") = nullptr;
+    asm volatile("syscall"
+                 : "=a"(result)
+                 : "a"(SYS_futex), "D"(word), "S"(operation), "d"(value), "r"(timeout)
+                 : "rcx", "r11", "memory");
+    return result;
+}
+
+void AwaitBaton(Thread& self) noexcept {
+    while (__atomic_load_n(&self.baton, __ATOMIC_ACQUIRE) == 0) {
+        Futex(&self.baton, FUTEX_WAIT_PRIVATE, 0);
+    }
+    self.baton = 0;
+}
+
+void PassBatonTo(int number) noexcept {
+    g_current = number;
+    ++g_turn;
+    __atomic_store_n(&g_threads[number].baton, 1, __ATOMIC_RELEASE);
+    Futex(&g_threads[number].baton, FUTEX_WAKE_PRIVATE, 1);
+}
+
+bool CanGoOn(const Thread& thread) {
+    return !thread.hasLeft && (thread.wait == nullptr || thread.wait->isOver(thread.wait->object));
+}
+
+// The waiting thread whose deadline comes first; -1 if there is none.
+int NextByDeadline() {
+    int next = -1;
+    for (int i = 0; i < g_count; ++i) {
+        const Thread& thread = g_threads[i];
+        if (!thread.hasLeft && thread.wait != nullptr && thread.wait->deadline != kNever &&
+            !thread.wait->isOver(thread.wait->object) &&
+            (next < 0 || thread.wait->deadline < g_threads[next].wait->deadline)) {
+            next = i;
+        }
+    }
+    return next;
+}
+
+enum class Self { CanGoOn, Yields, StepsBack, Cannot };
+
+void DescribeThreads() {
+    for (int i = 0; i < g_count; ++i) {
+        const Thread& thread = g_threads[i];
+        if (!thread.hasLeft) {
+            AddToReport("\n    thread %d: %s", i, thread.wait != nullptr ? thread.wait->what : "runs");
+        }
+    }
+}
+
+// Which thread goes on.
+int Choose(Self self) {
+    std::array<Candidate, kMostThreads + 1> candidates;
+    std::size_t count = 0;
+    if (self == Self::CanGoOn || self == Self::Yields) {
+        candidates[count++] = {g_current, 0};
+    }
+    for (int step = 1; step <= g_count; ++step) {
+        const int i = (g_current + step) % g_count;
+        if (i != g_current && CanGoOn(g_threads[i])) {
+            candidates[count++] = {i, self == Self::CanGoOn ? 1 : 0};
+        }
+    }
+    const int timed = NextByDeadline();
+    if (count == 0 && self == Self::StepsBack && timed < 0) {
+        return g_current;
+    }
+    if (timed >= 0 && (count == 0 || g_threads[timed].wait->deadline - g_now <= g_terms.patience)) {
+        candidates[count] = {timed, count == 0 ? 0 : 1};
+        ++count;
+    }
+    if (count == 0) {
+        AddToReport("no thread can go on:");
+        DescribeThreads();
+        Fail("%s", "");
+    }
+    std::size_t chosen = 0;
+    if (count > 1) {
+        g_isDeciding = true;
+        chosen = g_strategy->Choose(candidates.data(), count, self == Self::Yields || self == Self::StepsBack);
+        g_isDeciding = false;
+    }
+    const int next = candidates[chosen].thread;
+    if (next == timed && g_threads[next].wait != nullptr && g_threads[next].wait->deadline > g_now) {
+        g_now = g_threads[next].wait->deadline;
+    }
+    return next;
+}
+
+void GoOn(Self self) {
+    const int number = t_number;
+    const int next = Choose(self);
+    if (next != number) {
+        PassBatonTo(next);
+        AwaitBaton(g_threads[number]);
+    }
+}
+
+void CountPoint() {
+    if (++g_facts.points > kMostPoints) {
+        AddToReport("more than %u points:", kMostPoints);
+        DescribeThreads();
+        Fail("%s", "");
+    }
+}
+
+// Whether more than one thread uses the object, as far as is known.
+bool IsShared(const void* object) {
+    return g_sharedObjects.Use(KeyOf(object), t_number, g_facts.sharesMore);
+}
+
+void Take(Self self, const char* what, const void* object, const void* where) {
+    CountPoint();
+    GoOn(self);
+    Trace(what, object, where);
+}
+
+}  // namespace
+
+bool IsControlled() noexcept {
+    return g_isRunning && t_number >= 0 && !g_isDeciding;
+}
+
+int ThreadNumber() noexcept {
+    return t_number;
+}
+
+int DecidingThread() noexcept {
+    return g_current;
+}
+
+std::uint32_t EventNumber() noexcept {
+    return g_threads[g_current].events;
+}
+
+std::int64_t Now() noexcept {
+    return g_now;
+}
+
+std::int64_t NowAfterReading() noexcept {
+    constexpr int kReadingsInVain = 1000;
+    constexpr std::int64_t kStep = 10'000;
+    Thread& self = g_threads[t_number];
+    if (self.readInTurn != g_facts.points) {
+        self.readInTurn = g_facts.points;
+        self.readings = 0;
+    } else if (++self.readings > kReadingsInVain) {
+        g_now += kStep;
+    }
+    return g_now;
+}
+
+void Point(const char* what, const void* object, const void* where) {
+    if (!IsControlled()) {
+        return;
+    }
+    Thread& self = g_threads[t_number];
+    const bool isShared = IsShared(object) || g_areAllShared;
+    CheckAccess(object, what);
+    self.lookedAt = nullptr;
+    if (self.atomicDepth == 0) {
+        ++self.events;
+    }
+    if (self.atomicDepth != 0 || std::exchange(self.skipsNext, false) || !isShared) {
+        return;
+    }
+    Take(Self::CanGoOn, what, object, where);
+}
+
+void Touch(const void* object) noexcept {
+    if (IsControlled()) {
+        static_cast<void>(IsShared(object));
+        CheckAccess(object, "touch");
+    }
+}
+
+void Look(const char* what, const void* object, std::uint64_t value, const void* where) {
+    if (!IsControlled()) {
+        return;
+    }
+    Thread& self = g_threads[t_number];
+    const bool isInVain = self.lookedAt == object && self.saw == value && self.lookedInTurn == g_turn;
+    if (!isInVain) {
+        Point(what, object, where);
+        self.lookedAt = object;
+        self.saw = value;
+        self.lookedInTurn = g_turn;
+        self.looksInVain = 0;
+        return;
+    }
+    if (++self.looksInVain >= kLooksBeforeOthersMust && self.atomicDepth == 0) {
+        self.looksInVain = 0;
+        ++self.events;
+        Take(Self::StepsBack, what, object, where);
+    }
+}
+
+bool HasJustLookedAt(const void* object) noexcept {
+    return IsControlled() && g_threads[t_number].lookedAt == object && g_threads[t_number].lookedInTurn == g_turn;
+}
+
+void Yield(const void* where) {
+    if (!IsControlled()) {
+        return;
+    }
+    Thread& self = g_threads[t_number];
+    ++self.events;
+    ++self.yields;
+    if (self.yields <= 2) {
+        Take(Self::Yields, "yield", nullptr, where);
+    } else if (self.yields >= kYieldsBeforeOthersMust) {
+        self.yields = 0;
+        Take(Self::StepsBack, "yield", nullptr, where);
+    }
+}
+
+bool Block(const Wait& wait, const void* where) {
+    Thread& self = g_threads[t_number];
+    self.lookedAt = nullptr;
+    self.yields = 0;
+    ++self.events;
+    CountPoint();
+    Trace(wait.what, wait.object, where);
+    self.wait = &wait;
+    GoOn(CanGoOn(self) ? Self::CanGoOn : Self::Cannot);
+    self.wait = nullptr;
+    const bool isOver = wait.isOver(wait.object);
+    Trace(isOver ? "goes on" : "goes on: time-out", wait.object, where);
+    return isOver;
+}
+
+void BeginAtomic() noexcept {
+    if (IsControlled()) {
+        ++g_threads[t_number].atomicDepth;
+    }
+}
+
+void EndAtomic() noexcept {
+    if (IsControlled()) {
+        --g_threads[t_number].atomicDepth;
+    }
+}
+
+void SkipNextPoint() noexcept {
+    if (IsControlled()) {
+        g_threads[t_number].skipsNext = true;
+    }
+}
+
+int AddThread() {
+    if (g_count == kMostThreads) {
+        Fail("more than %d threads", kMostThreads);
+    }
+    g_threads[g_count] = Thread();
+    ++g_facts.threads;
+    return g_count++;
+}
+
+void EnterThread(int number) {
+    t_number = number;
+    AwaitBaton(g_threads[number]);
+    Trace("begins", nullptr, nullptr);
+}
+
+void LeaveThread() {
+    Trace("ends", nullptr, nullptr);
+    ++g_threads[t_number].events;
+    g_threads[t_number].hasLeft = true;
+    const int next = Choose(Self::Cannot);
+    t_number = -1;
+    PassBatonTo(next);
+}
+
+bool HasLeft(int number) noexcept {
+    return g_threads[number].hasLeft;
+}
+
+Facts RunSchedule(void (*body)(), const Terms& terms, Strategy& strategy) {
+    g_sharedObjects.BeginSchedule();
+    g_threads[0] = Thread();
+    g_count = 1;
+    g_current = 0;
+    g_now = 0;
+    g_terms = terms;
+    g_strategy = &strategy;
+    g_facts = Facts{.threads = 1};
+    t_number = 0;
+    BeginMemory();
+    ForgetThreads();
+    g_isRunning = true;
+    body();
+    const auto allHaveLeft = +[](const void*) {
+        for (int i = 1; i < g_count; ++i) {
+            if (!g_threads[i].hasLeft) {
+                return false;
+            }
+        }
+        return true;
+    };
+    if (!allHaveLeft(nullptr)) {
+        Block({"waits for the end of all threads", allHaveLeft, nullptr}, __builtin_return_address(0));
+    }
+    g_isRunning = false;
+    EndMemory();
+    return g_facts;
+}
+
+void LeaveControl() noexcept {
+    g_isRunning = false;
+}
+
+void TakeAllAsShared() noexcept {
+    g_areAllShared = true;
+}
+
+}  // namespace Schedules
