@@ -41,15 +41,18 @@ class Switched {
 TEST(ZarvoPs, PrintsWhatRunsAndTheFigures) {
     const Switched on;
     const RecordedReports reports;
-    const ConcurrencyLifetime lifetime;
-    const auto job = RunSleeper(L"Fetch 17\x1b[2J\u00e4");
-    const ChildResult first = Ask();
-    EXPECT_EQ(first.exitCode, 0U) << first.standardError;
-    EXPECT_TRUE(Contains(first.standardOutput, "pool: 8 workers, 7 idle, 0 queued")) << first.standardOutput;
-    EXPECT_TRUE(Contains(first.standardOutput, "  Fetch 17?[2J\xc3\xa4: has run for ")) << first.standardOutput;
-    Orvane::Run(L"Later", [] {}).Get();
-    EXPECT_TRUE(Contains(Ask().standardOutput, "Later: 1 done"));  // no old answer
-    EXPECT_EQ(reports.Count(L"Concurrency.Figures", L"%s"), 2U * 4 + 1 + 2);  // it is in the log, too, line by line
+    {
+        const ConcurrencyLifetime lifetime;
+        const auto job = RunSleeper(L"Fetch 17\x1b[2J\u00e4");
+        const ChildResult first = Ask();
+        EXPECT_EQ(first.exitCode, 0U) << first.standardError;
+        EXPECT_TRUE(Contains(first.standardOutput, "pool: 8 workers, 7 idle, 0 queued")) << first.standardOutput;
+        EXPECT_TRUE(Contains(first.standardOutput, "  Fetch 17?[2J\xc3\xa4: has run for ")) << first.standardOutput;
+        Orvane::Run(L"Later", [] {}).Get();
+        EXPECT_TRUE(Contains(Ask().standardOutput, "Later: 1 done"));  // no old answer
+    }
+    // It is in the log, too, line by line. The thread that says them has ended.
+    EXPECT_EQ(reports.Count(L"Concurrency.Figures", L"%s"), 2U * 4 + 1 + 2);
 }
 
 TEST(ZarvoPs, SaysThatAProcessCannotBeAsked) {
