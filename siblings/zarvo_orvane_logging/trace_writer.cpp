@@ -122,12 +122,13 @@ void TraceWriter::Start() {
     }
 }
 
-// Returns false if the trace is off from now on.
 bool TraceWriter::Append(std::string_view line) noexcept {
     constexpr std::uint64_t kStampRoom = 40;
-    if (m_file.Size() + line.size() + kStampRoom > m_limit && !Rotate()) {
-        return false;
-    }
+    const bool fits = m_file.Size() + line.size() + kStampRoom <= m_limit;
+    return (fits || Rotate()) && Put(line);
+}
+
+bool TraceWriter::Put(std::string_view line) noexcept {
     m_lastTime = (std::max)(m_lastTime, Now());
     if (!m_file.Append(Stamp(m_lastTime).Text(), line)) {
         Stop(GetLastError());
@@ -145,11 +146,11 @@ bool TraceWriter::WriteHead() noexcept {
     const OrvaneTrace::Argument time{.key = "unix_us", .number = MicrosecondsSince1970()};
     const OrvaneTrace::Event begin{
         .category = "trace", .name = L"trace begins", .arguments = &time, .argumentCount = 1};
-    bool isOn = Append(TraceLine("process_name", ProgramName().text.data()).Text()) && Append(TraceLine(begin).Text());
+    bool isOn = Put(TraceLine("process_name", ProgramName().text.data()).Text()) && Put(TraceLine(begin).Text());
     for (std::string_view names(m_names.data(), m_namesSize); isOn && !names.empty();) {
         const std::string_view line = names.substr(0, names.find('\n') + 1);
         names.remove_prefix(line.size());
-        isOn = Append(line);
+        isOn = Put(line);
     }
     return isOn;
 }

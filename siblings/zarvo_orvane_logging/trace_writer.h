@@ -43,7 +43,9 @@ class TraceWriter {
 
     void ReadEnvironmentOnce() noexcept;
     void Start();
+    // These return false if the trace is off from now on. Put() does not look at the limit: a head fits into every file.
     bool Append(std::string_view line) noexcept;
+    bool Put(std::string_view line) noexcept;
     bool WriteHead() noexcept;
     bool Rotate() noexcept;
     void KeepName(std::string_view line) noexcept;
