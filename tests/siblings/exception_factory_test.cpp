@@ -56,6 +56,17 @@ ErrorStorage NamedError(const wchar_t* name, std::uint32_t code) {
 
 }  // namespace
 
+// Compiles only while Throw() is not [[noreturn]]: a caller that must survive its return would be compiled without one.
+#ifdef __GNUC__
+#pragma GCC diagnostic push
+#pragma GCC diagnostic error "-Wmissing-noreturn"
+void CallThrowAndReturn(const ErrorStorage& error);
+void CallThrowAndReturn(const ErrorStorage& error) {
+    ExceptionFactory::Throw(error);
+}
+#pragma GCC diagnostic pop
+#endif
+
 TEST(ExceptionFactory, ThrowsWhatIsRegisteredForGuidAndHresult) {
     ExceptionFactory::Register(kZeroGuid, E_POINTER, ThrowNumbered<1>);
     ExceptionFactory::Register(kZeroGuid, E_FAIL, ThrowNumbered<2>);
