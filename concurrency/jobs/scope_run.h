@@ -1,8 +1,9 @@
 // A scope of code as a nested run: what Within and CleanUpScope (within.h) put around a part of the calling thread's run.
 //
 // The scope's future takes the place of the run's in the thread's slot. So all waits, tokens and children in it find a run that
-// can be asked apart from the one around it. A request for the outer run reaches it in two ways, as it reaches a job: the flag
-// through the outer run's notifier, which wakes the thread, and the reason and the children through the outer run's record.
+// can be asked apart from the one around it. A request for the outer run reaches it in two ways, as it reaches a job. The flag
+// comes through the outer run's notifier, which wakes the thread. The reason, and the request to the children, come through the
+// outer run's record.
 //
 //   kind      a request for the outer run           its time
 //   -------   -----------------------------------   --------------------------------------------
