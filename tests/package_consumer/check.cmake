@@ -33,6 +33,16 @@ foreach(needed IN ITEMS zarvo_gdb.py zarvo.natvis) # docs/debugging.md says that
         message(FATAL_ERROR "The package has no debugger/${needed}")
     endif()
 endforeach()
+# What others have written has its licence there.
+file(READ ${texts_dir}/licences/third-party.md licences)
+file(GLOB dlls RELATIVE ${INSTALL}/bin ${INSTALL}/bin/*.dll)
+list(FILTER dlls EXCLUDE REGEX "^Zarvo")
+foreach(dll IN LISTS dlls)
+    string(FIND "${licences}" "`${dll}`" place)
+    if(place EQUAL -1)
+        message(FATAL_ERROR "licences/third-party.md does not name ${dll}")
+    endif()
+endforeach()
 foreach(text IN LISTS texts)
     file(READ ${text} content)
     string(REGEX REPLACE "```[^`]*```" "" content "${content}")  # a lambda is no link
