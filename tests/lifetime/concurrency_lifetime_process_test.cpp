@@ -16,6 +16,25 @@ ChildResult Play(const char* scene) {
     return RunChild("concurrency_lifetime_process_test_child", {scene});
 }
 
+// The program gets to the end of main, and says nothing after that.
+void ExpectCleanExit(const char* scene) {
+    const ChildResult child = Play(scene);
+
+    EXPECT_EQ(child.exitCode, kEndOfMain);
+    EXPECT_EQ(child.standardOutput, "end of main");
+    EXPECT_EQ(child.standardError, "");
+}
+
+// The program ends with the exception for a library that is not initialised.
+void ExpectUnexpected(const char* scene) {
+    const ChildResult child = Play(scene);
+
+    EXPECT_EQ(child.exitCode, kTerminated);
+    EXPECT_EQ(child.standardOutput,
+              "Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
+              "ConcurrencyUninitialize() or use the ConcurrencyLifetime class.");
+}
+
 TEST(ConcurrencyLifetimeProcess, LastUninitialisationInAPoolTaskEndsTheProcess) {
     const ChildResult child = Play("last-uninitialise-in-pool-task");
 
@@ -34,53 +53,27 @@ TEST(ConcurrencyLifetimeProcess, LastUninitialisationOnADedicatedThreadEndsThePr
 }
 
 TEST(ConcurrencyLifetimeProcess, ClientThatNeverUninitialisesExitsCleanly) {
-    const ChildResult child = Play("never-uninitialise");
-
-    EXPECT_EQ(child.exitCode, kEndOfMain);
-    EXPECT_EQ(child.standardOutput, "end of main");
-    EXPECT_EQ(child.standardError, "");
+    ExpectCleanExit("never-uninitialise");
 }
 
 TEST(ConcurrencyLifetimeProcess, ClientThatNeverUninitialisesExitsCleanlyWhileTasksAreBlockedAndScheduled) {
-    const ChildResult child = Play("never-uninitialise-while-busy");
-
-    EXPECT_EQ(child.exitCode, kEndOfMain);
-    EXPECT_EQ(child.standardOutput, "end of main");
-    EXPECT_EQ(child.standardError, "");
+    ExpectCleanExit("never-uninitialise-while-busy");
 }
 
 TEST(ConcurrencyLifetimeProcess, ClientThatNeverInitialisesMayUseThePoolAndExitsCleanly) {
-    const ChildResult child = Play("never-initialise");
-
-    EXPECT_EQ(child.exitCode, kEndOfMain);
-    EXPECT_EQ(child.standardOutput, "end of main");
-    EXPECT_EQ(child.standardError, "");
+    ExpectCleanExit("never-initialise");
 }
 
 TEST(ConcurrencyLifetimeProcess, StaticLifetimeObjectOfTheProgramIsTornDownAtItsEnd) {
-    const ChildResult child = Play("static-object");
-
-    EXPECT_EQ(child.exitCode, kEndOfMain);
-    EXPECT_EQ(child.standardOutput, "end of main");
-    EXPECT_EQ(child.standardError, "");
+    ExpectCleanExit("static-object");
 }
 
 TEST(ConcurrencyLifetimeProcess, OverrunWithoutInitialisationEndsTheProcessWithUnexpected) {
-    const ChildResult child = Play("overrun-without-initialisation");
-
-    EXPECT_EQ(child.exitCode, kTerminated);
-    EXPECT_EQ(child.standardOutput,
-              "Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
-              "ConcurrencyUninitialize() or use the ConcurrencyLifetime class.");
+    ExpectUnexpected("overrun-without-initialisation");
 }
 
 TEST(ConcurrencyLifetimeProcess, OverrunAfterAnOverReleaseEndsTheProcessWithUnexpected) {
-    const ChildResult child = Play("overrun-after-over-release");
-
-    EXPECT_EQ(child.exitCode, kTerminated);
-    EXPECT_EQ(child.standardOutput,
-              "Concurrency library not initialized before usage. Add calls to ConcurrencyInitialize() and "
-              "ConcurrencyUninitialize() or use the ConcurrencyLifetime class.");
+    ExpectUnexpected("overrun-after-over-release");
 }
 
 TEST(ConcurrencyLifetimeProcess, UnloadingTheLibraryGivesItsSlotsBack) {
