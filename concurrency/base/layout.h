@@ -1,5 +1,5 @@
-// Ends the program at its start if the library that it found assumes other layouts than the headers it was compiled with:
-// a DLL of another flavour or version has the same name and exports the same names.
+// Ends the program at its start if the library that it found assumes other layouts than the headers it was compiled with.
+// A DLL of another flavour or version has the same name and exports the same names.
 //
 // Not for callers: export.h has each module that uses the library checked once, when it is loaded.
 #pragma once

@@ -11,8 +11,8 @@ namespace Orvane::Internal {
 
 namespace {
 
-// Each thread's newest entry. On purpose not thread_local, which may need memory at the first use of a thread and ends the
-// process if there is none; and not a slot of the other kind, which the library's own use of slots is told by.
+// Each thread's newest entry. On purpose not thread_local, which may need memory at a thread's first use and ends the process if
+// there is none. On purpose no slot of the other kind, either: by those the tests tell the library's own use of slots.
 class NewestEntry {
   public:
     NewestEntry() : m_slot(FlsAlloc(nullptr)) {}

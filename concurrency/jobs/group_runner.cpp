@@ -41,7 +41,7 @@ bool GroupCore::CanStartOne() const {
     return isThereOne && m_reason.cause == CancelCause::None;
 }
 
-// Needs m_mutex. The slot of a job that waits for others of the group goes to the job that has waited longest, for good: if it
+// Needs m_mutex. The slot of a job that waits for others of the group goes to the job that has waited longest, for good. If it
 // only became free, a waiter with a short time-out would have it again before a runner could begin, and again and again.
 void GroupCore::HandOver() noexcept {
     GroupEntry* const next = m_reason.cause == CancelCause::None ? m_waiting.PopFront() : nullptr;

@@ -1,7 +1,7 @@
 // Reads a wide printf format piece by piece and takes each conversion's value from the arguments.
 //
-// The C runtime's own functions do not do: what %s means to them depends on the runtime and its settings, they say
-// nothing of the values, and one caller hands narrow text to a wide %s.
+// The C runtime's own functions do not do. What %s means to them depends on the runtime and its settings, and they say
+// nothing of the values. One caller hands narrow text to a wide %s.
 #pragma once
 
 #include <cstdarg>
