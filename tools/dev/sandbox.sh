@@ -43,7 +43,7 @@ in_toolchain() {
 }
 
 # The parts of build/ in the order in which one verb claims them. Building, the tests and their Wine prefix are one part.
-parts=(build shell docs lint coverage sanitize schedules debugger)
+parts=(build shell docs lint coverage sanitize schedules mutate debugger)
 declare -A claimed=()
 
 # claim PART: one ./dev at a time works on it, until this one ends or releases it.

@@ -156,6 +156,10 @@ elseif(SANITIZER STREQUAL "address")
     expect_report(overflowing_start "runtime error: signed integer overflow")
 endif()
 
+# The means of ./dev mutate, judged where its compiler is.
+add_test(NAME mutants_are_judged COMMAND python3 -B ${root}/tools/mutation/mutation_test.py)
+set_tests_properties(mutants_are_judged PROPERTIES LABELS seen TIMEOUT 300)
+
 foreach(room IN ITEMS platform base errors lifetime cancellation tasks threadpool scheduler sync jobs figures faults journeys stress)
     test_room(${room})
 endforeach()
