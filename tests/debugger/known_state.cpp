@@ -21,6 +21,7 @@
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "concurrency/threadpool/thread_pool.h"
 #include "tests/debugger/awaited_waits.h"
+#include "tests/debugger/known_runs.h"
 
 using namespace Orvane;
 using namespace Orvane::Internal;
@@ -49,10 +50,6 @@ extern "C" __attribute__((noinline)) void Here() {
 }
 
 fifo_mutex free_mutex;
-fifo_mutex mutex;
-DWORD owner_thread = 0;
-DWORD first_waiter = 0;
-DWORD second_waiter = 0;
 
 Task no_task;
 Task moved_task;
@@ -67,11 +64,9 @@ std::shared_ptr<CancellationObject> cancellation;
 
 Job<int> no_job;
 Job<int> done_job;
-Job<void> outer_job;
 Job<void> deaf_job;
 GroupJob<void> group_job;
 ScheduledTask late_task;
-DWORD inner_thread = 0;
 
 ThreadPoolCore* small_pool = nullptr;
 
@@ -112,23 +107,7 @@ int main() {
     AwaitWait(L"Running", L"CancellableWaitForSingleObject");
     cancellation = future->GetCancellationObject();
 
-    auto owner = RunInNewThread(L"Owner", [] {
-        mutex.lock();
-        mutex.lock();
-        WaitForEver();
-    });
-    owner_thread = AwaitWait(L"Owner", L"CancellableWaitForSingleObject");
-    auto first = RunInNewThread(L"First", [] { mutex.lock(); });
-    first_waiter = AwaitWait(L"First", L"fifo_mutex::lock");
-    auto second = RunInNewThread(L"Second", [] { mutex.lock(); });
-    second_waiter = AwaitWait(L"Second", L"fifo_mutex::lock");
-
-    outer_job = Orvane::Run(L"Outer", [] {
-        AwaitNextTick();
-        Orvane::Run(L"Inner", [] { CancellableSleep(kWithoutEnd); }).Wait();
-    });
-    inner_thread = AwaitWait(L"Inner", L"CancellableSleep");
-    AwaitWait(L"Outer", L"a wait for");
+    const KnownRuns runs(&WaitForEver, L"CancellableWaitForSingleObject");
     deaf_job = RunInNewThread(L"Deaf", [] { WaitForSingleObject(NeverSignalled(), kWithoutEnd); });
     AwaitWait(L"Deaf", L"");  // any, or none
     deaf_job.Cancel();
