@@ -60,7 +60,7 @@ class LogHistogram {
     static constexpr std::size_t kBuckets = 80;
 
     static std::size_t BucketOf(std::uint64_t value) noexcept {
-        const int bit = static_cast<int>(std::bit_width(value)) - 1;
+        const int bit = 63 - std::countl_zero(value);  // the highest one that is set; of zero -1
         if (bit < kFirstBit) {
             return 0;
         }

@@ -168,9 +168,9 @@ void FutureState::ConfirmCancel() {
 }
 
 void FutureState::RequestCancel() {
-    // Two futures may pass requests on to each other, from two threads, each holding its own mutex. Whoever comes
-    // second finds the state set here and turns back instead of waiting for the other, with the exception if it is the
-    // run itself that comes: only a run that is under way has a cancellation object.
+    // Two futures may pass requests on to each other, from two threads, each holding its own mutex. The thread that
+    // comes second finds the state set here and turns back, instead of waiting for the other. It turns back with the
+    // exception if it is the run's own: only a run that is under way has a cancellation object.
     if (m_state > Busy) {
         if (RunsOnThisThread(m_cancellationObject.load())) {
             throw CancelRequestedException();
@@ -320,7 +320,10 @@ std::shared_ptr<RunCompanion> FutureState::InstallCompanion(std::shared_ptr<RunC
         return nullptr;
     }
     std::shared_ptr<RunCompanion> installed;
-    return static_cast<Run&>(*run).companion.compare_exchange_strong(installed, fresh) ? fresh : installed;
+    if (static_cast<Run&>(*run).companion.compare_exchange_strong(installed, fresh)) {
+        installed = std::move(fresh);
+    }
+    return installed;
 }
 
 void FutureState::TakeBackRunTitle() {

@@ -33,7 +33,7 @@ void TaskAccess::CancelTracked() noexcept {
         try {
             task.Cancel();
         } catch (const CancelRequestedException&) {
-            // The caller's own run: it is cancelled, and goes on.
+            // On purpose: it is the caller's own run, which is cancelled and goes on.
         }
     });
 }

@@ -34,7 +34,10 @@ std::shared_ptr<RunCompanion> CompanionOf(const std::shared_ptr<IFutureState>& f
 }  // namespace
 
 TaskImpl::TaskImpl(const wchar_t* name, std::shared_ptr<ITaskState> wrapper, Listed listed)
-    : m_wrapper(wrapper ? std::move(wrapper) : EmptyTaskState()), m_listed(listed) {
+    : m_wrapper(std::move(wrapper)), m_listed(listed) {
+    if (!m_wrapper) {
+        m_wrapper = EmptyTaskState();
+    }
     if (name != nullptr) {
         std::copy_n(name, ::wcsnlen(name, RunTitle::kCapacity - 1), m_title.name.begin());
     }
