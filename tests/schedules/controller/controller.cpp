@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 
 #include "tests/schedules/controller/memory.h"
+#include "tests/schedules/controller/order.h"
 #include "tests/schedules/controller/posix.h"
 #include "tests/schedules/controller/report.h"
 #include "tests/schedules/controller/shared_objects.h"
@@ -118,7 +119,8 @@ int Choose(Self self) {
     for (int step = 1; step <= g_count; ++step) {
         const int i = (g_current + step) % g_count;
         if (i != g_current && CanGoOn(g_threads[i])) {
-            candidates[count++] = {i, self == Self::CanGoOn ? 1 : 0};
+            candidates[count] = {i, self == Self::CanGoOn || (g_terms.delays && count != 0) ? 1 : 0};
+            ++count;
         }
     }
     const int timed = NextByDeadline();
@@ -312,6 +314,7 @@ int AddThread() {
         Fail("more than %d threads", kMostThreads);
     }
     g_threads[g_count] = Thread();
+    BeginOrderOf(g_count, t_number);
     ++g_facts.threads;
     return g_count++;
 }

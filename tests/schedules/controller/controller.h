@@ -90,6 +90,9 @@ class Strategy {
 struct Terms {
     // How far ahead a deadline may be that comes although other threads can run. 0: time moves only when none can.
     std::int64_t patience = 0;
+
+    // Whether it costs, too, to go on with another thread than the next one where one blocks. For many threads.
+    bool delays = false;
 };
 
 struct Facts {

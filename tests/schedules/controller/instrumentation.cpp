@@ -7,6 +7,7 @@
 
 #include "tests/schedules/controller/controller.h"
 #include "tests/schedules/controller/memory.h"
+#include "tests/schedules/controller/order.h"
 
 using Schedules::CheckAccess;
 
@@ -16,15 +17,28 @@ namespace {
 
 constexpr int kAcquireAndRelease = 4;
 
+// After a point, before the operation itself.
+void Meet(const volatile void* object) {
+    if (Schedules::IsControlled()) {
+        const std::uint64_t key = Schedules::KeyOf(const_cast<const void*>(object));
+        Schedules::Acquire(key);
+        Schedules::Release(key);
+    }
+}
+
 template <typename T>
 T Load(const volatile T* object, const void* where) {
-    Schedules::Look("load", const_cast<const T*>(object), static_cast<std::uint64_t>(__atomic_load_n(object, 5)),
-                    where);
+    const void* const address = const_cast<const T*>(object);
+    Schedules::Look("load", address, static_cast<std::uint64_t>(__atomic_load_n(object, __ATOMIC_SEQ_CST)), where);
+    if (Schedules::IsControlled()) {
+        Schedules::Acquire(Schedules::KeyOf(address));
+    }
     return __atomic_load_n(object, __ATOMIC_SEQ_CST);
 }
 
 void BeforeChange(const char* what, const volatile void* object, const void* where) {
     Schedules::Point(what, const_cast<const void*>(object), where);
+    Meet(object);
 }
 
 // On purpose no point where a reference count rises: who raises it has a reference, so only the last decrease decides
@@ -36,6 +50,7 @@ void BeforeAdd(const volatile T* object, T value, int order, const void* where) 
     const void* const counter = const_cast<const T*>(object);
     if (isReferenceCount && (value == 1 || Schedules::HasJustLookedAt(counter))) {
         Schedules::Touch(counter);
+        Meet(counter);
     } else {
         BeforeChange("add", object, where);
     }

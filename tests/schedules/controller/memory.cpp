@@ -8,6 +8,7 @@
 #include <sys/mman.h>
 
 #include "tests/schedules/controller/controller.h"
+#include "tests/schedules/controller/order.h"
 #include "tests/schedules/controller/report.h"
 
 namespace Schedules {
@@ -25,6 +26,7 @@ struct Piece {
     std::uint32_t bytes;
     bool isFreed;
     std::uint8_t freedBy;
+    std::array<std::uint32_t, kOrderedThreads> usedAt;  // by each thread, on its own clock
 };
 
 char* g_bytes = nullptr;
@@ -71,7 +73,7 @@ void* Allocate(std::size_t bytes) {
     }
     Piece& block = g_blocks[g_nextBlock];
     const std::uint64_t key = (static_cast<std::uint64_t>(thread) << 32 | ++g_allocations[thread]) << 20;
-    block = {key, static_cast<std::uint32_t>(g_nextGranule), static_cast<std::uint32_t>(bytes), false, 0};
+    block = {key, static_cast<std::uint32_t>(g_nextGranule), static_cast<std::uint32_t>(bytes), false, 0, {}};
     for (std::size_t i = 0; i < granules; ++i) {
         g_blockOf[g_nextGranule + i] = g_nextBlock;
     }
@@ -82,6 +84,15 @@ void* Allocate(std::size_t bytes) {
     return memory;
 }
 
+void CheckOrder(const Piece& block) {
+    for (int i = 0; i < kOrderedThreads; ++i) {
+        if (i != ThreadNumber() && block.usedAt[static_cast<std::size_t>(i)] > SeenOf(i)) {
+            ShowUse(&block, i);
+            Fail("thread %d frees memory that thread %d uses: nothing orders the two", ThreadNumber(), i);
+        }
+    }
+}
+
 // Keeps the memory, filled with what is no good pointer.
 void Free(Piece& block, const void* address) {
     const auto number = static_cast<std::uint32_t>(&block - g_blocks);
@@ -90,6 +101,9 @@ void Free(Piece& block, const void* address) {
     }
     if (IsControlled() && (block.isFreed || address != g_bytes + std::size_t{block.firstGranule} * kGranule)) {
         Fail("thread %d frees memory that thread %d has freed", ThreadNumber(), block.freedBy);
+    }
+    if (IsControlled() && ThreadNumber() < kOrderedThreads) {
+        CheckOrder(block);
     }
     block.isFreed = true;
     block.freedBy = static_cast<std::uint8_t>(ThreadNumber());
@@ -126,6 +140,7 @@ void BeginMemory() {
     g_allocations = {};
     g_stacks = {};
     NoteStack(0, __builtin_frame_address(0));
+    BeginOrder();
     g_firstGranule = g_nextGranule;
     g_firstBlock = g_nextBlock;
     g_live = 0;
@@ -161,9 +176,16 @@ void NoteStack(int thread, const void* top) noexcept {
 }
 
 void CheckAccess(const void* address, const char* what) {
-    const Piece* const block = BlockOf(address);
-    if (block != nullptr && block->isFreed) {
+    Piece* const block = BlockOf(address);
+    if (block == nullptr || !IsControlled()) {
+        return;
+    }
+    if (block->isFreed) {
         Fail("thread %d uses memory that thread %d has freed (%s)", ThreadNumber(), block->freedBy, what);
+    }
+    if (ThreadNumber() < kOrderedThreads) {
+        block->usedAt[static_cast<std::size_t>(ThreadNumber())] = OwnClock();
+        TraceUse(block, ThreadNumber());
     }
 }
 

@@ -18,6 +18,7 @@
 
 #include "tests/schedules/controller/controller.h"
 #include "tests/schedules/controller/memory.h"
+#include "tests/schedules/controller/order.h"
 #include "tests/schedules/controller/posix.h"
 
 #define WHERE __builtin_return_address(0)
@@ -61,6 +62,7 @@ void Own(Mutex& mutex, const void* where) {
     }
     mutex.owner = Self();
     mutex.levels = 1;
+    Acquire(KeyOf(&mutex));
 }
 
 int Lock(pthread_mutex_t* native, const void* where) {
@@ -95,6 +97,9 @@ int Unlock(pthread_mutex_t* native) {
         Fail("thread %d unlocks what it does not hold", ThreadNumber());
     }
     if (--mutex.levels == 0) {
+        if (IsControlled()) {
+            Release(KeyOf(&mutex));
+        }
         mutex.owner = 0;
     }
     return 0;
@@ -127,6 +132,7 @@ int WaitOn(pthread_cond_t* condition, pthread_mutex_t* native, std::int64_t dead
     *last = &self;
     const unsigned levels = mutex.levels;
     mutex.owner = 0;
+    Release(KeyOf(&mutex));
     Block({"sleeps on a condition", &CanLeave, &self, deadline}, where);
     for (Waiter** place = &WaitersOf(condition); !self.isWoken && *place != nullptr; place = &(*place)->next) {
         if (*place == &self) {
@@ -247,6 +253,7 @@ int pthread_join(pthread_t thread, void** result) {
                 if (!hasLeft(&g_known[i].number)) {
                     Block({"joins a thread", hasLeft, &g_known[i].number}, WHERE);
                 }
+                JoinOrderOf(g_known[i].number);
                 break;
             }
         }
@@ -282,6 +289,9 @@ int pthread_mutex_trylock(pthread_mutex_t* native) {
         }
     } else if (mutex.kind != PTHREAD_MUTEX_RECURSIVE) {
         return EBUSY;
+    }
+    if (IsControlled()) {
+        Acquire(KeyOf(&mutex));
     }
     mutex.owner = Self();
     ++mutex.levels;
@@ -337,6 +347,11 @@ int pthread_once(pthread_once_t* once, void (*call)()) {
         *once = 1;
         call();
         *once = 2;
+        if (IsControlled()) {
+            Release(KeyOf(once));
+        }
+    } else if (IsControlled()) {
+        Acquire(KeyOf(once));
     }
     return 0;
 }
@@ -361,6 +376,9 @@ void __cxa_guard_release(std::uint64_t* guard) {
     bytes[1] = 0;
     bytes[0] = 1;
     EndAtomic();
+    if (IsControlled()) {
+        Release(KeyOf(guard));
+    }
 }
 
 void __cxa_guard_abort(std::uint64_t* guard) {
@@ -411,14 +429,16 @@ long syscall(long number, ...) {
         int value;
     };
     const auto* const word = reinterpret_cast<const int*>(arguments[0]);
-    const bool isWait = (arguments[1] & FUTEX_CMD_MASK) == FUTEX_WAIT;
-    Point(isWait ? "atomic wait" : "atomic wake", word, WHERE);
+    if ((arguments[1] & FUTEX_CMD_MASK) != FUTEX_WAIT) {
+        return 0;  // who sleeps looks at the word; and it may be gone by now, which the system does not mind
+    }
+    Point("atomic wait", word, WHERE);
     const Sleeper self{word, static_cast<int>(arguments[2])};
     const auto isOver = +[](const void* object) {
         const auto* const sleeper = static_cast<const Sleeper*>(object);
         return *sleeper->word != sleeper->value;
     };
-    if (isWait && !isOver(&self)) {
+    if (!isOver(&self)) {
         Block({"sleeps on an atomic", isOver, &self}, WHERE);
     }
     return 0;

@@ -54,6 +54,15 @@ _Unwind_Reason_Code AddFrame(_Unwind_Context* context, void* argument) {
     return _URC_NO_REASON;
 }
 
+// Of blocks, by place and thread. An older one may be overwritten.
+Step* g_uses = nullptr;
+constexpr std::size_t kUses = 1 << 14;
+
+Step& UseOf(const void* block, int thread) {
+    const auto key = reinterpret_cast<std::uintptr_t>(block) / 16 * 31 + static_cast<std::uintptr_t>(thread);
+    return g_uses[key % kUses];
+}
+
 using Lines = std::map<std::uintptr_t, std::string>;
 
 // Where the frame is in the sources of the library or of a scenario; empty if it is elsewhere.
@@ -130,6 +139,23 @@ void Fail(const char* format, ...) {
 void TraceFromNowOn() {
     g_steps = static_cast<Step*>(std::calloc(kMostSteps, sizeof(Step)));
     g_stepCount = 0;
+    g_uses = static_cast<Step*>(std::calloc(kUses, sizeof(Step)));
+}
+
+void TraceUse(const void* block, int thread) {
+    if (g_uses != nullptr) {
+        Step& use = UseOf(block, thread);
+        use = {thread, Now(), "the use", block, {}};
+        Frames frames{&use.frames, 0};
+        _Unwind_Backtrace(&AddFrame, &frames);
+    }
+}
+
+void ShowUse(const void* block, int thread) {
+    if (g_uses != nullptr && g_stepCount + 1 < kMostSteps && UseOf(block, thread).object == block) {
+        Trace("frees", block, nullptr);
+        g_steps[g_stepCount++] = UseOf(block, thread);
+    }
 }
 
 void Trace(const char* what, const void* object, const void*) {

@@ -45,4 +45,8 @@ void TraceFromNowOn();
 void Trace(const char* what, const void* object, const void* where);
 void PrintTrace();
 
+// While the steps are kept: where each thread has used a block of memory last; the trace ends with the use of `block` by `thread`.
+void TraceUse(const void* block, int thread);
+void ShowUse(const void* block, int thread);
+
 }  // namespace Schedules

@@ -82,3 +82,70 @@ SCENARIO(FutureIsWaitedForByTwo) {
     future->Wait();
     Check(future->IsNormal(), "the wait ends with the run");
 }
+
+SCENARIO(FutureIsCancelledBeforeItStarts) {
+    const Future future = MakeFuture();
+    bool hasStarted = false;
+    Party run([&] {
+        hasStarted = future->Start();
+        if (hasStarted) {
+            future->ConfirmCancel();
+            future->SetValue();
+        }
+    });
+    future->RequestCancel();
+    future->Wait();
+    run.Join();
+    Check(hasStarted || future->IsCancelled(), "what was cancelled first does not start");
+    Check(!hasStarted || future->IsNormal() || future->IsCancelled(), "what has started has an outcome");
+}
+
+SCENARIO(FutureFailsWhileItIsWaitedFor) {
+    const Future future = MakeFuture();
+    Party run([&] {
+        if (future->Start()) {
+            future->SetException(Orvane::CancelledException());
+        }
+    });
+    bool hasThrown = false;
+    try {
+        future->GetValue();
+    } catch (const Orvane::CancelledException&) {
+        hasThrown = true;
+    }
+    Check(hasThrown, "the failure comes out of the wait");
+}
+
+SCENARIO(FutureEndsAtTheDeadlineOfAWait, {.patience = 20 * Schedules::kMillisecond}) {
+    const Future future = MakeFuture();
+    Party run([&] {
+        if (future->Start()) {
+            future->SetValue();
+        }
+    });
+    const auto deadline = std::chrono::time_point_cast<Orvane::Duration>(std::chrono::system_clock::now()) +
+                          std::chrono::milliseconds(10);
+    const bool hasEnded = future->TimedWait(deadline);
+    Check(!hasEnded || future->IsNormal(), "a wait that says so has seen the end");
+    future->Wait();
+    Check(future->IsNormal(), "the run has ended");
+}
+
+SCENARIO(FutureConfirmsWithinTheGrace) {
+    const Future future = MakeFuture();
+    Party run([&] {
+        if (!future->Start()) {
+            return;
+        }
+        const auto object = future->GetCancellationObject();
+        std::this_thread::sleep_for(std::chrono::seconds(29));
+        if (object->IsRequested()) {
+            future->ConfirmCancel();
+        } else {
+            future->SetValue();
+        }
+    });
+    Party requester([&] { future->RequestCancel(); });
+    future->Wait();
+    Check(!future->IsCancelling(), "the wait ends with the run");
+}
