@@ -23,7 +23,7 @@ flavour_folder() { if [ "$flavour" = "${flavours[0]}" ]; then echo build; else e
 in_toolchain() {
     local root=$1 name passed_on=()
     shift
-    for name in ZARVO_STRESS_SEED ZARVO_STRESS_FACTOR; do
+    for name in ZARVO_STRESS_SEED ZARVO_STRESS_FACTOR ZARVO_MODEL_SEQUENCES; do
         [ -z "${!name:-}" ] || passed_on+=(--setenv "$name" "${!name}")
     done
     mkdir -p "$cache/ccache"
@@ -43,7 +43,7 @@ in_toolchain() {
 }
 
 # The parts of build/ in the order in which one verb claims them. Building, the tests and their Wine prefix are one part.
-parts=(build shell docs lint coverage sanitize schedules mutate debugger)
+parts=(build shell docs lint coverage sanitize schedules mutate models debugger)
 declare -A claimed=()
 
 # claim PART: one ./dev at a time works on it, until this one ends or releases it.

@@ -14,7 +14,7 @@ packages_coverage=gcovr
 packages_docs=doxygen,python3
 packages_debugger=gdb-mingw-w64,binutils-mingw-w64-x86-64
 packages_charts=python3-matplotlib
-packages_sanitize=clang-19,libclang-rt-19-dev,llvm-19,libstdc++-14-dev,cmake,ninja-build,ccache,googletest,gdb,python3-clang-19
+packages_sanitize=clang-19,libclang-rt-19-dev,llvm-19,libstdc++-14-dev,cmake,ninja-build,ccache,googletest,gdb,librapidcheck-dev,python3-clang-19
 
 # The flavours of the library, named for their compilers: what --toolchain takes. The first is everybody's.
 flavours=(win32 ucrt64 posix clang)

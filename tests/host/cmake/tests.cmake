@@ -160,7 +160,11 @@ endif()
 add_test(NAME mutants_are_judged COMMAND python3 -B ${root}/tools/mutation/mutation_test.py)
 set_tests_properties(mutants_are_judged PROPERTIES LABELS seen TIMEOUT 300)
 
-foreach(room IN ITEMS platform base errors lifetime cancellation tasks threadpool scheduler sync jobs figures faults journeys stress)
+foreach(room IN ITEMS platform base errors lifetime cancellation tasks threadpool scheduler sync jobs figures faults journeys stress models)
     test_room(${room})
+endforeach()
+# Makes the random sequences, and shortens those that fail.
+foreach(program IN ITEMS models_tests models_whitebox_tests)
+    target_link_libraries(${program} PRIVATE rapidcheck)
 endforeach()
 target_compile_definitions(journeys_tests PRIVATE ZARVO_DOCS="${root}/docs")
