@@ -14,8 +14,11 @@ set(left_out_files
     sync/fifo_mutex_platform_test.cpp
     # Asks for the processor time of a process.
     sync/fifo_mutex_waiters_slow_test.cpp
-    # Suspends threads.
+    # Suspend threads.
     threadpool/idle_workers_whitebox_stress_test.cpp
+    faults/suspended_workers_stress_test.cpp
+    # Kills threads in waits whose end waits for them here.
+    faults/killed_workers_test.cpp
     # Starts a program of the platform, and watches a folder.
     jobs/job_process_test.cpp
     # Read a file with a parser that only the platform's build has.
