@@ -89,7 +89,7 @@ double InMilliseconds(std::chrono::nanoseconds time) {
 }
 
 void PrintTimes(const char* name, const SoakTimes& times) {
-    std::printf("%-36s %10llu %10.2f %10.2f %10.2f\n", name, static_cast<unsigned long long>(times.Count()),
+    std::printf("%-44s %10llu %10.2f %10.2f %10.2f\n", name, static_cast<unsigned long long>(times.Count()),
                 InMilliseconds(times.Below(0.5)), InMilliseconds(times.Below(0.99)), InMilliseconds(times.Max()));
 }
 
@@ -110,8 +110,9 @@ void PrintCounts(const SoakTally& tally, std::chrono::nanoseconds elapsed) {
     print("plug-ins loaded and taken out", tally.plugIns);
     print("processes killed with a mutex", tally.processesKilled);
     print("workers killed", tally.workersKilled);
-    std::printf("\n%-36s %10s %10s %10s %10s\n", "from one to the other, in ms", "count", "p50 <=", "p99 <=", "max");
+    std::printf("\n%-44s %10s %10s %10s %10s\n", "from one to the other, in ms", "count", "p50 <=", "p99 <=", "max");
     PrintTimes("queue to start", tally.queueToStart);
+    PrintTimes("launch of a thread to start", tally.launchToStart);
     for (std::size_t wait = 0; wait < kSoakWaits; ++wait) {
         PrintTimes((std::string("request to wake: ") + kSoakWaitNames[wait]).c_str(), tally.cancelToWake[wait]);
     }

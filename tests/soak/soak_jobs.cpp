@@ -23,12 +23,13 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int kBatch = 32;
+constexpr std::size_t kInNewThread = 2;  // of the ways below
 
 // A job that says when it began, and then ends in one of the ways there are.
 Orvane::Job<int> StartTimed(SoakScene& scene, std::size_t way) {
     SoakTally* const tally = &scene.tally;
     const auto work = [tally, way, queued = Stopwatch()] {
-        tally->queueToStart.Add(queued.Elapsed());
+        (way == kInNewThread ? tally->launchToStart : tally->queueToStart).Add(queued.Elapsed());
         ++tally->jobs;
         if (way == 0) {
             throw std::runtime_error("as it should");
@@ -39,7 +40,7 @@ Orvane::Job<int> StartTimed(SoakScene& scene, std::size_t way) {
         }
         return static_cast<int>(way);
     };
-    return way == 2 ? Orvane::RunInNewThread(L"thread", work) : Orvane::Run(L"job", work);
+    return way == kInNewThread ? Orvane::RunInNewThread(L"thread", work) : Orvane::Run(L"job", work);
 }
 
 void CheckEnd(SoakScene& scene, Orvane::Job<int>& job, std::size_t way) {

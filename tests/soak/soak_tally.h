@@ -99,6 +99,7 @@ struct SoakTally {
     std::atomic<std::uint64_t> processesKilled = 0;
     std::atomic<std::uint64_t> workersKilled = 0;
     SoakTimes queueToStart;
+    SoakTimes launchToStart;  // of a thread of its own
     std::array<SoakTimes, kSoakWaits> cancelToWake;
 
     void Fail(std::string what) {
