@@ -2,14 +2,13 @@
 #pragma once
 
 #include <memory>
-#include <stop_token>
 #include <system_error>
 #include <utility>
 
 #include "concurrency/base/windows_api.h"
-#include "concurrency/jobs/cancellable.h"
 #include "concurrency/jobs/handle_watch.h"
 #include "concurrency/jobs/time_limits.h"
+#include "concurrency/jobs/token_link.h"
 
 namespace Orvane::Internal {
 
@@ -32,25 +31,11 @@ class ManualEvent {
     const HANDLE m_handle;
 };
 
-class JobState;
-
-// What the user's stop token calls.
-class TokenLink {
-  public:
-    explicit TokenLink(std::weak_ptr<JobState> job) : m_job(std::move(job)) {}
-
-    void operator()() const noexcept;
-
-  private:
-    std::weak_ptr<JobState> m_job;
-};
-
 struct JobExtras {
     std::unique_ptr<ManualEvent> ended;
     TimeLimit limit;
     HandleWatches watches;
-    std::unique_ptr<std::stop_callback<TokenLink>> token;
-    bool isTokenCalling = false;  // a thread is in the callback, and destroys it if the job has ended meanwhile
+    std::shared_ptr<TokenLink> token;  // until the job has ended
 };
 
 }  // namespace Orvane::Internal

@@ -107,40 +107,19 @@ AskReason JobState::DropReason() const noexcept {
     return isByOwner ? m_owner->ReasonForOwned() : AskReason{CancelCause::Dropped, nullptr};
 }
 
-void TokenLink::operator()() const noexcept {
-    if (const auto job = m_job.lock()) {
-        job->TokenStops();  // may destroy this object
-    }
-}
-
-void JobState::TokenStops() noexcept {
-    {
-        const RankedLock lock(m_shard.mutex);
-        if (m_extras) {
-            m_extras->isTokenCalling = true;
-        }
-    }
-    AskToLeave(*this, {CancelCause::Token, nullptr});
-    std::unique_ptr<std::stop_callback<TokenLink>> ended;  // destroyed inside itself it does not wait for its own end
-    const RankedLock lock(m_shard.mutex);
-    if (m_extras) {
-        m_extras->isTokenCalling = false;
-        if (m_phase == Phase::Ended) {
-            ended = std::move(m_extras->token);
-        }
-    }
-}
-
 void JobState::CancelOn(const std::stop_token& token) {
     if (!token.stop_possible()) {
         return;
     }
-    // May call the link now. The end takes what it finds; what comes later is destroyed here.
-    auto callback = std::make_unique<std::stop_callback<TokenLink>>(token, TokenLink(weak_from_this()));
-    const RankedLock lock(m_shard.mutex);
-    if (m_phase.load() != Phase::Ended) {
-        NeedExtras().token.swap(callback);
+    const auto link = std::make_shared<TokenLink>(weak_from_this());
+    {
+        const RankedLock lock(m_shard.mutex);
+        if (m_phase.load() == Phase::Ended) {
+            return;
+        }
+        NeedExtras().token = link;
     }
+    link->Register(token);
 }
 
 JobExtras& JobState::NeedExtras() {
@@ -197,21 +176,21 @@ void JobState::CancelWhen(HANDLE handle) {
 void JobState::TidyUp() noexcept {
     TimeLimit limit;
     HandleWatches watches;
-    std::unique_ptr<std::stop_callback<TokenLink>> token;
+    std::shared_ptr<TokenLink> token;
     {
         const RankedLock lock(m_shard.mutex);
         if (m_extras) {
             limit = std::exchange(m_extras->limit, {});
             watches.swap(m_extras->watches);
-            if (!m_extras->isTokenCalling) {
-                token = std::move(m_extras->token);
-            }
+            token.swap(m_extras->token);
         }
     }
     RemoveTimeLimit(limit);
     RemoveHandleWatches(watches);
     DiscardIfUnread();
-    token.reset();  // last: waits for a callback that is under way, and that may wait for this job
+    if (token) {
+        token->Remove();
+    }
 }
 
 }  // namespace Orvane::Internal

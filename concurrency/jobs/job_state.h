@@ -111,9 +111,6 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     void Enlist();
     void CancelOn(const std::stop_token& token);
 
-    // In the callback of the token.
-    void TokenStops() noexcept;
-
     // After a failed start: ends it as cancelled, unless another thread does, and waits for that.
     void GiveUp() noexcept;
 

@@ -53,6 +53,7 @@ set(left_out_tests
     ExceptionComMessage.WhatIsInTheCodePageOfTheThread
 
     # Replaces what the platform's standard library is made of: critical sections, its conditions, its heap.
+    TokenThatIsStoppedAtTheEndOfItsJob.DoesNotHoldTheThreadOfTheJob
     IdlePool.LostWakeUpDelaysAtMostOneTaskOfABurst
     IdlePool.TaskWhoseWakeUpWasLostDoesNotTakeTheNextOnesWorker
     IdlePool.WorkerThatIsHeldWhileItLooksDelaysOneTaskUntilTheNextIsQueued
