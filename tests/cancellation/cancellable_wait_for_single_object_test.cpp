@@ -104,13 +104,15 @@ TEST_P(CancellableWaitForSingleObjectAnywhere, ReturnsWaitFailedWithError6ForAHa
     EXPECT_EQ(GetLastError(), 6U);
 }
 
-// What is released after the wait must not cover up why it failed.
+// The event of a failed wait is closed, which must not cover up why the wait failed.
 TEST_P(CancellableWaitForSingleObjectAnywhere, LastErrorOfTheFailedWaitSurvivesTheRelease) {
     const NoisyClose noisyClose;
 
     EXPECT_EQ(CancellableWaitForSingleObject(nullptr, 0), 0xFFFFFFFFU);
 
-    EXPECT_EQ(GetLastError(), 6U);
+    const DWORD error = GetLastError();
+    EXPECT_EQ(error, 6U);
+    EXPECT_EQ(noisyClose.Count(), 1);  // or the error had nothing to survive
 }
 
 TEST_P(CancellableWaitForSingleObjectAnywhere, FailsAsThePlatformDecidesWhenNoEventCanBeCreated) {

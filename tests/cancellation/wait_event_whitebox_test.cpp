@@ -3,8 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <memory>
 #include <mutex>
+#include <set>
 #include <system_error>
+#include <vector>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
@@ -83,6 +87,61 @@ TEST(WaitEvent, SetsTheFlagBeforeItUnlocks) {
 
     EXPECT_TRUE(request.requested);
     EXPECT_EQ(WaitForSingleObject(event->GetHandle(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
+}
+
+// The events that the library has created and not closed.
+class OpenEvents {
+  public:
+    OpenEvents() {
+        s_create = m_create.Original<CreateAny>();
+        s_closeHandle = m_close.Original<CloseAny>();
+        CloseSpareEvents();
+        s_events.clear();
+    }
+    OpenEvents(const OpenEvents&) = delete;
+    OpenEvents& operator=(const OpenEvents&) = delete;
+
+    std::size_t Count() const { return s_events.size(); }
+
+  private:
+    using CreateAny = HANDLE WINAPI(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR);
+    using CloseAny = BOOL WINAPI(HANDLE);
+
+    static HANDLE WINAPI Create(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL state, LPCWSTR name) {
+        const HANDLE event = s_create(security, manualReset, state, name);
+        s_events.insert(event);
+        return event;
+    }
+    static BOOL WINAPI Close(HANDLE handle) {
+        s_events.erase(handle);
+        return s_closeHandle(handle);
+    }
+
+    static inline CreateAny* s_create = nullptr;
+    static inline CloseAny* s_closeHandle = nullptr;
+    static inline std::set<HANDLE> s_events;
+
+    const ImportPatch m_create{LibraryUnderTest(), "CreateEventW", &Create};
+    const ImportPatch m_close{LibraryUnderTest(), "CloseHandle", &Close};
+};
+
+// More waits at a time than events are kept for later ones: none is left, and no two waits ever have the same.
+TEST(WaitEvent, IsNeverSharedAndClosedWhereNoRoomIsLeft) {
+    const OpenEvents open;
+    for (int round = 0; round < 2; ++round) {
+        std::vector<std::unique_ptr<WaitEvent>> waits;
+        std::set<HANDLE> used;
+        for (int i = 0; i < 40; ++i) {
+            waits.push_back(std::make_unique<WaitEvent>());
+            used.insert(waits.back()->GetHandle());
+        }
+        EXPECT_EQ(used.size(), 40U);
+        EXPECT_EQ(open.Count(), 40U);
+        waits.clear();
+        EXPECT_EQ(open.Count(), 16U);
+    }
+    CloseSpareEvents();
+    EXPECT_EQ(open.Count(), 0U);
 }
 
 }  // namespace

@@ -142,14 +142,22 @@ class NoEvents {
     ImportPatch m_patch{LibraryUnderTest(), "CreateEventW", &Fail};
 };
 
-// Closing a handle leaves an error of its own behind.
+// Closing a handle leaves an error of its own behind, and is counted.
 class NoisyClose {
+  public:
+    NoisyClose() { g_closed = 0; }
+
+    int Count() const { return g_closed; }
+
+  private:
     static BOOL WINAPI Close(HANDLE handle) {
         const BOOL closed = CloseHandle(handle);
         SetLastError(12345);
+        ++g_closed;
         return closed;
     }
 
+    static inline std::atomic<int> g_closed = 0;
     ImportPatch m_patch{LibraryUnderTest(), "CloseHandle", &Close};
 };
 
