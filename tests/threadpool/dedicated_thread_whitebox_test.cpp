@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <memory>
+#include <utility>
 
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/windows_api.h"
@@ -10,6 +12,7 @@
 #include "concurrency/threadpool/thread_pool.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/stopwatch.h"
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
@@ -159,6 +162,53 @@ TEST_F(UnreportedThread, ShutdownWaitsForItWithoutLimit) {
     EXPECT_TRUE(stop.Ends());
     EXPECT_EQ(CountsOf(m_pool).finishedThreads, 0U);
     EXPECT_EQ(CountsOf(m_pool).completionFutures, 0U);
+}
+
+// How often a launch has waited for an ending thread.
+class WaitsOfLaunches {
+  public:
+    WaitsOfLaunches() {
+        s_count = 0;
+        s_wait = m_patch.Original<Wait>();
+    }
+    WaitsOfLaunches(const WaitsOfLaunches&) = delete;
+    WaitsOfLaunches& operator=(const WaitsOfLaunches&) = delete;
+
+    int Count() const { return s_count; }
+
+  private:
+    using Wait = DWORD WINAPI(HANDLE, DWORD);
+
+    static DWORD WINAPI CountAndWait(HANDLE handle, DWORD milliseconds) {
+        if (milliseconds == 200) {
+            ++s_count;
+        }
+        return s_wait.load()(handle, milliseconds);
+    }
+
+    static inline std::atomic<int> s_count = 0;
+    static inline std::atomic<Wait*> s_wait = nullptr;
+
+    const ImportPatch m_patch{LibraryUnderTest(), "WaitForSingleObject", &CountAndWait};
+};
+
+// As in the destructor of a thread-local object: the thread's record waits to be joined, and it would wait for itself.
+TEST(DedicatedThreadRecords, LaunchOnAnEndingThreadDoesNotWaitForThatThread) {
+    const Pool pool(1);
+    Gate isOnRecord;
+    std::promise<int> promise;
+    std::atomic<int> waits = -1;
+    NativeThread thread = NativeThread::Start([&] {
+        isOnRecord.Wait();
+        const WaitsOfLaunches launches;
+        pool.Core()->LaunchInNewThread(Task());
+        waits = launches.Count();
+    });
+    AddFinishedThread(pool, std::move(thread), promise.get_future());
+    isOnRecord.Open();
+    ASSERT_TRUE(Eventually([&] { return waits != -1; }));
+    EXPECT_EQ(waits, 0);
+    EXPECT_GE(CountsOf(pool).finishedThreads, 1U);
 }
 
 TEST(DedicatedThreadRecords, ShutdownPassesOverRecordsWithoutAThread) {

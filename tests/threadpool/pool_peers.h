@@ -100,6 +100,12 @@ struct PoolGrowthPeer {
         const std::lock_guard lock(growth.m_mutex);
         return growth.CallersWait(PoolGrowth::OnFailure::Wait);
     }
+
+    // That sleep until the growth is over.
+    static std::uint32_t SleepingCallers(PoolGrowth& growth) {
+        const std::lock_guard lock(growth.m_mutex);
+        return growth.m_done.Waiters();
+    }
 };
 
 struct DedicatedThreadsPeer {

@@ -26,8 +26,9 @@ class StopFromInside {
         return Orvane::MakeTask(L"stops its own pool", [this] { Stop(); });
     }
 
-    // Gives the task the time to come through where it must not.
+    // Waits until the task has begun, and gives it the time to come through where it must not.
     void GiveItAChance() const {
+        static_cast<void>(Eventually([this] { return m_begun.load(); }));
         static_cast<void>(Eventually([this] { return m_over.load(); }, std::chrono::milliseconds(100)));
     }
 
@@ -36,6 +37,7 @@ class StopFromInside {
 
   private:
     void Stop() {
+        m_begun = true;
         try {
             m_pool->Stop();
         } catch (const std::runtime_error& error) {
@@ -46,6 +48,7 @@ class StopFromInside {
 
     const std::shared_ptr<Orvane::Internal::ThreadPoolCore> m_pool;
     std::string m_refusal;
+    std::atomic<bool> m_begun = false;
     std::atomic<bool> m_over = false;
 };
 

@@ -121,6 +121,20 @@ TEST(ThreadPoolStop, IsRefusedOnAWorkerAndChangesNothing) {
     after.Wait();
 }
 
+// Even before its batch is complete and the pool has it on record.
+TEST(ThreadPoolStop, IsRefusedOnAWorkerOfABatchThatIsUnderWay) {
+    const Pool pool(0);
+    StopFromInside stop(pool.Core());
+    ThreadStarts starts;
+    starts.After([&](int) { stop.GiveItAChance(); });
+    Task task = stop.MakeTask();
+    AppendToQueue(*pool.Core(), task);
+    pool.Core()->SpawnThreads(1);
+    task.Wait();
+    EXPECT_EQ(stop.Refusal(), kStopRefused);
+    EXPECT_FALSE(IsStopping(*pool.Core()));
+}
+
 // Even before its launch is over and the pool has it on record.
 TEST(ThreadPoolStop, IsRefusedOnADedicatedThread) {
     const Pool pool(1);

@@ -60,6 +60,28 @@ TEST(ThreadPool, QueuedTaskIsPresentUntilItHasReturned) {
     EXPECT_TRUE(Eventually([&] { return !pool.Core()->IsPresent(queued); }));
 }
 
+// The wake-up is passed on, though nobody else stands for the tasks that are left.
+TEST(ThreadPool, WokenWorkerThatLeavesTasksBehindWakesAnother) {
+    const Pool pool(3);
+    HeldTasks held;
+    ASSERT_TRUE(Eventually([&] { return IdleWorkers(*pool.Core()) == 3; }));
+    AppendToQueue(*pool.Core(), held.Make());
+    AppendToQueue(*pool.Core(), held.Make());
+    pool.Core()->Queue(held.Make());  // wakes one worker
+    EXPECT_TRUE(Eventually([&] { return held.Entered() == 3; }));
+}
+
+// As the pool's own task does, which starts a growth.
+TEST(ThreadPool, TaskInFrontOfAllOthersWakesAnIdleWorker) {
+    const Pool pool(1);
+    HeldTasks held;
+    ASSERT_TRUE(Eventually([&] { return IdleWorkers(*pool.Core()) == 1; }));
+    WorkQueue::Entries entry;
+    entry.emplace_back(held.Make());
+    ThreadPoolCorePeer::Queue(*pool.Core()).PrependUnlessStopping(entry);
+    EXPECT_TRUE(Eventually([&] { return held.Entered() == 1; }));
+}
+
 // Loses the pool's wake-up of this number: as if the worker that it went to were suspended or killed.
 class LostWakeUp {
   public:

@@ -6,6 +6,7 @@
 #include <string>
 #include <system_error>
 
+#include "concurrency/base/windows_api.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/global_thread_pool.h"
 #include "concurrency/threadpool/thread_pool.h"
@@ -133,6 +134,24 @@ TEST_F(GivenUpGrowth, IsRememberedForAPoolThatIsCreatedLater) {
         EXPECT_TRUE(caller.Ends());
     }
     DestroyThreadPool();
+}
+
+// The callers of a pool that is created afterwards wait again.
+TEST_F(GivenUpGrowth, IsForgottenWithTheProcessPool) {
+    GiveUpFailedGrowth();
+    DestroyThreadPool();
+    AllowThreadPool();
+    ThreadStarts starts;
+    const Pool pool(0);
+    HeldTasks held;
+    starts.FailAt(8 + 1);
+    ASSERT_TRUE(held.Start(7, QueueOf(pool)));
+    ASSERT_TRUE(Eventually([&] { return starts.Count() == 8 + 1; }));
+    const BackgroundCall caller([&] { pool.Core()->Queue(held.Make()); });
+    Sleep(50);
+    EXPECT_TRUE(caller.IsRunning());
+    GiveUp(pool);
+    EXPECT_TRUE(caller.Ends());
 }
 
 TEST(ThreadStartFailure, FailedLaunchLeavesEveryRecordAsItWas) {
