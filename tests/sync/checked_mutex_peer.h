@@ -27,6 +27,9 @@ struct CheckedMutexPeer {
         return mutex.m_lock.waiters;
     }
 
+    // Where each thread stands that is about to sleep.
+    static auto& InnerMutexOf(checked_mutex& mutex) { return mutex.m_lock.mutex; }
+
     // Brings those that sleep to look at the mutex and the clock.
     static void WakeSleepersOf(checked_mutex& mutex) { mutex.m_lock.condition.notify_all(); }
 

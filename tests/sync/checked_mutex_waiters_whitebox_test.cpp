@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include "concurrency/base/windows_api.h"
@@ -16,6 +17,7 @@
 #include "tests/support/import_patch.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/task_thread.h"
+#include "tests/support/thread.h"
 #include "tests/sync/checked_mutex_peer.h"
 #include "tests/sync/checked_mutex_reports.h"
 #include "tests/sync/wall_clock.h"
@@ -117,6 +119,7 @@ TEST_F(CheckedMutexWaiter, IsReportedAfterThreeSecondsNotBefore) {
     EXPECT_EQ(records[0].kind, 16);
     EXPECT_EQ(records[0].format, L"Failed to lock mutex within %d seconds");
     EXPECT_EQ(records[0].arguments, Arguments(3));
+    EXPECT_EQ(CheckedMutexPeer::SleepersOf(*m_mutex), 0U);
 }
 
 TEST_F(CheckedMutexWaiter, IsNotReportedInATimedLock) {
@@ -125,6 +128,7 @@ TEST_F(CheckedMutexWaiter, IsNotReportedInATimedLock) {
     clock.Set(2h);
     EXPECT_TRUE(WakeUntil([this] { return !m_waiter->IsRunning(); }));
     EXPECT_EQ(m_reports.Count(kInLock), 0U);
+    EXPECT_EQ(CheckedMutexPeer::SleepersOf(*m_mutex), 0U);
 }
 
 TEST_F(CheckedMutexWaiter, WaitsWithoutLimitOnceItIsReported) {
@@ -187,6 +191,23 @@ TEST_F(CheckedMutexWaiter, IsTheOnlyOneThatUnlockWakes) {
         EXPECT_EQ(held.Count(), 1);
     }
     EXPECT_TRUE(WakeUntil([&] { return !m_waiter->IsRunning() && !second.IsRunning(); }));
+}
+
+// A waiter that was counted and has found the mutex taken may not be asleep yet: the wake-up would miss it.
+TEST_F(CheckedMutexWaiter, IsNotWokenWhileOneStandsBetweenItsLookAndItsSleep) {
+    Start(LockAndUnlock);
+    {
+        const HeldWakeUps held;
+        std::unique_lock aboutToSleep(CheckedMutexPeer::InnerMutexOf(*m_mutex));
+        Thread owner([this] { m_mutex->unlock(); });
+        EXPECT_TRUE(Eventually([this] { return CheckedMutexPeer::HeldWordOf(*m_mutex) == 0; }));
+        std::this_thread::sleep_for(50ms);  // to show that nothing happens
+        EXPECT_EQ(held.Count(), 0);
+        aboutToSleep.unlock();
+        owner.join();
+        EXPECT_EQ(held.Count(), 1);
+    }
+    EXPECT_TRUE(WakeUntil([this] { return !m_waiter->IsRunning(); }));
 }
 
 }  // namespace

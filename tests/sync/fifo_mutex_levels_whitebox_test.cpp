@@ -1,13 +1,19 @@
-// What counts the levels of a fifo_mutex is a word with a limit.
+// The word of a fifo_mutex: it has a limit of levels, and is looked at again under the guard.
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 
+#include "tests/support/eventually.h"
+#include "tests/support/gate.h"
+#include "tests/support/task_thread.h"
+#include "tests/support/thread.h"
 #include "tests/sync/fifo_mutex_peer.h"
 #include "tests/sync/others.h"
+#include "tests/sync/queued_task.h"
 
 namespace {
 
@@ -37,6 +43,84 @@ TEST(FifoMutex, HasALastLevel) {
     FifoMutexPeer::OwnWithLevels(mutex, 1);
     mutex.unlock();
     EXPECT_TRUE(IsFreeForOthers(mutex));
+}
+
+// The last one in line may have left between the first look at the word and the guard.
+TEST(FifoMutex, ThatHasBecomeFreeMeanwhileIsTakenByOneThread) {
+    for (const auto lock : {&FifoMutexPeer::TryLockInLine, &FifoMutexPeer::LockInLine}) {
+        fifo_mutex mutex;
+        EXPECT_TRUE(lock(mutex));
+        EXPECT_EQ(FifoMutexPeer::OwnerOf(mutex), ::GetCurrentThreadId());
+        EXPECT_EQ(FifoMutexPeer::LevelsOf(mutex), 1U);
+        EXPECT_FALSE(IsFreeForOthers(mutex));
+        mutex.unlock();
+        EXPECT_TRUE(IsFreeForOthers(mutex));
+    }
+}
+
+// A waiter may sleep without limit behind an owner that has come in: that one wakes it.
+TEST(FifoMutex, KnowsWhetherItsOwnerHasComeIn) {
+    fifo_mutex mutex;
+    mutex.lock();
+    Gate isIn;
+    Gate mayLeave;
+    QueuedTask next(mutex, [&] {
+        mutex.lock();
+        isIn.Open();
+        mayLeave.Wait();
+        mutex.unlock();
+    });
+    QueuedTask last(mutex, [&] {
+        mutex.lock();
+        mutex.unlock();
+    });
+    FifoMutexPeer::UnderTheGuard(mutex, [&] { EXPECT_TRUE(FifoMutexPeer::OwnerHasComeIn(mutex)); });
+    mutex.lock();
+    FifoMutexPeer::UnderTheGuard(mutex, [&] {
+        EXPECT_TRUE(FifoMutexPeer::OwnerHasComeIn(mutex));
+        mutex.unlock();
+        mutex.unlock();
+        EXPECT_FALSE(FifoMutexPeer::OwnerHasComeIn(mutex));
+    });
+    isIn.Wait();
+    FifoMutexPeer::UnderTheGuard(mutex, [&] { EXPECT_TRUE(FifoMutexPeer::OwnerHasComeIn(mutex)); });
+    mayLeave.Open();
+    next->Join();
+    last->Join();
+    EXPECT_TRUE(IsFreeForOthers(mutex));
+}
+
+// As long as no thread waits, the word says it all.
+TEST(FifoMutex, IsTakenAndRefusedWithoutTheGuardWhileNoThreadWaits) {
+    const auto lock = [](fifo_mutex& mutex) {
+        mutex.lock();
+        mutex.unlock();
+    };
+    const auto tryLock = [](fifo_mutex& mutex) {
+        EXPECT_TRUE(mutex.try_lock());
+        mutex.unlock();
+    };
+    const auto tryInVain = [](fifo_mutex& mutex) { EXPECT_FALSE(mutex.try_lock()); };
+    for (const auto action : {+lock, +tryLock, +tryInVain}) {
+        fifo_mutex mutex;
+        if (action == +tryInVain) {
+            mutex.lock();
+        }
+        Gate isHeld;
+        Gate mayGo;
+        Thread holder([&] {
+            FifoMutexPeer::UnderTheGuard(mutex, [&] {
+                isHeld.Open();
+                mayGo.Wait();
+            });
+        });
+        isHeld.Wait();
+        TaskThread other([&] { action(mutex); });
+        EXPECT_TRUE(Eventually([&] { return !other.IsRunning(); }, std::chrono::seconds(10)));
+        mayGo.Open();
+        holder.join();
+        other.Join();
+    }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The private word of a fifo_mutex that nobody waits for.
+// The private word of a fifo_mutex that nobody waits for, the ways past it, and the line.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +15,23 @@ struct FifoMutexPeer {
     static std::uint32_t LevelsOf(const fifo_mutex& mutex) {
         return fifo_mutex::WaitQueue::LevelsOf(mutex.m_queue->m_word);
     }
+
+    // As for a thread that has found others in line, or another owner, before.
+    static bool TryLockInLine(fifo_mutex& mutex) { return mutex.m_queue->TryLockInList(::GetCurrentThreadId()); }
+    static bool LockInLine(fifo_mutex& mutex) {
+        return mutex.m_queue->LockInList(::GetCurrentThreadId(), nullptr) == Internal::WaitResult::Done;
+    }
+
+    // With the line standing still.
+    template <typename Action>
+    static void UnderTheGuard(fifo_mutex& mutex, Action action) {
+        const Internal::RankedLock lock(mutex.m_queue->m_guard);
+        action();
+    }
+    static bool OwnerHasComeIn(fifo_mutex& mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS {
+        return mutex.m_queue->m_ownerHasComeIn;
+    }
+
     static DWORD OwnerOf(const fifo_mutex& mutex) { return fifo_mutex::WaitQueue::OwnerOf(mutex.m_queue->m_word); }
 };
 

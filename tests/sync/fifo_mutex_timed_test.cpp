@@ -84,6 +84,13 @@ TEST(FifoMutex, TimesOutAtOnceWhenTheTimeHasPassed) {
     }
 }
 
+// The time has passed when it has come.
+TEST(FifoMutex, TimesOutWhenTheClockStandsAtTheTime) {
+    const TimePoint now = WallClockNow();
+    const ShiftedWallClock clock(now);
+    EXPECT_EQ(ResultOfAWaitInVain([&](fifo_mutex& mutex) { return mutex.try_lock_until(now); }), false);
+}
+
 TEST(FifoMutex, KeepsTheLineAsItWasWhenTheTimeHasPassed) {
     fifo_mutex mutex;
     mutex.lock();
@@ -139,6 +146,22 @@ TEST(FifoMutex, KeepsTheOrderOfTheOthersWhenSomeTimeOut) {
     mutex.unlock();
     line.Join();
     EXPECT_EQ(line.Order(), LineOfTasks::Turns({0, 1, 2}));
+}
+
+// A waiter that spins looks at the clock all the while.
+TEST(FifoMutex, SleepsUntilItIsWokenOrTheTimeHasCome) {
+    fifo_mutex mutex;
+    const ShiftedWallClock clock;
+    mutex.lock();
+    QueuedTask waiter(mutex, [&, deadline = WallClockNow() + 1h] {
+        EXPECT_TRUE(mutex.try_lock_until(deadline));
+        mutex.unlock();
+    });
+    const long before = clock.Reads();
+    std::this_thread::sleep_for(100ms);  // to show that nothing happens
+    EXPECT_LE(clock.Reads() - before, 10);  // the waiter may have been on its way to its first sleep
+    mutex.unlock();
+    EXPECT_TRUE(waiter->EndedNormally());
 }
 
 // On purpose: who has timed out does not look whether the turn has come meanwhile.
