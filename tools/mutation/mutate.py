@@ -9,7 +9,7 @@ import time
 
 from building import ROOMS, Failure, Found, MutatedTree
 from mutant import BLOCK
-from reporting import BadClaim, read_claims, shown, write_report
+from reporting import BadClaim, read_claims, share, shown, write_report
 from running import judge_all, list_tests, measure
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -44,6 +44,7 @@ def remember(last, verdicts):
     known = json.loads(last.read_text()) if last.exists() else {}
     known.update({each.mutant.key: each.outcome for each in verdicts if each.outcome != "not run"})
     last.write_text(json.dumps(known, indent=0))
+    return known
 
 
 def limit_processes():
@@ -92,7 +93,11 @@ def mutate(options):
         if verdict.outcome in ("survived", "unreached"):
             print(f"  {done}/{len(picked)} {verdict.outcome}: {shown(verdict.mutant)}", flush=True)
     verdicts = judge_all(picked, tests, options.minutes * 60, progress)
-    remember(results / "last.json", verdicts)
+    known = remember(results / "last.json", verdicts)
+    if options.survivors:
+        killed = sum(known.get(each.key) == "killed" for each in mutants)
+        ran = sum(each.key in known for each in mutants)
+        print(f"> with those of the last time {killed} of {ran} mutants are killed, {share(killed, ran)}")
     claims = read_claims(ROOT / "tools/mutation/equivalent.txt", room)
     whole = options.sample is None and not options.survivors and not options.match
     return write_report(results / "report.txt", room, verdicts, claims, mutants, len(of_room(found.removed)), whole,

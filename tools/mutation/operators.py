@@ -49,7 +49,8 @@ class Context:
 
     def add(self, cursor, operator, mutated, pieces):
         start, end = range_of(cursor)
-        if start >= end:
+        # What the compiler has rewritten (a != b as !(a == b)) begins at its operator.
+        if start >= end or re.match(r"[=!<>]=|[<>]", self.source.text(start, end)):
             return
         # What a macro's arguments become is not where they stand. A macro's name stands for all of it.
         if is_from_macro(cursor.extent.start) and is_from_macro(cursor.extent.end):
