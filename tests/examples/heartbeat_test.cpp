@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <regex>
 #include <sstream>
@@ -74,6 +75,9 @@ TEST_F(Heartbeat, SlowIsReportedForThePeriodsThatItMisses) {
 
 TEST_F(Heartbeat, SleeperIsCancelledInItsThirdRunAndRunsNoMore) {
     EXPECT_THAT(After("Sleeper: ", m_lines), ElementsAre("run 1", "run 2", "run 3", "cancelled in its sleep"));
+    // Main has waited for it.
+    const auto cancelled = std::find(m_lines.begin(), m_lines.end(), "Sleeper: cancelled in its sleep");
+    EXPECT_NE(std::find(cancelled, m_lines.end(), "Main: Sleeper has ended, the others go on"), m_lines.end());
 }
 
 TEST_F(Heartbeat, EndsWellAndCountsWhatItPrinted) {
