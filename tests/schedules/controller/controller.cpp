@@ -128,7 +128,7 @@ int Choose(Self self) {
         return g_current;
     }
     if (timed >= 0 && (count == 0 || g_threads[timed].wait->deadline - g_now <= g_terms.patience)) {
-        candidates[count] = {timed, count == 0 ? 0 : 1};
+        candidates[count] = {timed, count == 0 ? 0 : 1, count != 0};
         ++count;
     }
     if (count == 0) {
@@ -289,6 +289,21 @@ bool Block(const Wait& wait, const void* where) {
     const bool isOver = wait.isOver(wait.object);
     Trace(isOver ? "goes on" : "goes on: time-out", wait.object, where);
     return isOver;
+}
+
+std::size_t ChooseAmong(const int* threads, std::size_t count) {
+    if (!IsControlled() || count < 2) {
+        return 0;
+    }
+    ++g_threads[t_number].events;
+    std::array<Candidate, 64> candidates;
+    for (std::size_t i = 0; i < count; ++i) {
+        candidates[i] = {threads[i], i == 0 ? 0 : 1};
+    }
+    g_isDeciding = true;
+    const std::size_t chosen = g_strategy->Choose(candidates.data(), count, false);
+    g_isDeciding = false;
+    return chosen;
 }
 
 void BeginAtomic() noexcept {

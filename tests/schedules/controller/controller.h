@@ -46,6 +46,9 @@ bool HasJustLookedAt(const void* object) noexcept;
 // Returns whether the wait is over; false if its deadline came first.
 bool Block(const Wait& wait, const void* where);
 
+// Which of these threads is meant; all but the first cost a preemption.
+std::size_t ChooseAmong(const int* threads, std::size_t count);
+
 // Parts of the calling thread in which no other goes on.
 void BeginAtomic() noexcept;
 void EndAtomic() noexcept;
@@ -77,6 +80,7 @@ bool HasLeft(int number) noexcept;
 struct Candidate {
     int thread;
     int cost;  // 1: it interrupts one that could go on, or comes at its deadline although others can run
+    bool isEarly = false;  // the latter
 };
 
 // Decides. A point with one candidate is no decision.

@@ -207,6 +207,7 @@ bool RunOnceMore(const Scenario& scenario, const std::string* turns, std::uint64
     const pid_t child = fork();
     if (child == 0) {
         g_report = report;
+        alarm(300);
         g_options.seconds = 3600;
         if (turns != nullptr) {
             g_options.isReplay = true;
@@ -310,6 +311,8 @@ void Read(int count, char** arguments) {
             g_options.bound = std::stoi(value());
         } else if (argument == "--jobs") {
             g_options.jobs = std::stoi(value());
+        } else if (argument == "--trace") {
+            g_tracedSchedule = std::stoull(value());
         } else if (argument == "--replay") {
             g_options.isReplay = true;
             g_options.turns = value();

@@ -18,6 +18,7 @@ namespace {
 constexpr std::size_t kBytes = std::size_t{1} << 32;  // of addresses; pages are taken as they are used
 constexpr std::size_t kGranule = 16;
 constexpr std::size_t kMostBlocks = std::size_t{1} << 26;
+constexpr std::size_t kMostStacks = 48;
 constexpr std::size_t kStackBytes = std::size_t{8} << 20;
 
 struct Piece {
@@ -39,7 +40,7 @@ std::size_t g_firstGranule = 1;  // of this schedule
 std::uint32_t g_firstBlock = 1;
 std::uint32_t g_live = 0;  // of this schedule's blocks
 std::array<std::uint32_t, 256> g_allocations;  // by each thread
-std::array<const char*, 256> g_stacks;
+std::array<const char*, kMostStacks> g_stacks;
 
 template <typename T>
 T* Reserve(std::size_t bytes) {
@@ -162,9 +163,9 @@ std::uint64_t KeyOf(const void* object) noexcept {
     if (const Piece* const block = BlockOf(object)) {
         return block->key + (address - reinterpret_cast<std::uintptr_t>(g_bytes) - block->firstGranule * kGranule);
     }
-    for (std::size_t i = 0; i < g_stacks.size() && g_stacks[i] != nullptr; ++i) {
+    for (std::size_t i = 0; i < kMostStacks; ++i) {
         const std::size_t depth = reinterpret_cast<std::uintptr_t>(g_stacks[i]) - address;
-        if (depth < kStackBytes) {
+        if (g_stacks[i] != nullptr && depth < kStackBytes) {
             return std::uint64_t{0xF} << 60 | i << 32 | depth;
         }
     }

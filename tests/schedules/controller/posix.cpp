@@ -2,6 +2,7 @@
 // stand in the program, so they come before the system's own. A mutex keeps its owner and levels in its own bytes, laid out as the
 // system lays them out.
 
+#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
@@ -110,6 +111,7 @@ struct Waiter {
     Mutex* mutex;
     Waiter* next;
     bool isWoken;
+    int thread;
 };
 
 Waiter*& WaitersOf(pthread_cond_t* condition) noexcept {
@@ -124,7 +126,7 @@ bool CanLeave(const void* object) noexcept {
 int WaitOn(pthread_cond_t* condition, pthread_mutex_t* native, std::int64_t deadline, const void* where) {
     Mutex& mutex = *Of(native);
     Point("wait on condition", condition, where);
-    Waiter self{&mutex, nullptr, false};
+    Waiter self{&mutex, nullptr, false, ThreadNumber()};
     Waiter** last = &WaitersOf(condition);
     while (*last != nullptr) {
         last = &(*last)->next;
@@ -145,14 +147,34 @@ int WaitOn(pthread_cond_t* condition, pthread_mutex_t* native, std::int64_t dead
     return self.isWoken ? 0 : ETIMEDOUT;
 }
 
+// The oldest waiter, or at a cost another one.
+void WakeAny(pthread_cond_t* condition) {
+    std::array<int, 64> waiters;
+    std::size_t count = 0;
+    for (const Waiter* waiter = WaitersOf(condition); waiter != nullptr && count < waiters.size(); waiter = waiter->next) {
+        waiters[count++] = waiter->thread;
+    }
+    if (count == 0) {
+        return;
+    }
+    Waiter** place = &WaitersOf(condition);
+    for (std::size_t i = ChooseAmong(waiters.data(), count); i > 0; --i) {
+        place = &(*place)->next;
+    }
+    Waiter* const waiter = *place;
+    *place = waiter->next;
+    waiter->isWoken = true;
+}
+
 void Wake(pthread_cond_t* condition, bool all, const void* where) {
     Point(all ? "wake all" : "wake one", condition, where);
+    if (!all) {
+        WakeAny(condition);
+        return;
+    }
     while (Waiter* const waiter = WaitersOf(condition)) {
         WaitersOf(condition) = waiter->next;
         waiter->isWoken = true;
-        if (!all) {
-            return;
-        }
     }
 }
 
@@ -447,6 +469,6 @@ long syscall(long number, ...) {
 // Of the stand-in: the same in every schedule, since locks are chosen by it.
 unsigned long GetCurrentThreadId() {
     static const auto get = System<decltype(GetCurrentThreadId)>("GetCurrentThreadId");
-    return IsControlled() ? static_cast<unsigned long>(1000 + ThreadNumber()) : get();
+    return IsControlled() ? static_cast<unsigned long>(10'000'000 + ThreadNumber()) : get();
 }
 }

@@ -87,10 +87,14 @@ std::size_t PriorityStrategy::Pick(const Candidate* candidates, std::size_t coun
     }
     std::size_t best = 0;
     for (std::size_t i = 1; i < count; ++i) {
+        if (candidates[i].isEarly && m_early == kMostEarly) {
+            continue;
+        }
         if (PriorityOf(candidates[i].thread) > PriorityOf(candidates[best].thread)) {
             best = i;
         }
     }
+    m_early += candidates[best].isEarly ? 1 : 0;
     return best;
 }
 

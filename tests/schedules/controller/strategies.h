@@ -69,6 +69,10 @@ class PriorityStrategy : public RecordedStrategy {
     std::vector<std::uint32_t> m_changes;
     std::vector<int> m_priorities;
     int m_lowest = 0;
+
+    // Deadlines that come although others can run: a thread that waits again and again must not keep them from it for ever.
+    static constexpr int kMostEarly = 3;
+    int m_early = 0;
 };
 
 // The turns of a schedule as text: in "0@57>1 1@12>0", thread 1 came after thread 0 at event 57 of that, and so on. An event is

@@ -89,6 +89,7 @@ SCENARIO(FutureIsCancelledBeforeItStarts) {
     Party run([&] {
         hasStarted = future->Start();
         if (hasStarted) {
+            Check(future->GetCancellationObject() != nullptr, "a run that starts has its record");
             future->ConfirmCancel();
             future->SetValue();
         }

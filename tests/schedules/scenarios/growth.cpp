@@ -17,15 +17,17 @@ using Orvane::Internal::WorkQueue;
 using Schedules::Check;
 using Schedules::Party;
 
-// A pool of one worker that is always full, as it never has three to spare.
+// A pool of one worker. It is always full, as it never has three to spare, unless it counts its worker more often.
 class FullPool {
   public:
-    explicit FullPool(bool growthFails)
+    explicit FullPool(bool growthFails, std::uint64_t counted = 1)
         : m_growth(m_queue, true, [this, growthFails](std::uint64_t) { Grow(growthFails); }, GrowthClock::Real()) {
-        AddWorker();
+        AddWorker(counted);
     }
     ~FullPool() {
-        Stop();
+        if (!m_queue.IsStopping()) {
+            Stop();
+        }
         m_growth.AwaitBatch();
         while (const auto worker = TakeWorker()) {
             worker->party->Join();
@@ -55,13 +57,13 @@ class FullPool {
         if (fails) {
             throw std::runtime_error("no thread");
         }
-        AddWorker();
+        AddWorker(1);
     }
-    void AddWorker() {
+    void AddWorker(std::uint64_t counted) {
         auto worker = std::make_unique<Worker>();
         Worker& added = *worker;
         added.party = std::make_unique<Party>([this, &added] { m_queue.RunWorker(*added.batch, added.note); });
-        m_queue.CountWorkers(*added.batch, 1);
+        m_queue.CountWorkers(*added.batch, counted);
         const std::lock_guard lock(m_mutex);
         m_workers.push_back(std::move(worker));
     }
@@ -101,6 +103,14 @@ SCENARIO(GrowthIsAwaitedByASecondCaller) {
     caller.Join();
     first.Wait();
     second.Wait();
+}
+
+SCENARIO(GrowthIsNotNeededWhereThereIsRoom) {
+    const Orvane::ConcurrencyLifetime lifetime;
+    FullPool pool(false, 4);
+    auto task = MakeTask(L"Task", [] {});
+    pool.Queue(task);
+    task.Wait();
 }
 
 // Callers of a pool whose growth has failed wait until it stops.

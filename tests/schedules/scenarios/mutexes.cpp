@@ -47,6 +47,7 @@ void VisitsOneAtATime(int parties) {
         visit();
     }
     Check(room.visits == parties, "each has been in");
+    Check(Schedules::Now() == 0, "no hand-over waits for a time-out");
 }
 
 Orvane::TimePoint In(std::chrono::milliseconds delay) {
@@ -137,6 +138,43 @@ SCENARIO(FifoMutexIsTriedAgainstAHandOver) {
     other.Join();
     Check(mutex.try_lock(), "the mutex is free");
     mutex.unlock();
+}
+
+SCENARIO(FifoMutexIsTriedWhileItsListBecomesEmpty) {
+    fifo_mutex mutex;
+    Room room;
+    const auto visit = [&] {
+        mutex.lock();
+        room.Visit();
+        mutex.unlock();
+    };
+    Party first(visit);
+    Party second(visit);
+    if (mutex.try_lock()) {
+        room.Visit();
+        mutex.unlock();
+    }
+    first.Join();
+    second.Join();
+    Check(mutex.try_lock(), "the mutex is free");
+    mutex.unlock();
+}
+
+// A waiter that looks again by itself may be in, and gone with the mutex, before the one ahead of it wakes anybody.
+SCENARIO(FifoMutexIsDestroyedByItsLastOwner, {.patience = 200 * Schedules::kMillisecond}) {
+    auto mutex = std::make_unique<fifo_mutex>();
+    int visits = 0;
+    const auto visit = [&] {
+        mutex->lock();
+        const bool isLast = ++visits == 3;
+        mutex->unlock();
+        if (isLast) {
+            mutex.reset();
+        }
+    };
+    Party first(visit);
+    Party second(visit);
+    visit();
 }
 
 SCENARIO(FifoMutexIsDestroyedByTheNextOwner) {
