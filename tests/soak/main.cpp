@@ -111,7 +111,8 @@ void PrintCounts(const SoakTally& tally, std::chrono::nanoseconds elapsed) {
     print("processes killed with a mutex", tally.processesKilled);
     print("workers killed", tally.workersKilled);
     std::printf("\n%-44s %10s %10s %10s %10s\n", "from one to the other, in ms", "count", "p50 <=", "p99 <=", "max");
-    PrintTimes("queue to start", tally.queueToStart);
+    PrintTimes("Run, with its waits for a growth", tally.runCall);
+    PrintTimes("Run to start, these waits included", tally.queueToStart);
     PrintTimes("launch of a thread to start", tally.launchToStart);
     for (std::size_t wait = 0; wait < kSoakWaits; ++wait) {
         PrintTimes((std::string("request to wake: ") + kSoakWaitNames[wait]).c_str(), tally.cancelToWake[wait]);

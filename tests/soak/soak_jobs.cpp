@@ -40,7 +40,13 @@ Orvane::Job<int> StartTimed(SoakScene& scene, std::size_t way) {
         }
         return static_cast<int>(way);
     };
-    return way == kInNewThread ? Orvane::RunInNewThread(L"thread", work) : Orvane::Run(L"job", work);
+    if (way == kInNewThread) {
+        return Orvane::RunInNewThread(L"thread", work);
+    }
+    const Stopwatch call;
+    auto job = Orvane::Run(L"job", work);
+    scene.tally.runCall.Add(call.Elapsed());
+    return job;
 }
 
 void CheckEnd(SoakScene& scene, Orvane::Job<int>& job, std::size_t way) {

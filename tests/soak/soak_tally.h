@@ -98,6 +98,7 @@ struct SoakTally {
     std::atomic<std::uint64_t> plugIns = 0;
     std::atomic<std::uint64_t> processesKilled = 0;
     std::atomic<std::uint64_t> workersKilled = 0;
+    SoakTimes runCall;  // which may wait for a growth
     SoakTimes queueToStart;
     SoakTimes launchToStart;  // of a thread of its own
     std::array<SoakTimes, kSoakWaits> cancelToWake;
