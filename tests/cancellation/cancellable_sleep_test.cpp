@@ -44,8 +44,8 @@ TEST(CancellableSleep, OfZeroDoesNotWaitInsideNorOutsideATask) {
     CancellableSleep(0);
     EXPECT_TRUE(sleeps.List().empty());
 
-    CancellableSleep(60'000);
-    EXPECT_FALSE(sleeps.List().empty());
+    CancellableSleep(1);
+    EXPECT_EQ(sleeps.List().size(), 1U);
 }
 
 TEST(CancellableSleep, WaitsOnceForTheGivenTime) {

@@ -182,6 +182,16 @@ TEST(ConditionNotificationAdapter, WaitReturnsWhatTheWaitReturnsWhenNothingIsReq
         std::cv_status::no_timeout);
 }
 
+TEST(ConditionNotificationAdapter, WaitThatReturnsNothingIsCalledOnce) {
+    Waiter waiter;
+    const RunScope run;
+    int waits = 0;
+
+    CancellableConditionWait(waiter.mutex, waiter.condition, nullptr, [&] { ++waits; });
+
+    EXPECT_EQ(waits, 1);
+}
+
 TEST(ConditionNotificationAdapter, RequestBeforeTheWaitThrowsWithoutWaiting) {
     Waiter waiter;
     const RunScope run;

@@ -16,6 +16,7 @@
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/cancellation/condition_notification_adapter.h"
 #include "concurrency/cancellation/run.h"
+#include "concurrency/cancellation/sleep_notification_adapter.h"
 #include "concurrency/cancellation/wait_protocol.h"
 #include "concurrency/sync/checked_mutex.h"
 #include "concurrency/sync/fifo_mutex.h"
@@ -104,6 +105,10 @@ void ExpectNotedWhileItLasts(WaitKind kind, const void* object, const std::funct
 
 TEST(WaitNote, NamesASleep) {
     ExpectNotedWhileItLasts(WaitKind::Sleep, nullptr, [] { CancellableSleep(INFINITE); });
+    ExpectNotedWhileItLasts(WaitKind::Sleep, nullptr, [] {
+        const auto adapter = SleepNotificationAdapter::CreateInstance();
+        static_cast<SleepNotificationAdapter&>(*adapter).Sleep(INFINITE);
+    });
 }
 
 TEST(WaitNote, NamesAHandleWaitAndItsHandle) {
@@ -127,6 +132,16 @@ TEST(WaitNote, NamesAConditionWaitAndItsCondition) {
         std::unique_lock lock(mutex);
         for (;;) {
             CancellableConditionWait(mutex, condition, nullptr, [&] { condition.wait(lock); });
+        }
+    });
+    // Whether the wait returns something or not.
+    ExpectNotedWhileItLasts(WaitKind::Condition, &condition, [&] {
+        std::unique_lock lock(mutex);
+        for (;;) {
+            CancellableConditionWait(mutex, condition, nullptr, [&] {
+                condition.wait(lock);
+                return 0;
+            });
         }
     });
 }
