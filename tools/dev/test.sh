@@ -1,5 +1,7 @@
 # ./dev test and ./dev stress: first on the target, then natively under sanitizers.
 
+. tools/dev/broken.sh
+
 # test_all [all | quick | ROOM | LABEL] [CTEST OPTIONS]: with any of these on the target alone.
 test_all() {
     if [ "${1:-}" = all ]; then
@@ -28,6 +30,7 @@ stress_all() {
     inside_only stress "$seed"
     release build
     sanitize thread address --stress "$seed"
+    schedules --pct 70000 --seed "$seed"
     finish "stress: passed with seed $seed, on the target and under the sanitizers"
 }
 

@@ -1,4 +1,4 @@
-// schedules [FILTER] [--list] [--seed SEED] [--most N] [--seconds N] [--pct N] [--replay TURNS] [--bound N] [--jobs N]
+// schedules [FILTER] [--list] [--seed SEED] [--most N] [--seconds N] [--pct N] [--replay TURNS] [--trace N] [--bound N] [--jobs N]
 //
 // Runs every schedule of each scenario with at most two preemptions, as far as it gets, in a process of its own; then schedules by
 // priorities. Prints a line for each scenario, and for one that fails the turns that repeat it, with its trace.
@@ -32,12 +32,15 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// Schedules by priorities that come before all others: they show which objects are shared.
+constexpr std::uint64_t kFirstByPriority = 200;
+
 struct Options {
     std::string filter;
     std::string turns;
     std::uint64_t seed = 1;
     std::uint64_t most = 1'000'000'000;  // schedules of one scenario by its bound
-    std::uint64_t byPriority = 300;
+    std::uint64_t byPriority = kFirstByPriority;
     double seconds = 5;  // for one scenario
     int bound = 2;
     int jobs = 0;
@@ -68,9 +71,9 @@ Facts RunOne(const Scenario& scenario, RecordedStrategy& strategy) {
     return facts;
 }
 
-// `count` schedules by priorities; until nothing more was found to be shared.
-void RunByPriority(const Scenario& scenario, std::uint64_t count) {
-    for (std::uint64_t i = 0; i < count && Clock::now() < g_end; ++i) {
+// Those from the first to the last of the seed; as far as the time suffices.
+void RunByPriority(const Scenario& scenario, std::uint64_t first, std::uint64_t last, Clock::time_point end) {
+    for (std::uint64_t i = first; i < last && Clock::now() < end; ++i) {
         g_report->seed = g_options.seed * 1'000'003 + i;
         PriorityStrategy strategy(g_report->seed, 3, std::max(20U, g_report->mostDecisions));
         RunOne(scenario, strategy);
@@ -127,14 +130,11 @@ void Search(const Scenario& scenario) {
         first.BeginSchedule();
         RunSchedule(scenario.body, scenario.terms, first);
     }
-    RunByPriority(scenario, std::min<std::uint64_t>(g_options.byPriority, 200));
+    RunByPriority(scenario, 0, kFirstByPriority, g_end);
     for (int bound = 0; bound <= g_options.bound && RunAll(scenario, bound); ++bound) {
         g_report->completeBound = bound;
     }
-    if (g_options.byPriority > 200) {
-        g_end = std::max(g_end, Clock::now() + std::chrono::milliseconds(500));
-        RunByPriority(scenario, g_options.byPriority);
-    }
+    RunByPriority(scenario, kFirstByPriority, g_options.byPriority, Clock::time_point::max());
 }
 
 // In a process of its own, on one processor.
@@ -270,7 +270,8 @@ void RunScenarios(const std::vector<Scenario>& scenarios) {
             const pid_t child = fork();
             if (child == 0) {
                 g_report = started.report;
-                alarm(static_cast<unsigned>(g_options.seconds * 2 + 60));
+                // A thread that never comes back to the controller.
+                alarm(static_cast<unsigned>(g_options.seconds * 2) + 60 + static_cast<unsigned>(g_options.byPriority / 50));
                 Run(scenario, started.processor);
             }
             running.emplace(child, started);
