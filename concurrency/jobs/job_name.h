@@ -21,8 +21,8 @@ struct JobName {
         }
     }
 
-    // As in "Import > Fetch 17".
-    std::wstring Path() const { return above ? above->Path() + L" > " + text : text; }
+    // As in "Import > Fetch 17". Calls itself up to kLongestChain times.
+    std::wstring Path() const { return above ? above->Path() + L" > " + text : text; }  // NOLINT(misc-no-recursion)
 
     std::wstring text;
     std::shared_ptr<const JobName> above;

@@ -229,7 +229,7 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     const JobBlock m_block;
     const wchar_t* const
         m_name;  // behind the body. The block would look at the type, whose module may have been unloaded
-    std::atomic<MonotonicClock::time_point> m_time{};  // of the start, written before m_thread; then of the end
+    std::atomic<MonotonicClock::time_point> m_time;  // of the start, written before m_thread; then of the end
     std::exception_ptr m_error;  // as m_outcome; once the end is published, the shard's mutex guards it
 
     std::shared_ptr<const JobName> m_askedBy ORVANE_GUARDED_BY(m_shard.mutex);  // belongs to m_cause

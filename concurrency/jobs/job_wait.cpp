@@ -1,6 +1,7 @@
 #include "concurrency/jobs/job_wait.h"
 
 #include <optional>
+#include <ranges>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -62,7 +63,8 @@ BlockedThread* FindBlocked(BlockedThreads& blocked, DWORD thread) ORVANE_REQUIRE
 }
 
 // Whether what `from` needs waits, through any number of other waits, for `thread`. Fills in the names of the ring, the last
-// one first.
+// one first. Calls itself at most once for each blocked thread.
+// NOLINTNEXTLINE(misc-no-recursion)
 bool LeadsTo(BlockedThreads& blocked, const Awaited& from, DWORD thread, Names& ring) ORVANE_REQUIRES(blocked.mutex) {
     std::vector<RunningJob> running;
     from.CollectRunning(running);
@@ -84,8 +86,8 @@ bool LeadsTo(BlockedThreads& blocked, const Awaited& from, DWORD thread, Names& 
 
 std::wstring Join(const Names& ring) {
     std::wstring text;
-    for (auto name = ring.rbegin(); name != ring.rend(); ++name) {
-        text += (*name)->text + L" -> ";
+    for (const auto& name : ring | std::views::reverse) {
+        text += name->text + L" -> ";
     }
     return ring.empty() ? text : text + ring.back()->text;
 }
@@ -344,7 +346,7 @@ JobWaitResult WaitToTheEnd(Awaited& awaited) noexcept {
     try {
         result = SleepUntilOver(awaited, waiter, kNoDeadline, [] { return false; });
     } catch (const std::logic_error&) {
-        // In virtual time, nothing can end it.
+        // On purpose: in virtual time, nothing can end it.
     }
     if (slot.IsGiven()) {
         slot.Slot().TakeAgainAtOnce();

@@ -173,9 +173,8 @@ class ModuleLedger::AwaitedDepartures final : public Awaited {
     }
     void CollectRunning(std::vector<RunningJob>& running) const override {
         const RankedLock lock(m_ledger.m_mutex);
-        const auto& departures = m_ledger.m_departures;
-        for (const Departure* next = departures.Front(); next != nullptr && next->number <= m_last;
-             next = departures.Next(*next)) {
+        for (const Departure* next = m_ledger.m_departures.Front(); next != nullptr && next->number <= m_last;
+             next = m_ledger.m_departures.Next(*next)) {
             running.push_back({next->thread, next->future->MakeName(), next->since, true});
         }
     }

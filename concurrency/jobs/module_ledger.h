@@ -110,7 +110,7 @@ ModuleLedger& LedgerOfException(ModuleLedger& otherwise) noexcept;
 class HeldError {
   public:
     HeldError() noexcept = default;
-    HeldError(std::exception_ptr error, ModuleLedger& module) noexcept : m_module(&module) { Keep(std::move(error)); }
+    HeldError(const std::exception_ptr& error, ModuleLedger& module) noexcept : m_module(&module) { Keep(error); }
     HeldError(const HeldError& other) noexcept : m_module(other.m_module) { Keep(other.m_error); }
     HeldError(HeldError&& other) noexcept : m_error(std::exchange(other.m_error, nullptr)), m_module(other.m_module) {}
     HeldError& operator=(HeldError other) noexcept {

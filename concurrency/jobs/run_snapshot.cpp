@@ -130,6 +130,7 @@ RunInfo RunSnapshot::Info(const Entry& entry, std::uint64_t now) const {
 std::vector<RunInfo> RunSnapshot::Infos() const {
     const std::uint64_t now = CoarseClock::Ticks();
     std::vector<RunInfo> infos;
+    infos.reserve(m_entries.size());
     for (const Entry& entry : m_entries) {
         infos.push_back(Info(entry, now));
     }

@@ -78,7 +78,7 @@ class VirtualRun final : public ThreadTime {
     void CancelActors();
     [[noreturn]] void EndProcessOfDeafJob() const noexcept;
 
-    MonotonicClock::time_point m_now{};
+    MonotonicClock::time_point m_now;
     Actors m_actors;  // in the order in which they were blocked; the first actor is m_first
     Actors m_ended;
     Actors::iterator m_first;

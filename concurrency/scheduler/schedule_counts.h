@@ -25,7 +25,7 @@ ScheduleCounts CopyScheduleCounts();
 // What stands in the schedule; nothing if there is no scheduler.
 struct ScheduleLoad {
     std::size_t entries = 0;
-    TimePoint earliest{};  // if there are entries
+    TimePoint earliest;  // if there are entries
 };
 ScheduleLoad ReadSchedule();
 
