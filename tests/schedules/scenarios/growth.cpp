@@ -114,10 +114,13 @@ SCENARIO(GrowthIsNotNeededWhereThereIsRoom) {
 }
 
 // Callers of a pool whose growth has failed wait until it stops.
-SCENARIO(GrowthFailsAgainstShutdown) {
+SCENARIO(GrowthFailsAgainstShutdown, {.patience = 2000 * Schedules::kMillisecond}) {
     const Orvane::ConcurrencyLifetime lifetime;
     FullPool pool(true);
-    Party caller([&] { pool.Queue(MakeTask(L"First", [] {})); });
-    Party other([&] { pool.Queue(MakeTask(L"Second", [] {})); });
+    Party caller([&] {
+        pool.Queue(MakeTask(L"First", [] {}));
+        pool.Queue(MakeTask(L"Second", [] {}));
+    });
+    std::this_thread::sleep_for(std::chrono::seconds(1));
     pool.Stop();
 }

@@ -100,12 +100,18 @@ SCENARIO(StopCancelsWhatDoesNotEnd) {
     const Orvane::ConcurrencyLifetime lifetime;
     std::shared_ptr<Orvane::Internal::FutureImpl<void>> running;
     std::shared_ptr<Orvane::Internal::FutureImpl<void>> queued;
+    std::shared_ptr<Orvane::Internal::FutureImpl<void>> late;
+    std::shared_ptr<Orvane::Internal::ThreadPoolCore> core;
     {
         Pool pool(1);
+        core = pool.Core();
         pool.Core()->Queue(MakeTask(L"Running", [] { Orvane::CancellableSleep(INFINITE); }, running));
         pool.Core()->Queue(MakeTask(L"Queued", [] {}, queued));
     }
     Check(running->IsCancelled() && queued->IsCancelled(), "after the grace both are cancelled");
+    core->Queue(MakeTask(L"Late", [] {}, late));
+    late->Wait();
+    Check(late->IsCancelled(), "and what comes later");
 }
 
 SCENARIO(StopAgainstALateCaller) {
