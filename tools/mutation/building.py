@@ -12,7 +12,7 @@ from places import Finder
 from rendering import nest, render
 
 FLAGS = "-fno-strict-return -Wno-c++11-narrowing -Werror=vla -ferror-limit=0"
-COPIED = ["concurrency", "siblings", "tests", "debugger"]
+COPIED = ["concurrency", "siblings", "tests", "debugger", "docs"]
 WHERE = re.compile(r"(concurrency/[\w/]+\.(?:h|cpp)):(\d+):(\d+): (?:fatal )?(error|note)")
 
 
