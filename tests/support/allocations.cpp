@@ -150,6 +150,13 @@ bool StartCounting() {
     return true;
 }
 
+void ThrowAndCatch() {
+    try {
+        throw std::bad_alloc();
+    } catch (const std::bad_alloc&) {
+    }
+}
+
 // Modules that are loaded later are not counted; what they make through the C++ runtime is.
 void CountFromNowOn() {
     [[maybe_unused]] static const bool started = StartCounting();
@@ -169,9 +176,11 @@ std::int64_t LiveBytes() {
 
 NoMemory::NoMemory() {
     CountFromNowOn();
-    try {
-        throw std::bad_alloc();  // a thread's first exception needs memory of its own
-    } catch (const std::bad_alloc&) {
+    ThrowAndCatch();  // a thread's first exception needs memory of its own
+    {
+        // The first exception without memory comes out of the runtime's reserve, whose mutex may need memory when it is first used.
+        const FailingNew noneForIt(1, AskedBy::ThisThread);
+        ThrowAndCatch();
     }
     g_threadWithoutMemory = ::GetCurrentThreadId();
 }

@@ -15,6 +15,7 @@ namespace Zarvo::Test {
 // Closed at first; once opened it stays open.
 class Gate {
   public:
+    Gate();
     void Open();
     void Wait();
     bool IsOpen() const;
