@@ -109,14 +109,7 @@ TEST(CurrentTaskSlot, WhileInitialisedTheAllocatedSlotIsUsedAndNoOther) {
 }
 
 TEST(CurrentTaskSlot, RunThatBeginsBeforeTheInitialisationKeepsItsCurrentTaskAndLeavesNothing) {
-    {
-        const RunScope first;  // what is made once per process is no leak
-    }
-    {
-        const ConcurrencyLifetime first;
-    }
-    const ResourceProbe probe;
-    {
+    const auto once = [] {
         std::optional<ConcurrencyLifetime> lifetime;
         {
             const RunScope run;
@@ -126,7 +119,10 @@ TEST(CurrentTaskSlot, RunThatBeginsBeforeTheInitialisationKeepsItsCurrentTaskAnd
             EXPECT_EQ(GetFutureObject(), run.GetFuture());
         }
         EXPECT_EQ(GetFutureObject(), nullptr);
-    }
+    };
+    once();  // what is made once per process is no leak
+    const ResourceProbe probe;
+    once();
     EXPECT_EQ(probe.Growth().blocks, 0);
 }
 

@@ -20,7 +20,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <new>
+#include <system_error>
 
 #include "tests/support/allocations.h"
 #include "tests/support/eventually.h"
@@ -34,14 +36,17 @@ class Attempt {
     Attempt(const Attempt&) = delete;
     Attempt& operator=(const Attempt&) = delete;
 
-    // Calls the operation; false if it threw the stated error. Once in an attempt.
+    // Calls the operation; false if it threw the stated error, or a lock of the C++ library found no memory. Once in an attempt.
     template <typename Stated = std::bad_alloc, typename Operation>
     [[nodiscard]] bool Succeeds(Operation operation) {
         const Fault fault(*this);
         try {
             operation();
             return true;
-        } catch (const Stated&) {
+        } catch (const std::exception& error) {
+            if (dynamic_cast<const Stated*>(&error) == nullptr && !IsLockWithoutMemory(error)) {
+                throw;
+            }
             return false;
         }
     }
@@ -50,6 +55,12 @@ class Attempt {
     bool HasFailed() const { return m_hasFailed; }
 
   private:
+    // In GCC's posix thread model a mutex takes memory when it is first locked.
+    static bool IsLockWithoutMemory(const std::exception& error) {
+        const auto* const lock = dynamic_cast<const std::system_error*>(&error);
+        return lock != nullptr && lock->code() == std::errc::not_enough_memory;
+    }
+
     // Also tells the attempt when another exception leaves the operation.
     struct Fault {
         explicit Fault(Attempt& owner) : attempt(owner), failing(owner.m_number) {}

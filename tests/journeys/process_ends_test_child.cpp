@@ -4,6 +4,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -130,13 +131,20 @@ void SchedulerThatCannotBeJoined() {
     ConcurrencyUninitialize();
 }
 
-void LockFailsHere(LPCRITICAL_SECTION) {
+// What the lifetime's lock, one of the C++ library, calls.
+#ifdef GCC_GTHR_WIN32_H
+constexpr const char* kLock = "EnterCriticalSection";
+#else
+constexpr const char* kLock = "pthread_mutex_lock";
+#endif
+
+int LockFailsHere(void*) {
     throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur), "lock");
 }
 
 void Lifetime() {
     std::optional<ConcurrencyLifetime> lifetime(std::in_place);
-    const ImportPatch patch(LibraryUnderTest(), "EnterCriticalSection", &LockFailsHere);
+    const ImportPatch patch(LibraryUnderTest(), kLock, &LockFailsHere);
     lifetime.reset();
 }
 

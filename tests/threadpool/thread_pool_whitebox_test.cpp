@@ -185,17 +185,25 @@ class HeldLook {
         Gate mayGoOn;
     };
 
-    static void WINAPI HoldFirst(DWORD) {
+    // What the C++ library yields by.
+#ifdef GCC_GTHR_WIN32_H
+    static constexpr const char* kYield = "Sleep";
+#else
+    static constexpr const char* kYield = "sched_yield";
+#endif
+
+    static int HoldFirst(DWORD) {
         const auto state = s_state;
         if (++state->count == 1) {
             state->looks.Open();
             state->mayGoOn.Wait();
         }
+        return 0;
     }
 
     const std::shared_ptr<State> m_state = std::make_shared<State>();
     static inline std::shared_ptr<State> s_state;
-    const ImportPatch m_patch{LibraryUnderTest(), "Sleep", &HoldFirst};
+    const ImportPatch m_patch{LibraryUnderTest(), kYield, &HoldFirst};
 };
 
 // The first task relies on the worker that looks, and gets none. It must not cost the second one its worker as well.
