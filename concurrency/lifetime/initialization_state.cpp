@@ -11,4 +11,11 @@ RankedMutex<std::recursive_mutex, LockRank::Lifetime>& LifetimeMutex() {
     return mutex;
 }
 
+namespace {
+
+// Where a mutex takes memory, this one has it when the library is loaded.
+[[maybe_unused]] const auto& g_lifetimeMutex = LifetimeMutex();
+
+}  // namespace
+
 }  // namespace Orvane::Internal

@@ -1,8 +1,8 @@
 #include "concurrency/tasks/tracked_tasks.h"
 
-#include <mutex>
 #include <utility>
 
+#include "concurrency/base/mutex.h"
 #include "concurrency/base/never_destroyed.h"
 #include "concurrency/base/ranked_mutex.h"
 
@@ -11,7 +11,7 @@ namespace Orvane::Internal {
 namespace {
 
 struct Tracked {
-    RankedMutex<std::mutex, LockRank::Leaf> mutex;
+    RankedMutex<RecursiveMutex, LockRank::Leaf> mutex;
     IntrusiveList<TrackedTask, TrackedTag> tasks ORVANE_GUARDED_BY(mutex);  // the newest last
     IntrusiveList<TrackedTask, TrackedTag> left ORVANE_GUARDED_BY(mutex);   // that a round has not come to yet
 };
