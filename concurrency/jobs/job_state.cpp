@@ -198,6 +198,9 @@ void JobState::End(bool hasRun) noexcept {
     }
     DiscardIfUnread();
     KeepReason();
+    if (const auto record = Record()) {
+        record->LetGoOfModules();
+    }
     switch (m_outcome) {
         case JobOutcome::Done: m_future.Complete(); break;
         case JobOutcome::Failed: m_future.Fail(); break;

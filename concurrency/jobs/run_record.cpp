@@ -1,5 +1,9 @@
 #include "concurrency/jobs/run_record.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellation_object.h"
 
@@ -69,27 +73,64 @@ std::shared_ptr<Cancellable> RunRecord::NextToAsk(IntrusiveList<Cancellable, Own
 }
 
 void RunRecord::StopTokens() noexcept {
-    std::optional<std::stop_source> source;
-    {
-        const RankedLock lock(m_mutex);
-        source = m_source;
+    RankedLock lock(m_mutex);
+    ++m_stopping;
+    // One that is made meanwhile is stopped here or by Token().
+    for (std::size_t next = 0; next < m_sources.size(); ++next) {
+        const StopInModule stop = m_sources[next].stop;
+        std::stop_source source = m_sources[next].source;
+        const ReleasedLock released(lock, m_mutex);
+        stop(source);
     }
-    if (source) {
-        source->request_stop();
-    }
+    --m_stopping;
+    UnpinModules(lock);
 }
 
-std::stop_token RunRecord::Token() {
-    RankedLock lock(m_mutex);
-    if (!m_source) {
-        m_source.emplace();
+std::stop_token RunRecord::Token(StopInModule stop, ModuleLedger& module) {
+    module.Pin(reinterpret_cast<const void*>(stop));
+    bool isPinned = true;
+    std::stop_token token;
+    try {
+        const RankedLock lock(m_mutex);
+        auto found = std::ranges::find(m_sources, &module, &SourceOfAModule::module);
+        if (found == m_sources.end()) {
+            found = m_sources.insert(found, {stop, &module, std::stop_source()});
+            isPinned = false;  // its own now
+        }
+        token = found->source.get_token();
+    } catch (...) {
+        module.Unpin();
+        throw;
     }
-    const std::stop_source source = *m_source;
-    lock.unlock();
+    if (isPinned) {
+        module.Unpin();
+    }
     if (IsRequested()) {
-        std::stop_source(source).request_stop();
+        StopTokens();
     }
-    return source.get_token();
+    return token;
+}
+
+void RunRecord::LetGoOfModules() noexcept {
+    RankedLock lock(m_mutex);
+    m_isOver = true;
+    UnpinModules(lock);
+}
+
+// If the run is over and no thread calls the modules. Gives the lock back meanwhile: a module may run code when it is unloaded.
+void RunRecord::UnpinModules(RankedLock<Mutex>& lock) noexcept {
+    if (!m_isOver || m_stopping != 0) {
+        return;
+    }
+    for (SourceOfAModule& source : m_sources) {
+        source.stop = &StopInThisModule;
+    }
+    for (std::size_t next = 0; next < m_sources.size(); ++next) {
+        if (ModuleLedger* const module = std::exchange(m_sources[next].module, nullptr)) {
+            const ReleasedLock released(lock, m_mutex);
+            module->Unpin();
+        }
+    }
 }
 
 }  // namespace Orvane::Internal

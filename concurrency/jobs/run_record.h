@@ -7,9 +7,10 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <memory>
-#include <optional>
 #include <stop_token>
+#include <vector>
 
 #include "concurrency/base/clock.h"
 #include "concurrency/base/mutex.h"
@@ -17,12 +18,17 @@
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/run_companion.h"
 #include "concurrency/jobs/cancellable.h"
+#include "concurrency/jobs/module_ledger.h"
+#include "concurrency/jobs/stop_in_module.h"
 
 namespace Orvane::Internal {
 
 class RunRecord : public RunCompanion, public HasSecondPass {
   public:
     explicit RunRecord(std::shared_ptr<const JobName> name) : m_name(std::move(name)) {}
+    ~RunRecord() override { LetGoOfModules(); }
+    RunRecord(const RunRecord&) = delete;
+    RunRecord& operator=(const RunRecord&) = delete;
 
     // Before it is installed.
     void SetRun(std::weak_ptr<CancellationObject> run) noexcept { m_run = std::move(run); }
@@ -54,7 +60,11 @@ class RunRecord : public RunCompanion, public HasSecondPass {
     // Until when a CleanUpScope hides requests (within.h); kNoDeadline if none does.
     virtual MonotonicClock::time_point HiddenUntil() const noexcept { return (MonotonicClock::time_point::max)(); }
 
-    std::stop_token Token();
+    // Of the module that has the function. It stays loaded until the run lets go of it.
+    std::stop_token Token(StopInModule stop, ModuleLedger& module);
+
+    // The run is over: later requests do not call its modules. A thread that is in one lets go of them when it returns.
+    void LetGoOfModules() noexcept;
 
     // That of the whole run, if this one is of a part of it.
     virtual const RunRecord& Whole() const noexcept { return *this; }
@@ -65,6 +75,13 @@ class RunRecord : public RunCompanion, public HasSecondPass {
   private:
     using Mutex = RankedMutex<RecursiveMutex, LockRank::Job>;
 
+    struct SourceOfAModule {
+        StopInModule stop;
+        ModuleLedger* module;  // null: let go of
+        std::stop_source source;
+    };
+
+    void UnpinModules(RankedLock<Mutex>& lock) noexcept ORVANE_REQUIRES(m_mutex);
     std::shared_ptr<Cancellable> NextToAsk(IntrusiveList<Cancellable, OwnedTag>& waiting);
 
     const std::shared_ptr<const JobName> m_name;
@@ -72,7 +89,9 @@ class RunRecord : public RunCompanion, public HasSecondPass {
     mutable Mutex m_mutex;
     AskReason m_reason ORVANE_GUARDED_BY(m_mutex);
     IntrusiveList<Cancellable, OwnedTag> m_owned ORVANE_GUARDED_BY(m_mutex);
-    std::optional<std::stop_source> m_source ORVANE_GUARDED_BY(m_mutex);  // once made, it stays
+    std::vector<SourceOfAModule> m_sources ORVANE_GUARDED_BY(m_mutex);  // once made, each stays
+    std::size_t m_stopping ORVANE_GUARDED_BY(m_mutex) = 0;  // threads in StopTokens()
+    bool m_isOver ORVANE_GUARDED_BY(m_mutex) = false;
     std::atomic<bool> m_isRequested = false;  // written under m_mutex
 };
 

@@ -6,9 +6,9 @@
 
 namespace Orvane {
 
-std::stop_token StopTokenOfThisJob() {
-    const auto run = Internal::RecordOfThisRun();
-    return run ? run->Token() : std::stop_token();
+std::stop_token Internal::TokenOfThisRun(StopInModule stop, ModuleLedger& module) {
+    const auto run = RecordOfThisRun();
+    return run ? run->Token(stop, module) : std::stop_token();
 }
 
 CancelReason CancelReasonOfThisJob() {

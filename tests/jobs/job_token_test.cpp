@@ -26,6 +26,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/task_thread.h"
+#include "tests/support/thread.h"
 #include "tests/threadpool/at_end.h"
 
 namespace {
@@ -275,6 +276,27 @@ TEST_F(TokenOfAJob, IsStoppedThoughItsRunEndsWhileOthersAreAsked) {
     secondBegun.Wait();
     group.Cancel();
     EXPECT_TRUE(token.stop_requested());
+}
+
+// The end of the callback must wake the job's thread, which sleeps in the compiler's library by then.
+TEST_F(TokenOfAJob, CallbackMayBeDestroyedWhileItRuns) {
+    Gate begun;
+    Gate isAsked;
+    Gate mayReturn;
+    auto job = Run(L"job", [&] {
+        const std::stop_callback callback(StopTokenOfThisJob(), [&] {
+            isAsked.Open();
+            mayReturn.Wait();
+        });
+        begun.Open();
+        isAsked.Wait();
+    });
+    begun.Wait();
+    const Thread asker([&job] { job.Cancel(); });
+    isAsked.Wait();
+    EXPECT_FALSE(job.WaitFor(50ms));
+    mayReturn.Open();
+    EXPECT_TRUE(job.WaitFor(60s));
 }
 
 // Callbacks run without a lock of the library: they may use it.

@@ -4,11 +4,13 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <stop_token>
 #include <string>
 
 #include "concurrency/base/windows_api.h"
+#include "concurrency/jobs/job.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/jobs/this_job.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
@@ -124,6 +126,74 @@ TEST(ModuleOfAJobWithAHandle, IsUnloadedWhenTheJobAndTheHandleAreGoneThoughAThre
     module.Free();
     EXPECT_TRUE(Eventually([] { return !LeavingModule::IsLoaded(); }));
     held.mayReturn.Open();
+}
+
+TEST(ModuleOfAToken, IsWokenWhenItsCallbackHasEnded) {
+    const OwnEvent begun;
+    const OwnEvent isAsked;
+    const OwnEvent mayReturn;
+    const ConcurrencyLifetime lifetime;
+    const LeavingModule module;
+    auto job = Orvane::Run(
+        L"job", [&] { return module.Call("DestroyCallbackThatRuns", begun.Get(), isAsked.Get(), mayReturn.Get()); });
+    WaitForSingleObject(begun.Get(), INFINITE);
+    const Thread asker([&job] { job.Cancel(); });
+    WaitForSingleObject(isAsked.Get(), INFINITE);
+    EXPECT_FALSE(job.WaitFor(50ms));
+    mayReturn.Set();
+    EXPECT_TRUE(job.WaitFor(60s));
+    module.Free();
+}
+
+TEST(ModuleOfAToken, StaysLoadedUntilTheRunHasEnded) {
+    Gate hasTaken;
+    Gate mayEnd;
+    const ConcurrencyLifetime lifetime;
+    const LeavingModule module;
+    auto job = Orvane::Run(L"job", [&] {
+        EXPECT_TRUE(module.Call("TakeToken", 0));
+        hasTaken.Open();
+        mayEnd.Wait();
+    });
+    hasTaken.Wait();
+    module.Free();
+    EXPECT_TRUE(LeavingModule::IsLoaded());
+    job.Cancel();
+    EXPECT_TRUE(LeavingModule::IsLoaded());
+    mayEnd.Open();
+    job.Wait();
+    EXPECT_FALSE(LeavingModule::IsLoaded());
+}
+
+// Of a run of the program: a callback that holds the thread that asks.
+TEST(ModuleOfAToken, StaysLoadedUntilTheRequestHasReturned) {
+    std::optional<std::stop_callback<std::function<void()>>> callback;
+    Gate hasTaken;
+    Gate mayEnd;
+    Gate isAsked;
+    Gate mayReturn;
+    const ConcurrencyLifetime lifetime;
+    const LeavingModule module;
+    auto job = Orvane::Run(L"job", [&] {
+        EXPECT_TRUE(module.Call("TakeToken", 0));
+        callback.emplace(StopTokenOfThisJob(), [&] {
+            isAsked.Open();
+            mayReturn.Wait();
+        });
+        hasTaken.Open();
+        mayEnd.Wait();
+    });
+    hasTaken.Wait();
+    Thread asker([&job] { job.Cancel(); });
+    isAsked.Wait();
+    mayEnd.Open();
+    job.Wait();
+    module.Free();
+    EXPECT_TRUE(LeavingModule::IsLoaded());
+    mayReturn.Open();
+    asker.join();
+    EXPECT_FALSE(LeavingModule::IsLoaded());
+    callback.reset();
 }
 
 TEST(ModuleOfAGroup, IsUnloadedAtOnceWhenTheGroupHasLeft) {

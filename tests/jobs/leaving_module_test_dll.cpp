@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/jobs/job_group.h"
 #include "concurrency/jobs/parallel.h"
+#include "concurrency/jobs/this_job.h"
 #include "tests/support/gate.h"
 
 namespace {
@@ -109,6 +111,21 @@ __declspec(dllexport) int DropAlone() {
     g_alone.Wait();
     g_alone = {};
     return 1;
+}
+
+// In a run of the program. The callback still runs when it is destroyed.
+__declspec(dllexport) int DestroyCallbackThatRuns(HANDLE begun, HANDLE isAsked, HANDLE mayReturn) {
+    const std::stop_callback callback(Orvane::StopTokenOfThisJob(), [&] {
+        SetEvent(isAsked);
+        WaitForSingleObject(mayReturn, INFINITE);
+    });
+    SetEvent(begun);
+    WaitForSingleObject(isAsked, INFINITE);
+    return 1;
+}
+
+__declspec(dllexport) int TakeToken(int) {
+    return Orvane::StopTokenOfThisJob().stop_possible() ? 1 : 0;
 }
 
 __declspec(dllexport) int StartPosted(HANDLE mayEnd) {
