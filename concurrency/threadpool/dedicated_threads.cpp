@@ -1,6 +1,9 @@
 #include "concurrency/threadpool/dedicated_threads.h"
 
 #include <chrono>
+#include <future>
+#include <new>
+#include <system_error>
 #include <utility>
 
 #include "concurrency/base/module_function.h"
@@ -24,6 +27,15 @@ void Describe(const NativeThread& thread, const Task& task) {
     }
 }
 
+// In GCC's posix thread model a lock takes memory when it is first used: here the promise's does, and not when it is kept.
+void UseOnce(std::future<int>& completion) {
+    try {
+        completion.wait_for(std::chrono::seconds::zero());
+    } catch (const std::system_error&) {
+        throw std::bad_alloc();
+    }
+}
+
 }  // namespace
 
 void DedicatedThreads::Launch(const Task& task, std::shared_ptr<void> owner) {
@@ -33,6 +45,7 @@ void DedicatedThreads::Launch(const Task& task, std::shared_ptr<void> owner) {
     // Every node is allocated before the thread runs: from then on nothing may fail.
     PromiseMap promise;
     auto completion = promise[0].get_future();
+    UseOnce(completion);
     std::map<DWORD, std::future<int>> future;
     future.emplace(0, std::move(completion));
     while (m_dedicatedThreads.contains(m_nextDedicatedNumber)) {
