@@ -271,7 +271,8 @@ void RunScenarios(const std::vector<Scenario>& scenarios) {
             if (child == 0) {
                 g_report = started.report;
                 // A thread that never comes back to the controller.
-                alarm(static_cast<unsigned>(g_options.seconds * 2) + 60 + static_cast<unsigned>(g_options.byPriority / 50));
+                alarm(static_cast<unsigned>(g_options.seconds * 2) + 60 +
+                      static_cast<unsigned>(g_options.byPriority / 50));
                 Run(scenario, started.processor);
             }
             running.emplace(child, started);

@@ -151,7 +151,8 @@ int WaitOn(pthread_cond_t* condition, pthread_mutex_t* native, std::int64_t dead
 void WakeAny(pthread_cond_t* condition) {
     std::array<int, 64> waiters;
     std::size_t count = 0;
-    for (const Waiter* waiter = WaitersOf(condition); waiter != nullptr && count < waiters.size(); waiter = waiter->next) {
+    for (const Waiter* waiter = WaitersOf(condition); waiter != nullptr && count < waiters.size();
+         waiter = waiter->next) {
         waiters[count++] = waiter->thread;
     }
     if (count == 0) {
