@@ -157,9 +157,11 @@ TEST_P(WaitInALimit, LeavesWhenTheJobIsAsked) {
 
 TEST_P(WaitInALimit, OfAJobLeavesAsARequestThatNamesTheLimit) {
     Obstacles obstacles;
+    Gate begun;  // a job that is asked before would not run
     Gate mayBegin;
     std::string what;
     auto job = Run(L"Answer", [&] {
+        begun.Open();
         mayBegin.Wait();
         try {
             GetParam().wait(obstacles);
@@ -168,6 +170,7 @@ TEST_P(WaitInALimit, OfAJobLeavesAsARequestThatNamesTheLimit) {
             throw;
         }
     });
+    begun.Wait();
     job.CancelAfter(20ms);
     mayBegin.Open();
     EXPECT_EQ(MessageOf<TimeLimitException>([&] { job.Get(); }),
