@@ -26,6 +26,8 @@ in_toolchain() {
     for name in ZARVO_STRESS_SEED ZARVO_STRESS_FACTOR ZARVO_MODEL_SEQUENCES; do
         [ -z "${!name:-}" ] || passed_on+=(--setenv "$name" "${!name}")
     done
+    # clang's precompiled headers name the folder that they were made in: another checkout cannot use them.
+    [ "$root" != "${sanitize_root:-}" ] || passed_on+=(--setenv CCACHE_NAMESPACE "$project")
     mkdir -p "$cache/ccache"
     env --ignore-environment PATH="$PATH" bwrap --ro-bind "$root/usr" /usr --ro-bind "$root/etc" /etc \
         --symlink usr/bin /bin --symlink usr/sbin /sbin --symlink usr/lib /lib --symlink usr/lib64 /lib64 \
