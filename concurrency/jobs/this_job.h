@@ -28,7 +28,7 @@ ORVANE_CONCURRENCY_API std::stop_token TokenOfThisRun(StopInModule stop, ModuleL
 //
 // The token is one for the calling module: the library keeps a DLL loaded until the run has ended. With GCC's library only that
 // module may destroy callbacks on it while a request may be under way.
-inline std::stop_token StopTokenOfThisJob() {
+ORVANE_OF_THIS_MODULE inline std::stop_token StopTokenOfThisJob() {
     return Internal::TokenOfThisRun(&Internal::StopInThisModule, Internal::LedgerOfThisModule());
 }
 
