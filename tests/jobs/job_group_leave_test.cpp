@@ -243,9 +243,14 @@ TEST(LeavingGroup, WaitsForTheThreadThatHasEndedAJob) {
 TEST(LeavingGroup, WaitsForTheWorkerThatIsAboutToAddARunOfASchedule) {
     const ConcurrencyLifetime lifetime;
     HeldSkip held;
+    Gate begun;  // a run that is asked before is cancelled
     Gate mayEnd;
     JobGroup group(L"group");
-    group.Schedule(L"beats", 0s, 1ms, [&mayEnd] { mayEnd.Wait(); });
+    group.Schedule(L"beats", 0s, 1ms, [&] {
+        begun.Open();
+        mayEnd.Wait();
+    });
+    begun.Wait();
     held.AwaitCall();
     std::atomic<bool> hasLeft = false;
     Thread leaves([&] {
@@ -272,8 +277,10 @@ bool IsInADestructor(const std::wstring& path) {
 TEST(LeavingGroup, InAJobThatAJobOfTheGroupWaitsForThrows) {
     const ConcurrencyLifetime lifetime;
     JobGroup group(L"group");
+    Gate begun;  // a job that is dropped before would not run
     std::atomic<bool> hasThrown = false;
     Job<void> lets = RunInNewThread(L"lets it leave", [&] {
+        begun.Open();
         EXPECT_TRUE(Eventually([] { return IsInADestructor(L"group > drops"); }));
         try {
             static_cast<void>(group.Leave());
@@ -281,6 +288,7 @@ TEST(LeavingGroup, InAJobThatAJobOfTheGroupWaitsForThrows) {
             hasThrown = error.code() == std::errc::resource_deadlock_would_occur;
         }
     });
+    begun.Wait();
     auto drops = group.RunInNewThread(L"drops", [&lets] { lets = {}; });
     drops.Wait();
     EXPECT_TRUE(hasThrown);
