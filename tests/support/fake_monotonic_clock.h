@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <thread>
 
 #include "concurrency/base/windows_api.h"
 #include "tests/support/import_patch.h"
@@ -46,7 +47,11 @@ class FakeMonotonicClock {
 
     static BOOL WINAPI Read(LARGE_INTEGER* counter) {
         if (!s_isForAll && !s_isUsed) {
-            return s_platform.load()(counter);
+            ReadCounter* platform = nullptr;
+            while ((platform = s_platform) == nullptr) {
+                std::this_thread::yield();  // patched a moment ago: the constructor is about to say it
+            }
+            return platform(counter);
         }
         constexpr std::int64_t kSecond = 1'000'000'000;
         LARGE_INTEGER frequency;
