@@ -25,8 +25,9 @@ def as_html(words):
 
 
 def write_out_colons(code):
-    """Behind a bracket doxygen takes a name with colons for a link, in code too."""
-    return f"<code>{html.escape(code.group(0).strip('`'), quote=False)}</code>".replace("::", ":<b></b>:")
+    """What doxygen takes for a link, in code too: a name with colons behind a bracket, and file: before a name."""
+    text = html.escape(code.group(0).strip('`'), quote=False)
+    return f"<code>{text}</code>".replace("::", ":<b></b>:").replace("file:", "file<b></b>:")
 
 
 def rewrite(text, page, root="."):
@@ -43,7 +44,7 @@ def rewrite(text, page, root="."):
             return words  # which only a site of the repository can show
         return f'<a href="files/{path}">{as_html(words)}</a>'
 
-    return re.sub(r"`[^`\n]*\)::[^`\n]*`", write_out_colons, LINK.sub(replace, text))
+    return re.sub(r"`[^`\n]*(?:\)::|\bfile:)[^`\n]*`", write_out_colons, LINK.sub(replace, text))
 
 
 def files_linked_from(text, page, root="."):

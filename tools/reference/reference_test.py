@@ -70,6 +70,10 @@ class Pages(unittest.TestCase):
             '<a href="md_docs_2jobs.html#groups">jobs</a>, '
             '<a href="files/examples/time_limit/main.cpp"><code>main</code></a>, all, ![](charts/waiters.svg)')
 
+    def test_what_doxygen_would_take_for_a_link_is_none(self):
+        self.assertEqual(pages.rewrite("`file:PATH`, `F(int)::g`, `A::b`", "docs/limits.md"),
+                         "<code>file<b></b>:PATH</code>, <code>F(int):<b></b>:g</code>, `A::b`")
+
 
 MEMBER = '<memberdef kind="function" prot="{}"><name>{}</name><argsstring>()</argsstring><briefdescription>{}</briefdescription></memberdef>'
 
@@ -101,10 +105,12 @@ class Checks(unittest.TestCase):
     def test_a_link_needs_its_file_and_its_place(self):
         with tempfile.TemporaryDirectory() as folder:
             root = pathlib.Path(folder)
-            links = ["b.html", "b.html#here", "b.html#gone", "c.html", "#top", "https://example.org/x"]
+            links = ["b.html", "b.html#here", "b.html#gone", "c.html", "#top", "https://example.org/x", "file:X"]
             (root / "a.html").write_text("".join(f'<a href="{link}">x</a>' for link in links))
             (root / "b.html").write_text('<h1 id="here">x</h1>')
-            self.assertEqual(check.find_dead_links(root), ["a.html: #top", "a.html: b.html#gone", "a.html: c.html"])
+            dead, elsewhere = check.find_links(root)
+            self.assertEqual(dead, ["a.html: #top", "a.html: b.html#gone", "a.html: c.html", "a.html: file:X"])
+            self.assertEqual(elsewhere, ["https://example.org/x"])
 
 
 if __name__ == "__main__":
