@@ -62,7 +62,7 @@ void LockOrderEntry::Taking() {
     for (const LockOrderEntry* entry = Newest().Get(); entry != nullptr; entry = entry->m_older) {
         if (entry->m_held && entry->m_mutex == m_mutex) {
             m_held = true;
-            return;  // one level more: nobody is waited for
+            return;  // one level more: it waits for no thread
         }
     }
     for (const LockOrderEntry* entry = Newest().Get(); entry != nullptr; entry = entry->m_older) {

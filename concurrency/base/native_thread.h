@@ -1,6 +1,6 @@
 // One thread of the library: its handle and Win32 id.
 //
-// Not std::thread: its destructor ends the process when nobody has joined, and its start cannot be told apart from the
+// Not std::thread: its destructor ends the process if it was not joined, and its start cannot be told apart from the
 // standard library's own.
 //
 // Threads: one thread at a time uses a record.

@@ -6,6 +6,8 @@
 // Cancellation: all three throw CancelRequestedException when cancellation of the calling thread's task was requested
 //     before or during the wait, even with a time-out of 0. While they wait, they take the place of any notifier that
 //     the task had registered, and they do not restore it.
+// Memory: a wait that the handle has ended orders what the platform's does. Everything before Task::Cancel() is visible once
+//     a wait has thrown because of it.
 // Errors: std::bad_alloc, std::system_error. The platform's failures are returned as WAIT_FAILED, with the error left
 //     for GetLastError().
 // Units: milliseconds; INFINITE (0xFFFFFFFF) for no limit. This name and those of the results are in <windows.h>.

@@ -2,7 +2,7 @@
 // ask what runs. Every cancellation object that a future makes is one.
 //
 // Threads: any, but for what the fields say.
-// Lifetime: as its cancellation object. Whoever reads a note keeps the run meanwhile.
+// Lifetime: as its cancellation object. A thread that reads a note keeps the run meanwhile.
 #pragma once
 
 #include <atomic>

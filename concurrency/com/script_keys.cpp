@@ -43,7 +43,7 @@ bool HasSubkeys(HKEY root, const std::wstring& key) {
     return count != 0;
 }
 
-// A key that is not there, or in which somebody else's keys are, is left as it is.
+// A key that is not there, or that has keys of another program in it, is left as it is.
 LSTATUS RemoveKey(HKEY root, const std::wstring& key) {
     if (HasSubkeys(root, key)) {
         return ERROR_SUCCESS;

@@ -11,7 +11,7 @@ namespace Orvane::Internal {
 
 HRESULT WriteScriptKeys(HINSTANCE module, RegistrationScope scope);
 
-// Leaves a key that has keys of somebody else in it. Succeeds if there is none.
+// Leaves a key that has keys of another program in it. Succeeds if there is none.
 HRESULT RemoveScriptKeys(RegistrationScope scope);
 
 }  // namespace Orvane::Internal

@@ -106,7 +106,7 @@ FiguresReporter::Event::~Event() {
     ::CloseHandle(m_handle);
 }
 
-// What zarvo-ps asks and reads. Objects of these names that are there already are of somebody else: no answer goes there.
+// What zarvo-ps asks and reads. Objects of these names that are there already are of another program: no answer goes there.
 class FiguresReporter::Channel {
   public:
     Channel()

@@ -2,7 +2,7 @@
 //
 // Jobs wait here, not in the pool. A runner is a task of the pool that runs one job of the group after the other. At most one
 // runner is on its way at a time: when it has begun, it starts the next one, while jobs wait and the bound allows it. A runner
-// that needs a growth of the pool is started by the starter's thread, so nobody waits for the growth.
+// that needs a growth of the pool is started by the starter's thread, which alone waits for the growth.
 //
 // A job that runs holds a slot (group_slots.h).
 //
@@ -121,7 +121,7 @@ class GroupCore final : public Cancellable, public std::enable_shared_from_this<
     // Whether the calling thread runs a job of the group, or is about to leave one.
     bool IsOnThisThread() const noexcept;
 
-    // Reports the first failure, if nobody has read it.
+    // Reports the first failure, if it has not been read.
     void ReportUnread() noexcept;
 
     void Ask(const AskReason& reason, AskedList& asked) noexcept override;
@@ -249,7 +249,7 @@ class GroupEntry final : public JobGroupLink, public ListHook<GroupTag> {
     std::list<FailedJob> m_failedNode;
 
     // Of the ending thread, from Publish() to GoOn().
-    FailedJob m_failed;  // that nobody will read
+    FailedJob m_failed;  // that no caller will read
     bool m_failsGroup = false;
     bool m_isOneOfMany = false;
     bool m_mayStartAnother = false;

@@ -27,7 +27,7 @@ struct EndedRecord {
 
 class GroupResults {
   public:
-    // How many records a group keeps before it says that nobody reads them.
+    // How many records a group keeps before it says that no caller reads them.
     static constexpr std::size_t kMany = 100'000;
 
     // Takes the only node. Returns whether it is the first failure in time.

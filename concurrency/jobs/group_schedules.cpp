@@ -90,7 +90,7 @@ void GroupCore::CancelEnded(GroupSchedule& schedule) noexcept {
     }
 }
 
-// On a worker, when a run is due. It does no more than add a job, so that nobody ever has to wait for it.
+// On a worker, when a run is due. It does no more than add a job, so that no thread ever has to wait for it.
 // Returns whether the schedule is active.
 bool GroupCore::RunScheduled(const std::shared_ptr<GroupSchedule>& schedule) {
     Departure departure;  // the group does not go while a run is being added

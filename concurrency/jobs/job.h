@@ -128,8 +128,8 @@ auto RunInNewThread(const wchar_t* name, F&& callable, Arguments&&... arguments)
                                   std::forward<Arguments>(arguments)...);
 }
 
-// Runs the callable on the global pool, and nobody waits for it. No run owns it: only the last uninitialisation asks it to
-// leave. Its failure goes to the failure handler (failure_handler.h), and its result is destroyed.
+// Runs the callable on the global pool; there is no handle to wait with. No run owns it: only the last uninitialisation asks
+// it to leave. Its failure goes to the failure handler (failure_handler.h), and its result is destroyed.
 template <typename F, typename... Arguments>
 void Post(const wchar_t* name, F&& callable, Arguments&&... arguments) {
     Internal::Build(name, std::forward<F>(callable), std::forward<Arguments>(arguments)...).StartUnowned();

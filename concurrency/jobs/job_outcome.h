@@ -29,7 +29,7 @@ struct JobCounts {
 // A job of a group that has failed.
 struct JobFailure {
     std::wstring name;  // of the job
-    std::exception_ptr error;  // never null; shared with whoever reads the failure, too
+    std::exception_ptr error;  // never null; shared with each reader of the failure
 };
 
 // How a job of a group ended.

@@ -18,7 +18,9 @@ struct ModuleUse {
     std::size_t results = 0;  // of ended jobs whose handles exist
     std::size_t failures = 0;  // exceptions that jobs and groups keep
     std::size_t schedules = 0;  // of groups, that go on
-    std::size_t jobs = 0;  // without a group, with a handle or detached: each keeps the module loaded until it is gone
+
+    // Without a group, with a handle or detached. Each keeps the module loaded until it is gone.
+    std::size_t jobs = 0;
 
     // Of those that can be found.
     std::vector<std::wstring> names;

@@ -29,6 +29,7 @@ class RunSnapshot {
         std::uint64_t askedAt = 0;
         AskReason reason;
         WaitState wait;
+
         const void* future = nullptr;  // of a task: as notes of waits name it
         const void* record = nullptr;  // what the room keeps of the run, if it owns or has owned anything
         const void* owner = nullptr;  // the record of the run that owns it, or its group

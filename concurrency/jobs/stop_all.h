@@ -5,6 +5,7 @@
 // Threads: any, a console control handler's too. Several calls at a time do no harm: the first one's reason stays.
 // Waiting: pumps no messages. A window's thread that jobs send messages to must not wait here: give a limit of 0.
 // Cancellation: no cancellation point.
+// Memory: everything in the runs that it has waited for is visible after it.
 // Errors: std::bad_alloc, std::system_error; all have been asked by then.
 // Lifetime: the library may be uninitialised, or on its way to it.
 #pragma once

@@ -3,10 +3,10 @@
 // Each task has a thread of its own, its actor; the thread that made the run is the first actor. One actor at a time holds the
 // baton and runs. It passes the baton on when it blocks in a wait of the library, and when its task has ended:
 //
-//   1. to the actor that has been blocked longest of those whose wait is over;
-//   2. else to a new actor, for the task that was started first;
-//   3. else time moves on to the next deadline or timer, whose work is done, and it looks again;
-//   4. else nothing can ever end a wait: the first actor gets it, and its wait throws.
+//   1. If waits are over, their actor that has been blocked longest gets it.
+//   2. Else a new actor gets it, for the task that was started first.
+//   3. Else time moves on to the next deadline or timer, whose work is done. Then it looks again.
+//   4. Else nothing can ever end a wait: the first actor gets it, and its wait throws.
 //
 // Threads: the actors. What guards the fields is the baton, but for the hand-over itself.
 #pragma once

@@ -44,7 +44,7 @@ CriticalSection& SchedulerLock() {
 void DestroyScheduler() noexcept {
     std::shared_ptr<ScheduledTaskQueue> queue;  // destroyed after the lock: what is left in it is user code
     const CriticalSectionLock lock(SchedulerLock());
-    // Within the callers' reach until its thread has ended: one who inserts on that thread, as the destructor of a
+    // Within the callers' reach until its thread has ended: a caller that inserts on that thread, as the destructor of a
     // callable may, would wait for this lock for ever.
     delete std::exchange(g_scheduler, nullptr);
     queue = g_queue->exchange(nullptr);

@@ -4,8 +4,9 @@
 //     ...
 //     heartbeat.Cancel();   // or Wait(), or drop it: the destructor cancels and waits
 //
-// Threads: any. The callable runs on the pool's workers, one run at a time. Each run sees everything before Schedule() and
-//     everything in the runs before it.
+// Threads: any. The callable runs on the pool's workers, one run at a time.
+// Memory: each run sees everything before Schedule() and everything in the runs before it. What is visible after the waits,
+//     tracker.h says.
 // Cancellation: inside the callable, CancellationPoint() and the cancellable waits leave when the tracker cancels.
 // Errors: std::bad_alloc, std::system_error, what copying the callable throws; nothing is scheduled then. A run that fails ends
 //     neither the process nor the schedule: its exception goes to the failure handler (concurrency/tasks/failure_handler.h).

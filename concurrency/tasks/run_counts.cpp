@@ -45,7 +45,7 @@ struct NamedCounts {
     RunCounts counts;
 };
 
-// Static and all zeros: pages that nobody uses take no memory.
+// Static and all zeros: pages that are not used take no memory.
 using Table = std::array<NamedCounts, kNames + 1>;  // the last is for all others
 constinit std::array<Table, kParts> g_tables{};
 

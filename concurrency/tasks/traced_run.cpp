@@ -54,7 +54,7 @@ const wchar_t* TracedRun::OutcomeOf(ITaskState& state) {
     if (own == nullptr) {
         return L"unknown";
     }
-    // On purpose not the virtual operations: those of a derived future are code of others, which nobody else asks here.
+    // On purpose not the virtual operations: those of a derived future are code of others, which is not called here otherwise.
     if (own->FutureState::IsNormal()) {
         return L"returned";
     }
