@@ -206,7 +206,7 @@ void GroupCore::AddInNewThread(const std::shared_ptr<JobState>& job) {
         return;
     }
     try {
-        Launch(TaskAccess::MakeUnlisted(job->Name(), job), Place::NewThread);
+        Launch(TaskAccess::MakeUnlisted(job->Name(), job), LaunchOn::NewThread);
     } catch (...) {
         Withdraw(*job);
         throw;

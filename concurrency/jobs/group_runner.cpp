@@ -70,7 +70,7 @@ void GroupCore::StartRunner() noexcept {
     try {
         const Task runner =
             TaskAccess::MakeUnlisted(m_name->text.c_str(), std::make_shared<GroupRunner>(shared_from_this()));
-        if (!Launch(runner, Place::PoolIfItHasRoom)) {
+        if (!Launch(runner, LaunchOn::PoolIfItHasRoom)) {
             QueueInBackground(
                 runner, [self = shared_from_this()](const std::exception_ptr& error) { self->StartHasFailed(error); });
         }

@@ -5,15 +5,15 @@
 
 namespace Orvane::Internal {
 
-bool Launch(const Task& task, Place place) {
+bool Launch(const Task& task, LaunchOn where) {
     if (VirtualRun* const run = VirtualRun::OfThisThread()) {
         run->Start(task);
         return true;
     }
-    switch (place) {
-        case Place::PoolIfItHasRoom: return TryQueue(task);
-        case Place::Pool: QueueOrFail(task); break;
-        case Place::NewThread: LaunchForJob(task); break;
+    switch (where) {
+        case LaunchOn::PoolIfItHasRoom: return TryQueue(task);
+        case LaunchOn::Pool: QueueOrFail(task); break;
+        case LaunchOn::NewThread: LaunchForJob(task); break;
     }
     return true;
 }

@@ -8,12 +8,12 @@
 
 namespace Orvane::Internal {
 
-enum class Place {
+enum class LaunchOn {
     Pool,  // waits where GlobalThreadPool::Queue() does
     PoolIfItHasRoom,  // does nothing and returns false if that needs a growth
     NewThread,
 };
 
-bool Launch(const Task& task, Place place);
+bool Launch(const Task& task, LaunchOn where);
 
 }  // namespace Orvane::Internal

@@ -145,11 +145,11 @@ void JobRef::MarkBuilt() const noexcept {
 }
 
 void JobRef::StartOnPool(const std::stop_token& token) const {
-    StartJob(m_state, token, [](const Task& task) { Launch(task, Place::Pool); });
+    StartJob(m_state, token, [](const Task& task) { Launch(task, LaunchOn::Pool); });
 }
 
 void JobRef::StartInNewThread(const std::stop_token& token) const {
-    StartJob(m_state, token, [](const Task& task) { Launch(task, Place::NewThread); });
+    StartJob(m_state, token, [](const Task& task) { Launch(task, LaunchOn::NewThread); });
 }
 
 void JobRef::StartUnowned() const {

@@ -315,7 +315,7 @@ JobWaitResult WaitAsCancellationPoint(Awaited& awaited, MonotonicClock::time_poi
     const SlotScope slot(awaited);
     const JobWaitResult result = SleepUntilOver(awaited, *waiter, deadline, isRequested);
     if (slot.IsGiven()) {
-        const WaitingRun::Note place(run, WaitKind::Place, nullptr);
+        const WaitingRun::Note slotNote(run, WaitKind::Place, nullptr);
         if (!slot.Slot().TakeAgain(*waiter, *run.Get())) {
             return JobWaitResult::Cancelled;
         }
