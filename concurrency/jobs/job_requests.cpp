@@ -1,4 +1,5 @@
 // Requests for a job to leave: what makes them, and what they reach.
+#include <optional>
 #include <utility>
 
 #include "concurrency/base/thread_time.h"
@@ -30,12 +31,28 @@ void JobState::GiveUp() noexcept {
 }
 
 void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
+    const std::optional<AskReason> first = KeepFirst(reason);
+    if (!first) {
+        return;
+    }
+    if (Claim(Phase::Ending)) {
+        m_time = ThreadNow();
+        m_thread = ::GetCurrentThreadId();
+        m_future.RequestCancelQuietly();  // its task does not say that it has started
+        asked.Add(shared_from_this());
+    } else {
+        AskRun(*first, asked);
+    }
+}
+
+// Returns the reason of the first request, which may be this one; nothing if the job has ended.
+std::optional<AskReason> JobState::KeepFirst(const AskReason& reason) noexcept {
     AskReason first;
     bool isFirst = false;
     {
         const RankedLock lock(m_shard.mutex);
         if (m_phase == Phase::Ended) {
-            return;
+            return std::nullopt;
         }
         isFirst = m_cause == CancelCause::None;
         if (isFirst) {
@@ -47,14 +64,11 @@ void JobState::Ask(const AskReason& reason, AskedList& asked) noexcept {
     if (isFirst) {
         TraceJobAsked(*this, first);
     }
-    if (Claim(Phase::Ending)) {
-        m_time = ThreadNow();
-        m_thread = ::GetCurrentThreadId();
-        m_future.RequestCancelQuietly();  // its task does not say that it has started
-        asked.Add(shared_from_this());
-        return;
-    }
-    // The run may be over as soon as it is asked, and its record out of reach; one that is made meanwhile is found behind the flag.
+    return first;
+}
+
+// The run may be over as soon as it is asked, and its record out of reach; one that is made meanwhile is found behind the flag.
+void JobState::AskRun(const AskReason& first, AskedList& asked) noexcept {
     auto record = Record();
     if (record) {
         // Before the run wakes: what it drops then is asked with this reason.

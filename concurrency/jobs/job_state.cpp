@@ -87,7 +87,7 @@ std::shared_ptr<IFutureState> JobState::GetFuture() {
     return {shared_from_this(), &m_future};
 }
 
-// Whoever moves it out of Waiting owns the next steps.
+// The thread that moves it out of Waiting owns the next steps.
 bool JobState::Claim(Phase to) noexcept {
     Phase waiting = Phase::Waiting;
     return m_phase.compare_exchange_strong(waiting, to);

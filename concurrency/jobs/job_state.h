@@ -18,8 +18,8 @@
 //      uses nothing of the job's module any more: group_core.h waits for that before it lets a module go.
 //
 // What belongs to the job's module is destroyed at one of four places. The callable is destroyed in step 1. The handle destroys
-// result and exception; without a handle steps 1 to 3 do. A group that leaves destroys the exception, too. A job without a group keeps its module
-// loaded until steps 1 to 3 are done and the handle has gone.
+// result and exception; without a handle steps 1 to 3 do. A group that leaves destroys the exception, too. A job without a
+// group keeps its module loaded until steps 1 to 3 are done and the handle has gone.
 //
 // Threads: any, but for those that run or end it.
 // Errors: std::system_error if a lock fails.
@@ -31,6 +31,7 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -192,6 +193,8 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     enum class Phase : std::uint8_t { Waiting, Running, Ending, Ended };
 
     bool Claim(Phase to) noexcept;
+    std::optional<AskReason> KeepFirst(const AskReason& reason) noexcept;
+    void AskRun(const AskReason& first, AskedList& asked) noexcept;
     ModuleLedger* Call() noexcept;
     void End(bool hasRun) noexcept;
     void KeepReason() noexcept;
@@ -212,7 +215,7 @@ class JobState final : public ITaskState, public std::enable_shared_from_this<Jo
     JobOutcome m_outcome = JobOutcome::Cancelled;
     std::atomic<bool> m_hasResult = false;  // then the handle's
 
-    // Pinned until its end is behind the ending thread, and the handle has gone: whoever is second unpins.
+    // Pinned until its end is behind the ending thread, and the handle has gone: the second of the two unpins.
     bool m_isPinned = false;
     bool m_isBehind ORVANE_GUARDED_BY(m_shard.mutex) = false;
 
