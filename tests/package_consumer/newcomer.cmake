@@ -52,6 +52,10 @@ file(REMOVE_RECURSE ${WORK}/${name})
 run(CODE 0 SAYS "The sum is 42" COMMAND bash -e -c "${commands}")
 string(REGEX MATCHALL "[^\n]+" lines "${commands}")
 list(LENGTH lines count)
+file(READ ${texts}/docs/quick-start.md page)
+if(NOT page MATCHES "It takes ${count} commands and no edit")
+    message(FATAL_ERROR "The quick start does not say that it takes ${count} commands and no edit")
+endif()
 message(STATUS "newcomer: 2 files, ${count} commands, no edit")
 
 # Its own cancelled job: the quick start's second program in place of the first.
