@@ -40,6 +40,7 @@ class LibraryTrace : public testing::Test {
     void RunAll() {
         const ChildResult result = Run("trace_test_child");
         ASSERT_EQ(result.exitCode, 0u) << result.standardError;
+        m_mutex = result.standardOutput;
         m_events = ReadTrace(m_path);
     }
 
@@ -65,6 +66,7 @@ class LibraryTrace : public testing::Test {
     }
 
     std::filesystem::path m_path;
+    std::string m_mutex;  // for which the child has waited: its address
     TraceEvents m_events;
 };
 
@@ -129,12 +131,15 @@ TEST_F(LibraryTrace, HasTheTimeInTheQueuesUntilTheStart) {
 
 TEST_F(LibraryTrace, HasTheWaitsInsideTheRuns) {
     RunAll();
-    EXPECT_THAT(Find(InRun("Nap", "job"), "b", "CancellableSleep"), SizeIs(1));
+    const TraceEvents sleeps = Find(InRun("Nap", "job"), "b", "CancellableSleep");
+    ASSERT_THAT(sleeps, SizeIs(1));
+    EXPECT_EQ(sleeps[0].arguments, Beside());
     EXPECT_THAT(Find(InRun("Nap", "job"), "e", "CancellableSleep"), SizeIs(1));
     EXPECT_THAT(Find(InRun("Parent", "job"), "b", "wait for jobs"), SizeIs(1));
     const TraceEvents locks = Find(InRun("Waiting", "job"), "b", "fifo_mutex::lock");
     ASSERT_THAT(locks, SizeIs(1));
-    EXPECT_THAT(locks[0].arguments.at("object"), testing::StartsWith("0x"));
+    EXPECT_EQ(locks[0].arguments, (Beside{{"object", "0x" + m_mutex}}));
+    EXPECT_THAT(Find(InRun("Waiting", "job"), "e", "fifo_mutex::lock"), SizeIs(1));
     EXPECT_THAT(Find(m_events, "b", "Task::Wait"), Not(IsEmpty()));
 }
 

@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <iostream>
 #include <stdexcept>
 #include <vector>
 
@@ -97,8 +99,10 @@ void RunGroup() {
     }
 }
 
+// Says on standard output which one it is.
 void WaitForAMutex() {
     fifo_mutex mutex;
+    std::cout << std::hex << reinterpret_cast<std::uintptr_t>(&mutex);
     mutex.lock();
     auto waiting = Run(L"Waiting", [&mutex] {
         mutex.lock();

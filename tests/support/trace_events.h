@@ -1,4 +1,4 @@
-// Reads a trace file with a JSON parser, and says what is wrong with its structure.
+// Reads a trace file, and says what is wrong with its structure.
 #pragma once
 
 #include <cstdint>

@@ -21,8 +21,6 @@ set(left_out_files
     faults/killed_workers_test.cpp
     # Starts a program of the platform, and watches a folder.
     jobs/job_process_test.cpp
-    # Read a file with a parser that only the platform's build has.
-    journeys/trace_test.cpp
     # Starts an example, which is a program of the platform.
     sync/shared_counter_test.cpp
     # Starts a program of the platform, and shares memory with it.

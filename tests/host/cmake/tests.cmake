@@ -168,3 +168,9 @@ foreach(program IN ITEMS models_tests models_whitebox_tests)
     target_link_libraries(${program} PRIVATE rapidcheck)
 endforeach()
 target_compile_definitions(journeys_tests PRIVATE ZARVO_DOCS="${root}/docs")
+# This build has no JSON parser: a reader of its own, which the parser's test judges, too.
+target_sources(journeys_tests PRIVATE
+    support/trace_event_line.cpp
+    ${root}/tests/support/trace_events.cpp
+    ${root}/tests/support/trace_events_test.cpp
+)
