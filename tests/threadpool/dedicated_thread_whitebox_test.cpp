@@ -8,12 +8,14 @@
 
 #include "concurrency/base/native_thread.h"
 #include "concurrency/base/windows_api.h"
+#include "concurrency/errors/exceptions.h"
 #include "concurrency/tasks/make_task.h"
 #include "concurrency/threadpool/thread_pool.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/stopwatch.h"
+#include "tests/threadpool/at_end.h"
 #include "tests/threadpool/background_call.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/pool_peers.h"
@@ -209,6 +211,30 @@ TEST(DedicatedThreadRecords, LaunchOnAnEndingThreadDoesNotWaitForThatThread) {
     ASSERT_TRUE(Eventually([&] { return waits != -1; }));
     EXPECT_EQ(waits, 0);
     EXPECT_GE(CountsOf(pool).finishedThreads, 1U);
+}
+
+// A callable that threw dies with its task, and its destructor may take long.
+TEST(DedicatedThreadRecords, LaunchDoesNotWaitForAThreadThatIsDestroyingItsCallable) {
+    Gate handleIsGone;  // the thread's is the last
+    Gate isDestroying;
+    Gate mayEnd;
+    const Pool pool(1);
+    const auto destroy = [&] {
+        isDestroying.Open();
+        mayEnd.Wait();
+    };
+    pool.Core()->LaunchInNewThread(MakeTask(L"first", [&handleIsGone, end = AtEnd(destroy)] {
+        handleIsGone.Wait();
+        throw Unexpected(L"kept");
+    }));
+    handleIsGone.Open();
+    isDestroying.Wait();
+    {
+        const WaitsOfLaunches launches;
+        pool.Core()->LaunchInNewThread(Task());
+        EXPECT_EQ(launches.Count(), 0);
+    }
+    mayEnd.Open();
 }
 
 TEST(DedicatedThreadRecords, ShutdownPassesOverRecordsWithoutAThread) {

@@ -80,6 +80,23 @@ struct WorkQueuePeer {
         const std::lock_guard lock(queue.m_mutex);
         return queue.m_workAvailable.Waiters();
     }
+
+    // That sleep until there is room.
+    static std::uint32_t CallersWithoutRoom(WorkQueue& queue) {
+        const std::lock_guard lock(queue.m_mutex);
+        return queue.m_roomMade.Waiters();
+    }
+
+    // What is read without the lock: how many are queued, and how many queued or running.
+    static std::pair<std::uint64_t, std::uint64_t> Hints(const WorkQueue& queue) {
+        return {queue.m_queued.load(), queue.m_busy.load()};
+    }
+
+    // Workers that look for a task, and tasks that rely on them.
+    static std::pair<std::uint32_t, std::uint32_t> LookingAndClaimed(WorkQueue& queue) {
+        const std::lock_guard lock(queue.m_mutex);
+        return {queue.m_looking, queue.m_claimed};
+    }
 };
 
 struct PoolThreadsPeer {
@@ -105,6 +122,11 @@ struct PoolGrowthPeer {
     static std::uint32_t SleepingCallers(PoolGrowth& growth) {
         const std::lock_guard lock(growth.m_mutex);
         return growth.m_done.Waiters();
+    }
+
+    static bool StaysFull(PoolGrowth& growth, MonotonicClock::duration waited) {
+        const std::lock_guard lock(growth.m_mutex);
+        return growth.StaysFull(waited);
     }
 };
 
