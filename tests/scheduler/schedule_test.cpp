@@ -89,6 +89,14 @@ TEST_F(ScheduleCall, KeepsTheCallableNoLongerThanTheTracker) {
     EXPECT_TRUE(Eventually([&] { return held.use_count() == 1; }));
 }
 
+TEST_F(ScheduleCall, LetsGoOfTheCallableWithTheTrackerThoughItIsDueMuchLater) {
+    const auto held = std::make_shared<int>(0);
+    {
+        const Tracker tracker = Schedule(L"Later", 1h, 0s, [held] {});
+    }
+    EXPECT_EQ(held.use_count(), 1);
+}
+
 TEST_F(ScheduleCall, ACallThatThrowsDoesNotEndTheSchedule) {
     const Tracker tracker = Schedule(L"Thrower", 0s, 2ms, [this] {
         ++m_runs;

@@ -38,12 +38,18 @@ class ScheduledTaskQueueWait : public testing::Test {
   protected:
     // As the scheduler's thread does, but without taking anything out.
     void KeepWaiting() {
+        m_hasBegun = true;
         while (m_queue.WaitForNextStart()) {
             ++m_wakeUps;
         }
     }
 
+    bool HasBegun() const {
+        return Eventually([this] { return m_hasBegun.load(); });
+    }
+
     ScheduledTaskQueue m_queue;
+    std::atomic<bool> m_hasBegun = false;
     std::atomic<int> m_wakeUps = 0;
 };
 
@@ -110,7 +116,11 @@ TEST_F(ScheduledTaskQueueWait, AsksForNoLimitWhileTheQueueIsEmpty) {
 }
 
 TEST_F(ScheduledTaskQueueWait, EndsWithAnInsertIntoAnEmptyQueue) {
-    const BackgroundCall wait([this] { EXPECT_TRUE(m_queue.WaitForNextStart()); });
+    const BackgroundCall wait([this] {
+        m_hasBegun = true;
+        EXPECT_TRUE(m_queue.WaitForNextStart());
+    });
+    ASSERT_TRUE(HasBegun());
     std::this_thread::sleep_for(20ms);  // to show that nothing happens
     EXPECT_TRUE(wait.IsRunning());
 
@@ -123,11 +133,13 @@ TEST_F(ScheduledTaskQueueWait, EndsWithAnInsertIntoAnEmptyQueue) {
 TEST_F(ScheduledTaskQueueWait, EndsWithAnEarlierInsert) {
     m_queue.Push(Idle(Now() + 1h));
     const BackgroundCall wait([this] {
+        m_hasBegun = true;
         ScheduledTask due;
         while (!m_queue.PopExpired(due)) {
             m_queue.WaitForNextStart();
         }
     });
+    ASSERT_TRUE(HasBegun());
     std::this_thread::sleep_for(20ms);  // to show that nothing happens
     EXPECT_TRUE(wait.IsRunning());
 
@@ -140,11 +152,11 @@ TEST_F(ScheduledTaskQueueWait, GoesOnWhenALaterTaskIsInserted) {
     const TimePoint start = Now() + 1h;
     m_queue.Push(Idle(start));
     const BackgroundCall wait([this] { KeepWaiting(); });
-    for (int i = 0; i < 200; ++i) {
+    ASSERT_TRUE(HasBegun());
+    for (int i = 0; i < 50; ++i) {
         m_queue.Push(Idle(start + Duration(i)));
-        std::this_thread::yield();
+        PauseBriefly();
     }
-    std::this_thread::sleep_for(20ms);  // to show that nothing happens
     EXPECT_LE(m_wakeUps, kFewWakeUps);
     m_queue.Stop();
     EXPECT_TRUE(wait.Ends());

@@ -123,6 +123,29 @@ TEST(ScheduledTaskQueue, KeepsWhatFallsDueAfterTheStop) {
     EXPECT_EQ(PopAll(queue), std::vector<TimePoint>{stop});
 }
 
+// As with an interval that leads back to where it was.
+TEST(ScheduledTaskQueue, KeepsWhatDoesNotMoveOnOnceStopped) {
+    for (const Duration step : {Duration::zero(), -kTick}) {
+        ScheduledTaskQueue queue;
+        queue.Stop();
+        queue.PutBack(Due(k1970 + step), k1970);
+        EXPECT_TRUE(PopAll(queue).empty());
+        EXPECT_EQ(queue.GetLoad().entries, 1U);
+        queue.PutBack(Due(k1970 + kTick), k1970);
+        EXPECT_EQ(PopAll(queue).size(), 1U);
+    }
+}
+
+TEST(ScheduledTaskQueue, SaysHowMuchStandsInItAndWhenTheFirstIsDue) {
+    ScheduledTaskQueue queue;
+    EXPECT_EQ(queue.GetLoad().entries, 0U);
+    EXPECT_EQ(queue.GetLoad().earliest, TimePoint());
+    queue.Push(Due(k1970 + 2h));
+    queue.Push(Due(k1970 + 1h));
+    EXPECT_EQ(queue.GetLoad().entries, 2U);
+    EXPECT_EQ(queue.GetLoad().earliest, k1970 + 1h);
+}
+
 TEST(ScheduledTaskQueue, LosesNothingThatManyThreadsPush) {
     constexpr int kThreads = 8;
     constexpr int kEach = 200;
