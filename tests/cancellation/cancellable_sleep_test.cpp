@@ -48,6 +48,15 @@ TEST(CancellableSleep, OfZeroDoesNotWaitInsideNorOutsideATask) {
     EXPECT_EQ(sleeps.List().size(), 1U);
 }
 
+// One of them may end early.
+TEST(CancellableSleep, OfAMillisecondIsOne) {
+    const Stopwatch stopwatch;
+    for (int i = 0; i < 20; ++i) {
+        CancellableSleep(1);
+    }
+    EXPECT_GE(stopwatch.Elapsed(), 10ms);
+}
+
 TEST(CancellableSleep, WaitsOnceForTheGivenTime) {
     const RecordedSleeps sleeps;
 

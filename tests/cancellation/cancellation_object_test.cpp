@@ -296,4 +296,53 @@ TEST(CancellationObject, FlagsAreReadUnderTheMutex) {
     EXPECT_EQ(answered, 4);
 }
 
+// A wait inside another one takes its place and gives it back.
+TEST(CancellationObject, ExchangedNotifierTakesThePlaceOfTheOneThatIsReturned) {
+    CancellationObject object;
+    const auto outer = std::make_shared<CountingNotifier>();
+    const auto inner = std::make_shared<CountingNotifier>();
+    object.RegisterNotifier(outer);
+    EXPECT_EQ(object.ExchangeNotifier(inner).lock(), outer);
+
+    object.RequestCancel();
+
+    EXPECT_EQ(outer->Count(), 0);
+    EXPECT_EQ(inner->Count(), 1);
+}
+
+TEST(CancellationObject, RestoredNotifierIsToldOfLaterRequestsOnly) {
+    CancellationObject object;
+    const auto outer = std::make_shared<CountingNotifier>();
+    const auto inner = std::make_shared<CountingNotifier>();
+    object.RegisterNotifier(inner);
+    object.RestoreNotifier(outer);
+    EXPECT_EQ(outer->Count(), 0);
+
+    object.RequestCancel();
+
+    EXPECT_EQ(outer->Count(), 1);
+    EXPECT_EQ(inner->Count(), 0);
+}
+
+// The request found the inner one only.
+TEST(CancellationObject, RestoredNotifierIsToldOfARequestThatItMissed) {
+    CancellationObject object;
+    const auto outer = std::make_shared<CountingNotifier>();
+    object.RegisterNotifier(outer);
+    const auto before = object.ExchangeNotifier({});
+    object.RequestCancel();
+    EXPECT_EQ(outer->Count(), 0);
+
+    object.RestoreNotifier(before);
+
+    EXPECT_EQ(outer->Count(), 1);
+}
+
+TEST(CancellationObject, RestoringANotifierThatIsGoneTellsNobody) {
+    CancellationObject object;
+    object.RequestCancel();
+    EXPECT_NO_THROW(object.RestoreNotifier({}));
+    EXPECT_TRUE(object.IsRequested());
+}
+
 }  // namespace
