@@ -22,7 +22,7 @@ def parse():
     parser.add_argument("--seed", type=int, default=1, metavar="S", help="chooses them, and the order (default 1)")
     parser.add_argument("--minutes", type=float, default=15, help="how long mutants are run (default 15)")
     parser.add_argument("--with", dest="others", default="", metavar="ROOM,...", help="the tests of these rooms, too")
-    parser.add_argument("--survivors", action="store_true", help="only those that survived the last time")
+    parser.add_argument("--survivors", action="store_true", help="only those that no run has killed yet")
     parser.add_argument("--match", default="", metavar="TEXT", help="only those whose line in the report has the text")
     parser.add_argument("--list", action="store_true", help="list the mutants, and run nothing")
     return parser.parse_args()
@@ -32,8 +32,8 @@ def chosen(mutants, options, last):
     if options.match:
         mutants = [each for each in mutants if options.match in f"{each.file}:{each.line} {each.key}"]
     if options.survivors:
-        survived = {key for key, verdict in json.loads(last.read_text()).items() if verdict in ("survived", "unreached")}
-        mutants = [each for each in mutants if each.key in survived]
+        known = json.loads(last.read_text()) if last.exists() else {}
+        mutants = [each for each in mutants if known.get(each.key) != "killed"]
     mutants = list(mutants)
     random.Random(options.seed).shuffle(mutants)
     return mutants[:options.sample] if options.sample is not None else mutants
