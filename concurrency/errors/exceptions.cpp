@@ -17,17 +17,13 @@ constexpr GUID kNoGuid{};
 constexpr unsigned int kInternalErrorCode = 1;
 constexpr std::int32_t kElevationRequired = static_cast<std::int32_t>(0x800702E4);
 
-// The text in the thread's ANSI code page; empty when it cannot be converted.
+// The text in the thread's ANSI code page, with its terminator; empty when it cannot be converted.
 std::string Narrow(const wchar_t* text) {
     const int size = WideCharToMultiByte(CP_THREAD_ACP, 0, text, -1, nullptr, 0, nullptr, nullptr);
-    if (size <= 0) {
-        return {};
-    }
     std::string narrow(static_cast<std::size_t>(size), '\0');
-    if (WideCharToMultiByte(CP_THREAD_ACP, 0, text, -1, narrow.data(), size, nullptr, nullptr) <= 0) {
-        return {};
+    if (WideCharToMultiByte(CP_THREAD_ACP, 0, text, -1, narrow.data(), size, nullptr, nullptr) == 0) {
+        narrow.clear();
     }
-    narrow.pop_back();  // the terminator that the conversion wrote
     return narrow;
 }
 
@@ -41,7 +37,6 @@ template <typename Kind>
 ExceptionCOM::ExceptionCOM(const ErrorStorage& error) : ExceptionBase(error) {}
 
 ExceptionCOM::ExceptionCOM(long failure, const GUID& category) {
-    isNamed = false;
     hresult = static_cast<std::int32_t>(failure);
     guid = category;
 }
@@ -62,8 +57,8 @@ void ExceptionCOM::FormatText(const wchar_t* format, va_list arguments) {
     if (_vsnwprintf_s(message, kMessageCapacity, _TRUNCATE, format, arguments) == -1) {
         return;
     }
-    if (const std::string narrow = Narrow(message); !narrow.empty() || message[0] == L'\0') {
-        static_cast<std::runtime_error&>(*this) = std::runtime_error(narrow);
+    if (const std::string narrow = Narrow(message); !narrow.empty()) {
+        static_cast<std::runtime_error&>(*this) = std::runtime_error(narrow.c_str());
     }
 }
 

@@ -32,6 +32,14 @@ TEST(ErrorStorage, SaysMessageNotSpecifiedUntilItHasOne) {
     EXPECT_STREQ(error.message, L"");
 }
 
+TEST(ErrorStorage, BeginsInTheComFormWithTheCodeOfSuccessAndNoGuid) {
+    const ErrorStorage error;
+
+    EXPECT_FALSE(error.isNamed);
+    EXPECT_EQ(error.hresult, 0);
+    EXPECT_EQ(error.guid, kZeroGuid);
+}
+
 TEST(ErrorStorage, HoldsItsFieldsInTheirOrder) {
     const ErrorStorage error;
 
@@ -117,6 +125,25 @@ TEST(ErrorStorage, CopyOfAMessageWithoutTerminatorIsBoundedAndTerminated) {
 
     EXPECT_EQ(copy.message, std::wstring(1023, L'y'));
     EXPECT_EQ(copy.hresult, 7);
+}
+
+// A kilobyte or more for a text of some words would make every exception slow.
+TEST(ErrorStorage, CopyTakesNothingFromBehindTheTerminator) {
+    ErrorStorage error = ComRecord(7, kSomeGuid);
+    Fill(error, L'y');
+    ErrorStorage words;
+    Fill(words, L'x');
+    SetMessages(words, "two words", L"two words");
+    ErrorStorage nothing;
+    Fill(nothing, L'x');
+    nothing.message[0] = L'\0';
+
+    error = words;
+    EXPECT_STREQ(error.message, L"two words");
+    EXPECT_EQ(error.message[10], L'y');
+
+    error = nothing;
+    EXPECT_EQ(error.message[1], L'w');
 }
 
 TEST(ErrorStorage, AssignmentTakesOverTheOtherForm) {

@@ -18,7 +18,8 @@ using namespace Orvane;
 using namespace Zarvo::Test;
 
 constexpr char kUnspecified[] = "Message not specified";
-constexpr long kSomeHresult = static_cast<long>(0x80040005);
+// A failure, and so a negative number.
+constexpr std::int32_t kSomeHresult = static_cast<std::int32_t>(0x80040005);
 
 TEST(ExceptionComMessage, ExceptionTakesTheComFormWithTheGivenCodeAndGuid) {
     const ExceptionCOM error(kSomeHresult, kSomeGuid, L"text");
@@ -108,6 +109,18 @@ TEST(ExceptionComMessage, ConversionThatFailsAfterItsMeasureLeavesTheNarrowMessa
     EXPECT_STREQ(error.what(), kUnspecified);
 }
 
+// Of an empty text, too, what() says that there is none.
+TEST(ExceptionComMessage, FailedConversionOfAnEmptyTextLeavesTheNarrowMessage) {
+    const ImportPatch noConversion(
+        LibraryUnderTest(), "WideCharToMultiByte",
+        +[](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) { return 0; });
+
+    const ExceptionCOM error(kSomeHresult, kSomeGuid, L"");
+
+    EXPECT_STREQ(error.message, L"");
+    EXPECT_STREQ(error.what(), kUnspecified);
+}
+
 TEST(ExceptionComMessage, FormattingThatFailsKeepsWhatWasWrittenAndWhatSaysNothing) {
 #ifdef _UCRT
     const ImportPatch failure(
@@ -134,7 +147,7 @@ TEST(Unexpected, StandsForEUnexpectedWithTheZeroGuid) {
     const Unexpected error(L"in %s", L"the test");
 
     EXPECT_FALSE(error.isNamed);
-    EXPECT_EQ(error.hresult, static_cast<long>(0x8000FFFF));
+    EXPECT_EQ(error.hresult, static_cast<std::int32_t>(0x8000FFFF));
     EXPECT_EQ(error.guid, kZeroGuid);
     EXPECT_STREQ(error.message, L"in the test");
     EXPECT_STREQ(error.what(), "in the test");
@@ -147,7 +160,7 @@ TEST(Unexpected, WithANullFormatHasNoMessage) {
 
     EXPECT_STREQ(error.message, L"");
     EXPECT_STREQ(error.what(), kUnspecified);
-    EXPECT_EQ(error.hresult, static_cast<long>(0x8000FFFF));
+    EXPECT_EQ(error.hresult, static_cast<std::int32_t>(0x8000FFFF));
 }
 
 TEST(Unexpected, BuiltFromMoreThan1023CharactersHasACutMessageAndWhatSaysMessageNotSpecified) {

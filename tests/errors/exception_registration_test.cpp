@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <typeinfo>
 #include <vector>
 
@@ -20,7 +21,7 @@ using namespace Zarvo::Test;
 
 struct Key {
     bool isNamed;
-    unsigned long code;
+    std::uint32_t code;
     const std::type_info& kind;
 };
 
@@ -35,8 +36,7 @@ const Key kKeys[] = {
 constexpr std::size_t kKeyCount = std::size(kKeys);
 
 ErrorStorage RecordOf(const Key& key) {
-    return key.isNamed ? NamedRecord(nullptr, static_cast<unsigned int>(key.code))
-                       : ComRecord(static_cast<long>(key.code), kZeroGuid);
+    return key.isNamed ? NamedRecord(nullptr, key.code) : ComRecord(static_cast<long>(key.code), kZeroGuid);
 }
 
 // The most derived type that the factory throws for the record.
@@ -60,7 +60,7 @@ TEST(ExceptionRegistration, NineKeysComeInTheirOrder) {
     for (std::size_t index = 0; index < kKeyCount; ++index) {
         SCOPED_TRACE(index);
         EXPECT_EQ(registrations[index].isNamed, kKeys[index].isNamed);
-        EXPECT_EQ(registrations[index].code, kKeys[index].code);
+        EXPECT_EQ(static_cast<std::uint32_t>(registrations[index].code), kKeys[index].code);
         EXPECT_FALSE(registrations[index].name.has_value());
         EXPECT_TRUE(registrations[index].isNamed || registrations[index].guid == kZeroGuid);
     }
@@ -116,6 +116,9 @@ TEST(ExceptionRegistration, WithoutMemoryEndsTheProcessWhileTheLibraryIsLoaded) 
     const ChildResult child = RunChild("exception_registration_test_child");
     EXPECT_EQ(child.exitCode, kTerminated);
     EXPECT_EQ(child.standardOutput, "");
+    EXPECT_THAT(child.standardError,
+                testing::HasSubstr("ZarvoConcurrency ends the process: the library cannot register its "
+                                   "exception kinds;"));
     EXPECT_THAT(child.standardError, testing::HasSubstr("std::bad_alloc"));
 }
 

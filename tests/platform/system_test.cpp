@@ -194,6 +194,13 @@ TEST(PlatformText, IsConvertedToUtf8AndBack) {
     EXPECT_EQ(std::wstring(back), wide);
 }
 
+TEST(PlatformText, IsNotConvertedByAFlagThatNoCodePageHas) {
+    char narrow[64];
+    EXPECT_EQ(WideCharToMultiByte(CP_THREAD_ACP, 1, L"text", -1, nullptr, 0, nullptr, nullptr), 0);
+    EXPECT_EQ(WideCharToMultiByte(CP_THREAD_ACP, 1, L"text", -1, narrow, 64, nullptr, nullptr), 0);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_FLAGS});
+}
+
 TEST(PlatformText, EnvironmentTellsTheSizeItNeeds) {
     SetEnvironmentVariableW(L"HOST_TEST", L"value");
     wchar_t value[6];

@@ -163,6 +163,12 @@ set_tests_properties(mutants_are_judged PROPERTIES LABELS seen TIMEOUT 300)
 foreach(room IN ITEMS platform base errors lifetime cancellation tasks threadpool scheduler sync jobs figures faults journeys stress models)
     test_room(${room})
 endforeach()
+# Links nothing of the library: it is not here yet when the program begins.
+add_executable(exception_registration_test_child ${root}/tests/errors/exception_registration_test_child.cpp
+    support/import_entries.cpp ${root}/tests/support/import_patch.cpp
+)
+target_link_libraries(exception_registration_test_child PRIVATE host_windows ${CMAKE_DL_LIBS})
+
 # Makes the random sequences, and shortens those that fail.
 foreach(program IN ITEMS models_tests models_whitebox_tests)
     target_link_libraries(${program} PRIVATE rapidcheck)

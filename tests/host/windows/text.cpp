@@ -160,7 +160,13 @@ BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value) {
     return result == 0 ? TRUE : FALSE;
 }
 
-int WideCharToMultiByte(UINT codePage, DWORD, LPCWSTR wide, int length, LPSTR narrow, int capacity, LPCSTR, BOOL*) {
+// No flags: the library gives none.
+int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int length, LPSTR narrow, int capacity, LPCSTR,
+                        BOOL*) {
+    if (flags != 0) {
+        SetLastError(ERROR_INVALID_FLAGS);
+        return 0;
+    }
     return Deliver(Narrow(Whole(wide, length), codePage == CP_UTF8), narrow, capacity);
 }
 
