@@ -163,8 +163,10 @@ void LastWords::AddDescription(DWORD thread) noexcept {
     if (g_queryThread == nullptr) {
         return;
     }
-    const bool isOwn = thread == ::GetCurrentThreadId();
-    const HANDLE handle = isOwn ? ::GetCurrentThread() : ::OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, thread);
+    // On purpose not closed: the process ends.
+    const HANDLE handle = thread == ::GetCurrentThreadId()
+                              ? ::GetCurrentThread()
+                              : ::OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, thread);
     ThreadName name{};
     if (handle != nullptr && g_queryThread(handle, kThreadName, &name, sizeof(name) - sizeof(wchar_t), nullptr) >= 0 &&
         name.length != 0) {
@@ -172,9 +174,6 @@ void LastWords::AddDescription(DWORD thread) noexcept {
         Add(" \"");
         AddText(name.text);
         BeginPart("\"", 0);
-    }
-    if (!isOwn && handle != nullptr) {
-        ::CloseHandle(handle);
     }
 }
 

@@ -68,6 +68,10 @@ TEST_F(LockOrder, IsLookedAtWhenAGuardTakesItsMutexAgain) {
     ExpectRefused("TakenAgainInTheWrongOrder");
 }
 
+TEST_F(LockOrder, HoldsForCriticalSectionsToo) {
+    ExpectRefused("CriticalSectionAfterATask");
+}
+
 TEST_F(LockOrder, ViolationNamesBothPlaces) {
     const std::string text = Take("Descending").standardError;
     const std::size_t held = text.find("held:");

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "concurrency/base/ranked_mutex.h"
+#include "concurrency/errors/critical_section.h"
 
 namespace {
 
@@ -56,15 +57,22 @@ void TakenAgainInTheWrongOrder() {
     task.lock();
 }
 
+void CriticalSectionAfterATask() {
+    Orvane::CriticalSection section;
+    const RankedLock task(g_task);
+    const Orvane::CriticalSectionLock creation(section);
+}
+
 }  // namespace
 
 int main(int, char** arguments) {
     const std::string name = arguments[1];
-    name == "Ascending"         ? Ascending()
-    : name == "Descending"      ? Descending()
-    : name == "TwoOfOneRank"    ? TwoOfOneRank()
-    : name == "OneMoreLevel"    ? OneMoreLevel()
-    : name == "BelowAnOlderOne" ? BelowAnOlderOne()
-    : name == "AfterGivingBack" ? AfterGivingBack()
-                                : TakenAgainInTheWrongOrder();
+    name == "Ascending"                   ? Ascending()
+    : name == "Descending"                ? Descending()
+    : name == "TwoOfOneRank"              ? TwoOfOneRank()
+    : name == "OneMoreLevel"              ? OneMoreLevel()
+    : name == "BelowAnOlderOne"           ? BelowAnOlderOne()
+    : name == "AfterGivingBack"           ? AfterGivingBack()
+    : name == "CriticalSectionAfterATask" ? CriticalSectionAfterATask()
+                                          : TakenAgainInTheWrongOrder();
 }

@@ -67,6 +67,25 @@ TEST(LogHistogram, GivesNoPercentileAboveTheGreatest) {
     EXPECT_EQ(small.Percentile(50), 3.0);
 }
 
+TEST(LogHistogram, GivesTheSmallestAsThePercentileOfNone) {
+    LogHistogram histogram;
+    AddMany(histogram, 3, 1'000'000);
+    EXPECT_GT(histogram.Percentile(0), 500'000);
+}
+
+TEST(LogHistogram, CountsSmallValuesTogether) {
+    LogHistogram histogram;
+    AddMany(histogram, 9, 3);
+    histogram.Add(1'000'000);  // so that the greatest does not help
+    EXPECT_GE(histogram.Percentile(50), 0);
+    EXPECT_LT(histogram.Percentile(50), 1'024);
+
+    LogHistogram all;
+    all.Add(histogram);
+    EXPECT_EQ(all.Count(), 10U);
+    EXPECT_LT(all.Percentile(50), 1'024);
+}
+
 TEST(LogHistogram, AddsAnotherOne) {
     LogHistogram all;
     AddMany(all, 10, 2'000);

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <system_error>
@@ -137,6 +138,7 @@ TEST(NativeThread, MovingPassesTheThreadOn) {
     const DWORD id = first.GetId();
     NativeThread second = std::move(first);
 
+    EXPECT_EQ(first.GetId(), 0U);
     EXPECT_FALSE(first.IsJoinable());  // NOLINT(bugprone-use-after-move): that is the question
     EXPECT_EQ(second.GetId(), id);
     EXPECT_TRUE(second.IsJoinable());
@@ -162,6 +164,16 @@ TEST(NativeThread, LettingGoOfTheRecordDoesNotWaitForTheThread) {
     ended.Wait();
 }
 
+TEST(NativeThread, EndsWithinATimeOrNot) {
+    Gate gate;
+    NativeThread thread = NativeThread::Start([&] { gate.Wait(); });
+    EXPECT_FALSE(thread.EndsWithin(std::chrono::milliseconds(10)));
+    gate.Open();
+    EXPECT_TRUE(thread.EndsWithin(std::chrono::minutes(1)));
+    thread.Join();
+    EXPECT_TRUE(thread.EndsWithin(std::chrono::milliseconds(10)));  // joining it tells that there is none
+}
+
 TEST(NativeThread, FailureToStartIsASystemErrorAndCallsNothing) {
     auto bound = std::make_shared<int>(0);
     const std::weak_ptr<int> watched = bound;
@@ -179,6 +191,7 @@ TEST(NativeThread, GivesBackWhatItTook) {
     const ResourceProbe probe;
     for (int round = 0; round < 50; ++round) {
         NativeThread::Start([bound = std::make_shared<int>(round)] {}).Join();
+        NativeThread::Start([bound = std::make_shared<int>(round)] {});  // a record that is not joined
     }
     EXPECT_TRUE(Eventually([&] { return probe.Growth() == Resources{}; })) << probe.Growth();
 }
