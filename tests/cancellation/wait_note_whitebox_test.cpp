@@ -183,6 +183,22 @@ TEST(WaitNote, NamesACheckedMutexAlthoughNoRequestWakesIt) {
     EXPECT_EQ(after.kind, WaitKind::None);
 }
 
+TEST(WaitNote, NamesACheckedMutexThatIsWaitedForUntilATime) {
+    checked_mutex mutex;
+    mutex.lock();
+    BlockedRun run([&] {
+        EXPECT_TRUE(mutex.timed_lock((TimePoint::max)()));
+        mutex.unlock();
+    });
+    const WaitState during = run.Note();
+    mutex.unlock();
+    const WaitState after = run.End();
+
+    EXPECT_EQ(during.kind, WaitKind::CheckedMutex);
+    EXPECT_EQ(during.object, &mutex);
+    EXPECT_EQ(after.kind, WaitKind::None);
+}
+
 TEST(WaitNote, NamesAWaitForAnotherTaskAndItsFuture) {
     FutureImpl<void> awaited;
     awaited.MarkAsAttachedToTask();

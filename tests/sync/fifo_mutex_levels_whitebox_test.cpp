@@ -2,13 +2,22 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <mutex>
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <utility>
 
+#include "concurrency/base/windows_api.h"
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/task_thread.h"
 #include "tests/support/thread.h"
 #include "tests/sync/fifo_mutex_peer.h"
@@ -56,6 +65,110 @@ TEST(FifoMutex, ThatHasBecomeFreeMeanwhileIsTakenByOneThread) {
         mutex.unlock();
         EXPECT_TRUE(IsFreeForOthers(mutex));
     }
+}
+
+// Its owner is in the word, and the list is empty.
+TEST(FifoMutex, ThatAnotherThreadOwnsWithoutALineIsRefusedUnderTheGuard) {
+    fifo_mutex mutex;
+    mutex.lock();
+    OnAnotherThread([&] { EXPECT_FALSE(FifoMutexPeer::TryLockInLine(mutex)); });
+    mutex.unlock();
+    EXPECT_TRUE(IsFreeForOthers(mutex));
+}
+
+// Does something in the next allocation of the calling thread inside the library.
+class InTheNextAllocation {
+  public:
+    explicit InTheNextAllocation(std::function<void()> action) {
+        s_action = std::move(action);
+        s_thread = ::GetCurrentThreadId();
+    }
+    ~InTheNextAllocation() { s_thread = 0; }
+    InTheNextAllocation(const InTheNextAllocation&) = delete;
+    InTheNextAllocation& operator=(const InTheNextAllocation&) = delete;
+
+  private:
+    static void* Allocate(std::size_t size) {
+        DWORD self = ::GetCurrentThreadId();
+        if (s_thread.compare_exchange_strong(self, 0)) {
+            s_action();
+        }
+        return ::operator new(size);
+    }
+
+    static inline std::atomic<DWORD> s_thread = 0;
+    static inline std::function<void()> s_action;
+
+    const ImportPatch m_patch{LibraryUnderTest(), "_Znwy", &Allocate};
+};
+
+// The first one that waits has no list to wait in without memory. It moves the owner that it has found before.
+TEST(FifoMutex, IsTakenIfItsOwnerLeavesWhileTheListIsMade) {
+    fifo_mutex mutex;
+    Gate isOwned;
+    Gate mayLeave;
+    Gate hasLeft;
+    Thread owner([&] {
+        mutex.lock();
+        isOwned.Open();
+        mayLeave.Wait();
+        mutex.unlock();
+        hasLeft.Open();
+    });
+    isOwned.Wait();
+    {
+        const InTheNextAllocation leaving([&] {
+            mayLeave.Open();
+            hasLeft.Wait();
+        });
+        mutex.lock();
+    }
+    EXPECT_EQ(FifoMutexPeer::OwnerOf(mutex), ::GetCurrentThreadId());
+    mutex.unlock();
+    EXPECT_TRUE(IsFreeForOthers(mutex));
+    owner.join();
+}
+
+// The owner gives the word back just when another thread moves it into the list.
+TEST(FifoMutex, IsNotKeptByAnUnlockThatMeetsTheFirstWaiter) {
+    constexpr int kRounds = 5'000;
+    fifo_mutex mutex;
+    int turns = 0;
+    const auto takeTurns = [&] {
+        for (int round = 0; round < kRounds; ++round) {
+            const std::lock_guard lock(mutex);
+            ++turns;
+        }
+    };
+    Thread other(takeTurns);
+    takeTurns();
+    other.join();
+    EXPECT_EQ(turns, 2 * kRounds);
+    EXPECT_TRUE(IsFreeForOthers(mutex));
+}
+
+// It gives the guard back for a moment, that others come to the line, and takes it again.
+TEST(FifoMutex, IsLeftUnderTheGuardByAWaiterWhoseTimeHasPassed) {
+    constexpr int kRounds = 10'000;
+    fifo_mutex mutex;
+    mutex.lock();
+    std::atomic<bool> hasEnded = false;
+    Thread late([&] {
+        for (int round = 0; round < kRounds; ++round) {
+            EXPECT_FALSE(mutex.try_lock_until(TimePoint()));
+        }
+        hasEnded = true;
+    });
+    while (!hasEnded) {
+        FifoMutexPeer::UnderTheGuard(mutex, [&] {
+            const std::size_t length = FifoMutexPeer::LengthOf(mutex);
+            std::this_thread::yield();
+            EXPECT_EQ(FifoMutexPeer::LengthOf(mutex), length);
+        });
+    }
+    late.join();
+    mutex.unlock();
+    EXPECT_TRUE(IsFreeForOthers(mutex));
 }
 
 // A waiter may sleep without limit behind an owner that has come in: that one wakes it.

@@ -1,6 +1,7 @@
 // The private word of a fifo_mutex that nobody waits for, the ways past it, and the line.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "concurrency/sync/fifo_mutex_wait_queue.h"
@@ -30,6 +31,11 @@ struct FifoMutexPeer {
     }
     static bool OwnerHasComeIn(fifo_mutex& mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS {
         return mutex.m_queue->m_ownerHasComeIn;
+    }
+
+    // Entries of the list: of the owner, one for each level, and of those that wait.
+    static std::size_t LengthOf(const fifo_mutex& mutex) ORVANE_NO_THREAD_SAFETY_ANALYSIS {
+        return mutex.m_queue->m_entries.size();
     }
 
     static DWORD OwnerOf(const fifo_mutex& mutex) { return fifo_mutex::WaitQueue::OwnerOf(mutex.m_queue->m_word); }
