@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 
 #include "concurrency/figures/figures.h"
 
@@ -49,6 +50,21 @@ TEST(TextOfFigures, HasALineForEachThing) {
         L"; ran 1207 x mean 15.0 ms, p50 12.0 ms, p99 150 ms, max 75.0 s\n"
         L"running: 1\n"
         L"  Import > Fetch 17: has run for 1.0 s, in no wait of the library, thread 44\n");
+}
+
+TEST(TextOfFigures, HasTwoDigitsOfEachTimeFromAMicrosecondOn) {
+    const std::pair<std::chrono::nanoseconds, const wchar_t*> kTimes[] = {
+        {0ns, L"0 ns"},         {999ns, L"999 ns"}, {1'000ns, L"1.0 us"},   {9'999ns, L"9.9 us"},
+        {99'999ns, L"99.9 us"}, {100us, L"100 us"}, {999'999ns, L"999 us"}, {1ms, L"1.0 ms"},
+        {99'999us, L"99.9 ms"}, {100ms, L"100 ms"}, {999'999us, L"999 ms"}, {1s, L"1.0 s"},
+        {12'345ms, L"12.3 s"},  {100s, L"100 s"},
+    };
+    for (const auto& [time, text] : kTimes) {
+        Figures figures;
+        figures.schedule.lateness = {1, time, 0ns, 0ns, 0ns};
+        EXPECT_NE(ToText(figures).find(L"late 1 x mean " + std::wstring(text) + L", p50 0 ns"), std::wstring::npos)
+            << time.count();
+    }
 }
 
 TEST(TextOfFigures, SaysInHowLongTheFirstIsDue) {
