@@ -1,15 +1,15 @@
 #include "tests/schedules/controller/controller.h"
 
+#include <algorithm>
 #include <utility>
 
-#include <linux/futex.h>
-#include <sys/syscall.h>
-
+#include "tests/schedules/controller/baton.h"
 #include "tests/schedules/controller/memory.h"
 #include "tests/schedules/controller/order.h"
 #include "tests/schedules/controller/posix.h"
 #include "tests/schedules/controller/report.h"
 #include "tests/schedules/controller/shared_objects.h"
+#include "tests/schedules/controller/uses.h"
 
 namespace Schedules {
 
@@ -21,7 +21,7 @@ constexpr int kYieldsBeforeOthersMust = 300;
 constexpr int kLooksBeforeOthersMust = 40;
 
 struct Thread {
-    int baton = 0;  // a futex: 1 when it is the thread's turn
+    Baton baton;
     bool hasLeft = false;
     const Wait* wait = nullptr;
     int atomicDepth = 0;
@@ -52,32 +52,14 @@ Strategy* g_strategy = nullptr;
 Facts g_facts;
 
 thread_local constinit int t_number = -1;
-
 constinit SharedObjects g_sharedObjects;
 bool g_areAllShared = false;
+bool g_letsTimePass = false;  // what was chosen last: a wait whose deadline comes
 
-long Futex(int* word, int operation, int value) noexcept {
-    long result = 0;
-    register const void* timeout asm("r10") = nullptr;
-    asm volatile("syscall"
-                 : "=a"(result)
-                 : "a"(SYS_futex), "D"(word), "S"(operation), "d"(value), "r"(timeout)
-                 : "rcx", "r11", "memory");
-    return result;
-}
-
-void AwaitBaton(Thread& self) noexcept {
-    while (__atomic_load_n(&self.baton, __ATOMIC_ACQUIRE) == 0) {
-        Futex(&self.baton, FUTEX_WAIT_PRIVATE, 0);
-    }
-    self.baton = 0;
-}
-
-void PassBatonTo(int number) noexcept {
+void PassTurnTo(int number) noexcept {
     g_current = number;
     ++g_turn;
-    __atomic_store_n(&g_threads[number].baton, 1, __ATOMIC_RELEASE);
-    Futex(&g_threads[number].baton, FUTEX_WAKE_PRIVATE, 1);
+    g_threads[number].baton.Pass();
 }
 
 bool CanGoOn(const Thread& thread) {
@@ -98,8 +80,6 @@ int NextByDeadline() {
     return next;
 }
 
-enum class Self { CanGoOn, Yields, StepsBack, Cannot };
-
 void DescribeThreads() {
     for (int i = 0; i < g_count; ++i) {
         const Thread& thread = g_threads[i];
@@ -110,21 +90,25 @@ void DescribeThreads() {
 }
 
 // Which thread goes on.
-int Choose(Self self) {
+int Choose(Decision decision) {
     std::array<Candidate, kMostThreads + 1> candidates;
     std::size_t count = 0;
-    if (self == Self::CanGoOn || self == Self::Yields) {
+    std::uint64_t others = 0;
+    if (decision == Decision::GoOn || decision == Decision::Yield) {
         candidates[count++] = {g_current, 0};
     }
     for (int step = 1; step <= g_count; ++step) {
         const int i = (g_current + step) % g_count;
         if (i != g_current && CanGoOn(g_threads[i])) {
-            candidates[count] = {i, self == Self::CanGoOn || (g_terms.delays && count != 0) ? 1 : 0};
+            candidates[count] = {i, decision == Decision::GoOn || (g_terms.delays && count != 0) ? 1 : 0};
             ++count;
+            others |= std::uint64_t{1} << i;
         }
     }
     const int timed = NextByDeadline();
-    if (count == 0 && self == Self::StepsBack && timed < 0) {
+    g_strategy->EndStep(TakeStep(), others);
+    if (count == 0 && decision == Decision::StepBack && timed < 0) {
+        g_strategy->BeginStep(g_current);
         return g_current;
     }
     if (timed >= 0 && (count == 0 || g_threads[timed].wait->deadline - g_now <= g_terms.patience)) {
@@ -139,22 +123,24 @@ int Choose(Self self) {
     std::size_t chosen = 0;
     if (count > 1) {
         g_isDeciding = true;
-        chosen = g_strategy->Choose(candidates.data(), count, self == Self::Yields || self == Self::StepsBack);
+        chosen = g_strategy->Choose(candidates.data(), count, decision);
         g_isDeciding = false;
     }
     const int next = candidates[chosen].thread;
-    if (next == timed && g_threads[next].wait != nullptr && g_threads[next].wait->deadline > g_now) {
-        g_now = g_threads[next].wait->deadline;
+    g_strategy->BeginStep(next);
+    if (next == timed) {
+        g_letsTimePass = true;
+        g_now = std::max(g_now, g_threads[next].wait->deadline);
     }
     return next;
 }
 
-void GoOn(Self self) {
+void GoOn(Decision decision) {
     const int number = t_number;
-    const int next = Choose(self);
+    const int next = Choose(decision);
     if (next != number) {
-        PassBatonTo(next);
-        AwaitBaton(g_threads[number]);
+        PassTurnTo(next);
+        g_threads[number].baton.Await();
     }
 }
 
@@ -168,12 +154,12 @@ void CountPoint() {
 
 // Whether more than one thread uses the object, as far as is known.
 bool IsShared(const void* object) {
-    return g_sharedObjects.Use(KeyOf(object), t_number, g_facts.sharesMore);
+    return g_sharedObjects.Use(KeyOf(object), t_number, g_facts.sharesMore) != SharedObjects::kNotShared;
 }
 
-void Take(Self self, const char* what, const void* object, const void* where) {
+void Take(Decision decision, const char* what, const void* object, const void* where) {
     CountPoint();
-    GoOn(self);
+    GoOn(decision);
     Trace(what, object, where);
 }
 
@@ -196,17 +182,20 @@ std::uint32_t EventNumber() noexcept {
 }
 
 std::int64_t Now() noexcept {
+    NoteUse(&g_now, false);
     return g_now;
 }
 
 std::int64_t NowAfterReading() noexcept {
     constexpr int kReadingsInVain = 1000;
     constexpr std::int64_t kStep = 10'000;
+    NoteUse(&g_now, false);
     Thread& self = g_threads[t_number];
     if (self.readInTurn != g_facts.points) {
         self.readInTurn = g_facts.points;
         self.readings = 0;
     } else if (++self.readings > kReadingsInVain) {
+        NoteUse(&g_now, true);
         g_now += kStep;
     }
     return g_now;
@@ -226,7 +215,7 @@ void Point(const char* what, const void* object, const void* where) {
     if (self.atomicDepth != 0 || std::exchange(self.skipsNext, false) || !isShared) {
         return;
     }
-    Take(Self::CanGoOn, what, object, where);
+    Take(Decision::GoOn, what, object, where);
 }
 
 void Touch(const void* object) noexcept {
@@ -248,13 +237,12 @@ void Look(const char* what, const void* object, std::uint64_t value, const void*
         self.saw = value;
         self.lookedInTurn = g_turn;
         self.looksInVain = 0;
-        return;
-    }
-    if (++self.looksInVain >= kLooksBeforeOthersMust && self.atomicDepth == 0) {
+    } else if (++self.looksInVain >= kLooksBeforeOthersMust && self.atomicDepth == 0) {
         self.looksInVain = 0;
         ++self.events;
-        Take(Self::StepsBack, what, object, where);
+        Take(Decision::StepBack, what, object, where);
     }
+    NoteUse(object, false);
 }
 
 bool HasJustLookedAt(const void* object) noexcept {
@@ -269,10 +257,10 @@ void Yield(const void* where) {
     ++self.events;
     ++self.yields;
     if (self.yields <= 2) {
-        Take(Self::Yields, "yield", nullptr, where);
+        Take(Decision::Yield, "yield", nullptr, where);
     } else if (self.yields >= kYieldsBeforeOthersMust) {
         self.yields = 0;
-        Take(Self::StepsBack, "yield", nullptr, where);
+        Take(Decision::StepBack, "yield", nullptr, where);
     }
 }
 
@@ -284,7 +272,10 @@ bool Block(const Wait& wait, const void* where) {
     CountPoint();
     Trace(wait.what, wait.object, where);
     self.wait = &wait;
-    GoOn(CanGoOn(self) ? Self::CanGoOn : Self::Cannot);
+    GoOn(CanGoOn(self) ? Decision::GoOn : Decision::Block);
+    if (wait.deadline != kNever) {
+        NoteUse(&g_now, std::exchange(g_letsTimePass, false));
+    }
     self.wait = nullptr;
     const bool isOver = wait.isOver(wait.object);
     Trace(isOver ? "goes on" : "goes on: time-out", wait.object, where);
@@ -301,7 +292,7 @@ std::size_t ChooseAmong(const int* threads, std::size_t count) {
         candidates[i] = {threads[i], i == 0 ? 0 : 1};
     }
     g_isDeciding = true;
-    const std::size_t chosen = g_strategy->Choose(candidates.data(), count, false);
+    const std::size_t chosen = g_strategy->Choose(candidates.data(), count, Decision::Wake);
     g_isDeciding = false;
     return chosen;
 }
@@ -330,27 +321,33 @@ int AddThread() {
     }
     g_threads[g_count] = Thread();
     BeginOrderOf(g_count, t_number);
+    NoteUse(&g_count, true);
     ++g_facts.threads;
     return g_count++;
 }
 
 void EnterThread(int number) {
     t_number = number;
-    AwaitBaton(g_threads[number]);
+    g_threads[number].baton.Await();
     Trace("begins", nullptr, nullptr);
 }
 
 void LeaveThread() {
     Trace("ends", nullptr, nullptr);
     ++g_threads[t_number].events;
+    NoteUse(&g_threads[t_number], true);
     g_threads[t_number].hasLeft = true;
-    const int next = Choose(Self::Cannot);
+    const int next = Choose(Decision::Block);
     t_number = -1;
-    PassBatonTo(next);
+    PassTurnTo(next);
 }
 
 bool HasLeft(int number) noexcept {
     return g_threads[number].hasLeft;
+}
+
+void SeeEndOf(int number) noexcept {
+    NoteUse(&g_threads[number], false);
 }
 
 Facts RunSchedule(void (*body)(), const Terms& terms, Strategy& strategy) {
@@ -364,6 +361,7 @@ Facts RunSchedule(void (*body)(), const Terms& terms, Strategy& strategy) {
     g_facts = Facts{.threads = 1};
     t_number = 0;
     BeginMemory();
+    BeginUses();
     ForgetThreads();
     g_isRunning = true;
     body();
@@ -375,11 +373,15 @@ Facts RunSchedule(void (*body)(), const Terms& terms, Strategy& strategy) {
         }
         return true;
     };
+    for (int i = 1; i < g_count; ++i) {
+        SeeEndOf(i);
+    }
     if (!allHaveLeft(nullptr)) {
         Block({"waits for the end of all threads", allHaveLeft, nullptr}, __builtin_return_address(0));
     }
     g_isRunning = false;
     EndMemory();
+    g_facts.sharesMore |= HasMissedUses();
     return g_facts;
 }
 

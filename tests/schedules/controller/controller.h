@@ -12,6 +12,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "tests/schedules/controller/footprint.h"
+
 namespace Schedules {
 
 inline constexpr std::int64_t kNever = INT64_MAX;
@@ -54,7 +56,7 @@ void BeginAtomic() noexcept;
 void EndAtomic() noexcept;
 void SkipNextPoint() noexcept;
 
-// Nanoseconds since the schedule began.
+// Nanoseconds since the schedule began. A thread that asks orders itself with those that let time pass.
 std::int64_t Now() noexcept;
 
 // For a clock: lets a thread that looks at it again and again see time pass.
@@ -72,6 +74,7 @@ int AddThread();
 void EnterThread(int number);  // on the new one: returns when it is chosen
 void LeaveThread();  // on the one that ends: its last call
 bool HasLeft(int number) noexcept;
+void SeeEndOf(int number) noexcept;  // the calling thread goes on because that one has left
 
 // Ends the schedule as failed, and the process.
 [[noreturn]] void Fail(const char* format, ...) __attribute__((format(printf, 1, 2)));
@@ -83,11 +86,26 @@ struct Candidate {
     bool isEarly = false;  // the latter
 };
 
+enum class Decision {
+    GoOn,  // the thread could; the first candidate is the thread itself
+    Yield,  // it could, and is the first candidate, but has nothing to do just now
+    StepBack,  // others must
+    Block,  // it waits, or has ended
+    Wake,  // it goes on; the candidates are those that it may wake
+};
+
 // Decides. A point with one candidate is no decision.
 class Strategy {
   public:
     virtual ~Strategy() = default;
-    virtual std::size_t Choose(const Candidate* candidates, std::size_t count, bool isYield) = 0;
+    virtual std::size_t Choose(const Candidate* candidates, std::size_t count, Decision decision) = 0;
+
+    // The thread that runs has come to a point, or to its end. Since the one before it has used `step`. `others` is a bit for each
+    // other thread that can go on.
+    virtual void EndStep(const Footprint& step, std::uint64_t others) = 0;
+
+    // It goes on: what was chosen, or the only one that could.
+    virtual void BeginStep(int thread) = 0;
 };
 
 // How a scenario is run.
@@ -102,7 +120,7 @@ struct Terms {
 struct Facts {
     std::uint32_t points = 0;
     std::uint32_t threads = 0;
-    bool sharesMore = false;  // than was known: points of the schedule were not seen as such
+    bool sharesMore = false;  // than was known: points of the schedule were not seen as such, or uses not noted
 };
 
 // Runs `body` as thread 0, and returns when all threads have ended.

@@ -8,8 +8,7 @@
 #include "tests/schedules/controller/controller.h"
 #include "tests/schedules/controller/memory.h"
 #include "tests/schedules/controller/order.h"
-
-using Schedules::CheckAccess;
+#include "tests/schedules/controller/uses.h"
 
 #define WHERE __builtin_return_address(0)
 
@@ -17,12 +16,31 @@ namespace {
 
 constexpr int kAcquireAndRelease = 4;
 
+// Word by word.
+void NoteRange(const void* address, std::size_t bytes, bool writes) {
+    const auto begin = reinterpret_cast<std::uintptr_t>(address);
+    for (std::uintptr_t word = begin & ~std::uintptr_t{7}; word < begin + bytes; word += 8) {
+        Schedules::NoteUse(reinterpret_cast<const void*>(word), writes);
+    }
+}
+
+void Read(const void* address, std::size_t bytes, const char* what) {
+    Schedules::CheckAccess(address, what);
+    NoteRange(address, bytes, false);
+}
+
+void Write(const void* address, std::size_t bytes, const char* what) {
+    Schedules::CheckAccess(address, what);
+    NoteRange(address, bytes, true);
+}
+
 // After a point, before the operation itself.
 void Meet(const volatile void* object) {
     if (Schedules::IsControlled()) {
         const std::uint64_t key = Schedules::KeyOf(const_cast<const void*>(object));
         Schedules::Acquire(key);
         Schedules::Release(key);
+        Schedules::NoteUse(const_cast<const void*>(object), true);
     }
 }
 
@@ -117,24 +135,24 @@ ATOMICS(64, std::uint64_t)
 void __tsan_atomic_thread_fence(int) {}
 void __tsan_atomic_signal_fence(int) {}
 
-#define PLAIN(name)                                         \
-    void __tsan_read##name(void* address) {                 \
-        CheckAccess(address, "read");                       \
-    }                                                       \
-    void __tsan_write##name(void* address) {                \
-        CheckAccess(address, "write");                      \
-    }                                                       \
-    void __tsan_unaligned_read##name(const void* address) { \
-        CheckAccess(address, "read");                       \
-    }                                                       \
-    void __tsan_unaligned_write##name(void* address) {      \
-        CheckAccess(address, "write");                      \
-    }                                                       \
-    void __tsan_read_write##name(void* address) {           \
-        CheckAccess(address, "write");                      \
-    }                                                       \
-    void __tsan_unaligned_read_write##name(void* address) { \
-        CheckAccess(address, "write");                      \
+#define PLAIN(bytes)                                         \
+    void __tsan_read##bytes(void* address) {                 \
+        Read(address, bytes, "read");                        \
+    }                                                        \
+    void __tsan_write##bytes(void* address) {                \
+        Write(address, bytes, "write");                      \
+    }                                                        \
+    void __tsan_unaligned_read##bytes(const void* address) { \
+        Read(address, bytes, "read");                        \
+    }                                                        \
+    void __tsan_unaligned_write##bytes(void* address) {      \
+        Write(address, bytes, "write");                      \
+    }                                                        \
+    void __tsan_read_write##bytes(void* address) {           \
+        Write(address, bytes, "write");                      \
+    }                                                        \
+    void __tsan_unaligned_read_write##bytes(void* address) { \
+        Write(address, bytes, "write");                      \
     }
 
 PLAIN(1)
@@ -143,31 +161,33 @@ PLAIN(4)
 PLAIN(8)
 PLAIN(16)
 
-void __tsan_read_range(void* address, unsigned long) {
-    CheckAccess(address, "read");
+void __tsan_read_range(void* address, unsigned long bytes) {
+    Read(address, bytes, "read");
 }
-void __tsan_write_range(void* address, unsigned long) {
-    CheckAccess(address, "write");
+void __tsan_write_range(void* address, unsigned long bytes) {
+    Write(address, bytes, "write");
 }
 void __tsan_vptr_read(void** address) {
-    CheckAccess(address, "virtual call");
+    Read(address, sizeof(*address), "virtual call");
 }
 void __tsan_vptr_update(void** address, void*) {
-    CheckAccess(address, "write");
+    Write(address, sizeof(*address), "write");
 }
 
 void* __tsan_memcpy(void* to, const void* from, std::size_t bytes) {
-    CheckAccess(to, "copy");
-    CheckAccess(from, "copy");
+    Write(to, bytes, "copy");
+    Read(from, bytes, "copy");
+    NoteRange(from, bytes, false);
     return std::memcpy(to, from, bytes);
 }
 void* __tsan_memmove(void* to, const void* from, std::size_t bytes) {
-    CheckAccess(to, "copy");
-    CheckAccess(from, "copy");
+    Write(to, bytes, "copy");
+    Read(from, bytes, "copy");
+    NoteRange(from, bytes, false);
     return std::memmove(to, from, bytes);
 }
 void* __tsan_memset(void* to, int value, std::size_t bytes) {
-    CheckAccess(to, "fill");
+    Write(to, bytes, "fill");
     return std::memset(to, value, bytes);
 }
 

@@ -1,7 +1,9 @@
 // schedules [FILTER] [--list] [--seed SEED] [--most N] [--seconds N] [--pct N] [--replay TURNS] [--trace N] [--bound N] [--jobs N]
+//           [--whole] [--traces]
 //
 // Runs every schedule of each scenario with at most two preemptions, as far as it gets, in a process of its own; then schedules by
-// priorities. Prints a line for each scenario, and for one that fails the turns that repeat it, with its trace.
+// priorities. With --whole also those that are like one before; --traces counts those that are not: the same number with and without
+// --whole. Prints a line for each scenario, and for one that fails the turns that repeat it, with its trace.
 
 #include <algorithm>
 #include <chrono>
@@ -11,15 +13,18 @@
 #include <cstring>
 #include <map>
 #include <string>
+#include <unordered_set>
 
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/schedules/controller/all_schedules.h"
 #include "tests/schedules/controller/report.h"
 #include "tests/schedules/controller/scenario.h"
 #include "tests/schedules/controller/strategies.h"
+#include "tests/schedules/controller/uses.h"
 
 namespace Schedules {
 
@@ -47,11 +52,14 @@ struct Options {
     bool isReplay = false;
     bool isAlwaysTraced = false;
     bool isList = false;
+    bool isWhole = false;
+    bool countsTraces = false;
 };
 
 Options g_options;
 Clock::time_point g_end;
 std::uint64_t g_tracedSchedule = UINT64_MAX;
+std::unordered_set<std::uint64_t> g_traces;
 
 void Seen(const Facts& facts) {
     Report& report = *g_report;
@@ -85,13 +93,18 @@ void RunByPriority(const Scenario& scenario, std::uint64_t first, std::uint64_t 
 // Returns whether all were run. Begins anew whenever an object turns out to be shared: schedules before it had too few points.
 bool RunAll(const Scenario& scenario, int bound) {
     for (;;) {
-        AllSchedules strategy(bound);
+        AllSchedules strategy(bound, scenario.terms.delays, g_options.isWhole);
         bool sharesMore = false;
+        g_traces.clear();
         for (std::uint64_t i = 0; !sharesMore; ++i) {
             if (i == g_options.most || Clock::now() >= g_end) {
                 return false;
             }
             sharesMore = RunOne(scenario, strategy).sharesMore;
+            if (g_options.countsTraces && !strategy.IsRepeated()) {
+                g_traces.insert(TraceOfUses());
+                g_report->traces = g_traces.size();
+            }
             if (strategy.HasDiverged() && !sharesMore) {
                 ++g_report->diverged;
                 Fail("a schedule cannot be repeated: the scenario depends on more than its threads' order");
@@ -125,7 +138,7 @@ void WatchForCrashes() {
 
 void Search(const Scenario& scenario) {
     // What is made once in a process is made outside of the counted schedules.
-    AllSchedules first(0);
+    AllSchedules first(0, scenario.terms.delays);
     for (int i = 0; i < 2; ++i) {
         first.BeginSchedule();
         RunSchedule(scenario.body, scenario.terms, first);
@@ -144,10 +157,13 @@ void Run(const Scenario& scenario, int processor) {
     CPU_SET(static_cast<std::size_t>(processor), &processors);
     sched_setaffinity(0, sizeof(processors), &processors);
     WatchForCrashes();
+    if (g_options.countsTraces) {
+        KeepTrace();
+    }
     g_end =
         Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(g_options.seconds));
     if (g_options.isReplay) {
-        AllSchedules first(0);
+        AllSchedules first(0, scenario.terms.delays);
         for (int i = 0; i < 2; ++i) {
             first.BeginSchedule();
             RunSchedule(scenario.body, scenario.terms, first);
@@ -243,6 +259,9 @@ void Ended(const Running& running, int status) {
     std::printf("%-8s %-52s %9llu schedules, %2u threads, %4u points, %s (%.1f s)\n", isRed ? "FAILED" : "ok",
                 running.scenario->name, static_cast<unsigned long long>(report.schedules), report.mostThreads,
                 report.mostPoints, how, seconds);
+    if (g_options.countsTraces) {
+        std::printf("         %llu traces\n", static_cast<unsigned long long>(report.traces));
+    }
     if (isRed) {
         ++g_failures;
         if (!report.hasFailed) {
@@ -315,6 +334,10 @@ void Read(int count, char** arguments) {
             g_options.jobs = std::stoi(value());
         } else if (argument == "--trace") {
             g_tracedSchedule = std::stoull(value());
+        } else if (argument == "--whole") {
+            g_options.isWhole = true;
+        } else if (argument == "--traces") {
+            g_options.countsTraces = true;
         } else if (argument == "--replay") {
             g_options.isReplay = true;
             g_options.turns = value();

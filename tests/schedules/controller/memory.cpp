@@ -1,5 +1,6 @@
 #include "tests/schedules/controller/memory.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include "tests/schedules/controller/controller.h"
 #include "tests/schedules/controller/order.h"
 #include "tests/schedules/controller/report.h"
+#include "tests/schedules/controller/uses.h"
 
 namespace Schedules {
 
@@ -106,6 +108,7 @@ void Free(Piece& block, const void* address) {
     if (IsControlled() && ThreadNumber() < kOrderedThreads) {
         CheckOrder(block);
     }
+    NoteUseOf(BlockKeyOf(block.key), true);
     block.isFreed = true;
     block.freedBy = static_cast<std::uint8_t>(ThreadNumber());
     std::memset(g_bytes + std::size_t{block.firstGranule} * kGranule, 0xDD, block.bytes);
@@ -128,6 +131,12 @@ void Delete(void* memory) noexcept {
     } else {
         std::free(memory);
     }
+}
+
+// 0 if it is not on that thread's stack.
+std::uint64_t KeyOnStack(std::size_t thread, std::uintptr_t address) noexcept {
+    const std::size_t depth = reinterpret_cast<std::uintptr_t>(g_stacks[thread]) - address;
+    return g_stacks[thread] != nullptr && depth < kStackBytes ? std::uint64_t{0xF} << 60 | thread << 32 | depth : 0;
 }
 
 }  // namespace
@@ -163,13 +172,20 @@ std::uint64_t KeyOf(const void* object) noexcept {
     if (const Piece* const block = BlockOf(object)) {
         return block->key + (address - reinterpret_cast<std::uintptr_t>(g_bytes) - block->firstGranule * kGranule);
     }
+    const auto self = static_cast<std::size_t>(std::max(0, ThreadNumber()));
+    if (const std::uint64_t key = KeyOnStack(self, address); key != 0) {
+        return key;
+    }
     for (std::size_t i = 0; i < kMostStacks; ++i) {
-        const std::size_t depth = reinterpret_cast<std::uintptr_t>(g_stacks[i]) - address;
-        if (g_stacks[i] != nullptr && depth < kStackBytes) {
-            return std::uint64_t{0xF} << 60 | i << 32 | depth;
+        if (const std::uint64_t key = KeyOnStack(i, address); key != 0) {
+            return key;
         }
     }
     return std::uint64_t{0xE} << 60 | address;
+}
+
+std::uint64_t BlockKeyOf(std::uint64_t key) noexcept {
+    return key >> 60 >= 0xE ? 0 : key | 0xFFFFF;
 }
 
 void NoteStack(int thread, const void* top) noexcept {

@@ -14,6 +14,9 @@ void EndMemory();
 // memory, where it is; on a stack, how deep.
 std::uint64_t KeyOf(const void* object) noexcept;
 
+// What names the allocated memory that such a key is in; 0 if it is in none.
+std::uint64_t BlockKeyOf(std::uint64_t key) noexcept;
+
 // Fails the schedule if the memory is freed. `what` says what is done there.
 void CheckAccess(const void* address, const char* what);
 

@@ -34,6 +34,7 @@ struct Report {
     int completeBound = -1;  // all schedules with so many preemptions were run
     std::uint64_t sampled = 0;  // of the schedules
     std::uint64_t leftBlocks = 0;
+    std::uint64_t traces = 0;  // that differ
 };
 
 extern Report* g_report;

@@ -12,22 +12,25 @@ class SharedObjects {
   public:
     void BeginSchedule() noexcept { ++m_schedule; }
 
-    // Returns whether more than one thread uses it. `grows` becomes true if that was not known.
-    bool Use(std::uint64_t key, int thread, bool& grows) noexcept {
+    static constexpr int kNotShared = 0;
+
+    // Returns the object's number, or kNotShared if one thread alone uses it. `grows` becomes true if that it is shared was not known.
+    int Use(std::uint64_t key, int thread, bool& grows) noexcept {
         Place& place = PlaceOf(key);
-        if (place.isShared) {
-            return true;
+        if (place.number != kNotShared) {
+            return place.number;
         }
         if (place.schedule != m_schedule) {
             place.schedule = m_schedule;
-            place.thread = thread;
-            return false;
+            place.thread = static_cast<std::int16_t>(thread);
+            return kNotShared;
         }
         if (place.thread == thread) {
-            return false;
+            return kNotShared;
         }
-        grows = place.isShared = true;
-        return true;
+        grows = true;
+        place.number = m_shared++;
+        return place.number;
     }
 
   private:
@@ -35,7 +38,7 @@ class SharedObjects {
         std::uint64_t key = 0;
         std::uint32_t schedule = 0;
         std::int16_t thread = 0;
-        bool isShared = false;
+        int number = kNotShared;
     };
 
     // When the table is full the rest shares one place, as objects that are shared.
@@ -52,7 +55,7 @@ class SharedObjects {
             }
             index = (index + 1) % m_places.size();
         }
-        m_rest.isShared = true;
+        m_rest.number = 1;
         return m_rest;
     }
 
@@ -62,6 +65,7 @@ class SharedObjects {
     std::array<Place, std::size_t{1} << kBits> m_places{};
     Place m_rest;
     std::uint32_t m_schedule = 0;
+    int m_shared = 2;  // 1: the rest
 };
 
 }  // namespace Schedules

@@ -7,8 +7,8 @@
 
 namespace Schedules {
 
-std::size_t RecordedStrategy::Choose(const Candidate* candidates, std::size_t count, bool isYield) {
-    const std::size_t chosen = Pick(candidates, count, isYield);
+std::size_t RecordedStrategy::Choose(const Candidate* candidates, std::size_t count, Decision decision) {
+    const std::size_t chosen = Pick(candidates, count, decision);
     ++g_report->decisions;
     if (chosen != 0) {
         if (g_report->turnCount == Report::kMostTurns) {
@@ -26,48 +26,6 @@ void RecordedStrategy::BeginSchedule() {
     g_report->length = 0;
 }
 
-void AllSchedules::BeginSchedule() {
-    RecordedStrategy::BeginSchedule();
-    m_spent = 0;
-    m_place = 0;
-}
-
-std::size_t AllSchedules::Pick(const Candidate* candidates, std::size_t count, bool) {
-    if (m_place == m_decisions.size()) {
-        std::uint32_t costs = 0;
-        for (std::size_t i = 0; i < count; ++i) {
-            costs |= static_cast<std::uint32_t>(candidates[i].cost) << i;
-        }
-        m_decisions.push_back({static_cast<std::uint8_t>(count), 0, static_cast<std::uint8_t>(candidates[0].thread),
-                               static_cast<std::uint8_t>(m_spent), costs});
-    }
-    const Decision& decision = m_decisions[m_place++];
-    if (decision.count != count || decision.firstThread != candidates[0].thread) {
-        if (!m_hasDiverged) {
-            AddToReport("[decision %u: %u candidates, first thread %u; now %zu, %d] ", g_report->decisions,
-                        decision.count, decision.firstThread, count, candidates[0].thread);
-        }
-        m_hasDiverged = true;
-        return 0;
-    }
-    m_spent += candidates[decision.chosen].cost;
-    return decision.chosen;
-}
-
-bool AllSchedules::Next() {
-    m_decisions.resize(std::min(m_place, m_decisions.size()));
-    while (!m_decisions.empty()) {
-        Decision& last = m_decisions.back();
-        while (++last.chosen < last.count) {
-            if (last.spent + static_cast<int>(last.costs >> last.chosen & 1U) <= m_bound) {
-                return true;
-            }
-        }
-        m_decisions.pop_back();
-    }
-    return false;
-}
-
 PriorityStrategy::PriorityStrategy(std::uint64_t seed, int depth, std::uint32_t length) : m_random(seed) {
     for (int i = 1; i < depth; ++i) {
         m_changes.push_back(static_cast<std::uint32_t>(m_random() % std::max(1U, length)));
@@ -81,8 +39,9 @@ int& PriorityStrategy::PriorityOf(int thread) {
     return m_priorities[static_cast<std::size_t>(thread)];
 }
 
-std::size_t PriorityStrategy::Pick(const Candidate* candidates, std::size_t count, bool isYield) {
-    if (isYield || std::ranges::find(m_changes, g_report->decisions) != m_changes.end()) {
+std::size_t PriorityStrategy::Pick(const Candidate* candidates, std::size_t count, Decision decision) {
+    if (decision == Decision::Yield || decision == Decision::StepBack ||
+        std::ranges::find(m_changes, g_report->decisions) != m_changes.end()) {
         PriorityOf(candidates[0].thread) = --m_lowest;
     }
     std::size_t best = 0;
@@ -115,7 +74,7 @@ Replay::Replay(const std::string& turns) {
     }
 }
 
-std::size_t Replay::Pick(const Candidate* candidates, std::size_t count, bool) {
+std::size_t Replay::Pick(const Candidate* candidates, std::size_t count, Decision) {
     for (const Turn& turn : m_turns) {
         if (turn.thread == DecidingThread() && turn.event == EventNumber()) {
             for (std::size_t i = 0; i < count; ++i) {

@@ -13,44 +13,13 @@ namespace Schedules {
 // Keeps what was chosen in the report, so that a schedule that fails can be told.
 class RecordedStrategy : public Strategy {
   public:
-    std::size_t Choose(const Candidate* candidates, std::size_t count, bool isYield) final;
+    std::size_t Choose(const Candidate* candidates, std::size_t count, Decision decision) final;
     virtual void BeginSchedule();
+    void EndStep(const Footprint&, std::uint64_t) override {}
+    void BeginStep(int) override {}
 
   protected:
-    virtual std::size_t Pick(const Candidate* candidates, std::size_t count, bool isYield) = 0;
-};
-
-// Every schedule with at most `bound` preemptions, one after the other: the first choice at each decision is the thread that
-// goes on anyway. A schedule repeats the choices of the one before up to the last that can still be another.
-class AllSchedules : public RecordedStrategy {
-  public:
-    explicit AllSchedules(int bound) : m_bound(bound) {}
-
-    void BeginSchedule() override;
-
-    // Returns false when there is none.
-    bool Next();
-
-    // Whether a schedule did not come to the decisions of the one before.
-    bool HasDiverged() const { return m_hasDiverged; }
-
-  protected:
-    std::size_t Pick(const Candidate* candidates, std::size_t count, bool isYield) override;
-
-  private:
-    struct Decision {
-        std::uint8_t count;
-        std::uint8_t chosen;
-        std::uint8_t firstThread;
-        std::uint8_t spent;  // before it
-        std::uint32_t costs;  // a bit for each candidate
-    };
-
-    const int m_bound;
-    int m_spent = 0;
-    std::size_t m_place = 0;
-    bool m_hasDiverged = false;
-    std::vector<Decision> m_decisions;
+    virtual std::size_t Pick(const Candidate* candidates, std::size_t count, Decision decision) = 0;
 };
 
 // Probabilistic concurrency testing: threads have priorities, drawn by a seed, and at `depth` - 1 steps, drawn as well, the thread
@@ -60,7 +29,7 @@ class PriorityStrategy : public RecordedStrategy {
     PriorityStrategy(std::uint64_t seed, int depth, std::uint32_t length);
 
   protected:
-    std::size_t Pick(const Candidate* candidates, std::size_t count, bool isYield) override;
+    std::size_t Pick(const Candidate* candidates, std::size_t count, Decision decision) override;
 
   private:
     int& PriorityOf(int thread);
@@ -84,7 +53,7 @@ class Replay : public RecordedStrategy {
     explicit Replay(const std::string& turns);
 
   protected:
-    std::size_t Pick(const Candidate* candidates, std::size_t count, bool isYield) override;
+    std::size_t Pick(const Candidate* candidates, std::size_t count, Decision decision) override;
 
   private:
     struct Turn {

@@ -226,6 +226,43 @@ SCENARIO(InterprocessMutexIsCancelledWhileItIsHeld) {
     mutex.unlock();
 }
 
+// Each object stands for one process: it has a handle of its own to the kernel's mutex of that name. What the stand-in does not
+// have is an end of one of the processes; to the mutex that is the end of the thread that owns it, as below.
+SCENARIO(NamedMutexOfTwoProcesses) {
+    const Orvane::ConcurrencyLifetime lifetime;
+    Room room;
+    const auto process = [&room] {
+        interprocess_mutex mutex(L"Schedules");
+        mutex.lock();
+        room.Visit();
+        mutex.unlock();
+    };
+    Party other(process);
+    process();
+    other.Join();
+    Check(room.visits == 2, "each has been in");
+}
+
+SCENARIO(NamedMutexIsAbandonedWhileAnotherProcessWaits) {
+    const Orvane::ConcurrencyLifetime lifetime;
+    interprocess_mutex mutex(L"Schedules");
+    bool wasIn = false;
+    Party ending([&wasIn] {
+        interprocess_mutex own(L"Schedules");
+        own.lock();
+        wasIn = true;
+    });
+    bool isAbandoned = false;
+    try {
+        mutex.lock();
+    } catch (const Orvane::LockException&) {
+        isAbandoned = true;
+    }
+    Check(isAbandoned == wasIn, "who comes after an owner that has ended is told, and no one else");
+    mutex.unlock();
+    ending.Join();
+}
+
 // A request for a thread that has left the queue may still use the mutex's parts when the mutex is gone.
 SCENARIO(FifoMutexIsDestroyedWhileAFormerWaiterIsAsked) {
     const Orvane::ConcurrencyLifetime lifetime;

@@ -125,14 +125,3 @@ SCENARIO(StopAgainstALateCaller) {
     caller.Join();
     Check(!future->IsCancelling(), "a late task runs, waits in a stopped pool or is cancelled");
 }
-
-SCENARIO(DedicatedThreadsEndAgainstLaunches) {
-    const Orvane::ConcurrencyLifetime lifetime;
-    std::atomic<int> runs = 0;
-    {
-        Pool pool(1);
-        pool.Core()->LaunchInNewThread(MakeTask(L"First", [&runs] { ++runs; }));
-        pool.Core()->LaunchInNewThread(MakeTask(L"Second", [&runs] { ++runs; }));
-    }
-    Check(runs == 2, "both have run");
-}
