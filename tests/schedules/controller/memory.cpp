@@ -21,7 +21,7 @@ constexpr std::size_t kBytes = std::size_t{1} << 32;  // of addresses; pages are
 constexpr std::size_t kGranule = 16;
 constexpr std::size_t kMostBlocks = std::size_t{1} << 26;
 constexpr std::size_t kMostStacks = 48;
-constexpr std::size_t kStackBytes = std::size_t{8} << 20;
+constexpr std::ptrdiff_t kStackBytes = std::ptrdiff_t{8} << 20;
 
 struct Piece {
     std::uint64_t key;
@@ -135,8 +135,9 @@ void Delete(void* memory) noexcept {
 
 // 0 if it is not on that thread's stack.
 std::uint64_t KeyOnStack(std::size_t thread, std::uintptr_t address) noexcept {
-    const std::size_t depth = reinterpret_cast<std::uintptr_t>(g_stacks[thread]) - address;
-    return g_stacks[thread] != nullptr && depth < kStackBytes ? std::uint64_t{0xF} << 60 | thread << 32 | depth : 0;
+    const auto depth = static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(g_stacks[thread]) - address);
+    const bool isThere = g_stacks[thread] != nullptr && depth >= 0 && depth < kStackBytes;
+    return isThere ? std::uint64_t{0xF} << 60 | thread << 32 | static_cast<std::uint64_t>(depth) : 0;
 }
 
 }  // namespace
@@ -189,6 +190,13 @@ std::uint64_t BlockKeyOf(std::uint64_t key) noexcept {
 }
 
 void NoteStack(int thread, const void* top) noexcept {
+    // A thread that has ended may have had the same one.
+    for (const char*& other : g_stacks) {
+        const std::ptrdiff_t distance = other - static_cast<const char*>(top);
+        if (other != nullptr && distance > -kStackBytes / 2 && distance < kStackBytes / 2) {
+            other = nullptr;
+        }
+    }
     g_stacks[static_cast<std::size_t>(thread)] = static_cast<const char*>(top);
 }
 
