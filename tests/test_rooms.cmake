@@ -1,7 +1,7 @@
 include(${CMAKE_CURRENT_LIST_DIR}/test_files.cmake)
 
 # The tests that the page about Windows names, as regular expressions: they have the label windows besides.
-set(windows_page ${PROJECT_SOURCE_DIR}/docs/maintainers/windows.md)
+set(windows_page ${PROJECT_SOURCE_DIR}/docs/windows.md)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${windows_page})
 file(READ ${windows_page} windows_tests)
 string(REGEX MATCHALL "`[A-Z][A-Za-z0-9]+\\.[A-Za-z0-9]*[*]?`" windows_tests "${windows_tests}")

@@ -1,4 +1,4 @@
-# Every test that docs/maintainers/windows.md names is there:
+# Every test that docs/windows.md names is there:
 #   cmake -D SOURCE=folder -P check_windows_page.cmake
 cmake_minimum_required(VERSION 3.25)
 
@@ -10,10 +10,10 @@ foreach(file IN LISTS files)
     list(APPEND tests ${found})
 endforeach()
 
-file(READ ${SOURCE}/docs/maintainers/windows.md page)
+file(READ ${SOURCE}/docs/windows.md page)
 string(REGEX MATCHALL "`[A-Z][A-Za-z0-9]+\\.[A-Za-z0-9]*[*]?`" named "${page}")
 if(NOT named)
-    message(FATAL_ERROR "docs/maintainers/windows.md names no test")
+    message(FATAL_ERROR "docs/windows.md names no test")
 endif()
 foreach(name IN LISTS named)
     string(REPLACE "`" "" name "${name}")
@@ -22,6 +22,6 @@ foreach(name IN LISTS named)
     set(matching ${tests})
     list(FILTER matching INCLUDE REGEX "^${pattern}$")
     if(NOT matching)
-        message(SEND_ERROR "docs/maintainers/windows.md names ${name}, which is no test")
+        message(SEND_ERROR "docs/windows.md names ${name}, which is no test")
     endif()
 endforeach()
