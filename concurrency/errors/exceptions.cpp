@@ -101,7 +101,7 @@ Unexpected::~Unexpected() = default;
 
 namespace Internal {
 
-bool RegisterExceptionKinds() noexcept try {
+void RegisterExceptionKinds() noexcept try {
     ExceptionFactory::Register(kNoGuid, E_ACCESSDENIED, &Throw<AccessDenied>);
     ExceptionFactory::Register(kNoGuid, kElevationRequired, &Throw<ElevationRequired>);
     ExceptionFactory::Register(nullptr, kInternalErrorCode, &Throw<InternalError>);
@@ -111,7 +111,6 @@ bool RegisterExceptionKinds() noexcept try {
     ExceptionFactory::Register(kNoGuid, E_OUTOFMEMORY, &Throw<OutOfMemory>);
     ExceptionFactory::Register(kNoGuid, E_POINTER, &Throw<Pointer>);
     ExceptionFactory::Register(kNoGuid, E_UNEXPECTED, &Throw<Unexpected>);
-    return true;
 } catch (...) {
     EndProcessByException("the library cannot register its exception kinds");
 }

@@ -125,12 +125,15 @@ namespace Orvane::Internal {
 
 // Tells the exception factory how to throw each of the nine concrete kinds. Ends the process if that fails: it runs
 // while the module loads, where an exception cannot be caught.
-bool RegisterExceptionKinds() noexcept;
+void RegisterExceptionKinds() noexcept;
 
 namespace {
 // On purpose: internal linkage, so that every unit of the library that includes this header registers once more. The
 // factory takes a repeated registration as harmless, and the kinds are known whichever unit is initialised first.
-[[maybe_unused]] const bool g_exceptionKindsRegistered = RegisterExceptionKinds();
+struct ExceptionKinds {
+    ExceptionKinds() noexcept { RegisterExceptionKinds(); }
+};
+[[maybe_unused]] const ExceptionKinds g_exceptionKinds;
 }  // namespace
 
 }  // namespace Orvane::Internal
