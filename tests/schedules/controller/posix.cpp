@@ -88,6 +88,7 @@ int pthread_join(pthread_t thread, void** result) {
         for (int i = g_knownCount; i-- > 0;) {
             if (pthread_equal(g_known[i].thread, thread)) {
                 const auto hasLeft = +[](const void* number) { return HasLeft(*static_cast<const int*>(number)); };
+                SeeEndOf(g_known[i].number);
                 if (!hasLeft(&g_known[i].number)) {
                     Block({"joins a thread", hasLeft, &g_known[i].number}, WHERE);
                 }

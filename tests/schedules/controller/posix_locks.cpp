@@ -43,6 +43,7 @@ void Own(Mutex& mutex, const void* where) {
         if (!IsControlled()) {
             Fail("a mutex is held outside of a schedule");
         }
+        NoteAttempt(&mutex);
         Block({"waits for a mutex", &IsFree, &mutex}, where);
         CheckAccess(&mutex, "lock");
     }
@@ -72,7 +73,6 @@ int Lock(pthread_mutex_t* native, const void* where) {
         Point("lock", &mutex, where);
     } else {
         Touch(&mutex);
-        NoteAttempt(&mutex);
     }
     Own(mutex, where);
     return 0;
