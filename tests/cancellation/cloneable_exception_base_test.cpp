@@ -14,6 +14,7 @@
 #include "tests/errors/error_records.h"
 #include "tests/support/allocations.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/imported_names.h"
 
 namespace {
 
@@ -22,9 +23,6 @@ using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
 constexpr long kEPointer = static_cast<long>(0x80004003);
-
-// The name of ExceptionFactory::Throw in the import table.
-constexpr char kFactoryThrow[] = "_ZN6Orvane16ExceptionFactory5ThrowERKNS_12ErrorStorageE";
 
 void Throw(const CloneableExceptionBase& error) {
     throw error;
@@ -144,7 +142,7 @@ TEST(CloneableExceptionBase, RethrowOfAComRecordWithHresultZeroReturns) {
 // A factory in the place of this one may do so: no caller may rely on its throwing.
 TEST(CloneableExceptionBase, RethrowReturnsIfTheFactoryDoes) {
     const CloneableExceptionBase error(ExceptionBase(ComRecord(kEPointer, kZeroGuid)));
-    const ImportPatch silent(LibraryUnderTest(), kFactoryThrow, +[](const ErrorStorage&) {});
+    const ImportPatch silent(LibraryUnderTest(), kFactoryThrowName, +[](const ErrorStorage&) {});
 
     EXPECT_NO_THROW(error.Rethrow());
 }

@@ -11,6 +11,7 @@
 #include "concurrency/base/windows_api.h"
 #include "tests/cancellation/run_scope.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/imported_names.h"
 #include "tests/support/standard_sleeps.h"
 
 namespace Zarvo::Test {
@@ -63,10 +64,13 @@ class CountedEndlessSleeps {
     int Count() const { return g_count; }
 
   private:
-    static void Return(std::condition_variable*, std::unique_lock<std::mutex>*) { ++g_count; }
+    static int Return(std::condition_variable*, std::unique_lock<std::mutex>*) {
+        ++g_count;
+        return 0;
+    }
 
     static inline int g_count = 0;
-    ImportPatch m_patch{LibraryUnderTest(), "_ZNSt18condition_variable4waitERSt11unique_lockISt5mutexE", &Return};
+    ImportPatch m_patch{LibraryUnderTest(), kConditionWaitName, &Return};
 };
 
 // A request comes after the wait has tested the flag and before the platform looks at the handles; at the same moment

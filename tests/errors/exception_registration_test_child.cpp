@@ -2,23 +2,15 @@
 // not be here yet.
 #include <cstddef>
 #include <cstdio>
-#include <exception>
-#include <new>
 
 #include "concurrency/base/windows_api.h"
 #include "tests/support/import_patch.h"
-
-namespace {
-
-void* RefuseMemory(std::size_t) {
-    throw std::bad_alloc();
-}
-
-}  // namespace
+#include "tests/support/imported_names.h"
 
 int main() {
     const HMODULE factory = LoadLibraryW(L"ZarvoOrvaneUtils.dll");
-    const Zarvo::Test::ImportPatch noMemory(factory, "_Znwy", &RefuseMemory);
+    const Zarvo::Test::ImportPatch noMemory(
+        factory, Zarvo::Test::kAllocateName, +[](std::size_t) { return Zarvo::Test::RefuseMemory(); });
     LoadLibraryW(L"ZarvoConcurrency.dll");
     std::puts("the process goes on");
     return 1;

@@ -8,6 +8,7 @@
 
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/imported_names.h"
 #include "zarvo_orvane_logging/orvane_logging.h"
 
 namespace Zarvo::Test {
@@ -36,7 +37,7 @@ class HeldSkip {
 
     Gate m_isIn;
     Gate m_mayGo;
-    const ImportPatch m_patch{LibraryUnderTest(), "_ZN13OrvaneLogging6ReportEiiPKwS1_z", &Hold};
+    const ImportPatch m_patch{LibraryUnderTest(), kReportName, &Hold};
 };
 
 }  // namespace Zarvo::Test

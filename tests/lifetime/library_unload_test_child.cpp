@@ -4,6 +4,7 @@
 #include <initializer_list>
 
 #include "concurrency/base/windows_api.h"
+#include "tests/support/imported_names.h"
 
 namespace {
 
@@ -34,10 +35,10 @@ bool UseOnce(bool initialise) {
         return false;
     }
     const DWORD next = NextSlot();
-    const bool called = Call(library, "_ZN6Orvane17CancellationPointEv") &&
-                        (!initialise || (Call(library, "_ZN6Orvane21ConcurrencyInitializeEv") &&
-                                         Call(library, "_ZN6Orvane17CancellationPointEv") &&
-                                         Call(library, "_ZN6Orvane23ConcurrencyUninitializeEv")));
+    const bool called = Call(library, Zarvo::Test::kCancellationPointName) &&
+                        (!initialise || (Call(library, Zarvo::Test::kInitializeName) &&
+                                         Call(library, Zarvo::Test::kCancellationPointName) &&
+                                         Call(library, Zarvo::Test::kUninitializeName)));
     if (NextSlot() == next) {
         std::puts("no slot was used: nothing is shown");
         return false;

@@ -18,6 +18,7 @@
 #include "tests/scheduler/scratch_configuration.h"
 #include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/imported_names.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/threadpool/held_worker.h"
 #include "tests/threadpool/pool_numbers.h"
@@ -114,7 +115,7 @@ TEST_F(OverrunConsequences, AreAFlagAfterTheReport) {
     const auto delay = std::make_shared<DelayReport>();
     delay->ReadConfiguration();
     Task report = delay->MakeReportTask(L"Busy");
-    const ImportPatch noted(LibraryUnderTest(), "_ZN13OrvaneLogging6ReportEiiPKwS1_z", &NoteTheFlag);
+    const ImportPatch noted(LibraryUnderTest(), kReportName, &NoteTheFlag);
 
     report();
 

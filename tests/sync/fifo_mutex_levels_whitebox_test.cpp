@@ -18,6 +18,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/imported_names.h"
 #include "tests/support/task_thread.h"
 #include "tests/support/thread.h"
 #include "tests/sync/fifo_mutex_peer.h"
@@ -93,13 +94,17 @@ class InTheNextAllocation {
         if (s_thread.compare_exchange_strong(self, 0)) {
             s_action();
         }
-        return ::operator new(size);
+        return s_before(size);
     }
+
+    // On purpose not by its name, which stands for this function here.
+    static inline void* (*const s_before)(std::size_t) =
+        reinterpret_cast<void* (*)(std::size_t)>(ImportedFunction(LibraryUnderTest(), kAllocateName));
 
     static inline std::atomic<DWORD> s_thread = 0;
     static inline std::function<void()> s_action;
 
-    const ImportPatch m_patch{LibraryUnderTest(), "_Znwy", &Allocate};
+    const ImportPatch m_patch{LibraryUnderTest(), kAllocateName, &Allocate};
 };
 
 // The first one that waits has no list to wait in without memory. It moves the owner that it has found before.

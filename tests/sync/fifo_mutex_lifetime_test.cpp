@@ -11,6 +11,7 @@
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/imported_names.h"
 #include "tests/support/thread.h"
 #include "tests/sync/queued_task.h"
 
@@ -69,8 +70,8 @@ class PageOfItsOwn {
     static inline std::atomic<bool> s_isFreed = false;
     static inline std::atomic<void*> s_page = nullptr;
 
-    const ImportPatch m_allocations{LibraryUnderTest(), "_Znwy", &Allocate};
-    const ImportPatch m_releases{LibraryUnderTest(), "_ZdlPvy", &Free};
+    const ImportPatch m_allocations{LibraryUnderTest(), kAllocateName, &Allocate};
+    const ImportPatch m_releases{LibraryUnderTest(), kFreeName, &Free};
 };
 
 // Holds a thread where it has just left a lock of the library for the first time.

@@ -9,6 +9,7 @@
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/imported_names.h"
 #include "tests/support/thread.h"
 #include "tests/sync/others.h"
 
@@ -31,7 +32,7 @@ class FailingAllocation {
   private:
     static void* Allocate(std::size_t size) {
         if (::GetCurrentThreadId() == s_thread && s_successesLeft-- == 0) {
-            throw std::bad_alloc();
+            return RefuseMemory();
         }
         return ::operator new(size);
     }
@@ -39,7 +40,7 @@ class FailingAllocation {
     static inline std::atomic<DWORD> s_thread = 0;
     static inline std::atomic<int> s_successesLeft = 0;
 
-    const ImportPatch m_patch{LibraryUnderTest(), "_Znwy", &Allocate};
+    const ImportPatch m_patch{LibraryUnderTest(), kAllocateName, &Allocate};
 };
 
 TEST(FifoMutex, NeedsNoMemoryWhileNobodyWaits) {

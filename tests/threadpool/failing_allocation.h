@@ -6,18 +6,17 @@
 
 #include <atomic>
 #include <cstddef>
-#include <cstdlib>
 #include <exception>
-#include <new>
 
 #include "concurrency/base/windows_api.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/imported_names.h"
 
 namespace Zarvo::Test {
 
 class FailingAllocation {
   public:
-    explicit FailingAllocation(int number) : m_patch(LibraryUnderTest(), "_Znwy", &Allocate) {
+    explicit FailingAllocation(int number) : m_patch(LibraryUnderTest(), kAllocateName, &Allocate) {
         s_left = number;
         s_thread = GetCurrentThreadId();
     }
@@ -31,15 +30,14 @@ class FailingAllocation {
   private:
     static void* Allocate(std::size_t size) {
         if (s_thread == GetCurrentThreadId() && --s_left == 0) {
-            throw std::bad_alloc();
+            return RefuseMemory();
         }
-        // As the runtime's own operator does. Its name stands for this function here.
-        if (void* const block = std::malloc(size == 0 ? 1 : size)) {
-            return block;
-        }
-        throw std::bad_alloc();
+        return s_before(size);
     }
 
+    // On purpose not by its name, which stands for this function here.
+    static inline void* (*const s_before)(std::size_t) =
+        reinterpret_cast<void* (*)(std::size_t)>(ImportedFunction(LibraryUnderTest(), kAllocateName));
     static inline std::atomic<DWORD> s_thread = 0;
     static inline std::atomic<int> s_left = 0;
 
