@@ -1,9 +1,6 @@
 # ./dev matrix [TESTS]: what each flavour can do, by the verbs that a person would use, as one table. TESTS are which
 # tests run: all (default), quick, or what else follows ./dev test. Ends with a failure if a cell has one.
 
-tested=(win32 ucrt64)
-built=(posix clang)
-
 # cell NAME COMMAND...: runs ./dev with its output in a file. Sets outcome: yes, or FAILED.
 cell() {
     local log=$project/build/matrix/$1.log
@@ -29,7 +26,7 @@ matrix() {
         cell "$name-package" package --toolchain "$name"
         rows+=("$row $outcome")
     done
-    for name in "${built[@]}"; do
+    for name in "${flavours[@]:${#tested[@]}}"; do
         cell "$name-build" build ZarvoConcurrency --toolchain "$name"
         rows+=("$name $outcome - - -")
     done

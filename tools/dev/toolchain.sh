@@ -16,8 +16,10 @@ packages_debugger=gdb-mingw-w64,binutils-mingw-w64-x86-64
 packages_charts=python3-matplotlib
 packages_sanitize=clang-19,libclang-rt-19-dev,llvm-19,libstdc++-14-dev,cmake,ninja-build,ccache,googletest,gdb,librapidcheck-dev,python3-clang-19
 
-# The flavours of the library, named for their compilers: what --toolchain takes. The first is everybody's.
+# The flavours of the library, named for their compilers: what --toolchain takes. The first is everybody's. The first ones are tested and
+# packaged, the others only built.
 flavours=(win32 ucrt64 posix clang)
+tested=("${flavours[@]:0:2}")
 flavour=${flavours[0]}
 
 # Sets toolchain_root: the flavour's cross compiler, CMake and Wine. All flavours but the first share a root.
