@@ -6,6 +6,9 @@
 
 namespace Orvane::Internal {
 
+template <typename T, typename ListTag>
+class IntrusiveList;
+
 template <typename Tag>
 class ListHook {
   public:

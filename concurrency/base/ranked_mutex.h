@@ -16,6 +16,12 @@
 #include "concurrency/base/lock_order.h"
 #include "concurrency/base/thread_safety.h"
 
+#ifdef _MSC_VER
+#define ORVANE_NO_UNIQUE_ADDRESS [[msvc::no_unique_address]]  // the standard's does nothing there
+#else
+#define ORVANE_NO_UNIQUE_ADDRESS [[no_unique_address]]
+#endif
+
 namespace Orvane::Internal {
 
 template <typename Mutex, LockRank rank>
@@ -74,7 +80,7 @@ class ORVANE_SCOPED_CAPABILITY RankedLock {
     std::unique_lock<typename Mutex::Base>& Native() { return m_lock; }
 
   private:
-    [[no_unique_address]] LockOrderEntry m_order;
+    ORVANE_NO_UNIQUE_ADDRESS LockOrderEntry m_order;
     std::unique_lock<typename Mutex::Base> m_lock;
 };
 

@@ -9,6 +9,8 @@
 
 namespace Orvane {
 
+class CriticalSectionLock;
+
 class CriticalSection {
   public:
     CriticalSection();

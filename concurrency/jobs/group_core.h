@@ -44,6 +44,7 @@ namespace Orvane::Internal {
 
 struct GroupTag;
 class GroupEntry;
+class GroupRunner;
 
 class GroupCore final : public Cancellable, public std::enable_shared_from_this<GroupCore> {
   public:

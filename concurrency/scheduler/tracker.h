@@ -11,6 +11,7 @@ namespace Orvane {
 namespace Internal {
 class TrackerImpl;
 }  // namespace Internal
+class ScheduleAccess;
 
 // A handle on a scheduled task. Cancel it, wait for it, or drop the last copy, which does both.
 //

@@ -25,6 +25,8 @@
 
 namespace Orvane {
 
+struct FifoMutexPeer;
+
 class fifo_mutex::WaitQueue : public std::enable_shared_from_this<WaitQueue> {
   public:
     // Of the mutex, whose address says in notes what is waited for.

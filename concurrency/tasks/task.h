@@ -9,6 +9,7 @@
 namespace Orvane::Internal {
 
 class TaskImpl;
+struct TaskAccess;
 
 // A named unit of work. Copies of a handle share one task; two handles built alike are two tasks.
 //

@@ -21,6 +21,8 @@
 
 namespace Orvane::Internal {
 
+struct DedicatedThreadsPeer;
+
 class DedicatedThreads {
   public:
     explicit DedicatedThreads(PoolThreads& threads) : m_threads(threads) {}

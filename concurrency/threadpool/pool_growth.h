@@ -33,6 +33,8 @@
 
 namespace Orvane::Internal {
 
+struct PoolGrowthPeer;
+
 inline constexpr std::uint64_t kGrowthBatch = 8;
 
 // What a growth knows of time.

@@ -12,6 +12,8 @@
 
 namespace Orvane::Internal {
 
+struct PoolThreadsPeer;
+
 class PoolThreads {
   public:
     using Records = std::list<NativeThread>;

@@ -24,6 +24,8 @@
 
 namespace Orvane::Internal {
 
+struct ThreadPoolCorePeer;
+
 class ThreadPoolCore : public std::enable_shared_from_this<ThreadPoolCore> {
   public:
     // What a worker thread does: sets the thread up and calls RunWorker().

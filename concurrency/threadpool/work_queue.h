@@ -24,6 +24,8 @@
 
 namespace Orvane::Internal {
 
+struct WorkQueuePeer;
+
 // The workers that one growth started. They count only once all of them exist. Guarded by the queue's mutex.
 struct WorkerBatch {
     bool counted = false;

@@ -3,6 +3,8 @@
 
 namespace Orvane::Reports {
 
+class ProcessCondition;
+
 // True once all threads but the caller's are gone, each stopped wherever it was.
 bool IsProcessEnding() noexcept;
 

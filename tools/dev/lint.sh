@@ -36,6 +36,8 @@ check_quickly() {
     check "format (./dev format repairs it)" check_format
     check "include layers" python3 -B tools/check_include_layers.py
     check "include layers are judged" python3 -B tools/check_include_layers_test.py
+    check "what MSVC would not take" python3 -B tools/check_msvc.py
+    check "what MSVC would not take is judged" python3 -B tools/check_msvc_test.py
     check "traces of logs are judged" python3 -B tools/trace_from_log_test.py
     check "goals are judged" python3 -B tools/bench/goals_test.py
     configure_lint build/lint -DCMAKE_VERIFY_INTERFACE_HEADER_SETS=ON
