@@ -138,24 +138,13 @@ if(built_ZARVO_GLIBCXX)
     refuses_header("with the release runtime" ${built_compiler} ${program} -D_GLIBCXX_DEBUG)
 
     # The other compilers themselves, as far as this machine has them.
-    foreach(other IN ITEMS "1,,x86_64-w64-mingw32-g++-win32" ",,x86_64-w64-mingw32-g++-posix" ",1,x86_64-w64-mingw32ucrt-g++")
-        string(REGEX MATCH "^(.*),(.*),(.*)$" other "${other}")
-        if(NOT "${CMAKE_MATCH_1},${CMAKE_MATCH_2}" STREQUAL "${built_ZARVO_WIN32_THREADS},${built_ZARVO_UCRT}")
-            set(name ${CMAKE_MATCH_3})
-            find_program(compiler NAMES ${name} NO_CACHE)
-            if(compiler)
-                refuses_header("for" ${compiler} ${program})
-                message(STATUS "${name} is refused")
-            endif()
-            unset(compiler)
-        endif()
-    endforeach()
+    run(${CMAKE_COMMAND} -D PACKAGE=${INSTALL} -P ${CMAKE_CURRENT_LIST_DIR}/refusals.cmake)
 endif()
 
 run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${consumer} --fresh ${CONSUMER_OPTIONS}
     -DZarvoConcurrency_DIR=${INSTALL}/lib/cmake/ZarvoConcurrency
 )
-run(${CMAKE_COMMAND} --build ${consumer})
+run(${CMAKE_COMMAND} --build ${consumer} ${config})
 
 # The program finds its DLLs in the package alone: nothing but a program is in its own folder.
 if(RUN_WITH)

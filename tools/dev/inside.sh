@@ -158,6 +158,7 @@ package() {
         -P tests/package_consumer/check.cmake
     step "build and run what a newcomer would" cmake -D PACKAGE="$PWD/build/package/$name" -D WORK="$PWD/build/newcomer" \
         -D RUN_WITH=wine -P tests/package_consumer/newcomer.cmake
+    [ "$DEV_FLAVOUR" = win32 ] || refuse_others "$name"
     cd build/package
     step "zip the package" cmake -E tar cf "$name.zip" --format=zip "$name"
     # To be unpacked over the package, so that each file comes beside its DLL.
@@ -168,6 +169,17 @@ package() {
     sha256sum -- *.zip >SHA256SUMS
     cd ../..
     finish "package: build/package/$name.zip ($(du -h "build/package/$name.zip" | cut -f1))"
+}
+
+# refuse_others PACKAGE: in the root that has all compilers, this package and the default one, where it is here: each has two to
+# refuse, and the default one this flavour's program, too.
+refuse_others() {
+    local tests=tests/package_consumer other
+    step "refuse other compilers" cmake -D PACKAGE="build/package/$1" -D REFUSED=2 -P $tests/refusals.cmake
+    for other in "build/package/${1%-*}-win32" build/debug/package; do
+        [ ! -e "$other/bin/ZarvoConcurrency.dll" ] || step "refuse other compilers and programs" cmake -D PACKAGE="$other" \
+            -D REFUSED=2 -D PROGRAM="$builds/release/package_consumer/package_consumer.exe" -D RUN_WITH=wine -P $tests/refusals.cmake
+    done
 }
 
 hanging_program() {

@@ -10,10 +10,11 @@ release() {
     claim docs
     ensure_docs_root
     rm -rf build/package
-    for flavour in ucrt64 "${flavours[0]}"; do
+    for flavour in "${tested[@]}"; do # the second looks at the first one's package, too
         ensure_toolchain
         inside package || exit
     done
+    flavour=${flavours[0]}
     in_toolchain "$docs_root" bash tools/dev/docs.sh || exit
     rm -rf "$files"
     mkdir -p "$files"
