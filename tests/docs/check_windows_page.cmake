@@ -1,11 +1,12 @@
-# Every test that docs/windows.md names is there:
-#   cmake -D SOURCE=folder -P check_windows_page.cmake
+# Every test that docs/windows.md names is there, and the label windows belongs to exactly these:
+#   cmake -D SOURCE=folder [-D BUILD=folder with all tests -D CTEST=program] -P check_windows_page.cmake
 cmake_minimum_required(VERSION 3.25)
 
-file(GLOB_RECURSE files ${SOURCE}/tests/*_test.cpp)
+file(GLOB_RECURSE files RELATIVE ${SOURCE} ${SOURCE}/tests/*_test.cpp)
+list(FILTER files EXCLUDE REGEX "^tests/(debugger|host|models|schedules)/") # which are native
 set(tests "")
 foreach(file IN LISTS files)
-    file(STRINGS ${file} found REGEX "^(TEST|TEST_F|TEST_P|TYPED_TEST)\\([A-Za-z0-9]+, [A-Za-z0-9]+\\)")
+    file(STRINGS ${SOURCE}/${file} found REGEX "^(TEST|TEST_F|TEST_P|TYPED_TEST)\\([A-Za-z0-9]+, [A-Za-z0-9]+\\)")
     list(TRANSFORM found REPLACE "^[A-Z_]+\\(([A-Za-z0-9]+), ([A-Za-z0-9]+)\\).*$" "\\1.\\2")
     list(APPEND tests ${found})
 endforeach()
@@ -15,6 +16,7 @@ string(REGEX MATCHALL "`[A-Z][A-Za-z0-9]+\\.[A-Za-z0-9]*[*]?`" named "${page}")
 if(NOT named)
     message(FATAL_ERROR "docs/windows.md names no test")
 endif()
+set(of_the_page "")
 foreach(name IN LISTS named)
     string(REPLACE "`" "" name "${name}")
     string(REPLACE "." "[.]" pattern "${name}")
@@ -24,4 +26,33 @@ foreach(name IN LISTS named)
     if(NOT matching)
         message(SEND_ERROR "docs/windows.md names ${name}, which is no test")
     endif()
+    list(APPEND of_the_page ${matching})
 endforeach()
+if(NOT BUILD)
+    return()
+endif()
+
+execute_process(COMMAND ${CTEST} --test-dir ${BUILD} --show-only --label-regex "^windows$"
+    OUTPUT_VARIABLE listed COMMAND_ERROR_IS_FATAL ANY
+)
+string(REGEX MATCHALL "Test +#[0-9]+: [^\n]*" listed "${listed}")
+# Without what stands for parameters: before the name, or behind it.
+list(TRANSFORM listed REPLACE "^Test +#[0-9]+: ([A-Za-z0-9_]+/)?([A-Za-z0-9]+)(/[0-9]+)?\\.([A-Za-z0-9]+).*$" "\\2.\\4")
+foreach(list IN ITEMS listed of_the_page)
+    list(REMOVE_DUPLICATES ${list})
+    list(SORT ${list})
+endforeach()
+list(LENGTH listed count)
+if(NOT listed STREQUAL of_the_page)
+    foreach(name IN LISTS listed)
+        if(NOT name IN_LIST of_the_page)
+            message(SEND_ERROR "${name} has the label windows; docs/windows.md does not name it")
+        endif()
+    endforeach()
+    foreach(name IN LISTS of_the_page)
+        if(NOT name IN_LIST listed)
+            message(SEND_ERROR "docs/windows.md names ${name}, which has not the label windows")
+        endif()
+    endforeach()
+endif()
+message(STATUS "docs/windows.md names ${count} tests, which have the label windows")
