@@ -1,5 +1,5 @@
 # Where programs and DLLs go: one folder, so that every program finds its DLLs beside itself, those too (modules, to
-# CMake) that are only loaded at run time.
+# CMake) that are only loaded at run time. A generator of several configurations makes bin/Debug, bin/Release of it.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
 set(CMAKE_SHARED_LIBRARY_PREFIX "")
@@ -37,6 +37,9 @@ if(MINGW)
                 file(MAKE_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
                 execute_process(COMMAND ${CMAKE_STRIP} --strip-debug -o ${copy} ${path} COMMAND_ERROR_IS_FATAL ANY)
             endif()
+            foreach(configuration IN LISTS CMAKE_CONFIGURATION_TYPES)
+                file(COPY ${copy} DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${configuration})
+            endforeach()
             list(APPEND ZARVO_RUNTIME_DLLS ${copy})
             list(APPEND ZARVO_RUNTIME_ORIGINALS ${path})
         endif()

@@ -1,5 +1,5 @@
 # Installs a build, then configures, builds and runs the consumer against it:
-#   cmake -D BUILD=folder -D INSTALL=folder [-D RUN_WITH=wine] [-D INSTALL_OPTIONS=...] [-D CONSUMER_OPTIONS=...] -P check.cmake
+#   cmake -D BUILD=folder -D INSTALL=folder [-D CONFIG=Debug] [-D RUN_WITH=wine] [-D INSTALL_OPTIONS=...] [-D CONSUMER_OPTIONS=...] -P check.cmake
 cmake_minimum_required(VERSION 3.25)
 
 function(run)
@@ -7,14 +7,18 @@ function(run)
 endfunction()
 
 set(consumer ${BUILD}/package_consumer)
+set(config "")
+if(CONFIG) # for a generator of several
+    set(config --config ${CONFIG})
+endif()
 file(REMOVE_RECURSE ${INSTALL})
-run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${INSTALL} ${INSTALL_OPTIONS})
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${INSTALL} ${config} ${INSTALL_OPTIONS})
 
 # The debug data of its DLLs is found beside it.
 load_cache(${BUILD} READ_WITH_PREFIX built_ CMAKE_OBJCOPY CMAKE_OBJDUMP)
 if(built_CMAKE_OBJCOPY)
     file(REMOVE_RECURSE ${INSTALL}-symbols)
-    run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${INSTALL}-symbols --component symbols)
+    run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${INSTALL}-symbols ${config} --component symbols)
     run(${CMAKE_COMMAND} -D PACKAGE=${INSTALL} -D SYMBOLS=${INSTALL}-symbols -D OBJCOPY=${built_CMAKE_OBJCOPY}
         -D OBJDUMP=${built_CMAKE_OBJDUMP} -P ${CMAKE_CURRENT_LIST_DIR}/symbols.cmake
     )
@@ -153,4 +157,5 @@ else()
     cmake_path(NATIVE_PATH INSTALL bin)
     set(ENV{PATH} "${bin}\\bin;$ENV{PATH}")
 endif()
-run(${RUN_WITH} ${consumer}/package_consumer.exe)
+file(GLOB program ${consumer}/package_consumer.exe ${consumer}/${CONFIG}/package_consumer.exe)
+run(${RUN_WITH} ${program})
