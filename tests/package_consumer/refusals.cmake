@@ -3,6 +3,7 @@
 #   cmake -D PACKAGE=installed tree [-D REFUSED=how many compilers at least] [-D PROGRAM=exe of another flavour -D RUN_WITH=wine] -P refusals.cmake
 cmake_minimum_required(VERSION 3.25)
 
+cmake_path(ABSOLUTE_PATH PACKAGE)
 set(program ${CMAKE_CURRENT_LIST_DIR}/package_consumer.cpp)
 file(STRINGS ${PACKAGE}/include/concurrency/base/built_for.h built_for REGEX "^#define ")
 list(JOIN built_for " " built_for)
