@@ -9,7 +9,10 @@
 #include "concurrency/base/windows_api.h"
 #include "concurrency/figures/figures_answer.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
+#include "tests/support/allocations.h"
 #include "tests/support/eventually.h"
+#include "tests/support/fake_monotonic_clock.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/threadpool/thread_starts.h"
 
@@ -21,6 +24,7 @@ using namespace Zarvo::Test;
 using namespace std::chrono_literals;
 
 constexpr const wchar_t* kCategory = L"Concurrency.Figures";
+constexpr const wchar_t* kCannotBeSaid = L"The figures cannot be said: %hs";
 constexpr const wchar_t* kIgnored = L"%s: \"%s\" is not %s. It is ignored.";
 
 class FiguresReporterTest : public testing::Test {
@@ -35,6 +39,16 @@ class FiguresReporterTest : public testing::Test {
 
     std::size_t Lines() const { return m_reports.Count(kCategory, L"%s"); }
 
+    // There are some of this format, as failures that the library survives.
+    void ExpectFailures(const wchar_t* format) const {
+        const auto failures = m_reports.Matching(kCategory, format);
+        EXPECT_FALSE(failures.empty());
+        for (const RecordedReport& failure : failures) {
+            EXPECT_EQ(failure.severity, 4);
+            EXPECT_EQ(failure.kind, 16);
+        }
+    }
+
     RecordedReports m_reports;
 };
 
@@ -48,6 +62,66 @@ TEST_F(FiguresReporterTest, SaysNothingBeforeTheIntervalIsOver) {
     const FiguresReporter reporter({24h, false});
     Sleep(50);  // to show that nothing happens
     EXPECT_EQ(Lines(), 0U);
+}
+
+TEST_F(FiguresReporterTest, SaysOneLineInEachInterval) {
+    FakeMonotonicClock clock(1h);
+    const FiguresReporter reporter({20ms, false});
+    ASSERT_TRUE(Eventually([&] { return clock.Reads() >= 2; }));  // it knows when the first line is due
+    Sleep(50);
+    EXPECT_EQ(Lines(), 0U);
+    for (std::size_t lines = 1; lines <= 3; ++lines) {
+        clock.Advance(20ms);
+        EXPECT_TRUE(Eventually([&] { return Lines() == lines; }));
+        Sleep(50);
+        EXPECT_EQ(Lines(), lines);
+    }
+    EXPECT_EQ(m_reports.Last().severity, 2);
+    EXPECT_EQ(m_reports.Last().kind, 16);
+}
+
+TEST_F(FiguresReporterTest, SaysTheNextLineAfterOneWithoutMemory) {
+    const FiguresReporter reporter({10ms, false});
+    std::size_t before = 0;
+    {
+        const FailingNew failing(1, AskedBy::OtherThreads);
+        EXPECT_TRUE(Eventually([&] { return failing.HasFailed(); }));
+        EXPECT_TRUE(Eventually([this] { return m_reports.Count(kCategory, kCannotBeSaid) == 1; }));
+        before = Lines();
+    }
+    ExpectFailures(kCannotBeSaid);
+    EXPECT_TRUE(Eventually([&] { return Lines() > before; }));
+}
+
+TEST_F(FiguresReporterTest, IsStartedOnceForBothOrEither) {
+    for (const wchar_t* const figures : {L"3600", L""}) {
+        Set(figures, L"1");
+        const ThreadStarts starts;
+        StartFiguresReporter();
+        StartFiguresReporter();
+        EXPECT_EQ(starts.Count(), 1);
+        StopFiguresReporter();
+    }
+}
+
+TEST_F(FiguresReporterTest, WithoutAnEventIsSaidAndTheLibraryWorks) {
+    Set(L"1", nullptr);
+    const ImportPatch noEvents(
+        LibraryUnderTest(), "CreateEventW",
+        +[](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) { return HANDLE(nullptr); });
+    const ConcurrencyLifetime lifetime;
+    EXPECT_EQ(m_reports.Count(kCategory, kCannotBeSaid), 1U);
+}
+
+TEST_F(FiguresReporterTest, WithoutMemoryForTheEnvironmentIgnoresIt) {
+    Set(L"00000000000000000060", L"1");
+    FiguresSettings settings;
+    {
+        const FailingNew failing(1);
+        settings = ReadFiguresSettings();
+    }
+    EXPECT_EQ(settings.interval, 0ms);
+    ExpectFailures(L"ZARVO_FIGURES and ZARVO_PS: out of memory. They are ignored.");
 }
 
 TEST_F(FiguresReporterTest, NeedsNoWorkerAndEndsWithTheLastUninitialisation) {
@@ -79,7 +153,8 @@ TEST_F(FiguresReporterTest, ThatCannotBeStartedIsSaidAndTheLibraryWorks) {
     ThreadStarts starts;
     starts.FailAt(1);
     const ConcurrencyLifetime lifetime;
-    EXPECT_EQ(m_reports.Count(kCategory, L"The figures cannot be said: %hs"), 1U);
+    EXPECT_EQ(m_reports.Count(kCategory, kCannotBeSaid), 1U);
+    ExpectFailures(kCannotBeSaid);
 }
 
 TEST_F(FiguresReporterTest, ReadsTheEnvironment) {
@@ -104,6 +179,7 @@ TEST_F(FiguresReporterTest, SaysWhatItDoesNotUnderstand) {
     Set(nullptr, L"yes");
     EXPECT_FALSE(ReadFiguresSettings().answers);
     EXPECT_EQ(m_reports.Count(kCategory, kIgnored), said + 1);
+    ExpectFailures(kIgnored);
 }
 
 // Objects that another process has made under these names.
@@ -115,7 +191,11 @@ TEST_F(FiguresReporterTest, DoesNotAnswerWhereTheNamesAreTaken) {
     }
     CloseHandle(taken);
     EXPECT_EQ(m_reports.Count(kCategory, L"zarvo-ps gets no answer: %hs"), 1U);
+    ExpectFailures(L"zarvo-ps gets no answer: %hs");
     EXPECT_EQ(Lines(), 0U);
+    const HANDLE free = CreateEventW(nullptr, TRUE, TRUE, name.c_str());
+    EXPECT_NE(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+    CloseHandle(free);
 }
 
 }  // namespace

@@ -162,7 +162,7 @@ TEST_F(FiguresOfNames, AreThoseOfManyNumberedOnesTogether) {
 }
 
 TEST_F(FiguresOfNames, ThatRanLongestInAllComeFirst) {
-    Run(L"Short", [] {}).Get();
+    Run(L"Brief", [] {}).Get();
     Run(L"Long", [] { Compute(20ms); }).Get();
     const auto names = GetFigures().names;
     ASSERT_GE(names.size(), 2U);

@@ -1,11 +1,18 @@
 // What figures are made of, at moments that no caller can hit.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
+#include "concurrency/base/tick_counter.h"
+#include "concurrency/cancellation/run.h"
+#include "concurrency/figures/figures.h"
 #include "concurrency/jobs/run_snapshot.h"
 #include "concurrency/tasks/make_task.h"
+#include "concurrency/tasks/run_counts.h"
 #include "concurrency/threadpool/thread_pool.h"
 #include "tests/jobs/job_fixture.h"
 #include "tests/support/eventually.h"
@@ -18,8 +25,36 @@ namespace {
 using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
+using namespace std::chrono_literals;
 
 class FiguresInside : public JobTest {};
+
+// Of 100 runs that were asked, 50 have left soon, 49 after a second, and one after a minute and a half.
+TEST(FiguresOfTimes, AreThoseOfTheirRanks) {
+    RunTitle title;
+    std::wstring(L"ranked").copy(title.name.data(), title.name.size() - 1);
+    const double ticksOfASecond = 1e9 * TickCounter::TicksPerNanosecond();
+    const auto count = [&](int runs, double seconds) {
+        for (int i = 0; i < runs; ++i) {
+            const auto object = Orvane::Internal::Run::Make();
+            auto& run = *Orvane::Internal::Run::Of(object);
+            run.askedTick = TickCounter::Now() - static_cast<std::uint64_t>(seconds * ticksOfASecond);
+            CountRun(&title, run, RunEnd::Done);
+        }
+    };
+    count(50, 0.01);
+    count(49, 1);
+    count(1, 90);
+
+    const auto names = GetFigures().names;
+    const auto found = std::ranges::find(names, L"ranked", &NameFigures::name);
+    ASSERT_NE(found, names.end());
+    EXPECT_EQ(found->left.count, 100U);
+    EXPECT_LT(found->left.p50, 500ms);
+    EXPECT_GT(found->left.p99, 500ms);
+    EXPECT_LT(found->left.p99, 30s);
+    EXPECT_GT(found->left.max, 80s);
+}
 
 TEST_F(FiguresInside, NameRunsThatHaveEndedSinceTheyWereCopied) {
     RunSnapshot snapshot;

@@ -1,7 +1,13 @@
 #include "tests/host/windows/pages.h"
 
+#include <map>
+#include <memory>
+#include <mutex>
+
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include "tests/host/windows/kernel.h"
 
 namespace {
 
@@ -21,6 +27,30 @@ int ProtectionOf(DWORD protection) {
     }
 }
 
+// Memory that has a name. All views of it are the same.
+class Section : public Host::KernelObject {
+  public:
+    explicit Section(std::size_t size)
+        : m_size(size), m_memory(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {}
+    ~Section() override { munmap(m_memory, m_size); }
+    Section(const Section&) = delete;
+    Section& operator=(const Section&) = delete;
+
+    void* Memory() const { return m_memory; }
+    bool IsSignalledFor(const Host::ThreadRecord&) const override { return false; }
+    DWORD Take(Host::ThreadRecord&) override { return 0; }
+
+  private:
+    const std::size_t m_size;
+    void* const m_memory;
+};
+
+// Each view keeps its memory. Under the kernel's lock; never destroyed, as what is the kernel's.
+std::multimap<const void*, std::shared_ptr<Section>>& Views() {
+    static auto& views = *new std::multimap<const void*, std::shared_ptr<Section>>();
+    return views;
+}
+
 }  // namespace
 
 LPVOID VirtualAlloc(LPVOID, SIZE_T size, DWORD, DWORD protection) {
@@ -37,14 +67,27 @@ BOOL VirtualProtect(LPVOID address, SIZE_T size, DWORD protection, DWORD* before
     return Protect(address, size, ProtectionOf(protection)) ? TRUE : FALSE;
 }
 
-HANDLE CreateFileMappingW(HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCWSTR) {
-    return nullptr;
+HANDLE CreateFileMappingW(HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD size, LPCWSTR name) {
+    const std::lock_guard lock(Host::KernelLock());
+    return Host::OpenOrMake<Section>(name, [=] { return std::make_shared<Section>(size); });
 }
 
-LPVOID MapViewOfFile(HANDLE, DWORD, DWORD, DWORD, SIZE_T) {
-    return nullptr;
+LPVOID MapViewOfFile(HANDLE mapping, DWORD, DWORD, DWORD, SIZE_T) {
+    const std::lock_guard lock(Host::KernelLock());
+    const auto section = Host::ObjectOf<Section>(mapping);
+    if (!section) {
+        return nullptr;
+    }
+    Views().emplace(section->Memory(), section);
+    return section->Memory();
 }
 
-BOOL UnmapViewOfFile(const void*) {
-    return FALSE;
+BOOL UnmapViewOfFile(const void* view) {
+    const std::lock_guard lock(Host::KernelLock());
+    const auto found = Views().find(view);
+    if (found == Views().end()) {
+        return FALSE;
+    }
+    Views().erase(found);
+    return TRUE;
 }

@@ -19,7 +19,7 @@ BOOL VirtualFree(LPVOID address, SIZE_T size, DWORD type);
 
 BOOL VirtualProtect(LPVOID address, SIZE_T size, DWORD protection, DWORD* before);
 
-// Memory that processes share: on purpose none.
+// Memory that has a name: on purpose for this process alone.
 HANDLE CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES security, DWORD protection, DWORD sizeHigh, DWORD sizeLow,
                           LPCWSTR name);
 LPVOID MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, SIZE_T size);
