@@ -3,9 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <regex>
+#include <sstream>
 #include <string>
+#include <system_error>
 
+#include "concurrency/base/windows_api.h"
 #include "tests/support/child_process.h"
 
 namespace {
@@ -43,6 +48,25 @@ TEST(LastWordsLine, HasTheNamesOfTasksThatHaveOne) {
     EXPECT_EQ(WordsOf("tasks"), "it is over; task [Import > Fetch 17]");
 }
 
+TEST(LastWordsLine, MayHaveNoThread) {
+    EXPECT_EQ(WordsOf("task-without-thread"), "it is over; task [Import]; std::runtime_error: no such file");
+}
+
+TEST(LastWordsLine, IsInTheTraceAsAMoment) {
+    const auto path = std::filesystem::temp_directory_path() /
+                      ("zarvo-last-words-" + std::to_string(::GetCurrentProcessId()) + ".json");
+    RunChild("last_words_whitebox_test_child", {"tasks"}, {{"ZARVO_TRACE", path.string()}});
+    std::stringstream trace;
+    trace << std::ifstream(path).rdbuf();
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);
+
+    EXPECT_NE(trace.str().find(R"("ph":"i")"), std::string::npos) << trace.str();
+    EXPECT_NE(trace.str().find(R"("name":"process ends")"), std::string::npos) << trace.str();
+    EXPECT_NE(trace.str().find(R"("why":")" + kBegin + R"(it is over; task [Import > Fetch 17]"})"), std::string::npos)
+        << trace.str();
+}
+
 TEST(LastWordsLine, HasTheThreadInBothNotations) {
     const std::string words = WordsOf("thread");
     std::smatch numbers;
@@ -65,14 +89,15 @@ TEST(LastWordsLine, HasEachCharacterInUtf8AndControlCharactersEscaped) {
     const std::string plain =
         "a~\\x7f \\x80\\x9f\xC2\xA0 \xC3\xA9\xDF\xBF \xE0\xA0\x80\xE2\x82\xAC\xEF\xBF\xBF \xF0\x90\x80\x80";
     EXPECT_EQ(ExceptionOf("narrow"), "std::runtime_error: " + plain +
-                                         "\xF0\x9F\x98\x80 \xC3\xA9 \xC3\xA2\\x82 \xC3\xB0\\x9f\\x98 "
+                                         "\xF0\x9F\x98\x81 \xC3\xA9 \xC3\xA2\\x82 \xC3\xB0\\x9f\\x98 "
                                          "\xC3\x83\\n\\r\\t\\x1b");
     EXPECT_EQ(ExceptionOf("wide"), "Orvane::ExceptionBase: " + plain +
-                                       "\xF4\x8F\xBF\xBF\xF0\x9F\x98\x80 \xEF\xBF\xBDx\xEF\xBF\xBD\xEF\xBF\xBD"
+                                       "\xF4\x8F\xBF\xBF\xF0\x9F\x98\x81 \xEF\xBF\xBDx\xEF\xBF\xBD\xEF\xBF\xBD"
                                        "\xEE\x80\x80\\n\\r\\t\\x1b\xEF\xBF\xBD");
 }
 
 TEST(LastWordsLine, HasTheNarrowTextWhereThereIsNoWideOne) {
+    EXPECT_EQ(ExceptionOf("short-record"), "Orvane::ExceptionBase: x");
     EXPECT_EQ(ExceptionOf("empty-record"), "Orvane::ExceptionBase: narrow");
     EXPECT_EQ(ExceptionOf("mute"), "Shop::Front::Mute: ");
 }

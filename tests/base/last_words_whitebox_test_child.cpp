@@ -43,10 +43,10 @@ struct Hidden {};
 // In both encodings all that is written in another way, and its neighbours.
 constexpr char kTexts[] =
     "a~\x7F \xC2\x80\xC2\x9F\xC2\xA0 \xC3\xA9\xDF\xBF \xE0\xA0\x80\xE2\x82\xAC\xEF\xBF\xBF "
-    "\xF0\x90\x80\x80\xF0\x9F\x98\x80 \xE9 \xE2\x82 \xF0\x9F\x98 \xC3\n\r\t\x1B";
+    "\xF0\x90\x80\x80\xF0\x9F\x98\x81 \xE9 \xE2\x82 \xF0\x9F\x98 \xC3\n\r\t\x1B";
 constexpr wchar_t kWideTexts[] = {L'a',   L'~',   0x7F,   L' ',   0x80,   0x9F, 0xA0,   L' ',   0xE9,
                                   0x7FF,  L' ',   0x800,  0x20AC, 0xFFFF, L' ', 0xD800, 0xDC00, 0xDBFF,
-                                  0xDFFF, 0xD83D, 0xDE00, L' ',   0xD800, L'x', 0xDC00, 0xDFFF, 0xE000,
+                                  0xDFFF, 0xD83D, 0xDE01, L' ',   0xD800, L'x', 0xDC00, 0xDFFF, 0xE000,
                                   L'\n',  L'\r',  L'\t',  0x1B,   0xDBFF, L'\0'};
 
 template <typename Thrown>
@@ -105,6 +105,7 @@ void EndOnThread(const wchar_t* description, bool byAnother = false) {
 void EndByABody(const wchar_t* task) {
     NativeThread::Start(
         [task](TaskNote& note) {
+            note.Take(L"the task before");
             note.Take(task);
             throw std::runtime_error("no such file");
         },
@@ -132,6 +133,7 @@ const std::map<std::string, void (*)()> kScenes{
      }},
     {"narrow", [] { EndBy(std::runtime_error(kTexts)); }},
     {"wide", [] { EndByRecord(kWideTexts); }},
+    {"short-record", [] { EndByRecord(L"x"); }},
     {"empty-record", [] { EndByRecord(L""); }},
     {"mute", [] { EndBy(Shop::Front::Mute()); }},
     {"class", [] { EndBy(Shop::Front::Halt()); }},
@@ -139,6 +141,17 @@ const std::map<std::string, void (*)()> kScenes{
     {"hidden", [] { EndBy(Hidden()); }},
     {"global", [] { EndBy(TypeE()); }},
     {"number", [] { EndBy(7); }},
+    {"task-without-thread",
+     [] {
+         try {
+             throw std::runtime_error("no such file");
+         } catch (...) {
+             LastWords words("it is over");
+             words.AddTask(L"Import");
+             words.AddException();
+             words.EndProcess();
+         }
+     }},
     {"body", [] { EndByABody(L"Import"); }},
     {"body-of-a-long-name", [] { EndByABody(L"a name that has more characters than a task keeps"); }},
     {"long-reason",

@@ -26,6 +26,7 @@ TEST_P(OtherLayout, EndsTheProgramWithAWordOfWhatToDo) {
         result.standardError.find("ZarvoConcurrency ends the process: the program was compiled with another compiler"),
         std::string::npos)
         << result.standardError;
+    EXPECT_NE(result.standardError.find("; thread [0x"), std::string::npos) << result.standardError;
 }
 
 INSTANTIATE_TEST_SUITE_P(Any, OtherLayout,
