@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <atomic>
 #include <string>
+#include <vector>
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/figures/figures_reporter.h"
+#include "tests/jobs/job_fixture.h"
 #include "tests/support/eventually.h"
 #include "tests/support/recorded_reports.h"
 
@@ -107,6 +109,21 @@ TEST(FiguresAnswer, BringsNoLineBeforeItsTime) {
     EXPECT_TRUE(Eventually([&] { return reports.Count(kAnswers, L"%s") == 2 * lines; }));
     EXPECT_EQ(reports.Last().severity, 2);
     EXPECT_EQ(reports.Last().kind, 16);
+}
+
+class LongFiguresAnswer : public JobTest {};
+
+TEST_F(LongFiguresAnswer, IsCutBetweenLines) {
+    std::vector<Orvane::Job<void>> jobs;
+    for (int i = 0; i < 8; ++i) {
+        jobs.push_back(RunSleeper(std::wstring(40'000, L'n').c_str()));
+    }
+    const FiguresReporter reporter({0ms, true});
+    const Question question;
+    const std::string text = question.Ask();
+    EXPECT_LE(text.size(), FiguresAnswer::kRoom);
+    EXPECT_GT(text.size(), FiguresAnswer::kRoom - 50'000);
+    EXPECT_TRUE(text.ends_with("\n"));
 }
 
 // Neither the event nor the memory is left, so that the next reporter has them for itself.

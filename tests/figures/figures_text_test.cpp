@@ -67,6 +67,12 @@ TEST(TextOfFigures, HasTwoDigitsOfEachTimeFromAMicrosecondOn) {
     }
 }
 
+TEST(TextOfFigures, HasZerosForANameOfWhichNothingHasEnded) {
+    Figures figures;
+    figures.names.emplace_back().name = L"Fetch #";
+    EXPECT_NE(ToText(figures).find(L"\n  Fetch #: 0 done, 0 failed, 0 cancelled\n"), std::wstring::npos);
+}
+
 TEST(TextOfFigures, SaysInHowLongTheFirstIsDue) {
     Figures figures;
     figures.schedule.entries = 1;

@@ -72,10 +72,15 @@ HANDLE CreateFileMappingW(HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD siz
     return Host::OpenOrMake<Section>(name, [=] { return std::make_shared<Section>(size); });
 }
 
-LPVOID MapViewOfFile(HANDLE mapping, DWORD, DWORD, DWORD, SIZE_T) {
+// From its beginning alone.
+LPVOID MapViewOfFile(HANDLE mapping, DWORD, DWORD offsetHigh, DWORD offsetLow, SIZE_T) {
     const std::lock_guard lock(Host::KernelLock());
     const auto section = Host::ObjectOf<Section>(mapping);
     if (!section) {
+        return nullptr;
+    }
+    if (offsetHigh != 0 || offsetLow != 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     Views().emplace(section->Memory(), section);
