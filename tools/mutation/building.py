@@ -11,7 +11,7 @@ from mutant import Source
 from places import Finder
 from rendering import nest, render
 
-FLAGS = "-fno-strict-return -Wno-c++11-narrowing -Werror=vla -ferror-limit=0"
+FLAGS = "-fno-strict-return -Wno-c++11-narrowing -Werror=vla -ferror-limit=0 -D_GLIBCXX_ASSERTIONS"
 COPIED = ["concurrency", "siblings", "tests", "debugger", "docs"]
 WHERE = re.compile(r"(concurrency/[\w/]+\.(?:h|cpp)):(\d+):(\d+): (?:fatal )?(error|note)")
 
