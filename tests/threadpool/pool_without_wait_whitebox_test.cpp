@@ -142,6 +142,7 @@ TEST(GrowthFigures, CountBatchesButNoPoolsFirst) {
     ASSERT_TRUE(held.Start(7, QueueOf(pool)));
     EXPECT_TRUE(Eventually([&] { return PoolGrowth::Growths() == growths + 1; }));
     EXPECT_EQ(PoolGrowth::FailedGrowths(), failures);
+    ASSERT_TRUE(Eventually([&] { return CountsOf(pool).running == 7; }));  // the growth has ended
 
     starts.FailAt(1 + 2 * static_cast<int>(kGrowthBatch) + 1);
     ASSERT_TRUE(held.Start(8, QueueOf(pool)));
