@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -113,14 +114,25 @@ TEST(FiguresAnswer, BringsNoLineBeforeItsTime) {
 
 class LongFiguresAnswer : public JobTest {};
 
+int CountOf(const std::string& part, const std::string& text) {
+    int count = 0;
+    for (std::size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
 TEST_F(LongFiguresAnswer, IsCutBetweenLines) {
+    constexpr int kJobs = 14;
     std::vector<Orvane::Job<void>> jobs;
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < kJobs; ++i) {
         jobs.push_back(RunSleeper(std::wstring(40'000, L'n').c_str()));
     }
     const FiguresReporter reporter({0ms, true});
     const Question question;
     const std::string text = question.Ask();
+    EXPECT_NE(text.find("\nrunning: 14\n"), std::string::npos);
+    EXPECT_LT(CountOf("has run for", text), kJobs);
     EXPECT_LE(text.size(), FiguresAnswer::kRoom);
     EXPECT_GT(text.size(), FiguresAnswer::kRoom - 50'000);
     EXPECT_TRUE(text.ends_with("\n"));
