@@ -6,10 +6,10 @@
 
 #include "concurrency/base/windows_api.h"
 #include "concurrency/cancellation/cancellable_waits.h"
-#include "concurrency/errors/exceptions.h"
 #include "concurrency/lifetime/concurrency_lifetime.h"
 #include "tests/lifetime/library_use.h"
 #include "tests/support/gate.h"
+#include "tests/support/say_why.h"
 
 namespace {
 
@@ -29,28 +29,6 @@ void Say(const char* text) {
 int EndOfMain() {
     Say("end of main");
     return kEndOfMain;
-}
-
-// Runs `body` in a task and waits for it: what is to end the process must do so before this returns.
-template <typename Start, typename Body>
-int RunInTask(Start start, Body body) {
-    Task task = MakeTask(L"scene", [body] {
-        Say("in the task");
-        body();
-    });
-    start(task);
-    task.Wait();
-    return kStillAlive;
-}
-
-int LastUninitialiseInPoolTask() {
-    ConcurrencyInitialize();
-    return RunInTask(&GlobalThreadPool::Queue, [] { ConcurrencyUninitialize(); });
-}
-
-int LastUninitialiseInDedicatedThread() {
-    ConcurrencyInitialize();
-    return RunInTask(&GlobalThreadPool::LaunchInNewThread, [] { ConcurrencyUninitialize(); });
 }
 
 int NeverUninitialise() {
@@ -89,28 +67,13 @@ int StaticObject() {
     return EndOfMain();
 }
 
-[[noreturn]] void SayWhy() {
-    try {
-        std::rethrow_exception(std::current_exception());
-    } catch (const Unexpected& error) {
-        Say(error.what());
-    } catch (...) {
-        Say("something else");
-    }
-    std::abort();
-}
-
-int OverrunWithoutInitialisation() {
+int OverrunAfterOverRelease() {
+    ConcurrencyUninitialize();
     std::set_terminate(&SayWhy);
     Task slow = MakeTask(L"slow", [] { CancellableSleep(INFINITE); });
     GlobalScheduler::Insert(ScheduledTask(slow, TimeFromNow(0ms), 1ms));
     Sleep(60'000);
     return kStillAlive;
-}
-
-int OverrunAfterOverRelease() {
-    ConcurrencyUninitialize();
-    return OverrunWithoutInitialisation();
 }
 
 struct Scene {
@@ -119,13 +82,10 @@ struct Scene {
 };
 
 constexpr Scene kScenes[] = {
-    {"last-uninitialise-in-pool-task", &LastUninitialiseInPoolTask},
-    {"last-uninitialise-in-dedicated-thread", &LastUninitialiseInDedicatedThread},
     {"never-uninitialise", &NeverUninitialise},
     {"never-uninitialise-while-busy", &NeverUninitialiseWhileBusy},
     {"never-initialise", &NeverInitialise},
     {"static-object", &StaticObject},
-    {"overrun-without-initialisation", &OverrunWithoutInitialisation},
     {"overrun-after-over-release", &OverrunAfterOverRelease},
 };
 

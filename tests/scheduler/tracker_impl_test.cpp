@@ -10,7 +10,6 @@
 #include "concurrency/cancellation/cancellable_waits.h"
 #include "concurrency/tasks/make_task.h"
 #include "tests/scheduler/moments.h"
-#include "tests/support/child_process.h"
 #include "tests/support/gate.h"
 #include "tests/support/plain_thread.h"
 #include "tests/support/recorded_reports.h"
@@ -116,15 +115,6 @@ TEST(TrackerImpl, ReportsAFailedResetTwiceAndSwallowsIt) {
         EXPECT_EQ(record.severity, 4);
         EXPECT_EQ(record.kind, 16);
     }
-}
-
-// Only what says its reason is survived: anything else would have to leave a destructor.
-TEST(TrackerImpl, EndsTheProcessWhenAResetThrowsWhatIsNoStandardException) {
-    const ChildResult child = RunChild("tracker_impl_test_child");
-
-    EXPECT_EQ(child.exitCode, kTerminated);
-    EXPECT_EQ(child.standardOutput, "renewing");
-    EXPECT_TRUE(child.log.empty()) << child.LastRecord();
 }
 
 TEST(TrackerImpl, CancelsItsTaskAndWaitsForItsRunWhenItEnds) {

@@ -10,7 +10,6 @@
 
 #include "concurrency/tasks/make_task.h"
 #include "tests/scheduler/moments.h"
-#include "tests/support/child_process.h"
 
 namespace {
 
@@ -91,14 +90,6 @@ TEST(Tracker, HandsItsTaskOverWhenMoveAssigned) {
     target.reset();
 
     EXPECT_TRUE(task.IsCancelled()) << "its source still tracks it";
-}
-
-TEST(Tracker, EndsTheProcessWhenItIsDroppedInsideItsOwnRun) {
-    const ChildResult child = RunChild("tracker_test_child");
-
-    EXPECT_EQ(child.exitCode, kTerminated);
-    EXPECT_NE(child.standardOutput.find("dropping"), std::string::npos);
-    EXPECT_EQ(child.standardOutput.find("survived"), std::string::npos);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "concurrency/cancellation/cancellation_object.h"
 #include "concurrency/cancellation/current_task.h"
 #include "concurrency/sync/fifo_mutex.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/support/gate.h"
 #include "tests/support/thread.h"
 #include "tests/sync/line_of_tasks.h"
@@ -217,7 +218,7 @@ TEST(FifoMutex, ThrowsWhenItWasCancelledBeforeThoughTheTimeHasPassedToo) {
 // Without its notifier the request does not wake the waiter: it hears of both when it looks at the queue again.
 TEST(FifoMutex, ThrowsWhenItIsCancelledAndTimesOutAtOnce) {
     fifo_mutex mutex;
-    ShiftedWallClock clock;
+    FakeWallClock clock;
     mutex.lock();
     QueuedTask waiter(mutex,
                       [&, deadline = WallClockNow() + 1h] { static_cast<void>(mutex.try_lock_until(deadline)); });

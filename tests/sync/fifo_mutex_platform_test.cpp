@@ -308,7 +308,7 @@ class FifoMutexHandOverToALeaver : public testing::Test {
 };
 
 TEST_F(FifoMutexHandOverToALeaver, ServesTheOneBehindAfterATimeOut) {
-    ShiftedWallClock clock;
+    FakeWallClock clock;
     IsServedWhenTheNextOwnerLeaves(
         [&, deadline = WallClockNow() + 1h] { EXPECT_FALSE(m_mutex.try_lock_until(deadline)); },
         [&](QueuedTask&) { clock.Advance(2h); });

@@ -11,6 +11,7 @@
 
 #include "concurrency/sync/fifo_mutex.h"
 #include "tests/support/eventually.h"
+#include "tests/support/fake_wall_clock.h"
 #include "tests/support/stopwatch.h"
 #include "tests/sync/line_of_tasks.h"
 #include "tests/sync/others.h"
@@ -87,7 +88,7 @@ TEST(FifoMutex, TimesOutAtOnceWhenTheTimeHasPassed) {
 // The time has passed when it has come.
 TEST(FifoMutex, TimesOutWhenTheClockStandsAtTheTime) {
     const TimePoint now = WallClockNow();
-    const ShiftedWallClock clock(now);
+    const FakeWallClock clock(now);
     EXPECT_EQ(ResultOfAWaitInVain([&](fifo_mutex& mutex) { return mutex.try_lock_until(now); }), false);
 }
 
@@ -125,7 +126,7 @@ TEST(FifoMutex, WaitsForDeadlinesInTheFarFuture) {
 
 TEST(FifoMutex, KeepsTheOrderOfTheOthersWhenSomeTimeOut) {
     fifo_mutex mutex;
-    ShiftedWallClock clock;
+    FakeWallClock clock;
     mutex.lock();
     const auto wait = [&, deadline = WallClockNow() + 1h] { EXPECT_FALSE(mutex.try_lock_until(deadline)); };
     LineOfTasks line(mutex, 0);
@@ -151,7 +152,7 @@ TEST(FifoMutex, KeepsTheOrderOfTheOthersWhenSomeTimeOut) {
 // A waiter that spins looks at the clock all the while.
 TEST(FifoMutex, SleepsUntilItIsWokenOrTheTimeHasCome) {
     fifo_mutex mutex;
-    const ShiftedWallClock clock;
+    const FakeWallClock clock;
     mutex.lock();
     QueuedTask waiter(mutex, [&, deadline = WallClockNow() + 1h] {
         EXPECT_TRUE(mutex.try_lock_until(deadline));
@@ -167,7 +168,7 @@ TEST(FifoMutex, SleepsUntilItIsWokenOrTheTimeHasCome) {
 // On purpose: who has timed out does not look whether the turn has come meanwhile.
 TEST(FifoMutex, TimesOutEvenIfTheTurnCameAtThatMoment) {
     fifo_mutex mutex;
-    ShiftedWallClock clock;
+    FakeWallClock clock;
     mutex.lock();
     std::optional<bool> result;
     QueuedTask waiter(mutex, [&, deadline = WallClockNow() + 1h] { result = mutex.try_lock_until(deadline); });

@@ -7,7 +7,6 @@
 
 #include "concurrency/base/time.h"
 #include "concurrency/base/windows_api.h"
-#include "tests/support/fake_wall_clock.h"
 
 namespace Zarvo::Test {
 
@@ -25,7 +24,5 @@ inline std::vector<Orvane::TimePoint> PastTimePoints() {
     return {WallClockNow() - 1ms, WallClockNow(), Orvane::TimePoint(), Orvane::TimePoint(-24h),
             Orvane::TimePoint::min()};
 }
-
-using ShiftedWallClock = FakeWallClock;
 
 }  // namespace Zarvo::Test

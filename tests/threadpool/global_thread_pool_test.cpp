@@ -24,14 +24,6 @@ using namespace Orvane;
 using namespace Orvane::Internal;
 using namespace Zarvo::Test;
 
-TEST(GlobalThreadPool, InitialisationAloneStartsNoThread) {
-    const ThreadStarts starts;
-    {
-        const ConcurrencyLifetime lifetime;
-    }
-    EXPECT_EQ(starts.Count(), 0);
-}
-
 TEST(GlobalThreadPool, FreshPoolHasEightWorkers) {
     const ThreadStarts starts;
     const ConcurrencyLifetime lifetime;
@@ -92,18 +84,6 @@ TEST(GlobalThreadPool, TasksRunWithoutInitialisationAndTheLastUninitialisationSt
     EXPECT_EQ(starts.Count(), 2 * kFirstWorkers);
     {
         const ConcurrencyLifetime lifetime;
-    }
-}
-
-TEST(GlobalThreadPool, UseAfterAFullCycleMakesAFreshPool) {
-    const ThreadStarts starts;
-    for (int cycle = 1; cycle <= 3; ++cycle) {
-        const ConcurrencyLifetime lifetime;
-        std::shared_ptr<FutureImpl<void>> future;
-        GlobalThreadPool::Queue(MakeTask(L"task", [] {}, future));
-        future->Wait();
-        EXPECT_TRUE(future->IsNormal());
-        EXPECT_EQ(starts.Count(), cycle * kFirstWorkers);
     }
 }
 
