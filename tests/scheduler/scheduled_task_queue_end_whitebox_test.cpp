@@ -12,10 +12,10 @@
 #include "concurrency/tasks/make_task.h"
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/probe_task.h"
+#include "tests/support/failing_allocation.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/threadpool/at_end.h"
 #include "tests/threadpool/background_call.h"
-#include "tests/threadpool/failing_allocation.h"
 
 namespace {
 

@@ -21,13 +21,13 @@
 #include "tests/scheduler/moments.h"
 #include "tests/scheduler/probe_task.h"
 #include "tests/support/eventually.h"
+#include "tests/support/failing_allocation.h"
 #include "tests/support/fake_wall_clock.h"
 #include "tests/support/gate.h"
 #include "tests/support/recorded_reports.h"
 #include "tests/support/resource_probe.h"
 #include "tests/threadpool/at_end.h"
 #include "tests/threadpool/background_call.h"
-#include "tests/threadpool/failing_allocation.h"
 #include "tests/threadpool/thread_starts.h"
 
 namespace {

@@ -12,8 +12,8 @@
 #include "concurrency/threadpool/thread_pool.h"
 #include "tests/support/allocations.h"
 #include "tests/support/eventually.h"
+#include "tests/support/failing_allocation.h"
 #include "tests/support/fake_ticks.h"
-#include "tests/threadpool/failing_allocation.h"
 #include "tests/threadpool/held_tasks.h"
 #include "tests/threadpool/pool_peers.h"
 
