@@ -17,6 +17,12 @@ const TrimAtTheEnd g_trimAtTheEnd;
 
 constinit OrvaneTrace g_OrvaneTrace;
 
+const OrvaneTraceAccess* ZarvoTraceAccess() noexcept {
+    static constexpr OrvaneTraceAccess access{
+        &g_OrvaneTrace, [](const OrvaneTrace::Event& event) noexcept { g_OrvaneTrace.Write(event); }};
+    return &access;
+}
+
 void OrvaneTrace::Write(const Event& event) noexcept {
     if (!IsOn()) {
         return;

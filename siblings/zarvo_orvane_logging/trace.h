@@ -71,3 +71,13 @@ class OrvaneTrace {
 
 // The trace that everybody writes to.
 ZARVO_ORVANE_LOGGING_API extern OrvaneTrace g_OrvaneTrace;
+
+// Not for callers.
+//
+// The trace for a module that must also run beside a logging library without one, and so may not import it. It looks the function
+// up by its name; what that returns is never null.
+struct OrvaneTraceAccess {
+    const OrvaneTrace* trace;  // to be asked IsOn()
+    void (*write)(const OrvaneTrace::Event& event) noexcept;  // its Write()
+};
+extern "C" ZARVO_ORVANE_LOGGING_API const OrvaneTraceAccess* ZarvoTraceAccess() noexcept;

@@ -34,6 +34,9 @@ set(left_out_tests
     CancellationObject.HoldsItsFieldsInTheirOrder
     InterprocessMutex.KeepsHandleThenFlagThenOwner
 
+    # Looks a function of the logging library up by its name.
+    TraceAccess.IsMissingWhereTheLoggingLibraryHasNoTrace
+
     # Waits for all of several handles.
     JobEndEvent.CanBeWaitedForBesideOtherHandles
 
