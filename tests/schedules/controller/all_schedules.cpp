@@ -12,7 +12,6 @@ void AllSchedules::BeginSchedule() {
     m_place = 0;
     m_isRepeated = false;
     m_running = 0;
-    m_others = 0;
     m_hasSwitched = true;
     EndRepeated();
 }
@@ -26,15 +25,13 @@ void AllSchedules::EndRepeated() {
     m_meanwhile = {};
 }
 
-void AllSchedules::EndStep(const Footprint& step, std::uint64_t others) {
+void AllSchedules::EndStep(const Footprint& step) {
     if (m_isRepeated) {
         return;
     }
     if (m_stepOf != nullptr) {
         m_stepOf->step.Add(step);
-        m_stepOf->hasEnabled |= (others & ~m_others) != 0;
     }
-    m_others = others;
     for (const auto& [place, choice] : m_runs) {
         place->run[choice].Add(step);
     }
@@ -103,7 +100,6 @@ AllSchedules::Place& AllSchedules::Add(const Candidate* candidates, std::size_t 
     }
     place.step = {};
     place.isStepWhole = false;
-    place.hasEnabled = false;
     return place;
 }
 
@@ -163,7 +159,7 @@ void AllSchedules::Take(Place& place) {
         place.run[chosen] = {};
         place.isRunWhole[chosen] = false;
         place.meanwhile[chosen] = {};
-        if (!(place.decision == Decision::GoOn && chosen == 0) && !m_delays) {
+        if (!(place.decision == Decision::GoOn && chosen == 0)) {
             m_begun = {&place, chosen};
         }
     }
@@ -183,21 +179,18 @@ void AllSchedules::PutToSleep(const Place& place) {
             continue;
         }
         if (place.decision == Decision::GoOn && i == 0) {
-            if (place.isStepWhole && !(m_delays && place.hasEnabled)) {
+            if (place.isStepWhole) {
                 sleeping = &place.step;
             }
-        } else if (!m_delays && place.isRunWhole[i]) {
+        } else if (place.isRunWhole[i]) {
             sleeping = &place.run[i];
         }
     }
 }
 
-// What was used by others since this choice, until the thread that decided there went on. Where an interruption alone costs, since any other than that
-// thread was chosen: one of them may have come later instead, since it slept.
-Footprint AllSchedules::Meanwhile(const Place& next, std::size_t choice) const {
-    if (m_delays) {
-        return next.meanwhile[choice];
-    }
+// What was used by others since one of them was chosen, until the thread that decided there went on. Of all choices together: what
+// conflicts may come behind another one of them, while that one sleeps here.
+Footprint AllSchedules::Meanwhile(const Place& next) {
     Footprint all;
     for (std::size_t i = 0; i < next.choices.size(); ++i) {
         const Choice& other = next.choices[i];
@@ -208,9 +201,13 @@ Footprint AllSchedules::Meanwhile(const Place& next, std::size_t choice) const {
     return all;
 }
 
-void AllSchedules::FindNeedless(Place& place, const Place& next) const {
+void AllSchedules::FindNeedless(Place& place, const Place& next) {
     if (!place.isStepWhole || !next.followsStep || next.decision == Decision::Wake || next.choices.size() > kMostKept ||
-        place.choices.size() > kMostKept || (m_delays && place.hasEnabled)) {
+        place.choices.size() > kMostKept) {
+        return;
+    }
+    const Footprint used = Meanwhile(next);
+    if (place.step.ConflictsWith(used)) {
         return;
     }
     for (std::size_t i = 1; i < place.choices.size(); ++i) {
@@ -218,11 +215,7 @@ void AllSchedules::FindNeedless(Place& place, const Place& next) const {
         const auto same = std::ranges::find_if(next.choices, [&](const Choice& other) {
             return other.thread == choice.thread && other.isEarly == choice.isEarly;
         });
-        if (same == next.choices.end() || !(same->wasRun || same->isNeedless)) {
-            continue;
-        }
-        const Footprint used = Meanwhile(next, static_cast<std::size_t>(same - next.choices.begin()));
-        if (!place.step.ConflictsWith(used)) {
+        if (same != next.choices.end() && (same->wasRun || same->isNeedless)) {
             choice.isNeedless = true;
             place.meanwhile[i] = used;
         }

@@ -12,8 +12,8 @@
 // 2. Where a thread could go on with a step: after all schedules in which it does, it is known what others do if it is interrupted behind
 //    the step instead. If nothing of that conflicts with the step, an interruption before the step is left out.
 //
-// Where it costs, too, to go on with another thread than the next one, a step that makes another thread able to go on
-// changes who is next. So such a step stays where it is, and the thread was put off by an interruption alone.
+// Not for scenarios in which it costs, too, to go on with another thread than the next one: there a step that makes another thread
+// able to go on changes who is next, so the like schedule may cost more.
 #pragma once
 
 #include <array>
@@ -28,11 +28,11 @@ namespace Schedules {
 
 class AllSchedules : public RecordedStrategy {
   public:
-    // `delays` as in Terms. `whole`: nothing is left out.
-    AllSchedules(int bound, bool delays, bool whole = false) : m_bound(bound), m_delays(delays), m_whole(whole) {}
+    // `whole`: nothing is left out.
+    explicit AllSchedules(int bound, bool whole = false) : m_bound(bound), m_whole(whole) {}
 
     void BeginSchedule() override;
-    void EndStep(const Footprint& step, std::uint64_t others) override;
+    void EndStep(const Footprint& step) override;
     void BeginStep(int thread) override;
 
     // Returns false when there is none.
@@ -75,7 +75,6 @@ class AllSchedules : public RecordedStrategy {
         // until it stopped, and what was used until the decider went on.
         Footprint step;
         bool isStepWhole;
-        bool hasEnabled;
         std::array<Footprint, kMostKept> run;
         std::array<bool, kMostKept> isRunWhole;
         std::array<Footprint, kMostKept> meanwhile;
@@ -85,12 +84,11 @@ class AllSchedules : public RecordedStrategy {
     bool MayChoose(const Place& place, std::size_t choice) const;
     void Take(Place& place);
     void PutToSleep(const Place& place);
-    void FindNeedless(Place& place, const Place& next) const;
-    Footprint Meanwhile(const Place& next, std::size_t choice) const;
+    static void FindNeedless(Place& place, const Place& next);
+    static Footprint Meanwhile(const Place& next);
     void EndRepeated();
 
     const int m_bound;
-    const bool m_delays;
     const bool m_whole;
 
     std::deque<Place> m_places;  // those from m_count on are kept for their memory
@@ -105,7 +103,6 @@ class AllSchedules : public RecordedStrategy {
     std::size_t m_threads = 0;  // of all schedules
     bool m_hasSwitched = false;  // to another thread, since the latest decision
     std::pair<Place*, std::size_t> m_begun{};  // the choice just made, if it is made for the first time
-    std::uint64_t m_others = 0;  // that could go on when the step began
     Place* m_stepOf = nullptr;  // where the step began, if it is the first choice of a decision
     std::vector<std::pair<Place*, std::size_t>>
         m_runs;  // choices of the thread that runs, made for the first time, since when it goes on

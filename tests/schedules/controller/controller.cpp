@@ -93,7 +93,6 @@ void DescribeThreads() {
 int Choose(Decision decision) {
     std::array<Candidate, kMostThreads + 1> candidates;
     std::size_t count = 0;
-    std::uint64_t others = 0;
     if (decision == Decision::GoOn || decision == Decision::Yield) {
         candidates[count++] = {g_current, 0};
     }
@@ -102,11 +101,10 @@ int Choose(Decision decision) {
         if (i != g_current && CanGoOn(g_threads[i])) {
             candidates[count] = {i, decision == Decision::GoOn || (g_terms.delays && count != 0) ? 1 : 0};
             ++count;
-            others |= std::uint64_t{1} << i;
         }
     }
     const int timed = NextByDeadline();
-    g_strategy->EndStep(TakeStep(), others);
+    g_strategy->EndStep(TakeStep());
     if (count == 0 && decision == Decision::StepBack && timed < 0) {
         g_strategy->BeginStep(g_current);
         return g_current;

@@ -100,9 +100,8 @@ class Strategy {
     virtual ~Strategy() = default;
     virtual std::size_t Choose(const Candidate* candidates, std::size_t count, Decision decision) = 0;
 
-    // The thread that runs has come to a point, or to its end. Since the one before it has used `step`. `others` is a bit for each
-    // other thread that can go on.
-    virtual void EndStep(const Footprint& step, std::uint64_t others) = 0;
+    // The thread that runs has come to a point, or to its end. Since the one before it has used `step`.
+    virtual void EndStep(const Footprint& step) = 0;
 
     // It goes on: what was chosen, or the only one that could.
     virtual void BeginStep(int thread) = 0;

@@ -93,7 +93,7 @@ void RunByPriority(const Scenario& scenario, std::uint64_t first, std::uint64_t 
 // Returns whether all were run. Begins anew whenever an object turns out to be shared: schedules before it had too few points.
 bool RunAll(const Scenario& scenario, int bound) {
     for (;;) {
-        AllSchedules strategy(bound, scenario.terms.delays, g_options.isWhole);
+        AllSchedules strategy(bound, g_options.isWhole || scenario.terms.delays);
         bool sharesMore = false;
         g_traces.clear();
         for (std::uint64_t i = 0; !sharesMore; ++i) {
@@ -138,7 +138,7 @@ void WatchForCrashes() {
 
 void Search(const Scenario& scenario) {
     // What is made once in a process is made outside of the counted schedules.
-    AllSchedules first(0, scenario.terms.delays);
+    AllSchedules first(0);
     for (int i = 0; i < 2; ++i) {
         first.BeginSchedule();
         RunSchedule(scenario.body, scenario.terms, first);
@@ -163,7 +163,7 @@ void Run(const Scenario& scenario, int processor) {
     g_end =
         Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(g_options.seconds));
     if (g_options.isReplay) {
-        AllSchedules first(0, scenario.terms.delays);
+        AllSchedules first(0);
         for (int i = 0; i < 2; ++i) {
             first.BeginSchedule();
             RunSchedule(scenario.body, scenario.terms, first);

@@ -15,7 +15,7 @@ class RecordedStrategy : public Strategy {
   public:
     std::size_t Choose(const Candidate* candidates, std::size_t count, Decision decision) final;
     virtual void BeginSchedule();
-    void EndStep(const Footprint&, std::uint64_t) override {}
+    void EndStep(const Footprint&) override {}
     void BeginStep(int) override {}
 
   protected:

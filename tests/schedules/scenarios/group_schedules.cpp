@@ -49,6 +49,20 @@ SCENARIO(GroupIsCancelledAgainstARunOfItsSchedule, {.delays = true}) {
     Check(group.Counts().running == 0 && group.Counts().waiting == 0, "no run is left after the wait");
 }
 
+// Nothing but the end of the schedule ends the wait.
+SCENARIO(GroupIsCancelledBeforeItsScheduleIsDue, {.delays = true}) {
+    const Orvane::ConcurrencyLifetime lifetime;
+    JobGroup group(L"Group", 1);
+    group.Schedule(L"Late", std::chrono::hours(1), kBeat, [] {});
+    Party requester([&group] { group.Cancel(); });
+    try {
+        group.Wait();
+    } catch (const std::exception&) {
+    }
+    requester.Join();
+    Check(Schedules::Now() < 60'000 * Schedules::kMillisecond, "the wait ends with the request");
+}
+
 // The second run is due while the first one sleeps.
 SCENARIO(GroupIsLeftDuringAnOverrunOfItsSchedule, {.delays = true}) {
     const Orvane::ConcurrencyLifetime lifetime;
