@@ -134,24 +134,6 @@ TEST(FifoMutex, IsTakenIfItsOwnerLeavesWhileTheListIsMade) {
     owner.join();
 }
 
-// The owner gives the word back just when another thread moves it into the list.
-TEST(FifoMutex, IsNotKeptByAnUnlockThatMeetsTheFirstWaiter) {
-    constexpr int kRounds = 5'000;
-    fifo_mutex mutex;
-    int turns = 0;
-    const auto takeTurns = [&] {
-        for (int round = 0; round < kRounds; ++round) {
-            const std::lock_guard lock(mutex);
-            ++turns;
-        }
-    };
-    Thread other(takeTurns);
-    takeTurns();
-    other.join();
-    EXPECT_EQ(turns, 2 * kRounds);
-    EXPECT_TRUE(IsFreeForOthers(mutex));
-}
-
 // It gives the guard back for a moment, that others come to the line, and takes it again.
 TEST(FifoMutex, IsLeftUnderTheGuardByAWaiterWhoseTimeHasPassed) {
     constexpr int kRounds = 10'000;
