@@ -59,8 +59,8 @@ class GroupCore::AwaitedGone final : public GroupCore::AwaitedIdle {
     void CollectRunning(std::vector<RunningJob>& running) const override {
         AwaitedIdle::CollectRunning(running);
         const RankedLock lock(m_group.m_mutex);
-        const auto& departures = m_group.m_departures;
-        for (const Departure* next = departures.Front(); next != nullptr; next = departures.Next(*next)) {
+        for (const Departure* next = m_group.m_departures.Front(); next != nullptr;
+             next = m_group.m_departures.Next(*next)) {
             running.push_back({next->thread, next->name, next->since, true});
         }
     }
