@@ -6,7 +6,6 @@
 #include <mutex>
 
 #include "concurrency/base/ranked_mutex.h"
-#include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/resource_probe.h"
 #include "tests/support/thread.h"
@@ -83,11 +82,7 @@ TYPED_TEST(MutexTest, GivesBackAllItTook) {
         Thread one(&TestFixture::Contend);
         Thread another(&TestFixture::Contend);
     }
-    const ResourceProbe probe;
-    for (int i = 0; i < 50; ++i) {
-        this->Contend();
-    }
-    EXPECT_TRUE(Eventually([&] { return probe.Growth() == Resources{}; })) << probe.Growth();
+    EXPECT_EQ(GrowthOver(50, &TestFixture::Contend), Resources{});
 }
 
 }  // namespace

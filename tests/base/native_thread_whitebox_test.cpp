@@ -12,7 +12,6 @@
 
 #include "concurrency/base/windows_api.h"
 #include "tests/support/child_process.h"
-#include "tests/support/eventually.h"
 #include "tests/support/gate.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/resource_probe.h"
@@ -187,13 +186,11 @@ TEST(NativeThread, FailureToStartIsASystemErrorAndCallsNothing) {
 }
 
 TEST(NativeThread, GivesBackWhatItTook) {
-    NativeThread::Start([] {}).Join();
-    const ResourceProbe probe;
-    for (int round = 0; round < 50; ++round) {
-        NativeThread::Start([bound = std::make_shared<int>(round)] {}).Join();
-        NativeThread::Start([bound = std::make_shared<int>(round)] {});  // a record that is not joined
-    }
-    EXPECT_TRUE(Eventually([&] { return probe.Growth() == Resources{}; })) << probe.Growth();
+    const auto use = [] {
+        NativeThread::Start([bound = std::make_shared<int>(0)] {}).Join();
+        NativeThread::Start([bound = std::make_shared<int>(0)] {});  // a record that is not joined
+    };
+    EXPECT_EQ(GrowthOver(50, use), Resources{});
 }
 
 TEST(NativeThread, ExceptionThatLeavesTheBodyEndsTheProcess) {

@@ -195,12 +195,7 @@ void CycleWithALimit() {
 }
 
 TEST(JobTeardown, LeavesNoThreadOfTheLimits) {
-    CycleWithALimit();
-    const ResourceProbe probe;
-    for (int i = 0; i < 5; ++i) {
-        CycleWithALimit();
-    }
-    EXPECT_TRUE(Eventually([&] { return probe.Growth() == Resources{}; })) << probe.Growth();
+    EXPECT_EQ(GrowthOver(5, CycleWithALimit), Resources{});
 }
 
 // A thread without a limit leaves after a while by itself: here each cycle has to start its own.

@@ -261,14 +261,7 @@ TEST(Teardown, NothingIsLeftOf200CyclesOfUse) {
         UseScheduler();
         UseDedicatedThread();
     };
-    cycle();
-    const ResourceProbe probe;
-
-    for (int round = 0; round < 200; ++round) {
-        cycle();
-    }
-
-    EXPECT_TRUE(Eventually([&] { return probe.Growth() == Resources{}; }, 10s)) << probe.Growth();
+    EXPECT_EQ(GrowthOver(200, cycle), Resources{});
 }
 
 TEST(Teardown, NothingIsLeftOf200CyclesWithoutUse) {

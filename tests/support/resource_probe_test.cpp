@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -17,6 +18,8 @@
 
 namespace Zarvo::Test {
 namespace {
+
+using namespace std::chrono_literals;
 
 class ResourceProbeTest : public testing::Test {
   protected:
@@ -37,6 +40,27 @@ TEST_F(ResourceProbeTest, SeesOneLeakedEvent) {
     EXPECT_EQ(probe.Growth().handles, 1);
     CloseHandle(leaked);
     EXPECT_EQ(probe.Growth().handles, 0);
+}
+
+TEST_F(ResourceProbeTest, SeesWhatEachUseLeaves) {
+    std::vector<HANDLE> leaked;
+    leaked.reserve(100);
+    const auto use = [&] { leaked.push_back(CreateEventW(nullptr, FALSE, FALSE, nullptr)); };
+
+    EXPECT_EQ(GrowthOver(2, use, 0ms).handles, 2);
+    for (const HANDLE handle : leaked) {
+        CloseHandle(handle);
+    }
+}
+
+TEST_F(ResourceProbeTest, ForgivesWhatComesOncePerProcess) {
+    int uses = 0;
+    HANDLE once = nullptr;
+    const auto use = [&] { once = ++uses == 3 ? CreateEventW(nullptr, FALSE, FALSE, nullptr) : once; };
+
+    EXPECT_EQ(GrowthOver(2, use, 0ms), Resources{});
+    ASSERT_NE(once, nullptr);
+    CloseHandle(once);
 }
 
 TEST_F(ResourceProbeTest, SeesOneThreadThatStillRuns) {

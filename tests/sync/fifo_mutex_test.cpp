@@ -263,12 +263,7 @@ TEST(FifoMutex, GivesBackAllItTook) {
         mutex.unlock();
         line.Join();
     };
-    use();
-    const ResourceProbe probe;
-    for (int i = 0; i < 5; ++i) {
-        use();
-    }
-    EXPECT_TRUE(Eventually([&] { return probe.Growth() == Resources{}; }, 10s)) << probe.Growth();
+    EXPECT_EQ(GrowthOver(5, use), Resources{});
 }
 
 TEST(FifoMutex, IsDestroyedSilentlyAndWithoutWaitingWhileItIsOwned) {

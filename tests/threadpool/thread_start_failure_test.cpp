@@ -91,11 +91,7 @@ TEST_P(FailedFirstBatch, LeavesNothingBehind) {
     }
     tryOnce();
     ASSERT_TRUE(Eventually(allThreadsHaveLeft));
-    const ResourceProbe probe;
-    for (int i = 0; i < 10; ++i) {
-        tryOnce();
-    }
-    EXPECT_TRUE(Eventually([&] { return probe.Growth() == Resources{}; })) << probe.Growth();
+    EXPECT_EQ(GrowthOver(10, tryOnce), Resources{});
 }
 
 INSTANTIATE_TEST_SUITE_P(At, FailedFirstBatch, testing::Values(1, 4, 8));
