@@ -85,7 +85,7 @@ class Blocked {
                 m_interprocess.unlock();
                 break;
             case SoakWait::Condition: {
-                const auto state = std::make_shared<std::pair<std::recursive_mutex, std::condition_variable_any>>();
+                const auto state = std::make_shared<std::pair<std::mutex, std::condition_variable_any>>();
                 std::unique_lock lock(state->first);
                 Orvane::Internal::CancellableConditionWait(state->first, state->second, state,
                                                            [&] { state->second.wait(lock); });
