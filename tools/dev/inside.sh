@@ -48,7 +48,7 @@ test_room() {
         shift
     fi
     configure_debug
-    if [ -n "$room" ] && [ "$room" != stress ] && ninja -C "$builds/debug" -t query "room_$room" >/dev/null 2>&1; then
+    if [ -n "$room" ] && [[ $room != @(stress|soak) ]] && ninja -C "$builds/debug" -t query "room_$room" >/dev/null 2>&1; then
         # Quick, unless something else is asked for.
         [ $# != 0 ] || set -- --label-exclude '^(slow|stress)$'
         compile debug "room_$room"
