@@ -85,7 +85,7 @@ void GroupCore::CancelEnded(GroupSchedule& schedule) noexcept {
     }
     try {
         task.Cancel();
-    } catch (const CancelRequestedException&) {
+    } catch (const CancelRequestedException&) {  // NOLINT(bugprone-empty-catch)
         // In its own run, which only adds a job: it is cancelled, and goes on to its end.
     }
 }

@@ -15,6 +15,7 @@ namespace Orvane::Internal {
 namespace {
 
 // From the outermost name inwards. Not deep: see JobName::kLongestChain.
+// NOLINTNEXTLINE(misc-no-recursion)
 void AddNames(const JobName* name, LastWords& words) noexcept {
     if (name != nullptr) {
         AddNames(name->above.get(), words);

@@ -75,7 +75,8 @@ std::shared_ptr<Cancellable> RunRecord::NextToAsk(IntrusiveList<Cancellable, Own
 void RunRecord::StopTokens() noexcept {
     RankedLock lock(m_mutex);
     ++m_stopping;
-    // One that is made meanwhile is stopped here or by Token().
+    // One that is made meanwhile is stopped here or by Token(). By index: the list may grow while the lock is released.
+    // NOLINTNEXTLINE(modernize-loop-convert)
     for (std::size_t next = 0; next < m_sources.size(); ++next) {
         const StopInModule stop = m_sources[next].stop;
         std::stop_source source = m_sources[next].source;
@@ -125,6 +126,7 @@ void RunRecord::UnpinModules(RankedLock<Mutex>& lock) noexcept {
     for (SourceOfAModule& source : m_sources) {
         source.stop = &StopInThisModule;
     }
+    // NOLINTNEXTLINE(modernize-loop-convert): as above
     for (std::size_t next = 0; next < m_sources.size(); ++next) {
         if (ModuleLedger* const module = std::exchange(m_sources[next].module, nullptr)) {
             const ReleasedLock released(lock, m_mutex);

@@ -154,7 +154,7 @@ void VirtualRun::RunUntilIdle() {
     m_isHoldingTime = true;
     try {
         Block([] { return false; }, kNever);
-    } catch (const std::logic_error&) {
+    } catch (const std::logic_error&) {  // NOLINT(bugprone-empty-catch)
         // It is idle.
     }
     m_isHoldingTime = false;
